@@ -1,0 +1,20 @@
+# Installs headers, libraries, the CMake package MorvixProtocol and the pkg-config file morvix-protocol.
+include(CMakePackageConfigHelpers)
+
+set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/MorvixProtocol)
+
+install(TARGETS morvix_protocol_v4 morvix_host EXPORT MorvixProtocolTargets)
+install(FILES Protocol/AllVersions/v4/ProtocolInternal_v4.0.h
+        DESTINATION ${MORVIX_INCLUDE_DIR}/Protocol/AllVersions/v4)
+install(FILES host/Base64.h host/Logging.h host/TavelConfig.h host/Text.h DESTINATION ${MORVIX_INCLUDE_DIR}/host)
+
+install(EXPORT MorvixProtocolTargets NAMESPACE Morvix:: DESTINATION ${packageDir})
+configure_package_config_file(cmake/MorvixProtocolConfig.cmake.in MorvixProtocolConfig.cmake
+                              INSTALL_DESTINATION ${packageDir})
+write_basic_package_version_file(MorvixProtocolConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/MorvixProtocolConfig.cmake ${PROJECT_BINARY_DIR}/MorvixProtocolConfigVersion.cmake
+              cmake/JsonCpp.cmake DESTINATION ${packageDir})
+
+file(RELATIVE_PATH pcToPrefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+configure_file(cmake/morvix-protocol.pc.in morvix-protocol.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/morvix-protocol.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

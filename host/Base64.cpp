@@ -1,0 +1,67 @@
+#include "host/Base64.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace {
+
+constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// The number that a symbol stands for, or -1 for a character outside the alphabet.
+int SymbolValue(char c) {
+  if (c >= 'A' && c <= 'Z') return c - 'A';
+  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+  if (c >= '0' && c <= '9') return c - '0' + 52;
+  if (c == '+') return 62;
+  if (c == '/') return 63;
+  return -1;
+}
+
+bool IsWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+}  // namespace
+
+char* __internal_base64_encode(char* output, uint32_t capacity, const byte* input, size_t length) {
+  static char empty[] = "";
+  if (capacity == 0) return empty;
+  output[0] = '\0';
+  // The text is longer than its bytes, so the first test keeps the second from overflowing.
+  if (length >= capacity || (length + 2) / 3 > (capacity - 1) / 4) return output;
+
+  char* out = output;
+  for (; length >= 3; length -= 3, input += 3) {
+    const unsigned group = unsigned{input[0]} << 16 | unsigned{input[1]} << 8 | input[2];
+    *out++ = kAlphabet[group >> 18];
+    *out++ = kAlphabet[group >> 12 & 63];
+    *out++ = kAlphabet[group >> 6 & 63];
+    *out++ = kAlphabet[group & 63];
+  }
+  if (length != 0) {
+    const unsigned group = unsigned{input[0]} << 16 | (length == 2 ? unsigned{input[1]} << 8 : 0U);
+    *out++ = kAlphabet[group >> 18];
+    *out++ = kAlphabet[group >> 12 & 63];
+    *out++ = length == 2 ? kAlphabet[group >> 6 & 63] : '=';
+    *out++ = '=';
+  }
+  *out = '\0';
+  return output;
+}
+
+int __internal_base64_decode(byte* output, const char* text, uint32_t capacity) {
+  const int room = static_cast<int>(std::min<uint32_t>(capacity, std::numeric_limits<int>::max()));
+  int written = 0;
+  unsigned bits = 0;  // the symbols so far, newest lowest; only the bits not yet written count
+  int bitCount = 0;
+  for (; written < room; ++text) {
+    if (IsWhiteSpace(*text)) continue;
+    const int value = SymbolValue(*text);
+    if (value < 0) break;
+    bits = bits << 6 | static_cast<unsigned>(value);
+    bitCount += 6;
+    if (bitCount >= 8) {
+      bitCount -= 8;
+      output[written++] = static_cast<byte>(bits >> bitCount);
+    }
+  }
+  return written;
+}

@@ -1,0 +1,22 @@
+/// @file
+/// Base64 in the standard alphabet of RFC 4648, as the protocol module carries binary attributes in documents.
+
+#ifndef MORVIX_HOST_BASE64_H
+#define MORVIX_HOST_BASE64_H
+
+#include <cstddef>
+#include <cstdint>
+
+using byte = unsigned char;  ///< One byte of a packet or payload.
+
+/// Encodes `length` bytes at `input`, padded and without line breaks, into `output`, which has room for `capacity`
+/// characters. Returns the NUL-terminated text: `output`, holding an empty text when `capacity` is too small for the
+/// whole result with its NUL.
+char* __internal_base64_encode(char* output, uint32_t capacity, const byte* input, size_t length);
+
+/// Decodes the NUL-terminated `text` into `output` and returns the number of bytes written, never more than `capacity`.
+/// White space is skipped. The text ends at the first other character outside the alphabet, '=' included; two symbols
+/// of an incomplete group give one byte, three give two, one gives none.
+int __internal_base64_decode(byte* output, const char* text, uint32_t capacity);
+
+#endif

@@ -1,0 +1,31 @@
+/// @file
+/// The logging service that the protocol module calls, with a replaceable sink.
+///
+/// Levels: 1 is a warning or failure, 2 is information. Everything here is safe to call from any number of threads at
+/// once, and neither logging call ever fails or throws into its caller.
+
+#ifndef MORVIX_HOST_LOGGING_H
+#define MORVIX_HOST_LOGGING_H
+
+#include <functional>
+#include <string>
+
+/// Logs one printf-style line. Messages of any length are kept whole.
+void logMsg(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+/// Logs one printf-style line on behalf of the operation `functionName`.
+void logMsgEx(int level, const char* functionName, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+/// Receives every line that passes the level: its level, the reporting operation (null for logMsg) and its text. It may
+/// be called on several threads at once, and may itself log or replace the sink. What it throws is swallowed.
+using LogSink = std::function<void(int level, const char* functionName, const std::string& message)>;
+
+/// Replaces the sink and returns the previous one, which may still be at work on other threads. An empty sink stands
+/// for the default one: a line "[level] functionName: message" on standard error, with control characters escaped so
+/// that text from a configuration cannot forge a line.
+LogSink SetLogSink(LogSink sink);
+
+/// Lines of a higher level than this are dropped before they are formatted. Returns the previous level. 1 by default.
+int SetLogLevel(int level);
+
+#endif

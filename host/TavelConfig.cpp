@@ -1,0 +1,77 @@
+#include "host/TavelConfig.h"
+
+#include <json/reader.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+bool Fail(std::string& error, const std::string& path, const std::string& reason) {
+  error = path + ": " + reason;
+  std::replace(error.begin(), error.end(), '\n', ' ');
+  return false;
+}
+
+// Text without a trailing line end.
+std::string Trimmed(std::string text) {
+  text.erase(text.find_last_not_of('\n') + 1);
+  return text;
+}
+
+}  // namespace
+
+TavelConfig::TavelConfig() : devices_(std::make_shared<const Json::Value>()) {}
+
+TavelConfig* TavelConfig::sharedInstance() {
+  static auto* const instance = new TavelConfig;
+  return instance;
+}
+
+const Json::Value* TavelConfig::GetAllDevices() {
+  // Keeps the list that this thread was given last alive, even when another thread sets a new one.
+  thread_local std::shared_ptr<const Json::Value> inUse;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  inUse = devices_;
+  return inUse.get();
+}
+
+bool TavelConfig::IsDebug() { return debug_; }
+
+void TavelConfig::SetAllDevices(const Json::Value& devices) {
+  auto next = std::make_shared<const Json::Value>(devices);
+  const std::lock_guard<std::mutex> lock(mutex_);
+  devices_.swap(next);
+}
+
+void TavelConfig::SetDebug(bool debug) { debug_ = debug; }
+
+bool TavelConfig::LoadFromFile(const std::string& path, std::string& error) {
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  const bool isOpen = file.is_open();
+  file.peek();  // a directory opens, but reading it fails
+  if (!isOpen || file.bad()) {
+    return Fail(error, path, "cannot be read: " + std::generic_category().message(errno != 0 ? errno : EIO));
+  }
+  Json::Value root;
+  try {
+    std::string problems;
+    if (!Json::parseFromStream(Json::CharReaderBuilder(), file, &root, &problems)) {
+      return Fail(error, path, "is not JSON: " + Trimmed(problems));
+    }
+  } catch (const Json::Exception& exception) {  // nested too deep
+    return Fail(error, path, std::string("is not JSON: ") + exception.what());
+  }
+  if (!root.isObject()) return Fail(error, path, "should hold an object with \"debug\" and \"devices\"");
+  const Json::Value& debug = root["debug"];
+  if (!debug.isNull() && !debug.isBool()) return Fail(error, path, "\"debug\" should be true or false");
+  Json::Value& devices = root["devices"];
+  if (!devices.isArray()) return Fail(error, path, "\"devices\" should be an array");
+  SetAllDevices(devices);
+  SetDebug(debug.isBool() && debug.asBool());
+  return true;
+}
