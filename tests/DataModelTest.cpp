@@ -187,12 +187,12 @@ void ExpectZero(const MorvixProtocolPosition_4_0& position) {
   EXPECT_EQ(position.groupByteLength, 0u);
 }
 
-void ExpectZero(const MorvixProtocolUIntSpec_4_0& spec) {
-  EXPECT_EQ(spec.min, 0);
-  EXPECT_EQ(spec.max, 0);
-  EXPECT_EQ(spec.step, 0);
-  EXPECT_EQ(spec.ratio, 0.0);
-  EXPECT_EQ(spec.addition, 0.0);
+void ExpectZero(const MorvixProtocolUIntSpec_4_0& scaling) {
+  EXPECT_EQ(scaling.min, 0);
+  EXPECT_EQ(scaling.max, 0);
+  EXPECT_EQ(scaling.step, 0);
+  EXPECT_EQ(scaling.ratio, 0.0);
+  EXPECT_EQ(scaling.addition, 0.0);
 }
 
 TEST(Position, IsZeroAndInBytesAtFirst) { ExpectZero(*FreshRecord<MorvixProtocolPosition_4_0>()); }

@@ -137,6 +137,7 @@ TEST(ConvertReceiveResult, DropsTheOtherMembersOfAStatusItem) {
 }
 
 TEST(ConvertReceiveResult, TreatsEveryTypeButTheIntegers4And8AsStatus) {
+  // Among the last ones are those whose low 32 bits are 4 or 8.
   for (const char* type : {"0",
                            "1",
                            "2",
@@ -152,9 +153,6 @@ TEST(ConvertReceiveResult, TreatsEveryTypeButTheIntegers4And8AsStatus) {
                            "4.0",
                            "8.0",
                            "4e0",
-                           R"("4")",
-                           R"("8")",
-                           R"("alert")",
                            "true",
                            "false",
                            "null",
@@ -162,9 +160,14 @@ TEST(ConvertReceiveResult, TreatsEveryTypeButTheIntegers4And8AsStatus) {
                            "[]",
                            "{}",
                            R"({"type":4})",
+                           R"("4")",
+                           R"("8")",
+                           R"("alert")",
                            "2147483652",
                            "4294967300",
                            "4294967304",
+                           "-4294967292",
+                           "-4294967288",
                            "18446744073709551612"}) {
     SCOPED_TRACE(type);
     const Conversion conversion = ConvertEntity(R"("a":{"type":)" + std::string(type) + R"(,"value":"v"})");

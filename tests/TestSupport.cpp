@@ -38,9 +38,7 @@ std::vector<LogLine> LogCapture::Take() {
   return std::exchange(lines_, {});
 }
 
-LogLine SkipLine(const std::string& key) {
-  return {1, "FilterConfigType", "Warning: '" + key + "' is invalid, skip."};
-}
+LogLine SkipLine(const std::string& key) { return {1, "FilterConfigType", "Warning: '" + key + "' is invalid, skip."}; }
 
 LogLine FilterLine(int id, const std::string& name, const std::string& displayName) {
   return {2, "",

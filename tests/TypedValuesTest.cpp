@@ -1,4 +1,6 @@
+// clang-format off
 #include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.cpp"  // white box
+// clang-format on
 
 #include <gtest/gtest.h>
 
@@ -371,22 +373,22 @@ TEST(WriteUIntValue, AndReadUIntValueRefuseOtherUnitsAndPlacesOutside) {
 
 // A place that is found although its bits are no field: the writer fails after it has reported the size, the reader
 // succeeds and leaves the value alone.
-void ExpectPlaceWithoutBits(const Position& position) {
+void ExpectPlaceWithoutBits(const Position& position, size_t byteLength) {
   const std::vector<byte> payload = FromHex("a5 5a");
   const Written written = WriteUInt(payload, position, kAllOnes);
   EXPECT_FALSE(written.ok);
   EXPECT_EQ(written.payload, payload);
-  EXPECT_EQ(written.dataLen, 1u);
+  EXPECT_EQ(written.dataLen, byteLength);
   uint64_t value = kPreset;
   EXPECT_TRUE(ReadUInt(payload, position, value));
   EXPECT_EQ(value, kPreset);
 }
 
 TEST(ReadUIntValue, SucceedsWithoutAValueWhereTheBitRangeIsRejected) {
-  ExpectPlaceWithoutBits(BitField(0, 1, -1, 1));
-  ExpectPlaceWithoutBits(BitField(0, 1, -1, 8));
-  ExpectPlaceWithoutBits(BitField(0, 1, 1, 0));
-  ExpectPlaceWithoutBits(BitField(0, 1, 2, -1));
+  ExpectPlaceWithoutBits(BitField(0, 1, -1, 1), 1);
+  ExpectPlaceWithoutBits(BitField(0, 1, -1, 8), 2);
+  ExpectPlaceWithoutBits(BitField(0, 1, 1, 0), 1);
+  ExpectPlaceWithoutBits(BitField(0, 1, 2, -1), 1);
   ExpectNoUInt(FromHex("a5 5a"), BitField(0, 1, -2, 1));
   ExpectNoUInt(FromHex("a5 5a"), BitField(0, 1, 0, 0));
 }
@@ -425,7 +427,7 @@ TEST(WriteBinaryValue, AndReadBinaryValueIgnoreTheBitOffsetAndTheGroup) {
 
 TEST(WriteBinaryValue, AndReadBinaryValueWantTheByteUnitALengthAndAPlaceInside) {
   const std::vector<byte> payload = FromHex("a5 5a 3c");
-  for (const int32_t unit : {-1, 1, 2, kMaxInt}) ExpectNoBinary(payload, InUnit(unit, {0, 0, {}, 3, 3}));
+  for (const int32_t unit : {-1, 1, 2, kMaxInt}) ExpectNoBinary(payload, InUnit(unit, BitField(0, 3, 0, 3)));
   for (const int32_t len : {kMinInt, -1, 0, 4, kMaxInt}) ExpectNoBinary(payload, ByteField(0, len));
   ExpectNoBinary(payload, ByteField(1, 3));
   ExpectNoBinary(payload, ByteField(3, 1));
@@ -474,26 +476,36 @@ TEST(TypedValues, AreFoundInExactlyThePrefixesThatHoldThem) {
   };
   for (size_t size = 0; size <= whole.size(); ++size) {
     const std::vector<byte> prefix(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
-    for (const Case& one : {Case{BitField(0, 1, 0, 1), 1}, Case{BitField(3, 2, 15, 1), 4}, Case{BitField(3, 2, 8, 1), 4},
-                            Case{BitField(3, 2, 7, 1), 5}, Case{BitField(2, 10, 0, 1), 12}}) {
+    for (const Case& one :
+         {Case{BitField(0, 1, 0, 1), 1}, Case{BitField(3, 2, 15, 1), 4}, Case{BitField(3, 2, 8, 1), 4},
+          Case{BitField(3, 2, 7, 1), 5}, Case{BitField(2, 10, 0, 1), 12}}) {
       bool value = false;
-      if (size < one.needs) ExpectNoBool(prefix, one.position);
-      if (size >= one.needs) EXPECT_TRUE(WriteBool(prefix, one.position, true).ok);
-      if (size >= one.needs) EXPECT_TRUE(ReadBool(prefix, one.position, value));
+      if (size < one.needs) {
+        ExpectNoBool(prefix, one.position);
+      } else {
+        EXPECT_TRUE(WriteBool(prefix, one.position, true).ok);
+        EXPECT_TRUE(ReadBool(prefix, one.position, value));
+      }
     }
     for (const Case& one :
          {Case{ByteField(0, 1), 1}, Case{ByteField(4, 8), 12}, Case{ByteField(3, 3), 6}, Case{BitField(2, 2, 5, 6), 4},
           Case{BitField(2, 4, 16, 9), 4}, Case{BitField(1, 1, 4, 8), 2}, Case{BitField(4, 8, 0, 64), 12}}) {
       uint64_t value = 0;
-      if (size < one.needs) ExpectNoUInt(prefix, one.position);
-      if (size >= one.needs) EXPECT_TRUE(WriteUInt(prefix, one.position, 1).ok);
-      if (size >= one.needs) EXPECT_TRUE(ReadUInt(prefix, one.position, value));
+      if (size < one.needs) {
+        ExpectNoUInt(prefix, one.position);
+      } else {
+        EXPECT_TRUE(WriteUInt(prefix, one.position, 1).ok);
+        EXPECT_TRUE(ReadUInt(prefix, one.position, value));
+      }
     }
     for (const Case& one : {Case{ByteField(0, 1), 1}, Case{ByteField(0, 12), 12}, Case{ByteField(5, 4), 9}}) {
       std::string value;
-      if (size < one.needs) ExpectNoBinary(prefix, one.position);
-      if (size >= one.needs) EXPECT_TRUE(WriteBinary(prefix, one.position, "AQID").ok);
-      if (size >= one.needs) EXPECT_TRUE(ReadBinary(prefix, one.position, value));
+      if (size < one.needs) {
+        ExpectNoBinary(prefix, one.position);
+      } else {
+        EXPECT_TRUE(WriteBinary(prefix, one.position, "AQID").ok);
+        EXPECT_TRUE(ReadBinary(prefix, one.position, value));
+      }
     }
   }
 }

@@ -467,9 +467,7 @@ static constexpr size_t kWordBits = 64;
 static constexpr size_t kWordBytes = 8;
 
 // The lowest `length` bits: none at or below 0, all at or above 64.
-static uint64_t Mask(size_t length) {
-  return length >= kWordBits ? ~uint64_t{0} : (uint64_t{1} << length) - 1;
-}
+static uint64_t Mask(size_t length) { return length >= kWordBits ? ~uint64_t{0} : (uint64_t{1} << length) - 1; }
 
 static uint64_t ShiftLeft(uint64_t u, size_t bits) { return bits < kWordBits ? u << bits : 0; }
 
@@ -920,8 +918,7 @@ static Encoded EncodeBool(const MorvixProtocolAttribute_4_0& attribute, const Js
                           size_t length) {
   uint64_t value = 0;
   if (!ReadInteger(values, attribute.name, value)) return Encoded::kSkipped;
-  return WrittenUnlessRefused(WriteBoolValue(data, length, attribute.position, value != 0),
-                              "Write bool value failed.");
+  return WrittenUnlessRefused(WriteBoolValue(data, length, attribute.position, value != 0), "Write bool value failed.");
 }
 
 static Encoded EncodeEnum(const MorvixProtocolAttribute_4_0& attribute, const Json::Value* values, byte* data,
@@ -939,8 +936,7 @@ static Encoded EncodeBinary(const MorvixProtocolAttribute_4_0& attribute, const 
                             size_t length) {
   std::string_view value;
   if (!ReadText(values, attribute.name, value)) return Encoded::kSkipped;
-  return WrittenUnlessRefused(WriteBinaryValue(data, length, attribute.position, value),
-                              "Write binary value failed.");
+  return WrittenUnlessRefused(WriteBinaryValue(data, length, attribute.position, value), "Write binary value failed.");
 }
 
 static Encoded EncodeNumber(const MorvixProtocolAttribute_4_0& attribute, const Json::Value* values, byte* data,
@@ -1174,8 +1170,8 @@ static bool HasPayload(const MorvixProtocolPackage_4_0& package) {
   return false;
 }
 
-// The asymmetry is intended: a number or enum that cannot be read is left out, an enum index out of range ends the call,
-// and a bool or binary that cannot be read takes the whole entity with it.
+// The asymmetry is intended: a number or enum that cannot be read is left out, an enum index out of range ends the
+// call, and a bool or binary that cannot be read takes the whole entity with it.
 void ProtocolDecodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                   const std::vector<MorvixProtocolAttribute_4_0>& attributes,
                                   const MorvixProtocolPackage_4_0& package, Json::Value& decodeResult) {

@@ -1,0 +1,28 @@
+// What no implementation that hands over Json::Value documents can avoid: the layout is known beforehand as a table of
+// shifts and masks, nothing is checked, and documents are read and built with JsonCpp at its cheapest. The names of
+// attributes are known at run time only, so documents own them; "type" and "value" are static.
+
+#ifndef MORVIX_BENCH_FLOOR_H
+#define MORVIX_BENCH_FLOOR_H
+
+#include "Workload.h"
+
+// Both buffers come from the C heap, as the module hands them over.
+struct FloorPackage {
+  byte* flags = nullptr;
+  byte* value = nullptr;
+};
+
+FloorPackage FloorEncode(const Workload& workload);
+void FloorDecode(const Workload& workload, Json::Value& document);
+
+// One walk over the configuration that looks at each member once.
+size_t FloorConfig(const Json::Value& configuration);
+
+// Parses the text and writes it out again.
+std::string FloorConvert(const std::string& text);
+
+// One walk over a list of alerts or faults; gives the number of those that are true.
+size_t FloorAlerts(const Json::Value& list, std::vector<TavelReceiveInfo>& active);
+
+#endif

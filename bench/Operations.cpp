@@ -1,0 +1,182 @@
+#include "Operations.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "Floor.h"
+#include "Peer.h"
+
+namespace {
+
+// Keeps results from being optimised away.
+volatile size_t sink = 0;
+
+[[noreturn]] void Fail(const char* what) {
+  std::fprintf(stderr, "operations: %s\n", what);
+  std::exit(EXIT_FAILURE);
+}
+
+void Release(byte* flags, byte* value) {
+  sink = sink + (flags != nullptr ? flags[0] : 0) + value[0];
+  std::free(flags);
+  std::free(value);
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+std::string WriteText(const Json::Value& value) { return Json::FastWriter().write(value); }
+
+Json::Value ReadText(const std::string& text) {
+  Json::Value value;
+  Json::Reader().parse(text.data(), text.data() + text.size(), value);
+  return value;
+}
+#pragma GCC diagnostic pop
+
+MorvixProtocolPackage_4_0 Unpack(const Workload& workload) {
+  MorvixProtocolPackage_4_0 package;
+  if (!ProtocolUnpackPackage_4_0(workload.packet.data(), workload.packet.size(), package)) Fail("unpack");
+  return package;
+}
+
+void Decode(const Workload& workload, bool parsedOnce, Json::Value& document) {
+  const MorvixProtocolPackage_4_0 package = Unpack(workload);
+  if (parsedOnce) {
+    ProtocolDecodeAttributes_4_0(workload.entityInfo, workload.attributes, package, document);
+  } else {
+    ProtocolDecodeEntity_4_0(workload.entity, package, document);
+  }
+  std::free(package.value);
+}
+
+MorvixProtocolPackage_4_0 Encode(const Workload& workload, bool parsedOnce, const Json::Value& values) {
+  MorvixProtocolPackage_4_0 package;
+  package.cmd = MorvixProtocolCommandWriteReq_4_0;
+  if (parsedOnce) {
+    ProtocolEncodeAttributes_4_0(workload.entityInfo, workload.writable, package, values);
+  } else {
+    ProtocolEncodeEntity_4_0(workload.entity, package, values);
+  }
+  return package;
+}
+
+struct Received {
+  std::string document;
+  std::vector<TavelReceiveInfo> alerts;
+  std::vector<TavelReceiveInfo> faults;
+};
+
+Received Receive(const Workload& workload, bool parsedOnce) {
+  Json::Value document;
+  Decode(workload, parsedOnce, document);
+  document["version"] = 4.0;
+  Received received;
+  Json::Value alerts;
+  Json::Value faults;
+  received.document = ProtocolConvertReceiveResult_4_0(WriteText(document), alerts, faults);
+  ProtocolGetAlertsAndFaults_4_0(alerts, faults, received.alerts, received.faults);
+  return received;
+}
+
+std::vector<byte> TextToBytes(const Workload& workload) {
+  const MorvixProtocolPackage_4_0 package = Encode(workload, true, ReadText(workload.valuesText));
+  std::vector<byte> packet(1 + package.sizeFlags + package.sizeValue + 4);
+  packet.resize(ProtocolPackPackage_4_0(package, packet.data(), packet.size() - 4));
+  Release(package.flags, package.value);
+  return packet;
+}
+
+std::string BytesToText(const Workload& workload) {
+  Json::Value document;
+  Decode(workload, true, document);
+  return WriteText(document);
+}
+
+void CheckFloors(const Workload& workload) {
+  const MorvixProtocolPackage_4_0 package = Encode(workload, true, workload.values);
+  const FloorPackage floor = FloorEncode(workload);
+  if (package.sizeValue != workload.writableLength || package.sizeFlags != workload.flagLength ||
+      std::memcmp(package.value, floor.value, workload.writableLength) != 0 ||
+      std::memcmp(package.flags, floor.flags, workload.flagLength) != 0) {
+    Fail("the floor encodes something else");
+  }
+  Release(package.flags, package.value);
+  Release(floor.flags, floor.value);
+  Json::Value ours;
+  Json::Value floors;
+  Decode(workload, true, ours);
+  FloorDecode(workload, floors);
+  if (ours != floors) Fail("the floor decodes something else");
+  for (const Json::Value* list : {&workload.alerts, &workload.faults}) {
+    std::vector<TavelReceiveInfo> active;
+    std::vector<TavelReceiveInfo> floorActive;
+    ProtocolGetAlertsOrFaults_4_0(*list, active);
+    if (active.size() != FloorAlerts(*list, floorActive)) Fail("the floor finds other alerts");
+  }
+}
+
+}  // namespace
+
+std::vector<Operation> MakeOperations(const Workload& workload) {
+  CheckFloors(workload);
+  const Workload& w = workload;
+  std::vector<Operation> operations;
+  const auto add = [&operations](const char* name, std::function<void()> run) {
+    operations.push_back({name, std::move(run)});
+  };
+  for (const bool parsedOnce : {false, true}) {
+    const auto addForm = [&](const char* name, std::function<void()> run) {
+      add((std::string(name) + (parsedOnce ? "/parse-once" : "/one-call")).c_str(), std::move(run));
+    };
+    addForm("encode", [&w, parsedOnce] {
+      const MorvixProtocolPackage_4_0 package = Encode(w, parsedOnce, w.values);
+      Release(package.flags, package.value);
+    });
+    addForm("decode", [&w, parsedOnce] {
+      MorvixProtocolPackage_4_0 package;  // the payload is not copied, as in the floor
+      package.value = const_cast<byte*>(w.packet.data() + 1);
+      package.sizeValue = w.payloadLength;
+      Json::Value document;
+      if (parsedOnce) {
+        ProtocolDecodeAttributes_4_0(w.entityInfo, w.attributes, package, document);
+      } else {
+        ProtocolDecodeEntity_4_0(w.entity, package, document);
+      }
+    });
+    addForm("receive", [&w, parsedOnce] { sink = sink + Receive(w, parsedOnce).document.size(); });
+  }
+  add("convert", [&w] {
+    Json::Value alerts;
+    Json::Value faults;
+    sink = sink + ProtocolConvertReceiveResult_4_0(w.documentText, alerts, faults).size();
+  });
+  add("alerts", [&w] {
+    Received received;
+    ProtocolGetAlertsAndFaults_4_0(w.alerts, w.faults, received.alerts, received.faults);
+    sink = sink + received.alerts.size();
+  });
+  add("floor/encode", [&w] {
+    const FloorPackage package = FloorEncode(w);
+    Release(package.flags, package.value);
+  });
+  add("floor/decode", [&w] {
+    Json::Value document;
+    FloorDecode(w, document);
+  });
+  add("floor/config", [&w] { sink = sink + FloorConfig(w.entity); });
+  add("floor/convert", [&w] { sink = sink + FloorConvert(w.documentText).size(); });
+  add("floor/alerts", [&w] {
+    Received received;
+    FloorAlerts(w.alerts, received.alerts);
+    FloorAlerts(w.faults, received.faults);
+    sink = sink + received.alerts.size();
+  });
+  add("text-to-bytes", [&w] { sink = sink + TextToBytes(w).size(); });
+  add("bytes-to-text", [&w] { sink = sink + BytesToText(w).size(); });
+  if (w.entity["attrs"].size() == kPeerFieldCount) AddPeerOperations(workload, operations);
+  return operations;
+}
