@@ -6,7 +6,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 
 #include "host/Base64.h"
 
@@ -97,19 +96,32 @@ void FloorDecode(const Workload& workload, Json::Value& document) {
 }
 
 size_t FloorConfig(const Json::Value& configuration) {
-  size_t seen = 1;
+  const char* end = nullptr;
   switch (configuration.type()) {
-    case Json::objectValue:
-    case Json::arrayValue:
-      for (const Json::Value& member : configuration) seen += FloorConfig(member);
-      break;
-    case Json::stringValue:
-      seen += std::strlen(configuration.asCString());
-      break;
+    case Json::objectValue: {
+      size_t seen = 0;
+      const auto last = configuration.end();
+      for (auto it = configuration.begin(); it != last; ++it) {
+        const char* name = it.memberName(&end);
+        seen += static_cast<size_t>(end - name) + FloorConfig(*it);
+      }
+      return seen;
+    }
+    case Json::arrayValue: {
+      size_t seen = 0;
+      for (const Json::Value& element : configuration) seen += FloorConfig(element);
+      return seen;
+    }
+    case Json::stringValue: {
+      const char* text = nullptr;
+      configuration.getString(&text, &end);
+      return static_cast<size_t>(end - text);
+    }
+    case Json::realValue:
+      return configuration.asDouble() != 0 ? 1 : 0;
     default:
-      break;
+      return configuration.asLargestInt() != 0 ? 1 : 0;
   }
-  return seen;
 }
 
 #pragma GCC diagnostic push

@@ -16,7 +16,7 @@ struct FloorPackage {
 FloorPackage FloorEncode(const Workload& workload);
 void FloorDecode(const Workload& workload, Json::Value& document);
 
-// One walk over the configuration that looks at each member once.
+// One walk over the configuration that looks at each member once, at its name and its value.
 size_t FloorConfig(const Json::Value& configuration);
 
 // Parses the text and writes it out again.

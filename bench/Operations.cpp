@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "Floor.h"
 #include "Peer.h"
@@ -29,13 +30,19 @@ void Release(byte* flags, byte* value) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 std::string WriteText(const Json::Value& value) { return Json::FastWriter().write(value); }
+#pragma GCC diagnostic pop
 
+// As a host would that reads many documents: with one reader, without comments.
 Json::Value ReadText(const std::string& text) {
+  static const std::unique_ptr<Json::CharReader> reader = [] {
+    Json::CharReaderBuilder builder;
+    builder["collectComments"] = false;
+    return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+  }();
   Json::Value value;
-  Json::Reader().parse(text.data(), text.data() + text.size(), value);
+  reader->parse(text.data(), text.data() + text.size(), &value, nullptr);
   return value;
 }
-#pragma GCC diagnostic pop
 
 MorvixProtocolPackage_4_0 Unpack(const Workload& workload) {
   MorvixProtocolPackage_4_0 package;

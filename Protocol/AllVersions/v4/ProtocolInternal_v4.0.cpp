@@ -2,8 +2,10 @@
 
 #include <json/reader.h>
 #include <json/writer.h>
+#include <langinfo.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -27,42 +29,14 @@ static constexpr int kLevelInformation = 2;
 // JSON access
 //
 // The one way of reading members out of JSON. Numbers are told apart by how they are stored and by the 32-bit ranges,
-// never by the library's range predicates, whose answers differ between its generations. Members are read in place.
+// never by the library's range predicates, whose answers differ between its generations: what is stored as an integer
+// outside of 32 bits counts as a real. Members are read in place.
 // =====================================================================================================================
 
-enum class JsonKind { kNull, kSigned, kUnsigned, kReal, kText, kBool, kArray, kObject };
-
-static JsonKind KindOf(const Json::Value& value) {
-  switch (value.type()) {
-    case Json::intValue: {
-      const Json::LargestInt number = value.asLargestInt();
-      if (number < INT32_MIN || number > UINT32_MAX) return JsonKind::kReal;
-      return number <= INT32_MAX ? JsonKind::kSigned : JsonKind::kUnsigned;
-    }
-    case Json::uintValue:
-      return value.asLargestUInt() <= UINT32_MAX ? JsonKind::kUnsigned : JsonKind::kReal;
-    case Json::realValue:
-      return JsonKind::kReal;
-    case Json::stringValue:
-      return JsonKind::kText;
-    case Json::booleanValue:
-      return JsonKind::kBool;
-    case Json::arrayValue:
-      return JsonKind::kArray;
-    case Json::objectValue:
-      return JsonKind::kObject;
-    case Json::nullValue:
-      break;
-  }
-  return JsonKind::kNull;
-}
-
-// The member named by the bytes from `key` to `keyEnd`, or null when `object` is no object, lacks the member, or has a
-// JSON null there.
+// The member named by the bytes from `key` to `keyEnd`; null when it is missing or `object` is no object. No reader
+// below takes a JSON null.
 static const Json::Value* FindMember(const Json::Value& object, const char* key, const char* keyEnd) {
-  if (!object.isObject()) return nullptr;
-  const Json::Value* member = object.find(key, keyEnd);
-  return member == nullptr || member->isNull() ? nullptr : member;
+  return object.isObject() ? object.find(key, keyEnd) : nullptr;
 }
 
 static const Json::Value* FindMember(const Json::Value& object, const char* key) {
@@ -73,46 +47,92 @@ static const Json::Value* FindMember(const Json::Value& object, const std::strin
   return FindMember(object, key.data(), key.data() + key.size());
 }
 
-// The text of a text member, up to its first NUL, or null.
-static const char* FindText(const Json::Value& object, const char* key) {
-  const Json::Value* member = FindMember(object, key);
-  return member != nullptr && member->isString() ? member->asCString() : nullptr;
+// Whether two names of the same length are equal. Most are short: two loads that overlap cover up to 16 bytes.
+static inline bool EqualBytes(const char* left, const char* right, size_t length) {
+  if (length < 4 || length > 16) return std::memcmp(left, right, length) == 0;
+  const auto differs = [&](auto word, size_t offset) {
+    auto other = word;
+    std::memcpy(&word, left + offset, sizeof word);
+    std::memcpy(&other, right + offset, sizeof other);
+    return word != other;
+  };
+  if (length < 8) return !differs(uint32_t{0}, 0) && !differs(uint32_t{0}, length - 4);
+  return !differs(uint64_t{0}, 0) && !differs(uint64_t{0}, length - 8);
 }
 
-// The whole text of a text value, NULs included.
-static std::string_view TextOf(const Json::Value& text) {
+// Below, at or above 0 as `left` comes before, is or comes after `right` in byte order. Most are equal.
+static inline int CompareNames(std::string_view left, std::string_view right) {
+  if (left.size() == right.size() && EqualBytes(left.data(), right.data(), left.size())) return 0;
+  return left.compare(right);
+}
+
+// Several members at once, in one walk: `names` are in the byte order in which objects hold their members. What is
+// missing stays as it is in `members`.
+template <size_t count>
+static void FindMembers(const Json::Value& object, const std::string_view (&names)[count],
+                        const Json::Value* (&members)[count]) {
+  size_t next = 0;
+  auto it = object.begin();
+  for (Json::ArrayIndex left = object.size(); left > 0; --left, ++it) {
+    const char* end = nullptr;
+    const char* begin = it.memberName(&end);
+    const std::string_view name(begin, static_cast<size_t>(end - begin));
+    int order = CompareNames(names[next], name);
+    for (; order < 0; order = CompareNames(names[next], name)) {
+      if (++next == count) return;
+    }
+    if (order > 0) continue;  // a member that nobody asked for
+    members[next] = &*it;
+    if (++next == count) return;
+  }
+}
+
+// The whole text of a text value, NULs included; no data when it is none. In the value, a NUL follows the text.
+static inline std::string_view TextOf(const Json::Value& value) {
   const char* begin = nullptr;
   const char* end = nullptr;
-  text.getString(&begin, &end);
+  if (!value.getString(&begin, &end)) return {};
   return {begin, static_cast<size_t>(end - begin)};
 }
 
-// A scan has failed only when it returns 0. At the end of the input it returns a negative mark, which counts as a
-// success that leaves the output as it was: an empty text stands for the caller's preset value.
-static bool ScanConverted(int result) { return result != 0; }
+// A scan has failed only when it converts nothing although there was something to read. At the end of the input its
+// result is negative, which counts as a success that leaves the output as it was: an empty text stands for the caller's
+// preset value.
+template <typename Number, typename Value>
+static bool StoreScanned(int scanned, Number number, Value& value) {
+  if (scanned == 1) value = static_cast<Value>(number);
+  return scanned != 0;
+}
 
 // Numbers out of range saturate at 64 bits and are then cut, on machines with 32-bit longs too.
 template <typename Integer>
 static bool ScanInteger(const char* text, Integer& value) {
-  long long number = value;
-  const bool converted = ScanConverted(std::sscanf(text, "%lli", &number));
-  value = static_cast<Integer>(number);
-  return converted;
+  long long number = 0;
+  const int scanned = std::sscanf(text, "%lli", &number);
+  return StoreScanned(scanned, number, value);
 }
 
-static bool IntegerOf(const Json::Value& member, int32_t& value) {
-  switch (KindOf(member)) {
-    case JsonKind::kText:
+// The readers take a member that is not null and give false for kinds that they do not take.
+
+static inline bool IntegerOf(const Json::Value& member, int32_t& value) {
+  switch (member.type()) {
+    case Json::stringValue:
       return ScanInteger(member.asCString(), value);
-    case JsonKind::kBool:
+    case Json::booleanValue:
       value = member.asBool() ? 1 : 0;
       return true;
-    case JsonKind::kSigned:
-      value = member.asInt();
+    case Json::intValue: {
+      const Json::LargestInt number = member.asLargestInt();
+      if (number < INT32_MIN || number > UINT32_MAX) return false;
+      value = static_cast<int32_t>(number);  // unsigned ones wrap, on purpose
       return true;
-    case JsonKind::kUnsigned:
-      value = static_cast<int32_t>(member.asUInt());  // wraps on purpose
+    }
+    case Json::uintValue: {
+      const Json::LargestUInt number = member.asLargestUInt();
+      if (number > UINT32_MAX) return false;
+      value = static_cast<int32_t>(number);
       return true;
+    }
     default:
       return false;
   }
@@ -149,58 +169,84 @@ static bool Integer64Of(const Json::Value& member, int64_t& value) {
   return true;
 }
 
-static bool DoubleOf(const Json::Value& member, double& value) {
-  if (member.isString()) return ScanConverted(std::sscanf(member.asCString(), "%lf", &value));
-  const JsonKind kind = KindOf(member);
-  if (kind != JsonKind::kReal && kind != JsonKind::kSigned && kind != JsonKind::kUnsigned) return false;
-  value = member.asDouble();
-  return true;
-}
-
-bool ProtocolGetAttrInteger_4_0(const Json::Value& attr, const char* strKey, int32_t& value) {
-  const Json::Value* member = FindMember(attr, strKey);
-  return member != nullptr && IntegerOf(*member, value);
-}
-
-bool ProtocolGetAttrInteger64_4_0(const Json::Value& attr, const char* strKey, int64_t& value) {
-  const Json::Value* member = FindMember(attr, strKey);
-  return member != nullptr && Integer64Of(*member, value);
-}
-
-bool ProtocolGetAttrHex_4_0(const Json::Value& attr, const char* strKey, dword& value) {
-  const Json::Value* member = FindMember(attr, strKey);
-  if (member == nullptr) return false;
-  switch (KindOf(*member)) {
-    case JsonKind::kText: {
-      unsigned long long number = value;
-      const bool converted = ScanConverted(std::sscanf(member->asCString(), "0x%llX", &number));
-      value = static_cast<dword>(number);
-      return converted;
+// Small numbers are signed in any text, so the plain numbers that get through come from 2147483648 upward.
+static bool HexOf(const Json::Value& member, dword& value) {
+  switch (member.type()) {
+    case Json::stringValue: {
+      unsigned long long number = 0;
+      const int scanned = std::sscanf(member.asCString(), "0x%llX", &number);
+      return StoreScanned(scanned, number, value);
     }
-    case JsonKind::kUnsigned:
-      value = member->asUInt();
+    case Json::intValue: {
+      const Json::LargestInt number = member.asLargestInt();
+      if (number <= INT32_MAX || number > UINT32_MAX) return false;
+      value = static_cast<dword>(number);
+      return true;
+    }
+    case Json::uintValue: {
+      const Json::LargestUInt number = member.asLargestUInt();
+      if (number > UINT32_MAX) return false;
+      value = static_cast<dword>(number);
+      return true;
+    }
+    default:
+      return false;
+  }
+}
+
+static inline bool DoubleOf(const Json::Value& member, double& value) {
+  switch (member.type()) {
+    case Json::stringValue:
+      return std::sscanf(member.asCString(), "%lf", &value) != 0;
+    case Json::intValue:
+    case Json::uintValue:
+    case Json::realValue:
+      value = member.asDouble();
       return true;
     default:
       return false;
   }
 }
 
+// `Text` is a std::string, or a std::string_view into the document.
+template <typename Text>
+static inline bool StringOf(const Json::Value& member, Text& value) {
+  const std::string_view text = TextOf(member);
+  if (text.data() == nullptr) return false;
+  value = text;
+  return true;
+}
+
+// A member that is missing is a null pointer.
+template <typename Value>
+static bool ReadMember(const Json::Value* member, bool (*read)(const Json::Value&, Value&), Value& value) {
+  return member != nullptr && read(*member, value);
+}
+
+bool ProtocolGetAttrInteger_4_0(const Json::Value& attr, const char* strKey, int32_t& value) {
+  return ReadMember(FindMember(attr, strKey), IntegerOf, value);
+}
+
+bool ProtocolGetAttrInteger64_4_0(const Json::Value& attr, const char* strKey, int64_t& value) {
+  return ReadMember(FindMember(attr, strKey), Integer64Of, value);
+}
+
+bool ProtocolGetAttrHex_4_0(const Json::Value& attr, const char* strKey, dword& value) {
+  return ReadMember(FindMember(attr, strKey), HexOf, value);
+}
+
 bool ProtocolGetAttrDouble_4_0(const Json::Value& attr, const char* strKey, double& value) {
-  const Json::Value* member = FindMember(attr, strKey);
-  return member != nullptr && DoubleOf(*member, value);
+  return ReadMember(FindMember(attr, strKey), DoubleOf, value);
 }
 
 bool ProtocolGetAttrString_4_0(const Json::Value& attr, const char* strKey, std::string& value) {
-  const Json::Value* member = FindMember(attr, strKey);
-  if (member == nullptr || !member->isString()) return false;
-  value = TextOf(*member);
-  return true;
+  return ReadMember(FindMember(attr, strKey), StringOf<std::string>, value);
 }
 
 bool ProtocolGetAttrObject_4_0(const Json::Value& attr, const char* strKey, Json::Value& value) {
   if (!attr.isObject()) return false;
   const Json::Value* member = FindMember(attr, strKey);
-  // The output loses what it held whatever the member is. The assignment copies first, so it may hold the member.
+  // The output loses what it held whatever the member is. It may be `attr` itself: the assignment copies first.
   value = member == nullptr ? Json::Value::nullSingleton() : *member;
   return value.isObject();
 }
@@ -244,17 +290,26 @@ struct KeywordMeaning {
   Value value;
 };
 
-// Keywords match without regard to case. Of longer texts only the first 32 characters count, so they match nothing.
+template <typename Value, size_t count>
+static const KeywordMeaning<Value>* FindExactKeyword(const char* text, const KeywordMeaning<Value> (&meanings)[count]) {
+  for (const KeywordMeaning<Value>& meaning : meanings) {
+    if (*text == *meaning.keyword && std::strcmp(text, meaning.keyword) == 0) return &meaning;
+  }
+  return nullptr;
+}
+
+// Keywords match without regard to case; nearly all come in lower case as it is. Of longer texts only the first 32
+// characters count, so they match nothing.
 template <typename Value, size_t count>
 static Value FindKeyword(const char* text, const KeywordMeaning<Value> (&meanings)[count], Value unknown) {
   constexpr size_t kMaxKeywordLength = 32;
-  char keyword[kMaxKeywordLength + 1] = {};
-  std::strncpy(keyword, text, kMaxKeywordLength);
-  strlwr(keyword);
-  for (const KeywordMeaning<Value>& meaning : meanings) {
-    if (std::strcmp(keyword, meaning.keyword) == 0) return meaning.value;
+  const KeywordMeaning<Value>* meaning = FindExactKeyword(text, meanings);
+  if (meaning == nullptr) {
+    char keyword[kMaxKeywordLength + 1] = {};
+    std::strncpy(keyword, text, kMaxKeywordLength);
+    meaning = FindExactKeyword(strlwr(keyword), meanings);
   }
-  return unknown;
+  return meaning == nullptr ? unknown : meaning->value;
 }
 
 static MorvixProtocolType_4_0 ProtocolGetType_4_0(const char* type) {
@@ -286,10 +341,28 @@ static MorvixProtocolUnit_4_0 ProtocolGetUnit_4_0(const char* type) {
   return FindKeyword(type, kMeanings, MorvixProtocolUnitUnknown_4_0);
 }
 
+// The parser fills records, which own their texts, for callers who keep them; and views, whose texts belong to the
+// configuration, for the one-call operations. Both have the same field names, and the codec works on either.
+struct AttributeView {
+  struct ItemCount {
+    size_t count = 0;
+    size_t size() const { return count; }
+  };
+  int32_t id = 0;
+  std::string_view name;
+  std::string_view display_name;
+  std::string_view desc;
+  MorvixProtocolType_4_0 type = MorvixProtocolTypeUnknown_4_0;
+  MorvixProtocolDataType_4_0 data_type = MorvixProtocolDataTypeUnknown_4_0;
+  MorvixProtocolPosition_4_0 position;
+  MorvixProtocolUIntSpec_4_0 uint_spec;
+  ItemCount enumList;
+};
+
 // Gives the attributes from `start` to `end` inclusive, clamped to the list, the byte length of their bit group. The
 // length comes from the last attribute of the whole list only, so a configuration lists a group's highest bits last.
-static void CalculateAttributesGroupByteSizeWithRange(std::vector<MorvixProtocolAttribute_4_0>& attributes,
-                                                      size_t start, size_t end) {
+template <typename Attribute = MorvixProtocolAttribute_4_0>
+static void CalculateAttributesGroupByteSizeWithRange(std::vector<Attribute>& attributes, size_t start, size_t end) {
   if (attributes.empty() || !IsBitPacked(attributes.back().data_type)) return;
   const MorvixProtocolPosition_4_0& last = attributes.back().position;
   // The sum wraps in 32 bits.
@@ -308,8 +381,8 @@ struct BitGroupRun {
 // To be called before `next` is appended to `attributes`. Anything but one more bit-packed attribute of the same group
 // ends the run. Behind an attribute that is not bit-packed the run's end lies one index too far, which the clamp of the
 // sizing makes harmless.
-static void AdvanceBitGroup(std::vector<MorvixProtocolAttribute_4_0>& attributes,
-                            const MorvixProtocolAttribute_4_0& next, BitGroupRun& run) {
+template <typename Attribute>
+static void AdvanceBitGroup(std::vector<Attribute>& attributes, const Attribute& next, BitGroupRun& run) {
   const bool isExpectedType = IsBitPacked(next.data_type);
   if (run.currentType == next.type && isExpectedType) {
     ++run.groupMax;
@@ -320,82 +393,168 @@ static void AdvanceBitGroup(std::vector<MorvixProtocolAttribute_4_0>& attributes
   run.currentType = next.type;
 }
 
-// The scaling and item list last seen in the walk over the attributes; null where there is none. Attributes that bring
-// none of their own inherit them, whatever their data type. Product configurations rely on it.
+// The scaling and items that were fetched last in the walk over the attributes. Only the data types that own them fetch
+// them, and every later attribute inherits them; that decides which attributes are skipped, and is intended.
+template <typename Items>
 struct CarriedMembers {
-  const Json::Value* uintSpec = nullptr;
-  const Json::Value* enumItems = nullptr;
+  const Json::Value* uintSpecMember = nullptr;  // null where there is none
+  bool isUIntSpecRead = false;                  // the two below hold what the member says
+  MorvixProtocolUIntSpec_4_0 uintSpec;
+  const char* invalidUIntSpecKey = nullptr;
+  Items enumList;
 };
 
 // The readers of an attribute's parts return the key at fault, or null.
 
-static const char* ReadIdentity(const Json::Value& attr, MorvixProtocolAttribute_4_0& attribute) {
-  if (!attr.isObject()) return "attr";
-  if (!ProtocolGetAttrInteger_4_0(attr, "id", attribute.id)) return "id";
-  if (!ProtocolGetAttrString_4_0(attr, "name", attribute.name)) return "name";
-  if (!ProtocolGetAttrString_4_0(attr, "display_name", attribute.display_name)) return "display_name";
-  if (!ProtocolGetAttrString_4_0(attr, "desc", attribute.desc)) return "desc";
-  const char* type = FindText(attr, "type");
-  if (type == nullptr) return "type";
-  const char* dataType = FindText(attr, "data_type");
-  if (dataType == nullptr) return "data_type";
-  attribute.type = ProtocolGetType_4_0(type);
-  attribute.data_type = GetDataType_4_0(dataType);
+enum AttributeMember { kDataType, kDesc, kDisplayName, kEnum, kId, kName, kPosition, kType, kUIntSpec, kAttributeSize };
+static constexpr std::string_view kAttributeMembers[] = {"data_type", "desc",     "display_name", "enum",     "id",
+                                                         "name",      "position", "type",         "uint_spec"};
+using AttributeMembers = const Json::Value* [kAttributeSize];
+
+template <typename Attribute>
+static const char* ReadIdentity(const AttributeMembers& members, Attribute& attribute) {
+  if (!ReadMember(members[kId], IntegerOf, attribute.id)) return "id";
+  if (!ReadMember(members[kName], StringOf, attribute.name)) return "name";
+  if (!ReadMember(members[kDisplayName], StringOf, attribute.display_name)) return "display_name";
+  if (!ReadMember(members[kDesc], StringOf, attribute.desc)) return "desc";
+  std::string_view type;
+  if (!ReadMember(members[kType], StringOf, type)) return "type";
+  std::string_view dataType;
+  if (!ReadMember(members[kDataType], StringOf, dataType)) return "data_type";
+  attribute.type = ProtocolGetType_4_0(type.data());
   if (attribute.type == MorvixProtocolTypeUnknown_4_0) return "type";
+  attribute.data_type = GetDataType_4_0(dataType.data());
   if (attribute.data_type == MorvixProtocolDataTypeUnknown_4_0) return "data_type";
   return nullptr;
 }
 
 static const char* ReadPosition(const Json::Value& json, MorvixProtocolPosition_4_0& position) {
-  if (!ProtocolGetAttrInteger_4_0(json, "byte_offset", position.byte_offset)) return "byte_offset";
-  if (!ProtocolGetAttrInteger_4_0(json, "bit_offset", position.bit_offset)) return "bit_offset";
-  const char* unit = FindText(json, "unit");
-  if (unit == nullptr) return "unit";
-  if (!ProtocolGetAttrInteger_4_0(json, "len", position.len)) return "len";
-  position.unit = ProtocolGetUnit_4_0(unit);
+  enum { kBitOffset, kByteOffset, kLen, kUnit, kSize };
+  static constexpr std::string_view kNames[] = {"bit_offset", "byte_offset", "len", "unit"};
+  const Json::Value* members[kSize] = {};
+  FindMembers(json, kNames, members);
+  if (!ReadMember(members[kByteOffset], IntegerOf, position.byte_offset)) return "byte_offset";
+  if (!ReadMember(members[kBitOffset], IntegerOf, position.bit_offset)) return "bit_offset";
+  std::string_view unit;
+  if (!ReadMember(members[kUnit], StringOf, unit)) return "unit";
+  if (!ReadMember(members[kLen], IntegerOf, position.len)) return "len";
+  position.unit = ProtocolGetUnit_4_0(unit.data());
   return position.unit == MorvixProtocolUnitUnknown_4_0 ? "position.unit" : nullptr;
 }
 
 static const char* ReadUIntSpec(const Json::Value& json, MorvixProtocolUIntSpec_4_0& uintSpec) {
-  if (!ProtocolGetAttrInteger64_4_0(json, "min", uintSpec.min)) return "min";
-  if (!ProtocolGetAttrInteger64_4_0(json, "max", uintSpec.max)) return "max";
+  enum { kAddition, kMax, kMin, kRatio, kSize };
+  static constexpr std::string_view kNames[] = {"addition", "max", "min", "ratio"};
+  const Json::Value* members[kSize] = {};
+  if (json.isObject()) FindMembers(json, kNames, members);
+  if (!ReadMember(members[kMin], Integer64Of, uintSpec.min)) return "min";
+  if (!ReadMember(members[kMax], Integer64Of, uintSpec.max)) return "max";
   uintSpec.step = 1;
-  if (!ProtocolGetAttrDouble_4_0(json, "ratio", uintSpec.ratio)) return "ratio";
-  if (!ProtocolGetAttrDouble_4_0(json, "addition", uintSpec.addition)) return "addition";
+  if (!ReadMember(members[kRatio], DoubleOf, uintSpec.ratio)) return "ratio";
+  if (!ReadMember(members[kAddition], DoubleOf, uintSpec.addition)) return "addition";
   return nullptr;
 }
 
 // Elements that are no text are left out, so the indices of later items shift.
-static void ReadEnumItems(const Json::Value& json, std::vector<std::string>& items) {
-  items.reserve(json.size());
-  for (const Json::Value& item : json) {
-    if (item.isString()) items.emplace_back(TextOf(item));
-  }
+
+static void AppendEnumItem(const Json::Value& item, std::vector<std::string>& items) {
+  items.emplace_back(TextOf(item));
 }
 
-// What follows the identity, for an attribute of a selected group. A fault leaves in `carried` what was fetched before.
-static const char* ReadEncoding(const Json::Value& attr, CarriedMembers& carried,
-                                MorvixProtocolAttribute_4_0& attribute) {
-  const Json::Value* position = FindMember(attr, "position");
-  if (position == nullptr || !position->isObject()) return "position";
-  if (ProtocolDataTypeIsUInt(attribute.data_type)) {
-    carried.uintSpec = FindMember(attr, "uint_spec");
-    if (carried.uintSpec == nullptr || !carried.uintSpec->isObject()) return "uint_spec";
+static void AppendEnumItem(const Json::Value&, AttributeView::ItemCount& items) { ++items.count; }
+
+template <typename Items>
+static Items ReadEnumItems(const Json::Value& json) {
+  Items items;
+  for (const Json::Value& item : json) {
+    if (item.isString()) AppendEnumItem(item, items);
   }
-  if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) {
-    carried.enumItems = FindMember(attr, "enum");
-    if (carried.enumItems == nullptr || !carried.enumItems->isArray() || carried.enumItems->empty()) {
-      carried.enumItems = nullptr;
-      return "enum";
-    }
+  return items;
+}
+
+// Fetches the scaling or the items that an attribute of this data type has to bring. On failure the walk carries on
+// with what was fetched, usable or not, and without items.
+template <typename Items>
+static const char* FetchCarriedMembers(const AttributeMembers& members, MorvixProtocolDataType_4_0 dataType,
+                                       CarriedMembers<Items>& carried) {
+  if (ProtocolDataTypeIsUInt(dataType)) {
+    const Json::Value* uintSpec = members[kUIntSpec];
+    carried.uintSpecMember = uintSpec == nullptr || uintSpec->isNull() ? nullptr : uintSpec;
+    carried.isUIntSpecRead = false;
+    if (uintSpec == nullptr || !uintSpec->isObject()) return "uint_spec";
   }
-  if (const char* invalidKey = ReadPosition(*position, attribute.position)) return invalidKey;
-  if (carried.uintSpec != nullptr) {
-    if (const char* invalidKey = ReadUIntSpec(*carried.uintSpec, attribute.uint_spec)) return invalidKey;
+  if (dataType == MorvixProtocolDataTypeEnum_4_0) {
+    const Json::Value* items = members[kEnum];
+    const bool isUsable = items != nullptr && items->isArray() && !items->empty();
+    carried.enumList = isUsable ? ReadEnumItems<Items>(*items) : Items();
+    if (!isUsable) return "enum";
   }
-  if (carried.enumItems != nullptr) ReadEnumItems(*carried.enumItems, attribute.enumList);
   return nullptr;
 }
+
+// The carried scaling is read at its first use, since an attribute with an unusable position does not look at it.
+template <typename Items>
+static const char* InheritUIntSpec(CarriedMembers<Items>& carried, MorvixProtocolUIntSpec_4_0& uintSpec) {
+  if (carried.uintSpecMember == nullptr) return nullptr;
+  if (!carried.isUIntSpecRead) {
+    carried.uintSpec = MorvixProtocolUIntSpec_4_0();
+    carried.invalidUIntSpecKey = ReadUIntSpec(*carried.uintSpecMember, carried.uintSpec);
+    carried.isUIntSpecRead = true;
+  }
+  uintSpec = carried.uintSpec;
+  return carried.invalidUIntSpecKey;
+}
+
+// What follows the identity, for an attribute of a selected group.
+template <typename Attribute, typename Items>
+static const char* ReadEncoding(const AttributeMembers& members, CarriedMembers<Items>& carried, Attribute& attribute) {
+  const Json::Value* position = members[kPosition];
+  if (position == nullptr || !position->isObject()) return "position";
+  if (const char* invalidKey = FetchCarriedMembers(members, attribute.data_type, carried)) return invalidKey;
+  if (const char* invalidKey = ReadPosition(*position, attribute.position)) return invalidKey;
+  if (const char* invalidKey = InheritUIntSpec(carried, attribute.uint_spec)) return invalidKey;
+  attribute.enumList = carried.enumList;
+  return nullptr;
+}
+
+// Room for most entities; an array that leaves elements out may claim any number.
+static constexpr size_t kFirstAttributes = 64;
+
+// The walk over the attributes of an entity, which gathers the usable ones of the selected groups.
+template <typename Attribute>
+class AttributeWalk {
+ public:
+  AttributeWalk(int matchTypes, std::vector<Attribute>& attributes)
+      : matchTypes_(static_cast<uint32_t>(matchTypes)), attributes_(attributes) {}
+
+  void Visit(const Json::Value& attr) {
+    Attribute attribute;
+    const char* invalidKey = "attr";
+    if (attr.isObject()) {
+      AttributeMembers members = {};
+      FindMembers(attr, kAttributeMembers, members);
+      invalidKey = ReadIdentity(members, attribute);
+      if (invalidKey == nullptr) {
+        if ((attribute.type & matchTypes_) == 0) return;
+        invalidKey = ReadEncoding(members, carried_, attribute);
+      }
+    }
+    if (invalidKey != nullptr) {
+      logMsgEx(kLevelWarning, "FilterConfigType", "Warning: '%s' is invalid, skip.", invalidKey);
+      return;
+    }
+    AdvanceBitGroup(attributes_, attribute, run_);
+    attributes_.push_back(std::move(attribute));
+  }
+
+  void Finish() { CalculateAttributesGroupByteSizeWithRange(attributes_, run_.groupMin, run_.groupMax); }
+
+ private:
+  const uint32_t matchTypes_;
+  std::vector<Attribute>& attributes_;
+  CarriedMembers<decltype(Attribute::enumList)> carried_;
+  BitGroupRun run_;
+};
 
 // Reports the fault of an entity; always false.
 static bool RefuseEntity(const char* warning) {
@@ -419,32 +578,23 @@ static bool GetEntityInfo(const Json::Value& entity, MorvixProtocolEntity_4_0& e
   return true;
 }
 
-static bool FilterConfigType(const Json::Value& entity, int matchTypes,
-                             std::vector<MorvixProtocolAttribute_4_0>& attributes,
+template <typename Attribute = MorvixProtocolAttribute_4_0>
+static bool FilterConfigType(const Json::Value& entity, int matchTypes, std::vector<Attribute>& attributes,
                              MorvixProtocolEntity_4_0& entityInfo) {
   if (!GetEntityInfo(entity, entityInfo)) return false;
   logMsg(kLevelInformation, "Filter entity: id='%i' name='%s' display_name='%s'", entityInfo.id,
          entityInfo.name.c_str(), entityInfo.display_name.c_str());
 
-  CarriedMembers carried;
-  BitGroupRun run;
+  AttributeWalk<Attribute> walk(matchTypes, attributes);
   const Json::Value& attrs = entity["attrs"];
-  for (Json::ArrayIndex i = 0; i < attrs.size(); ++i) {
-    const Json::Value& attr = attrs[i];
-    MorvixProtocolAttribute_4_0 attribute;
-    const char* invalidKey = ReadIdentity(attr, attribute);
-    if (invalidKey == nullptr) {
-      if ((attribute.type & static_cast<uint32_t>(matchTypes)) == 0) continue;
-      invalidKey = ReadEncoding(attr, carried, attribute);
-    }
-    if (invalidKey != nullptr) {
-      logMsgEx(kLevelWarning, "FilterConfigType", "Warning: '%s' is invalid, skip.", invalidKey);
-      continue;
-    }
-    AdvanceBitGroup(attributes, attribute, run);
-    attributes.push_back(std::move(attribute));
+  attributes.reserve(attributes.size() + std::min<size_t>(attrs.size(), kFirstAttributes));
+  if (attrs.end() - attrs.begin() == static_cast<ptrdiff_t>(attrs.size())) {
+    for (const Json::Value& attr : attrs) walk.Visit(attr);
+  } else {
+    // An array may leave elements out; they count as nulls.
+    for (Json::ArrayIndex i = 0; i < attrs.size(); ++i) walk.Visit(attrs[i]);
   }
-  CalculateAttributesGroupByteSizeWithRange(attributes, run.groupMin, run.groupMax);
+  walk.Finish();
   return true;
 }
 
@@ -466,7 +616,7 @@ bool ProtocolParseEntity_4_0(const Json::Value& entity, int matchTypes,
 static constexpr size_t kWordBits = 64;
 static constexpr size_t kWordBytes = 8;
 
-// The lowest `length` bits: none at or below 0, all at or above 64.
+// The lowest `length` bits, all of them from 64 on.
 static uint64_t Mask(size_t length) { return length >= kWordBits ? ~uint64_t{0} : (uint64_t{1} << length) - 1; }
 
 static uint64_t ShiftLeft(uint64_t u, size_t bits) { return bits < kWordBits ? u << bits : 0; }
@@ -476,8 +626,8 @@ static uint64_t ShiftRight(uint64_t u, size_t bits) { return bits < kWordBits ? 
 static uint64_t SignExtend(int32_t value) { return static_cast<uint64_t>(int64_t{value}); }
 
 static byte* OffsetBytePosition(byte* data, uint64_t length, uint64_t byteOffset, uint64_t byteLength) {
-  const bool isInside = byteOffset < length && byteLength <= length && length != 0 && byteLength != 0 &&
-                        byteOffset + byteLength <= length;
+  const bool isInside =
+      byteOffset < length && byteLength <= length && byteLength != 0 && byteOffset + byteLength <= length;
   return isInside ? data + byteOffset : nullptr;
 }
 
@@ -489,14 +639,15 @@ static byte* OffsetBitPosition(byte* data, uint64_t length, uint64_t bitOffset, 
   const uint64_t endsInsideByte = end % 8 != 0 ? 1 : 0;
   const uint64_t spannedBytes = (bitOffset % 8 + bitLength) / 8 + endsInsideByte;
   byteLength = static_cast<size_t>(spannedBytes);
-  const bool isInside = startByte < length && spannedBytes <= length && length != 0 && spannedBytes != 0 &&
-                        end / 8 + endsInsideByte <= length;
+  const bool isInside =
+      startByte < length && spannedBytes <= length && spannedBytes != 0 && end / 8 + endsInsideByte <= length;
   return isInside ? data + startByte : nullptr;
 }
 
 // The first byte of the field and the number of bytes it touches, or null. A bit field may reach into the bytes before
 // its group; only its lowest bit has to lie inside.
-static byte* OffsetPosition(byte* data, size_t dataLen, MorvixProtocolPosition_4_0 position, size_t& byteLength) {
+static inline byte* OffsetPosition(byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
+                                   size_t& byteLength) {
   const uint64_t byteOffset = SignExtend(position.byte_offset);
   const uint64_t len = SignExtend(position.len);
   if (position.unit == MorvixProtocolUnitByte_4_0) {
@@ -510,7 +661,7 @@ static byte* OffsetPosition(byte* data, size_t dataLen, MorvixProtocolPosition_4
   return OffsetBitPosition(data, dataLen, byteOffset * 8 + groupBits - bitOffset - len, len, byteLength);
 }
 
-// Keeps the field's bits, in place, and clears all others.
+// Keeps the field's bits, in place, and clears all others. A length below 0 is none.
 static void FixIntegerInBitRange(uint64_t& u, int32_t start, int32_t length) {
   const auto shift = static_cast<size_t>(start);
   u = ShiftLeft(ShiftRight(u, shift) & Mask(static_cast<size_t>(std::max(length, 0))), shift);
@@ -608,10 +759,11 @@ static bool EncodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double rat
   if (!IsUsableRange(min, max, step)) return false;
   const double raw = (y - addition) / ratio;
   if (raw > kMaxRawValue || raw < 0) return false;
-  double whole = 0;
-  const double fraction = std::modf(raw, &whole);
-  if (fraction > 0.5) whole += 1;  // an exact half rounds down, on purpose
-  x = std::isnan(whole) ? 0 : static_cast<uint64_t>(whole);
+  x = 0;
+  if (!std::isnan(raw)) {
+    x = static_cast<uint64_t>(raw);
+    if (raw - static_cast<double>(x) > 0.5) ++x;  // an exact half rounds down, on purpose
+  }
   return IsOnStepGrid(min, max, step, x);
 }
 
@@ -632,8 +784,9 @@ static bool DecodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double rat
 
 static constexpr size_t kMaxBinaryBytes = 65535;
 
-static const byte* OffsetPositionForReading(const byte* data, size_t dataLen,
-                                            const MorvixProtocolPosition_4_0& position, size_t& byteLength) {
+// Reading locates a field as writing does; what is found is only read.
+static const byte* OffsetPosition(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
+                                  size_t& byteLength) {
   return OffsetPosition(const_cast<byte*>(data), dataLen, position, byteLength);
 }
 
@@ -641,24 +794,25 @@ static bool IsSingleBit(const MorvixProtocolPosition_4_0& position) {
   return position.unit == MorvixProtocolUnitBit_4_0 && position.len == 1;
 }
 
-// A field's shift inside its last byte. Negative for a negative offset, which as a size is no bit range.
+// A field's shift inside its last byte. Below 0 for most negative offsets, which as a size makes no bit range.
 static size_t ShiftInByte(const MorvixProtocolPosition_4_0& position) {
   return static_cast<size_t>(position.bit_offset % 8);
 }
 
 // The field of a binary, or null: whole bytes, 1 to kMaxBinaryBytes of them.
-static byte* OffsetBinaryPosition(byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
+template <typename Byte>
+static Byte* OffsetBinaryPosition(Byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                                   size_t& byteLength) {
   if (position.unit != MorvixProtocolUnitByte_4_0) return nullptr;
-  byte* field = OffsetPosition(data, dataLen, position, byteLength);
+  Byte* field = OffsetPosition(data, dataLen, position, byteLength);
   return byteLength <= kMaxBinaryBytes ? field : nullptr;
 }
 
-static bool WriteBoolValue(byte* data, size_t& dataLen, const MorvixProtocolPosition_4_0& position, bool value) {
+static inline bool WriteBoolValue(byte* data, size_t& dataLen, const MorvixProtocolPosition_4_0& position, bool value) {
   if (!IsSingleBit(position)) return false;
   size_t byteLength = 0;
   byte* field = OffsetPosition(data, dataLen, position, byteLength);
-  if (field == nullptr || byteLength != 1) return false;
+  if (field == nullptr) return false;  // one bit never spans more than one byte
   dataLen = byteLength;
   uint64_t bits = *field;
   EncodeBit(value ? 1 : 0, ShiftInByte(position), 1, bits);
@@ -691,8 +845,8 @@ static bool WriteBinaryValue(byte* data, size_t& dataLen, const MorvixProtocolPo
 static bool ReadBoolValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position, bool& value) {
   if (!IsSingleBit(position)) return false;
   size_t byteLength = 0;
-  const byte* field = OffsetPositionForReading(data, dataLen, position, byteLength);
-  if (field == nullptr || byteLength != 1) return false;
+  const byte* field = OffsetPosition(data, dataLen, position, byteLength);
+  if (field == nullptr) return false;
   uint64_t bit = 0;
   DecodeBit(*field, ShiftInByte(position), 1, bit);
   value = bit != 0;
@@ -703,7 +857,7 @@ static bool ReadBoolValue(const byte* data, size_t dataLen, const MorvixProtocol
 static bool ReadUIntValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                           uint64_t& value) {
   size_t byteLength = 0;
-  const byte* field = OffsetPositionForReading(data, dataLen, position, byteLength);
+  const byte* field = OffsetPosition(data, dataLen, position, byteLength);
   if (field == nullptr || byteLength > kWordBytes) return false;
   if (position.unit == MorvixProtocolUnitByte_4_0) return DecodeUInt(field, byteLength, byteLength, value);
   uint64_t u = 0;
@@ -716,7 +870,7 @@ static bool ReadUIntValue(const byte* data, size_t dataLen, const MorvixProtocol
 static bool ReadBinaryValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                             std::string& value) {
   size_t byteLength = 0;
-  const byte* field = OffsetBinaryPosition(const_cast<byte*>(data), dataLen, position, byteLength);
+  const byte* field = OffsetBinaryPosition(data, dataLen, position, byteLength);
   if (field == nullptr) return false;
   value.resize(2 * byteLength + 10);
   const auto capacity = static_cast<uint32_t>(2 * byteLength + 9);
@@ -792,13 +946,15 @@ size_t ProtocolPackPackage_4_0(MorvixProtocolPackage_4_0 package, byte* buffer, 
   return sizeRequired + sizeSubDid;
 }
 
+static bool IsResponse(MorvixProtocolCommand_4_0 command) {
+  return command == MorvixProtocolCommandReadResp_4_0 || command == MorvixProtocolCommandNotifyResp_4_0;
+}
+
 bool ProtocolUnpackPackage_4_0(const byte* data, size_t dataLen, MorvixProtocolPackage_4_0& package) {
   if (data == nullptr || dataLen < kMinReceivedBytes) return false;
   package = MorvixProtocolPackage_4_0();
   package.cmd = static_cast<MorvixProtocolCommand_4_0>(data[0]);
-  if (package.cmd != MorvixProtocolCommandReadResp_4_0 && package.cmd != MorvixProtocolCommandNotifyResp_4_0) {
-    return false;
-  }
+  if (!IsResponse(package.cmd)) return false;
   package.sizeValue = dataLen - 1;
   if (package.sizeValue > kMaxPayloadBytes) return false;
   package.value = static_cast<byte*>(std::malloc(package.sizeValue));
@@ -822,20 +978,20 @@ static const Json::Value* FindEntity(const Json::Value& result, const std::strin
   return entity != nullptr && entity->isObject() ? entity : nullptr;
 }
 
-// The values of one attribute; an entity that is null has none.
+// The value of one attribute. `values` are those of its entity, null when there are none; the look-up ends at a NUL in
+// the name.
 
-static const Json::Value* FindValue(const Json::Value* entity, const std::string& attributeName) {
-  return entity == nullptr ? nullptr : FindMember(*entity, attributeName.c_str());
+static const Json::Value* FindValue(const Json::Value* values, const char* attributeName) {
+  return values == nullptr ? nullptr : values->find(attributeName, attributeName + std::strlen(attributeName));
 }
 
-static bool ReadInteger(const Json::Value* entity, const std::string& attributeName, uint64_t& value) {
-  const Json::Value* member = FindValue(entity, attributeName);
+static bool ReadInteger(const Json::Value* values, const char* attributeName, uint64_t& value) {
+  const Json::Value* member = FindValue(values, attributeName);
   if (member == nullptr) return false;
   if (member->isString()) {
-    unsigned long long number = value;
-    const bool converted = ScanConverted(std::sscanf(member->asCString(), "%llu", &number));
-    value = number;
-    return converted;
+    unsigned long long number = 0;
+    const int scanned = std::sscanf(member->asCString(), "%llu", &number);
+    return StoreScanned(scanned, number, value);
   }
   int32_t number = 0;
   if (!IntegerOf(*member, number)) return false;
@@ -843,19 +999,16 @@ static bool ReadInteger(const Json::Value* entity, const std::string& attributeN
   return true;
 }
 
-static bool ReadText(const Json::Value* entity, const std::string& attributeName, std::string_view& value) {
-  const Json::Value* member = FindValue(entity, attributeName);
-  if (member == nullptr || !member->isString()) return false;
-  value = TextOf(*member);
-  return true;
+template <typename Text>
+static bool ReadText(const Json::Value* values, const char* attributeName, Text& value) {
+  return ReadMember(FindValue(values, attributeName), StringOf, value);
 }
 
-static bool ReadDouble(const Json::Value* entity, const std::string& attributeName, double& value) {
-  const Json::Value* member = FindValue(entity, attributeName);
-  return member != nullptr && DoubleOf(*member, value);
+static bool ReadDouble(const Json::Value* values, const char* attributeName, double& value) {
+  return ReadMember(FindValue(values, attributeName), DoubleOf, value);
 }
 
-// The same by entity name, for a caller with a single value to read; GetEntityValue gives a copy.
+// The same operations by entity name. The encoder itself looks its entity up once and reads in place.
 
 [[maybe_unused]] static bool GetEntityValue(const Json::Value& result, const std::string& entityName,
                                             Json::Value& entity) {
@@ -867,27 +1020,25 @@ static bool ReadDouble(const Json::Value* entity, const std::string& attributeNa
 
 [[maybe_unused]] static bool GetIntegerValue(const Json::Value& result, const std::string& entityName,
                                              const std::string& attributeName, uint64_t& value) {
-  return ReadInteger(FindEntity(result, entityName), attributeName, value);
+  return ReadInteger(FindEntity(result, entityName), attributeName.c_str(), value);
 }
 
 [[maybe_unused]] static bool GetStringValue(const Json::Value& result, const std::string& entityName,
                                             const std::string& attributeName, std::string& value) {
-  std::string_view text;
-  if (!ReadText(FindEntity(result, entityName), attributeName, text)) return false;
-  value = text;
-  return true;
+  return ReadText(FindEntity(result, entityName), attributeName.c_str(), value);
 }
 
 [[maybe_unused]] static bool GetDoubleValue(const Json::Value& result, const std::string& entityName,
                                             const std::string& attributeName, double& value) {
-  return ReadDouble(FindEntity(result, entityName), attributeName, value);
+  return ReadDouble(FindEntity(result, entityName), attributeName.c_str(), value);
 }
 
 // The end of the furthest-reaching attribute. Gaps and overlaps are the configuration's affair; what ends at or before
 // 0 adds nothing.
-static size_t EncodeCalculateBytes(const std::vector<MorvixProtocolAttribute_4_0>& attributes) {
+template <typename Attribute = MorvixProtocolAttribute_4_0>
+static size_t EncodeCalculateBytes(const std::vector<Attribute>& attributes) {
   int64_t encodeSize = 0;
-  for (const MorvixProtocolAttribute_4_0& attribute : attributes) {
+  for (const Attribute& attribute : attributes) {
     const MorvixProtocolPosition_4_0& position = attribute.position;
     int64_t byteLength = position.len;
     if (position.unit == MorvixProtocolUnitBit_4_0) {
@@ -901,59 +1052,62 @@ static size_t EncodeCalculateBytes(const std::vector<MorvixProtocolAttribute_4_0
 
 enum class Encoded { kWritten, kSkipped, kFatal };
 
-// Kept out of the writers' way: a write that was refused ends the call.
-static Encoded WrittenUnlessRefused(bool written, const char* refusal) {
-  if (written) return Encoded::kWritten;
-  logMsgEx(kLevelWarning, kEncoderName, "%s", refusal);
+// Logs why the call ends here.
+static Encoded Refuse(const char* message) {
+  logMsgEx(kLevelWarning, kEncoderName, "%s", message);
   return Encoded::kFatal;
 }
 
+// The upper bound that is logged is the count, not the last index; log readers know it so.
 static void LogInvalidEnumValue(const char* functionName, uint64_t value, size_t itemCount) {
-  // The upper bound that is logged is the count, not the last index; log readers know it so.
   logMsgEx(kLevelWarning, functionName, "Invalid enum value: %i, range: 0-%i", static_cast<int>(value),
            static_cast<int>(itemCount));
 }
 
-static Encoded EncodeBool(const MorvixProtocolAttribute_4_0& attribute, const Json::Value* values, byte* data,
-                          size_t length) {
+template <typename Attribute>
+static Encoded EncodeBool(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
   uint64_t value = 0;
-  if (!ReadInteger(values, attribute.name, value)) return Encoded::kSkipped;
-  return WrittenUnlessRefused(WriteBoolValue(data, length, attribute.position, value != 0), "Write bool value failed.");
+  if (!ReadInteger(values, attribute.name.data(), value)) return Encoded::kSkipped;
+  if (!WriteBoolValue(data, length, attribute.position, value != 0)) return Refuse("Write bool value failed.");
+  return Encoded::kWritten;
 }
 
-static Encoded EncodeEnum(const MorvixProtocolAttribute_4_0& attribute, const Json::Value* values, byte* data,
-                          size_t length) {
+template <typename Attribute>
+static Encoded EncodeEnum(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
   uint64_t value = 0;
-  if (!ReadInteger(values, attribute.name, value)) return Encoded::kSkipped;
+  if (!ReadInteger(values, attribute.name.data(), value)) return Encoded::kSkipped;
   if (value >= attribute.enumList.size()) {
     LogInvalidEnumValue(kEncoderName, value, attribute.enumList.size());
     return Encoded::kFatal;
   }
-  return WrittenUnlessRefused(WriteUIntValue(data, length, attribute.position, value), "Write enum value failed.");
+  if (!WriteUIntValue(data, length, attribute.position, value)) return Refuse("Write enum value failed.");
+  return Encoded::kWritten;
 }
 
-static Encoded EncodeBinary(const MorvixProtocolAttribute_4_0& attribute, const Json::Value* values, byte* data,
-                            size_t length) {
+template <typename Attribute>
+static Encoded EncodeBinary(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
   std::string_view value;
-  if (!ReadText(values, attribute.name, value)) return Encoded::kSkipped;
-  return WrittenUnlessRefused(WriteBinaryValue(data, length, attribute.position, value), "Write binary value failed.");
+  if (!ReadText(values, attribute.name.data(), value)) return Encoded::kSkipped;
+  if (!WriteBinaryValue(data, length, attribute.position, value)) return Refuse("Write binary value failed.");
+  return Encoded::kWritten;
 }
 
-static Encoded EncodeNumber(const MorvixProtocolAttribute_4_0& attribute, const Json::Value* values, byte* data,
-                            size_t length) {
+template <typename Attribute>
+static Encoded EncodeNumber(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
   double value = 0;
-  if (!ReadDouble(values, attribute.name, value)) return Encoded::kSkipped;
+  if (!ReadDouble(values, attribute.name.data(), value)) return Encoded::kSkipped;
   const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
   uint64_t raw = 0;
   if (!EncodeUIntSpec(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max), SignExtend(scaling.step),
                       scaling.ratio, scaling.addition, value, raw)) {
-    return WrittenUnlessRefused(false, "Validate uint value failed.");
+    return Refuse("Validate uint value failed.");
   }
-  return WrittenUnlessRefused(WriteUIntValue(data, length, attribute.position, raw), "Write uint value failed.");
+  if (!WriteUIntValue(data, length, attribute.position, raw)) return Refuse("Write uint value failed.");
+  return Encoded::kWritten;
 }
 
-static Encoded EncodeAttribute(const MorvixProtocolAttribute_4_0& attribute, const Json::Value* values, byte* data,
-                               size_t length) {
+template <typename Attribute>
+static Encoded EncodeAttribute(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
   switch (attribute.data_type) {
     case MorvixProtocolDataTypeBool_4_0:
       return EncodeBool(attribute, values, data, length);
@@ -967,24 +1121,20 @@ static Encoded EncodeAttribute(const MorvixProtocolAttribute_4_0& attribute, con
     case MorvixProtocolDataTypeUInt64_4_0:
       return EncodeNumber(attribute, values, data, length);
     default:
-      // The call ends here although the text says "skip"; both are known to log readers and kept.
-      return WrittenUnlessRefused(false, "Attribute type is unknown, skip.");
+      // The call ends here although the text says "skip"; log readers know both, so both stay.
+      return Refuse("Attribute type is unknown, skip.");
   }
 }
 
-// The flag bitmap is one more bit group, as long as the bitmap.
-static bool SetFlag(byte* flag, size_t flagLength, size_t index) {
-  MorvixProtocolPosition_4_0 position;
-  position.bit_offset = static_cast<int32_t>(index);
-  position.unit = MorvixProtocolUnitBit_4_0;
-  position.len = 1;
-  position.groupByteLength = flagLength;
-  return WriteBoolValue(flag, flagLength, position, true);
+// The flag bitmap is laid out as a bit group of its own length.
+static void SetFlag(byte* flag, size_t flagLength, size_t index) {
+  byte& flagByte = flag[flagLength - 1 - index / 8];
+  flagByte = static_cast<byte>(flagByte | 1U << index % 8);
 }
 
-void ProtocolEncodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
-                                  const std::vector<MorvixProtocolAttribute_4_0>& attributes,
-                                  MorvixProtocolPackage_4_0& package, const Json::Value& root) {
+template <typename Attribute>
+static void EncodeAttributes(const MorvixProtocolEntity_4_0& entityInfo, const std::vector<Attribute>& attributes,
+                             MorvixProtocolPackage_4_0& package, const Json::Value& root) {
   const size_t length = EncodeCalculateBytes(attributes);
   if (length == 0) {
     logMsgEx(kLevelWarning, kEncoderName, "No data will encode.");
@@ -1008,7 +1158,9 @@ void ProtocolEncodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
   for (size_t i = 0; i < attributes.size(); ++i) {
     const Encoded encoded = EncodeAttribute(attributes[i], values, data, length);
     if (encoded == Encoded::kFatal) return;
-    if (encoded == Encoded::kWritten) isSet |= SetFlag(flag, flagLength, i);
+    if (encoded == Encoded::kSkipped) continue;
+    SetFlag(flag, flagLength, i);
+    isSet = true;
   }
   if (isSet) {
     package.sizeFlags = flagLength;
@@ -1016,14 +1168,20 @@ void ProtocolEncodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
   }
 }
 
+void ProtocolEncodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
+                                  const std::vector<MorvixProtocolAttribute_4_0>& attributes,
+                                  MorvixProtocolPackage_4_0& package, const Json::Value& root) {
+  EncodeAttributes(entityInfo, attributes, package, root);
+}
+
 void ProtocolEncodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0& package, const Json::Value& root) {
-  std::vector<MorvixProtocolAttribute_4_0> attributes;
+  std::vector<AttributeView> attributes;
   MorvixProtocolEntity_4_0 entityInfo;
   if (!FilterConfigType(entity, MorvixProtocolTypeStatusWritable_4_0, attributes, entityInfo)) {
     logMsgEx(kLevelWarning, kEncoderName, "Get entity info failed.");
     return;
   }
-  ProtocolEncodeAttributes_4_0(entityInfo, attributes, package, root);
+  EncodeAttributes(entityInfo, attributes, package, root);
 }
 
 // =====================================================================================================================
@@ -1038,6 +1196,7 @@ static constexpr int kAllGroups = MorvixProtocolTypeStatusWritable_4_0 | MorvixP
                                   MorvixProtocolTypeAlert_4_0 | MorvixProtocolTypeFault_4_0;
 static constexpr size_t kNumberTextSize = 32;
 static constexpr size_t kMaxEnumDigits = 9;
+static constexpr uint32_t kMicrosPerUnit = 1000000;
 
 // The index of the first ".", or -1.
 static int floatOffset(const char* str) {
@@ -1060,18 +1219,173 @@ static char* removeFloatLastZero(char* str) {
   return str;
 }
 
+// What "%lf" prints, cut to the size of the text, without trailing zeros. True when `number` was printed here, with
+// `length` set; numbers that need the C library's care are left to it: huge ones, those that are no number, and those
+// whose seventh decimal is close to a tie. `number` is split exactly: both parts fit a double.
+static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_t& length) {
+  constexpr double kLimit = 1e15;
+  constexpr double kTieDistance = 1e-6;  // far above the error of the multiplication
+  const double magnitude = std::fabs(number);
+  if (!(magnitude < kLimit)) return false;
+  auto whole = static_cast<uint64_t>(magnitude);
+  const double scaled = (magnitude - static_cast<double>(whole)) * kMicrosPerUnit;
+  auto micros = static_cast<uint32_t>(scaled);
+  const double rest = scaled - micros;
+  if (std::fabs(rest - 0.5) < kTieDistance) return false;
+  if (rest > 0.5) ++micros;
+  if (micros == kMicrosPerUnit) {
+    micros = 0;
+    ++whole;
+  }
+  char* end = text;
+  if (std::signbit(number)) *end++ = '-';
+  end = std::to_chars(end, text + sizeof text, whole).ptr;
+  if (micros != 0) {
+    *end++ = '.';
+    for (uint32_t unit = kMicrosPerUnit / 10; micros != 0; micros %= unit, unit /= 10) {
+      *end++ = static_cast<char>('0' + micros / unit);
+    }
+  }
+  length = static_cast<size_t>(end - text);
+  return true;
+}
+
+// The text of one value. Numbers and enums stay in the fixed buffer; the other one keeps its memory for the next
+// binary.
+struct ValueText {
+  char number[kNumberTextSize];
+  std::string binary;
+};
+
+// True when the C library prints a plain decimal point. Another locale's is not cut off with the zeros behind it.
+static bool HasPlainDecimalPoint() { return std::strcmp(nl_langinfo(RADIXCHAR), ".") == 0; }
+
 // Six decimals without trailing zeros. Numbers too long for the text lose their end.
-static Json::Value NumberText(double number) {
-  char text[kNumberTextSize] = {};
-  std::snprintf(text, sizeof text, "%lf", number);
-  return removeFloatLastZero(text);
+static std::string_view NumberText(double number, ValueText& text) {
+  size_t length = 0;
+  if (HasPlainDecimalPoint() && PrintSmallNumber(number, text.number, length)) return {text.number, length};
+  std::memset(text.number, 0, sizeof text.number);
+  std::snprintf(text.number, sizeof text.number, "%lf", number);
+  return removeFloatLastZero(text.number);
 }
 
 // At most nine digits; larger indices lose their end.
-static std::string EnumText(uint64_t index) {
-  std::string text = std::to_string(index);
-  if (text.size() > kMaxEnumDigits) text.resize(kMaxEnumDigits);
-  return text;
+static std::string_view EnumText(uint64_t index, ValueText& text) {
+  const char* end = std::to_chars(text.number, text.number + sizeof text.number, index).ptr;
+  return {text.number, std::min(static_cast<size_t>(end - text.number), kMaxEnumDigits)};
+}
+
+// What an attribute's field holds. The bytes of a binary stay in the payload.
+struct DecodedValue {
+  bool bit = false;
+  uint64_t index = 0;
+  double number = 0;
+};
+
+struct Payload {
+  const byte* data;
+  size_t size;
+};
+
+enum class Decoded { kSet, kSkipped, kInvalidEnum, kUnreadable, kUnknownType };
+
+template <typename Attribute>
+static Decoded DecodeEnum(const Attribute& attribute, Payload payload, DecodedValue& value) {
+  if (!ReadUIntValue(payload.data, payload.size, attribute.position, value.index)) return Decoded::kSkipped;
+  if (value.index < attribute.enumList.size()) return Decoded::kSet;
+  LogInvalidEnumValue(kDecoderName, value.index, attribute.enumList.size());
+  return Decoded::kInvalidEnum;
+}
+
+template <typename Attribute>
+static Decoded DecodeNumber(const Attribute& attribute, Payload payload, DecodedValue& value) {
+  uint64_t raw = 0;
+  const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
+  const bool isUsable = ReadUIntValue(payload.data, payload.size, attribute.position, raw) &&
+                        DecodeUIntSpec(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max),
+                                       SignExtend(scaling.step), scaling.ratio, scaling.addition, raw, value.number);
+  return isUsable ? Decoded::kSet : Decoded::kSkipped;
+}
+
+template <typename Attribute>
+static Decoded DecodeAttribute(const Attribute& attribute, Payload payload, DecodedValue& value) {
+  switch (attribute.data_type) {
+    case MorvixProtocolDataTypeBool_4_0: {
+      const bool isRead = ReadBoolValue(payload.data, payload.size, attribute.position, value.bit);
+      return isRead ? Decoded::kSet : Decoded::kUnreadable;
+    }
+    case MorvixProtocolDataTypeEnum_4_0:
+      return DecodeEnum(attribute, payload, value);
+    case MorvixProtocolDataTypeBinary_4_0: {
+      size_t byteLength = 0;
+      const byte* field = OffsetBinaryPosition(payload.data, payload.size, attribute.position, byteLength);
+      return field != nullptr ? Decoded::kSet : Decoded::kUnreadable;
+    }
+    case MorvixProtocolDataTypeUInt8_4_0:
+    case MorvixProtocolDataTypeUInt16_4_0:
+    case MorvixProtocolDataTypeUInt32_4_0:
+    case MorvixProtocolDataTypeUInt64_4_0:
+      return DecodeNumber(attribute, payload, value);
+    default:
+      return Decoded::kUnknownType;
+  }
+}
+
+// Decodes the attributes in order and hands each value to `store`. False, with a log line, when what was stored has to
+// be taken back. The asymmetry is intended: a number or enum that cannot be read is left out, an enum index out of
+// range ends the call, and a bool or binary that cannot be read takes the whole entity with it.
+template <typename Attribute, typename Store>
+static bool DecodeEach(const std::vector<Attribute>& attributes, Payload payload, Store store) {
+  for (const Attribute& attribute : attributes) {
+    DecodedValue value;
+    switch (DecodeAttribute(attribute, payload, value)) {
+      case Decoded::kSet:
+        store(attribute, value);
+        break;
+      case Decoded::kSkipped:
+        break;
+      case Decoded::kInvalidEnum:
+        return true;
+      case Decoded::kUnreadable:
+        logMsgEx(kLevelWarning, kDecoderName, "Decode value is invalid.");
+        return false;
+      case Decoded::kUnknownType:
+        logMsgEx(kLevelWarning, kDecoderName, "Unknown attribute type.");
+        return false;
+    }
+  }
+  return true;
+}
+
+// Alerts and faults are told to people, so they go by their display name. A std::string for records, a
+// std::string_view for views.
+template <typename Attribute>
+static const auto& DocumentKey(const Attribute& attribute) {
+  const bool isToldToPeople =
+      attribute.type == MorvixProtocolTypeAlert_4_0 || attribute.type == MorvixProtocolTypeFault_4_0;
+  return isToldToPeople ? attribute.display_name : attribute.name;
+}
+
+static const std::string& StringOfKey(const std::string& key) { return key; }
+
+static std::string StringOfKey(std::string_view key) { return std::string(key); }
+
+// The text of a value that is no bool.
+template <typename Attribute>
+static std::string_view TextOfValue(const Attribute& attribute, const DecodedValue& value, Payload payload,
+                                    ValueText& text) {
+  if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) return EnumText(value.index, text);
+  if (attribute.data_type != MorvixProtocolDataTypeBinary_4_0) return NumberText(value.number, text);
+  ReadBinaryValue(payload.data, payload.size, attribute.position, text.binary);
+  return text.binary;
+}
+
+template <typename Attribute>
+static Json::Value JsonOfValue(const Attribute& attribute, const DecodedValue& value, Payload payload,
+                               ValueText& text) {
+  if (attribute.data_type == MorvixProtocolDataTypeBool_4_0) return value.bit;
+  const std::string_view characters = TextOfValue(attribute, value, payload, text);
+  return {characters.data(), characters.data() + characters.size()};
 }
 
 // Makes anything else an empty object.
@@ -1085,6 +1399,7 @@ static void ClearEntityValue(Json::Value& result, const std::string& entityName)
   MakeObject(result).removeMember(entityName.data(), entityName.data() + entityName.size(), &removed);
 }
 
+// The key is whole, NULs included.
 static void StoreItem(Json::Value& entity, const std::string& attributeName, MorvixProtocolType_4_0 type,
                       Json::Value&& value) {
   Json::Value& item = MakeObject(entity[attributeName]);
@@ -1092,7 +1407,7 @@ static void StoreItem(Json::Value& entity, const std::string& attributeName, Mor
   item[Json::StaticString("value")] = std::move(value);
 }
 
-// Stores one item by entity name. A value that is null, an object or an array is refused.
+// The same for one item by entity name. A value that is null, an object or an array is refused.
 [[maybe_unused]] static bool SetValue(Json::Value& result, const std::string& entityName,
                                       const std::string& attributeName, MorvixProtocolType_4_0 type,
                                       const Json::Value& value) {
@@ -1102,66 +1417,24 @@ static void StoreItem(Json::Value& entity, const std::string& attributeName, Mor
   return true;
 }
 
-enum class Decoded { kSet, kSkipped, kUnreadable, kInvalidEnum, kUnknownType };
-
-static Decoded DecodeEnum(const MorvixProtocolAttribute_4_0& attribute, const MorvixProtocolPackage_4_0& package,
-                          Json::Value& value) {
-  uint64_t index = 0;
-  if (!ReadUIntValue(package.value, package.sizeValue, attribute.position, index)) return Decoded::kSkipped;
-  if (index >= attribute.enumList.size()) {
-    LogInvalidEnumValue(kDecoderName, index, attribute.enumList.size());
-    return Decoded::kInvalidEnum;
+template <typename Attribute>
+static void DecodeAttributes(const MorvixProtocolEntity_4_0& entityInfo, const std::vector<Attribute>& attributes,
+                             const MorvixProtocolPackage_4_0& package, Json::Value& decodeResult) {
+  const Payload payload = {package.value, package.sizeValue};
+  // A new entity is put into the document at the end: views may belong to what the document holds until then.
+  const Json::Value* known = FindEntity(decodeResult, entityInfo.name);
+  Json::Value made(Json::objectValue);
+  Json::Value& entity = known == nullptr ? made : decodeResult[entityInfo.name];
+  ValueText text;
+  const bool isKept = DecodeEach(attributes, payload, [&](const Attribute& attribute, const DecodedValue& value) {
+    StoreItem(entity, StringOfKey(DocumentKey(attribute)), attribute.type,
+              JsonOfValue(attribute, value, payload, text));
+  });
+  if (!isKept) {
+    ClearEntityValue(decodeResult, entityInfo.name);
+  } else if (!made.empty()) {
+    MakeObject(decodeResult)[entityInfo.name] = std::move(made);
   }
-  value = EnumText(index);
-  return Decoded::kSet;
-}
-
-static Decoded DecodeNumber(const MorvixProtocolAttribute_4_0& attribute, const MorvixProtocolPackage_4_0& package,
-                            Json::Value& value) {
-  uint64_t raw = 0;
-  double number = 0;
-  const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
-  if (!ReadUIntValue(package.value, package.sizeValue, attribute.position, raw) ||
-      !DecodeUIntSpec(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max), SignExtend(scaling.step),
-                      scaling.ratio, scaling.addition, raw, number)) {
-    return Decoded::kSkipped;
-  }
-  value = NumberText(number);
-  return Decoded::kSet;
-}
-
-static Decoded DecodeAttribute(const MorvixProtocolAttribute_4_0& attribute, const MorvixProtocolPackage_4_0& package,
-                               std::string& binaryText, Json::Value& value) {
-  switch (attribute.data_type) {
-    case MorvixProtocolDataTypeBool_4_0: {
-      bool bit = false;
-      if (!ReadBoolValue(package.value, package.sizeValue, attribute.position, bit)) return Decoded::kUnreadable;
-      value = bit;
-      return Decoded::kSet;
-    }
-    case MorvixProtocolDataTypeEnum_4_0:
-      return DecodeEnum(attribute, package, value);
-    case MorvixProtocolDataTypeBinary_4_0:
-      if (!ReadBinaryValue(package.value, package.sizeValue, attribute.position, binaryText)) {
-        return Decoded::kUnreadable;
-      }
-      value = binaryText;
-      return Decoded::kSet;
-    case MorvixProtocolDataTypeUInt8_4_0:
-    case MorvixProtocolDataTypeUInt16_4_0:
-    case MorvixProtocolDataTypeUInt32_4_0:
-    case MorvixProtocolDataTypeUInt64_4_0:
-      return DecodeNumber(attribute, package, value);
-    default:
-      return Decoded::kUnknownType;
-  }
-}
-
-// Alerts and faults are told to people, so they go by their display name.
-static const std::string& DocumentKey(const MorvixProtocolAttribute_4_0& attribute) {
-  const bool isToldToPeople =
-      attribute.type == MorvixProtocolTypeAlert_4_0 || attribute.type == MorvixProtocolTypeFault_4_0;
-  return isToldToPeople ? attribute.display_name : attribute.name;
 }
 
 static bool HasPayload(const MorvixProtocolPackage_4_0& package) {
@@ -1170,44 +1443,25 @@ static bool HasPayload(const MorvixProtocolPackage_4_0& package) {
   return false;
 }
 
-// The asymmetry is intended: a number or enum that cannot be read is left out, an enum index out of range ends the
-// call, and a bool or binary that cannot be read takes the whole entity with it.
 void ProtocolDecodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                   const std::vector<MorvixProtocolAttribute_4_0>& attributes,
                                   const MorvixProtocolPackage_4_0& package, Json::Value& decodeResult) {
-  if (!HasPayload(package)) return;
-  Json::Value* entity = nullptr;
-  std::string binaryText;
-  for (const MorvixProtocolAttribute_4_0& attribute : attributes) {
-    Json::Value value;
-    const Decoded decoded = DecodeAttribute(attribute, package, binaryText, value);
-    if (decoded == Decoded::kSkipped) continue;
-    if (decoded == Decoded::kInvalidEnum) return;
-    if (decoded != Decoded::kSet) {
-      ClearEntityValue(decodeResult, entityInfo.name);
-      logMsgEx(kLevelWarning, kDecoderName, "%s",
-               decoded == Decoded::kUnreadable ? "Decode value is invalid." : "Unknown attribute type.");
-      return;
-    }
-    if (entity == nullptr) entity = &MakeObject(MakeObject(decodeResult)[entityInfo.name]);
-    StoreItem(*entity, DocumentKey(attribute), attribute.type, std::move(value));
-  }
+  if (HasPayload(package)) DecodeAttributes(entityInfo, attributes, package, decodeResult);
 }
 
 void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0 package, Json::Value& decodeResult) {
   if (!HasPayload(package)) return;
-  std::vector<MorvixProtocolAttribute_4_0> attributes;
+  std::vector<AttributeView> attributes;
   MorvixProtocolEntity_4_0 entityInfo;
   if (!FilterConfigType(entity, kAllGroups, attributes, entityInfo)) {
     logMsgEx(kLevelWarning, kDecoderName, "Get entity info failed.");
     return;
   }
-  ProtocolDecodeAttributes_4_0(entityInfo, attributes, package, decodeResult);
+  DecodeAttributes(entityInfo, attributes, package, decodeResult);
 }
 
 bool ProtocolGetEntitiesFromDevice_4_0(const Json::Value& device, Json::Value& entities) {
   const Json::Value* member = FindMember(device, "entities");
-  // The assignment copies first, so the output may hold the member.
   entities = member == nullptr ? Json::Value::nullSingleton() : *member;
   return entities.isArray();
 }
@@ -1215,8 +1469,8 @@ bool ProtocolGetEntitiesFromDevice_4_0(const Json::Value& device, Json::Value& e
 // =====================================================================================================================
 // Receive results
 //
-// From the text of a decoded document to the application's text, with alerts and faults taken out. Values are moved
-// from where the reader put them, never copied.
+// From the text of a decoded document to the application's text, with alerts and faults taken out. Values are taken
+// from where the reader put them.
 // =====================================================================================================================
 
 static constexpr double kDocumentVersion = 4.0;
@@ -1274,17 +1528,25 @@ std::string ProtocolConvertReceiveResult_4_0(const std::string& result, Json::Va
 // From lists of all alerts and faults to those that are active, in order and unmerged.
 // =====================================================================================================================
 
-// The value of an alert or fault as an integer; 0 when it is not active. Reals never are, on purpose.
-static int32_t ActiveValue(const Json::Value& value) {
+// The value of an alert or fault as an integer; 0 when it is not active. Reals never are, on purpose, nor are small
+// integers that are stored unsigned.
+
+static int32_t ActiveValue(const char* text) {
   int32_t number = 0;
-  switch (KindOf(value)) {
-    case JsonKind::kSigned:
-      return value.asInt();
-    case JsonKind::kBool:
+  ScanInteger(text, number);
+  return number;
+}
+
+static int32_t ActiveValue(const Json::Value& value) {
+  switch (value.type()) {
+    case Json::intValue: {
+      const Json::LargestInt number = value.asLargestInt();
+      return number < INT32_MIN || number > INT32_MAX ? 0 : static_cast<int32_t>(number);
+    }
+    case Json::booleanValue:
       return value.asBool() ? 1 : 0;
-    case JsonKind::kText:
-      ScanInteger(value.asCString(), number);
-      return number;
+    case Json::stringValue:
+      return ActiveValue(value.asCString());
     default:
       return 0;
   }
@@ -1325,13 +1587,15 @@ static bool SpeaksProtocol(const Json::Value& device, std::string_view protocolN
 
 bool ProtocolFilterDevices_4_0(const char* protocolName, dword packetVersion, Json::Value& devices) {
   const Json::Value* known = TavelConfig::sharedInstance()->GetAllDevices();
-  devices = Json::Value(Json::arrayValue);
-  if (known->isNull() || IsEmptyText(protocolName)) return false;
-  if (!known->isArray()) return true;
-  for (const Json::Value& device : *known) {
-    if (SpeaksProtocol(device, protocolName, packetVersion)) devices.append(device);
+  Json::Value matching(Json::arrayValue);
+  const bool canFilter = !known->isNull() && !IsEmptyText(protocolName);
+  if (canFilter && known->isArray()) {
+    for (const Json::Value& device : *known) {
+      if (SpeaksProtocol(device, protocolName, packetVersion)) matching.append(device);
+    }
   }
-  return true;
+  devices = std::move(matching);
+  return canFilter;
 }
 
 // The product key of a device, in place; empty when there is none.
