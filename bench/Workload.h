@@ -16,13 +16,13 @@ struct Field {
   std::string key;  // in the decoded document
   Kind kind = Kind::kBool;
   MorvixProtocolType_4_0 group = MorvixProtocolTypeStatusWritable_4_0;
-  size_t byteOffset = 0;   // first byte
-  size_t byteLength = 1;   // numbers and binaries
-  unsigned shift = 0;      // bools and enums: of the lowest bit in their byte
-  unsigned mask = 1;       // bools and enums: before shifting
-  unsigned decimals = 0;   // numbers: user value = raw value / 10^decimals
-  size_t flagByte = 0;     // writable attributes: byte of the flag bitmap
-  byte flagMask = 0;       // and bit in it
+  size_t byteOffset = 0;  // first byte
+  size_t byteLength = 1;  // numbers and binaries
+  unsigned shift = 0;     // bools and enums: of the lowest bit in their byte
+  unsigned mask = 1;      // bools and enums: before shifting
+  unsigned decimals = 0;  // numbers: user value = raw value / 10^decimals
+  size_t flagByte = 0;    // writable attributes: byte of the flag bitmap
+  byte flagMask = 0;      // and bit in it
 };
 
 // Of ten attributes three are bools, one is an enum, four are numbers of 8 to 32 bits (half of them with a fractional
@@ -30,13 +30,13 @@ struct Field {
 struct Workload {
   explicit Workload(size_t attributeCount);
 
-  Json::Value entity;          // product configuration
-  Json::Value values;          // a value for every writable attribute
-  std::string valuesText;      // the same as text
-  std::vector<byte> packet;    // a notification
-  std::vector<Field> fields;   // in the order of the configuration
-  size_t payloadLength = 0;    // of all attributes
-  size_t writableLength = 0;   // of the writable ones; they come first
+  Json::Value entity;         // product configuration
+  Json::Value values;         // a value for every writable attribute
+  std::string valuesText;     // the same as text
+  std::vector<byte> packet;   // a notification
+  std::vector<Field> fields;  // in the order of the configuration
+  size_t payloadLength = 0;   // of all attributes
+  size_t writableLength = 0;  // of the writable ones; they come first
   size_t flagLength = 0;
 
   // Parsed once.

@@ -1,23 +1,26 @@
 #include "host/Base64.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// The number that a symbol stands for, or -1 for a character outside the alphabet.
-int SymbolValue(char c) {
-  if (c >= 'A' && c <= 'Z') return c - 'A';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-  if (c >= '0' && c <= '9') return c - '0' + 52;
-  if (c == '+') return 62;
-  if (c == '/') return 63;
-  return -1;
+constexpr int8_t kEnd = -1;         // a character outside the alphabet
+constexpr int8_t kWhiteSpace = -2;  // one that is skipped
+
+// What each character stands for: a number from 0 to 63 or one of the two above.
+constexpr std::array<int8_t, 256> MakeSymbolValues() {
+  std::array<int8_t, 256> values = {};
+  for (int8_t& value : values) value = kEnd;
+  for (int8_t i = 0; i < 64; ++i) values[static_cast<unsigned char>(kAlphabet[i])] = i;
+  for (const char c : {' ', '\t', '\n', '\v', '\f', '\r'}) values[static_cast<unsigned char>(c)] = kWhiteSpace;
+  return values;
 }
 
-bool IsWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr std::array<int8_t, 256> kSymbolValues = MakeSymbolValues();
 
 }  // namespace
 
@@ -53,9 +56,9 @@ int __internal_base64_decode(byte* output, const char* text, uint32_t capacity) 
   unsigned bits = 0;  // the symbols so far, newest lowest; only the bits not yet written count
   int bitCount = 0;
   for (; written < room; ++text) {
-    if (IsWhiteSpace(*text)) continue;
-    const int value = SymbolValue(*text);
-    if (value < 0) break;
+    const int8_t value = kSymbolValues[static_cast<unsigned char>(*text)];
+    if (value == kWhiteSpace) continue;
+    if (value == kEnd) break;
     bits = bits << 6 | static_cast<unsigned>(value);
     bitCount += 6;
     if (bitCount >= 8) {

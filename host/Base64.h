@@ -11,7 +11,7 @@ using byte = unsigned char;  ///< One byte of a packet or payload.
 
 /// Encodes `length` bytes at `input`, padded and without line breaks, into `output`, which has room for `capacity`
 /// characters. Returns the NUL-terminated text: `output`, holding an empty text when `capacity` is too small for the
-/// whole result with its NUL.
+/// whole result with its NUL; an empty text elsewhere, with `output` untouched, when `capacity` is 0.
 char* __internal_base64_encode(char* output, uint32_t capacity, const byte* input, size_t length);
 
 /// Decodes the NUL-terminated `text` into `output` and returns the number of bytes written, never more than `capacity`.

@@ -22,32 +22,32 @@ struct Sink {
   }
 };
 
+// Of the control characters above ASCII, which are two bytes in UTF-8, the second byte tells.
+bool IsControlCharacter(unsigned char previous, unsigned char code) {
+  return code < 0x20 || code == 0x7f || (previous == 0xc2 && code >= 0x80 && code < 0xa0);
+}
+
 std::string EscapeControlCharacters(const std::string& text) {
   static const char kHexDigits[] = "0123456789abcdef";
   std::string escaped;
   escaped.reserve(text.size());
+  unsigned char previous = 0;
   for (const char c : text) {
     const auto code = static_cast<unsigned char>(c);
-    switch (c) {
-      case '\\':
-        escaped += "\\\\";
-        break;
-      case '\n':
-        escaped += "\\n";
-        break;
-      case '\r':
-        escaped += "\\r";
-        break;
-      case '\t':
-        escaped += "\\t";
-        break;
-      default:
-        if (code < 0x20 || code == 0x7f) {
-          escaped += {'\\', 'x', kHexDigits[code >> 4], kHexDigits[code & 0x0f]};
-        } else {
-          escaped += c;
-        }
+    if (c == '\\') {
+      escaped += "\\\\";
+    } else if (c == '\n') {
+      escaped += "\\n";
+    } else if (c == '\r') {
+      escaped += "\\r";
+    } else if (c == '\t') {
+      escaped += "\\t";
+    } else if (IsControlCharacter(previous, code)) {
+      escaped += {'\\', 'x', kHexDigits[code >> 4], kHexDigits[code & 0x0f]};
+    } else {
+      escaped += c;
     }
+    previous = code;
   }
   return escaped;
 }
@@ -65,17 +65,13 @@ std::string FormatMessage(const char* format, va_list arguments) {
   char buffer[256];
   va_list again;
   va_copy(again, arguments);
-  const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
-  std::string message;
-  if (length < 0) {
-    message = format;  // an argument that cannot be printed; the format still tells what happened
-  } else if (static_cast<size_t>(length) < sizeof buffer) {
-    message.assign(buffer, static_cast<size_t>(length));
-  } else {
-    message.resize(static_cast<size_t>(length));
-    std::vsnprintf(message.data(), message.size() + 1, format, again);
-  }
+  const int length = std::vsnprintf(buffer, sizeof buffer, format, again);
   va_end(again);
+  if (length < 0) return format;  // an argument that cannot be printed; the format still tells what happened
+  const auto size = static_cast<size_t>(length);
+  if (size < sizeof buffer) return std::string(buffer, size);
+  std::string message(size, '\0');
+  std::vsnprintf(message.data(), size + 1, format, arguments);
   return message;
 }
 
@@ -117,11 +113,13 @@ void logMsgEx(int level, const char* functionName, const char* format, ...) {
 }
 
 LogSink SetLogSink(LogSink sink) {
-  auto next = std::make_shared<const LogSink>(std::move(sink));
+  auto other = std::make_shared<const LogSink>(std::move(sink));
   Sink& shared = Sink::Instance();
-  const std::lock_guard<std::mutex> lock(shared.mutex);
-  shared.current.swap(next);
-  return *next;
+  {
+    const std::lock_guard<std::mutex> lock(shared.mutex);
+    shared.current.swap(other);
+  }
+  return *other;
 }
 
 int SetLogLevel(int level) { return maxLevel.exchange(level); }

@@ -34,8 +34,12 @@ TavelConfig* TavelConfig::sharedInstance() {
 const Json::Value* TavelConfig::GetAllDevices() {
   // Keeps the list that this thread was given last alive, even when another thread sets a new one.
   thread_local std::shared_ptr<const Json::Value> inUse;
-  const std::lock_guard<std::mutex> lock(mutex_);
-  inUse = devices_;
+  std::shared_ptr<const Json::Value> current;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    current = devices_;
+  }
+  inUse = std::move(current);
   return inUse.get();
 }
 
@@ -59,8 +63,10 @@ bool TavelConfig::LoadFromFile(const std::string& path, std::string& error) {
   }
   Json::Value root;
   try {
+    Json::CharReaderBuilder builder;
+    builder["failIfExtra"] = true;
     std::string problems;
-    if (!Json::parseFromStream(Json::CharReaderBuilder(), file, &root, &problems)) {
+    if (!Json::parseFromStream(builder, file, &root, &problems)) {
       return Fail(error, path, "is not JSON: " + Trimmed(problems));
     }
   } catch (const Json::Exception& exception) {  // nested too deep

@@ -21,8 +21,9 @@ class TavelConfig {
   TavelConfig& operator=(const TavelConfig&) = delete;
 
   /// The known devices: what SetAllDevices or LoadFromFile gave last, null at first. Never a null pointer. The value is
-  /// the configuration's own and stays valid and unchanged until the calling thread's next call of this operation,
-  /// whatever other threads set.
+  /// the configuration's own and stays valid and unchanged, whatever is set meanwhile, until the calling thread's next
+  /// call of this operation (ProtocolFilterDevices_4_0 makes one) or its end. Not to be called by destructors of static
+  /// objects: the thread's part of the configuration is gone by then.
   const Json::Value* GetAllDevices();
 
   /// True when the host runs as a debug build, which selects among a device's product keys. False at first.
@@ -34,8 +35,8 @@ class TavelConfig {
   /// Sets what IsDebug gives.
   void SetDebug(bool debug);
 
-  /// Reads both from a JSON file, {"debug": bool, "devices": [...]}; "debug" is false when it is missing. On failure
-  /// the result is false, `error` says in one line what is wrong with which file, and nothing changes.
+  /// Reads both from a JSON file, {"debug": bool, "devices": [...]}; "debug" is false when it is missing or null. On
+  /// failure the result is false, `error` says in one line what is wrong with which file, and nothing changes.
   bool LoadFromFile(const std::string& path, std::string& error);
 
  private:

@@ -234,6 +234,22 @@ TEST_P(GoldenReceive, TurnsAnyNumberOfNotificationsIntoDocumentsFromOneParsedEnt
   EXPECT_EQ(log_.Lines(), LogLines());
 }
 
+TEST_P(GoldenReceive, TurnsTheNotificationIntoTheGoldenResultsInOnePass) {
+  const ParsedEntity parsed(EntityOf(GetParam(), 0), kAllGroups);
+  const std::vector<byte> packet = FromHex(Example(GetParam() + ".notify.hex"));
+  std::string document;
+  std::vector<TavelReceiveInfo> alerts;
+  std::vector<TavelReceiveInfo> faults;
+  ASSERT_TRUE(ProtocolReceivePacket_4_0(parsed.info, parsed.attributes, packet.data(), packet.size(), document, alerts,
+                                        faults));
+  EXPECT_EQ(Canonical(document), Canonical(Golden(GetParam() + ".flat.json")));
+  Json::Value active;
+  active["alerts"] = ListOf(alerts);
+  active["faults"] = ListOf(faults);
+  EXPECT_EQ(WriteJson(active), Canonical(Golden(GetParam() + ".active.json")));
+  EXPECT_EQ(log_.Lines(), LogLines());
+}
+
 INSTANTIATE_TEST_SUITE_P(Examples, GoldenReceive, testing::ValuesIn(kProducts),
                          [](const testing::TestParamInfo<std::string>& test) { return test.param; });
 

@@ -251,6 +251,23 @@ TEST_F(Logging, WritesLongLinesWholeByDefault) {
   EXPECT_EQ(DefaultLine(std::string(100000, '\n')).size(), 200005u);
 }
 
+TEST_F(Logging, EscapesTheControlCharactersAboveAscii) {
+  EXPECT_EQ(DefaultLine("a\xc2\x85"
+                        "b\xc2\x9b"
+                        "c"),
+            "[1] a\xc2\\x85"
+            "b\xc2\\x9b"
+            "c\n");
+  EXPECT_EQ(DefaultLine("\xc2\xa0 \xc3\x85 \xc5\x9b"), "[1] \xc2\xa0 \xc3\x85 \xc5\x9b\n") << "these are none";
+}
+
+TEST_F(Logging, GivesTheFormatWhereAnArgumentCannotBePrinted) {
+  Texts texts;
+  Collect(texts);
+  logMsg(1, "a wide %lc", static_cast<wint_t>(0x7fffffff));
+  EXPECT_EQ(texts, Texts{"a wide %lc"});
+}
+
 // --- Base64 ---
 
 namespace {

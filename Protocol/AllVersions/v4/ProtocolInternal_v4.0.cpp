@@ -35,11 +35,11 @@ static constexpr int kLevelInformation = 2;
 
 // The member named by the bytes from `key` to `keyEnd`; null when it is missing or `object` is no object. No reader
 // below takes a JSON null.
-static const Json::Value* FindMember(const Json::Value& object, const char* key, const char* keyEnd) {
+static inline const Json::Value* FindMember(const Json::Value& object, const char* key, const char* keyEnd) {
   return object.isObject() ? object.find(key, keyEnd) : nullptr;
 }
 
-static const Json::Value* FindMember(const Json::Value& object, const char* key) {
+static inline const Json::Value* FindMember(const Json::Value& object, const char* key) {
   return key == nullptr ? nullptr : FindMember(object, key, key + std::strlen(key));
 }
 
@@ -114,28 +114,27 @@ static bool ScanInteger(const char* text, Integer& value) {
 
 // The readers take a member that is not null and give false for kinds that they do not take.
 
-static inline bool IntegerOf(const Json::Value& member, int32_t& value) {
-  switch (member.type()) {
-    case Json::stringValue:
-      return ScanInteger(member.asCString(), value);
-    case Json::booleanValue:
-      value = member.asBool() ? 1 : 0;
-      return true;
-    case Json::intValue: {
-      const Json::LargestInt number = member.asLargestInt();
-      if (number < INT32_MIN || number > UINT32_MAX) return false;
-      value = static_cast<int32_t>(number);  // unsigned ones wrap, on purpose
-      return true;
-    }
-    case Json::uintValue: {
-      const Json::LargestUInt number = member.asLargestUInt();
-      if (number > UINT32_MAX) return false;
-      value = static_cast<int32_t>(number);
-      return true;
-    }
-    default:
-      return false;
+static inline bool WholeNumberOf(const Json::Value& member, Json::ValueType type, int32_t& value) {
+  if (type == Json::intValue) {
+    const Json::LargestInt number = member.asLargestInt();
+    if (number < INT32_MIN || number > UINT32_MAX) return false;
+    value = static_cast<int32_t>(number);  // unsigned ones wrap, on purpose
+    return true;
   }
+  if (type == Json::uintValue) {
+    const Json::LargestUInt number = member.asLargestUInt();
+    if (number > UINT32_MAX) return false;
+    value = static_cast<int32_t>(number);
+    return true;
+  }
+  if (type != Json::booleanValue) return false;
+  value = member.asBool() ? 1 : 0;
+  return true;
+}
+
+static inline bool IntegerOf(const Json::Value& member, int32_t& value) {
+  const Json::ValueType type = member.type();
+  return type == Json::stringValue ? ScanInteger(member.asCString(), value) : WholeNumberOf(member, type, value);
 }
 
 // Truncated toward zero and saturated; 0 for a NaN.
@@ -758,11 +757,13 @@ static bool EncodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double rat
                            uint64_t& x) {
   if (!IsUsableRange(min, max, step)) return false;
   const double raw = (y - addition) / ratio;
-  if (raw > kMaxRawValue || raw < 0) return false;
-  x = 0;
-  if (!std::isnan(raw)) {
+  if (raw >= 0 && raw <= kMaxRawValue) {
     x = static_cast<uint64_t>(raw);
     if (raw - static_cast<double>(x) > 0.5) ++x;  // an exact half rounds down, on purpose
+  } else if (std::isnan(raw)) {
+    x = 0;
+  } else {
+    return false;
   }
   return IsOnStepGrid(min, max, step, x);
 }
@@ -820,7 +821,8 @@ static inline bool WriteBoolValue(byte* data, size_t& dataLen, const MorvixProto
   return true;
 }
 
-static bool WriteUIntValue(byte* data, size_t& dataLen, const MorvixProtocolPosition_4_0& position, uint64_t value) {
+static inline bool WriteUIntValue(byte* data, size_t& dataLen, const MorvixProtocolPosition_4_0& position,
+                                  uint64_t value) {
   size_t byteLength = 0;
   byte* field = OffsetPosition(data, dataLen, position, byteLength);
   if (field == nullptr || byteLength > kWordBytes) return false;
@@ -988,13 +990,14 @@ static const Json::Value* FindValue(const Json::Value* values, const char* attri
 static bool ReadInteger(const Json::Value* values, const char* attributeName, uint64_t& value) {
   const Json::Value* member = FindValue(values, attributeName);
   if (member == nullptr) return false;
-  if (member->isString()) {
+  const Json::ValueType type = member->type();
+  if (type == Json::stringValue) {
     unsigned long long number = 0;
     const int scanned = std::sscanf(member->asCString(), "%llu", &number);
     return StoreScanned(scanned, number, value);
   }
   int32_t number = 0;
-  if (!IntegerOf(*member, number)) return false;
+  if (!WholeNumberOf(*member, type, number)) return false;
   value = SignExtend(number);
   return true;
 }
@@ -1043,7 +1046,7 @@ static size_t EncodeCalculateBytes(const std::vector<Attribute>& attributes) {
     int64_t byteLength = position.len;
     if (position.unit == MorvixProtocolUnitBit_4_0) {
       const int64_t bits = int64_t{position.bit_offset} + position.len;
-      byteLength = bits / 8 + (bits % 8 > 0 ? 1 : 0);
+      byteLength = bits > 0 ? (bits + 7) / 8 : bits / 8;  // rounded up
     }
     encodeSize = std::max(encodeSize, position.byte_offset + byteLength);
   }
@@ -1246,12 +1249,13 @@ static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_
       *end++ = static_cast<char>('0' + micros / unit);
     }
   }
+  *end = '\0';
   length = static_cast<size_t>(end - text);
   return true;
 }
 
-// The text of one value. Numbers and enums stay in the fixed buffer; the other one keeps its memory for the next
-// binary.
+// The text of one value, which a NUL ends. Numbers and enums stay in the fixed buffer; the other one keeps its memory
+// for the next binary.
 struct ValueText {
   char number[kNumberTextSize];
   std::string binary;
@@ -1272,7 +1276,9 @@ static std::string_view NumberText(double number, ValueText& text) {
 // At most nine digits; larger indices lose their end.
 static std::string_view EnumText(uint64_t index, ValueText& text) {
   const char* end = std::to_chars(text.number, text.number + sizeof text.number, index).ptr;
-  return {text.number, std::min(static_cast<size_t>(end - text.number), kMaxEnumDigits)};
+  const size_t length = std::min(static_cast<size_t>(end - text.number), kMaxEnumDigits);
+  text.number[length] = '\0';
+  return {text.number, length};
 }
 
 // What an attribute's field holds. The bytes of a binary stay in the payload.
@@ -1357,13 +1363,15 @@ static bool DecodeEach(const std::vector<Attribute>& attributes, Payload payload
   return true;
 }
 
-// Alerts and faults are told to people, so they go by their display name. A std::string for records, a
-// std::string_view for views.
+template <typename Attribute>
+static bool IsToldToPeople(const Attribute& attribute) {
+  return attribute.type == MorvixProtocolTypeAlert_4_0 || attribute.type == MorvixProtocolTypeFault_4_0;
+}
+
+// Alerts and faults go by their display name. A std::string for records, a std::string_view for views.
 template <typename Attribute>
 static const auto& DocumentKey(const Attribute& attribute) {
-  const bool isToldToPeople =
-      attribute.type == MorvixProtocolTypeAlert_4_0 || attribute.type == MorvixProtocolTypeFault_4_0;
-  return isToldToPeople ? attribute.display_name : attribute.name;
+  return IsToldToPeople(attribute) ? attribute.display_name : attribute.name;
 }
 
 static const std::string& StringOfKey(const std::string& key) { return key; }
@@ -1473,10 +1481,11 @@ bool ProtocolGetEntitiesFromDevice_4_0(const Json::Value& device, Json::Value& e
 // from where the reader put them.
 // =====================================================================================================================
 
+static constexpr char kVersionKey[] = "version";
 static constexpr double kDocumentVersion = 4.0;
 
 static bool IsDocument(const Json::Value& root) {
-  const Json::Value* version = FindMember(root, "version");
+  const Json::Value* version = FindMember(root, kVersionKey);
   return version != nullptr && version->type() == Json::realValue && version->asDouble() == kDocumentVersion;
 }
 
@@ -1552,14 +1561,22 @@ static int32_t ActiveValue(const Json::Value& value) {
   }
 }
 
+static void AppendActive(std::string_view name, int32_t value, std::vector<TavelReceiveInfo>& active) {
+  if (value == 0) return;
+  TavelReceiveInfo& info = active.emplace_back();
+  info.name = name;
+  info.value = value;
+}
+
 void ProtocolGetAlertsOrFaults_4_0(const Json::Value& alerts, std::vector<TavelReceiveInfo>& valert) {
   if (!alerts.isArray()) return;
   for (const Json::Value& alert : alerts) {
-    const Json::Value* name = FindMember(alert, "name");
     const Json::Value* value = FindMember(alert, "value");
-    if (name == nullptr || !name->isString() || value == nullptr) continue;
-    const int32_t activeValue = ActiveValue(*value);
-    if (activeValue != 0) valert.push_back({std::string(TextOf(*name)), activeValue});
+    const int32_t activeValue = value == nullptr ? 0 : ActiveValue(*value);
+    std::string_view name;
+    if (activeValue != 0 && ReadMember(FindMember(alert, "name"), StringOf, name)) {
+      AppendActive(name, activeValue, valert);
+    }
   }
 }
 
@@ -1567,6 +1584,153 @@ void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value
                                     std::vector<TavelReceiveInfo>& valert, std::vector<TavelReceiveInfo>& vfault) {
   ProtocolGetAlertsOrFaults_4_0(alerts, valert);
   ProtocolGetAlertsOrFaults_4_0(faults, vfault);
+}
+
+// =====================================================================================================================
+// Receive in one pass
+//
+// Straight from the bytes to what receive results and alerts and faults give: the values are decoded first, which is
+// all that can fail or log, then sorted by key, the later of two equal keys winning, and written out. Texts that JSON
+// would escape, or that might not survive their way through it, take the long way through a document.
+// =====================================================================================================================
+
+// One decoded value and the key it goes by. The prefix is the key's first eight bytes as one number, the first byte
+// highest: it tells the order of most keys.
+struct ReceivedItem {
+  uint64_t prefix;
+  std::string_view key;
+  const MorvixProtocolAttribute_4_0* attribute;
+  DecodedValue value;
+};
+
+// What one packet gives to the application.
+struct ReceivedResults {
+  std::string& document;
+  std::vector<TavelReceiveInfo>& alerts;
+  std::vector<TavelReceiveInfo>& faults;
+};
+
+static uint64_t PrefixOf(std::string_view key) {
+  uint64_t prefix = 0;
+  for (size_t i = 0; i < sizeof prefix; ++i) {
+    prefix = prefix << 8 | (i < key.size() ? static_cast<unsigned char>(key[i]) : 0U);
+  }
+  return prefix;
+}
+
+static bool ComesBefore(const ReceivedItem& left, const ReceivedItem& right) {
+  if (left.prefix != right.prefix) return left.prefix < right.prefix;
+  const int order = left.key.compare(right.key);
+  return order != 0 ? order < 0 : left.attribute < right.attribute;  // both are elements of one list
+}
+
+// Brings the items into the order of a document: by key, and of those with one key only the last.
+static void SortAsInDocument(std::vector<ReceivedItem>& items) {
+  std::sort(items.begin(), items.end(), ComesBefore);
+  const auto hasSameKey = [](const ReceivedItem& left, const ReceivedItem& right) { return left.key == right.key; };
+  items.erase(items.begin(), std::unique(items.rbegin(), items.rend(), hasSameKey).base());
+}
+
+// Printable ASCII that JSON writes as it is.
+static bool IsPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+}
+
+static void AppendQuoted(std::string_view text, std::string& document) {
+  document += '"';
+  document += text;
+  document += '"';
+}
+
+// Writes one item to where it belongs; false when it has a text that is not plain.
+static bool WriteItem(const ReceivedItem& item, Payload payload, ValueText& text, const ReceivedResults& results) {
+  const MorvixProtocolAttribute_4_0& attribute = *item.attribute;
+  const bool isBool = attribute.data_type == MorvixProtocolDataTypeBool_4_0;
+  const std::string_view characters = isBool ? "" : TextOfValue(attribute, item.value, payload, text);
+  if (IsToldToPeople(attribute)) {
+    const bool isAlert = attribute.type == MorvixProtocolTypeAlert_4_0;
+    AppendActive(item.key, isBool ? int32_t{item.value.bit} : ActiveValue(characters.data()),
+                 isAlert ? results.alerts : results.faults);
+  } else {
+    std::string& document = results.document;
+    if (document.back() != '{') document += ',';
+    AppendQuoted(item.key, document);
+    document += ':';
+    if (isBool) {
+      document += item.value.bit ? "true" : "false";
+    } else {
+      AppendQuoted(characters, document);
+    }
+  }
+  return IsPlain(item.key) && IsPlain(characters);
+}
+
+// The one pass over the sorted items; false when there is a text that is not plain, with the results unfinished.
+static bool WriteItems(const std::string& entityName, const std::vector<ReceivedItem>& items, Payload payload,
+                       const ReceivedResults& results) {
+  std::string& document = results.document;
+  if (items.empty()) {
+    document = "{\"version\":4.0}\n";
+    return true;
+  }
+  const bool isBeforeVersion = entityName < kVersionKey;
+  document = isBeforeVersion ? "{" : "{\"version\":4.0,";
+  AppendQuoted(entityName, document);
+  document += ":{";
+  ValueText text;
+  for (const ReceivedItem& item : items) {
+    if (!WriteItem(item, payload, text, results)) return false;
+  }
+  document += isBeforeVersion ? "},\"version\":4.0}\n" : "}}\n";
+  return IsPlain(entityName);
+}
+
+// The long way, from the values on.
+static void WriteThroughDocument(const std::string& entityName, const std::vector<ReceivedItem>& items, Payload payload,
+                                 const ReceivedResults& results) {
+  Json::Value decoded;
+  ValueText text;
+  for (const ReceivedItem& item : items) {
+    StoreItem(MakeObject(decoded[entityName]), DocumentKey(*item.attribute), item.attribute->type,
+              JsonOfValue(*item.attribute, item.value, payload, text));
+  }
+  decoded[kVersionKey] = kDocumentVersion;
+  Json::Value alerts;
+  Json::Value faults;
+  results.document = ProtocolConvertReceiveResult_4_0(WriteJsonText(decoded), alerts, faults);
+  ProtocolGetAlertsAndFaults_4_0(alerts, faults, results.alerts, results.faults);
+}
+
+bool ProtocolReceivePacket_4_0(const MorvixProtocolEntity_4_0& entityInfo,
+                               const std::vector<MorvixProtocolAttribute_4_0>& attributes, const byte* data,
+                               size_t dataLen, std::string& document, std::vector<TavelReceiveInfo>& valert,
+                               std::vector<TavelReceiveInfo>& vfault) {
+  document.clear();
+  if (data == nullptr || dataLen < kMinReceivedBytes || dataLen - 1 > kMaxPayloadBytes ||
+      !IsResponse(static_cast<MorvixProtocolCommand_4_0>(data[0]))) {
+    return false;
+  }
+  const Payload payload = {data + 1, dataLen - 1};
+  std::vector<ReceivedItem> items;
+  items.reserve(attributes.size());
+  const bool isKept =
+      DecodeEach(attributes, payload, [&](const MorvixProtocolAttribute_4_0& attribute, const DecodedValue& value) {
+        const std::string_view key = DocumentKey(attribute);
+        items.push_back({PrefixOf(key), key, &attribute, value});
+      });
+  // An entity called "version" gives way to the document's version.
+  if (!isKept || entityInfo.name == kVersionKey) items.clear();
+  SortAsInDocument(items);
+
+  const ReceivedResults results = {document, valert, vfault};
+  const size_t alertCount = valert.size();
+  const size_t faultCount = vfault.size();
+  if (!WriteItems(entityInfo.name, items, payload, results)) {
+    valert.resize(alertCount);
+    vfault.resize(faultCount);
+    WriteThroughDocument(entityInfo.name, items, payload, results);
+  }
+  return true;
 }
 
 // =====================================================================================================================

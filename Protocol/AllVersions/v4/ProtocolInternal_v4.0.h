@@ -26,7 +26,8 @@
 /// ProtocolEncodeAttributes_4_0 and ProtocolDecodeAttributes_4_0.
 ///
 /// **Failures** show in the result only: a false, a 0, an empty text, an output left empty. Nothing throws, with one
-/// exception that ProtocolGetAttrInteger64_4_0 describes. What is worth a line is logged through logMsgEx at level 1.
+/// exception that ProtocolGetAttrInteger64_4_0 describes. What is worth a line is logged through logMsgEx at level 1;
+/// the parser also logs one line for every entity through logMsg at level 2.
 ///
 /// **Threads**: the module has no state. Calls on different threads are safe as long as they share no output.
 ///
@@ -34,8 +35,9 @@
 /// integer* when it is stored as an unsigned integer of 32 bits, or as a signed one between 2147483648 and
 /// 4294967295, and as *real* otherwise, whatever its value is.
 ///
-/// **Text**: keywords, numbers in text, member names given as `const char*`, and logged texts end at their first NUL;
-/// names inside documents and records may hold NULs and are compared whole.
+/// **Text**: keywords, numbers in text, member names given as `const char*`, logged texts, and an attribute's name when
+/// the encoder looks its value up, end at their first NUL. Names inside documents and records may otherwise hold NULs
+/// and are compared whole.
 
 #ifndef MORVIX_PROTOCOL_INTERNAL_V4_0_H
 #define MORVIX_PROTOCOL_INTERNAL_V4_0_H
@@ -50,7 +52,7 @@
 /// The version of this library, "major.minor.patch". The first two numbers are the protocol's.
 #define MORVIX_PROTOCOL_VERSION "4.0.0"
 
-using byte = unsigned char;  ///< One byte of a packet or payload.
+using byte = unsigned char;  ///< One byte of a packet or payload. Next to `using namespace std`, write `::byte`.
 using dword = uint32_t;      ///< A packet version.
 
 /// How an attribute's value is encoded in the payload. The four unsigned integers are numbered 4 to 7 so that one mask
@@ -130,12 +132,13 @@ struct tagMorvixProtocolPosition_4_0 {
 /// See tagMorvixProtocolPosition_4_0.
 using MorvixProtocolPosition_4_0 = tagMorvixProtocolPosition_4_0;
 
-/// The scaling of a number: user value = raw value * `ratio` + `addition`. Raw values from `min` to `max` are
-/// accepted. `min` and `max` are compared as unsigned 64-bit, and `max` must stay below 2 to the power 52.
+/// The scaling of a number: user value = raw value * `ratio` + `addition`. Raw values from `min` to `max` are accepted
+/// as far as they are on the step grid. `min`, `max` and `step` are compared as unsigned 64-bit; nothing is accepted
+/// unless `max` is below 2 to the power 52 and at least `min` + `step`.
 struct tagMorvixProtocolUIntSpec_4_0 {
   int64_t min = 0;      ///< Smallest accepted raw value.
   int64_t max = 0;      ///< Largest accepted raw value.
-  int32_t step = 0;     ///< Raw values are `min`, `min` + `step` and so on, and `max`. The parser always gives 1.
+  int32_t step = 0;     ///< Raw values are `min`, `min` + `step` and so on, and `max`. 1 in every scaling that is read.
   double ratio = 0;     ///< Multiplier from raw to user value.
   double addition = 0;  ///< Offset, added after the multiplication.
 };
@@ -192,9 +195,10 @@ bool ProtocolDataTypeIsUInt(MorvixProtocolDataType_4_0 type);
 
 /// @name Lenient readers of one member of a JSON object
 /// Numbers may stand in a document as numbers or as text. Each reader gives false when `attr` is no object, when
-/// `strKey` is null, or when the member is missing, null or of a kind that the reader does not take; the output is
-/// then untouched (ProtocolGetAttrObject_4_0 differs). Text that is empty or blank is a success that leaves the output
-/// as it was, so preset the output.
+/// `strKey` is null, or when the member is missing, null, of a kind that the reader does not take, or text that is no
+/// number; the output is then untouched (ProtocolGetAttrObject_4_0 differs). A number reader that finds its text at an
+/// end before anything could be wrong with it gives true and leaves the output as it was, so preset the output: for
+/// integers and doubles that is empty or blank text, for hexadecimal numbers the empty text, "0" and "0x".
 /// @{
 
 /// Integers; bools as 1 and 0; unsigned integers above 2147483647 wrap to negative; text is read as decimal, 0x
@@ -202,9 +206,9 @@ bool ProtocolDataTypeIsUInt(MorvixProtocolDataType_4_0 type);
 /// refused.
 bool ProtocolGetAttrInteger_4_0(const Json::Value& attr, const char* strKey, int32_t& value);
 
-/// Like ProtocolGetAttrInteger_4_0 with 64 bits ("%lli"); also integers beyond 32 bits, saturated to 64 bits signed,
-/// and reals other than 0.0, truncated toward zero and saturated, a NaN as 0. Throws Json::LogicError when the member
-/// is an array or an object: the one error that passes through this module.
+/// Like ProtocolGetAttrInteger_4_0 with 64 bits ("%lli"), where unsigned integers do not wrap; also integers beyond 32
+/// bits, saturated to 64 bits signed, and reals other than 0.0, truncated toward zero and saturated, a NaN as 0. Throws
+/// Json::LogicError when the member is an array or an object: the one error that passes through this module.
 bool ProtocolGetAttrInteger64_4_0(const Json::Value& attr, const char* strKey, int64_t& value);
 
 /// Unsigned integers, and text that begins with a lower-case 0x and hexadecimal digits. Signed integers, which are all
@@ -238,24 +242,26 @@ bool ProtocolGetAttrObject_4_0(const Json::Value& attr, const char* strKey, Json
 /// holds the command, and as `value` a new C-heap copy of all bytes behind the command, which the caller releases with
 /// `free`.
 ///
-/// @return true for a read response or notification (3, 4) of 2 to 16385 bytes. On false `value` is null; a null
-/// `data` or a shorter packet leaves `package` as it was, another command leaves just `cmd` set, and a packet that is
-/// too long or for which there is no memory leaves `cmd` and `sizeValue` set.
+/// @return true for a read response or notification (3, 4) of 2 to 16385 bytes. On false there is nothing to release: a
+/// null `data` or a shorter packet leaves `package` as it was; another command leaves just `cmd` set; a packet that is
+/// too long, or for which there is no memory, leaves `cmd` and `sizeValue` set.
 [[nodiscard]] bool ProtocolUnpackPackage_4_0(const byte* data, size_t dataLen, MorvixProtocolPackage_4_0& package);
 
 /// Encodes the values that `root` holds for the entity's writable attributes: `root[entity name][attribute name]`.
 ///
-/// Bools and enums take an integer or its text (decimal), numbers a number or its text in user units, binaries base64
-/// text. A value that is missing or of another kind is left out without a word; its flag bit stays 0.
+/// Bools and enums take an integer, a JSON bool (1 or 0) or decimal text, of which empty text is 0; numbers take a
+/// number or its text in user units; binaries take base64 text. A value that is missing or of another kind is left out
+/// without a word; its flag bit stays 0.
 ///
-/// `flags` and `value` of `package` become new zero-filled C-heap buffers, which the caller releases with `free` *also
-/// when nothing was encoded*; earlier buffers are not released. `sizeFlags` and `sizeValue` are non-zero exactly when
-/// at least one value was written and none was refused. The other fields are left alone. When the entity is unusable,
-/// its payload has no bytes, or there is no memory for it, the whole package is left alone.
+/// Hand in a package without buffers. `flags` and `value` become new zero-filled C-heap buffers, which the caller
+/// releases with `free` *also when nothing was encoded*; earlier buffers are not released. `sizeFlags` and `sizeValue`
+/// are then non-zero exactly when at least one value was written and none was refused. The other fields are left alone.
+/// When the entity is unusable, its payload has no bytes, or there is no memory for it, the whole package is left
+/// alone.
 ///
-/// Logged, each of them ending the call: "Get entity info failed.", "No data will encode.", "Write bool value
-/// failed.", "Invalid enum value: %i, range: 0-%i", "Write enum value failed.", "Write binary value failed.",
-/// "Validate uint value failed.", "Write uint value failed.", "Attribute type is unknown, skip."
+/// Logged beside the parser's lines, each of them ending the call: "Get entity info failed.", "No data will encode.",
+/// "Write bool value failed.", "Invalid enum value: %i, range: 0-%i", "Write enum value failed.", "Write binary value
+/// failed.", "Validate uint value failed.", "Write uint value failed.", "Attribute type is unknown, skip."
 ///
 /// Throws what ProtocolGetAttrInteger64_4_0 throws, before anything is allocated.
 void ProtocolEncodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0& package, const Json::Value& root);
@@ -265,12 +271,12 @@ void ProtocolEncodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4
 ///
 /// The key is the attribute's name, or its display name for alerts and faults. The value is a bool for bools and a
 /// text for everything else: an enum's index, a number in user units, a binary's bytes in base64. `decodeResult` is
-/// not cleared; it is made an object when it is none.
+/// not cleared; with the first value it is made an object when it is none. It may be `entity` itself.
 ///
-/// A number or enum outside the payload, and a number that its scaling refuses, are left out without a word. Logged,
-/// each ending the call: "No data to decode." and "Get entity info failed." (document untouched), "Invalid enum value:
-/// %i, range: 0-%i" (earlier attributes stay), "Unknown attribute type." and "Decode value is invalid." (a bool or
-/// binary that cannot be read; the whole entity is removed from the document).
+/// A number or enum outside the payload, and a number that its scaling refuses, are left out without a word. Logged
+/// beside the parser's lines, each ending the call: "No data to decode." and "Get entity info failed." (document
+/// untouched), "Invalid enum value: %i, range: 0-%i" (earlier attributes stay), "Unknown attribute type." and "Decode
+/// value is invalid." (a bool or binary that cannot be read; the whole entity is removed from the document).
 ///
 /// Throws what ProtocolGetAttrInteger64_4_0 throws, with the document untouched.
 void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0 package, Json::Value& decodeResult);
@@ -290,7 +296,7 @@ void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4
 ///
 /// @return false, with a line that names the reason, when the entity is unusable: no object, or "id", "name",
 /// "display_name" or the array "attrs" is missing. `attributes` is then untouched and `entityInfo` holds what was read
-/// before the fault. Throws what ProtocolGetAttrInteger64_4_0 throws.
+/// before the fault. Throws what ProtocolGetAttrInteger64_4_0 throws, with the attributes before the fault appended.
 [[nodiscard]] bool ProtocolParseEntity_4_0(const Json::Value& entity, int matchTypes,
                                            std::vector<MorvixProtocolAttribute_4_0>& attributes,
                                            MorvixProtocolEntity_4_0& entityInfo);
@@ -330,6 +336,22 @@ void ProtocolGetAlertsOrFaults_4_0(const Json::Value& alerts, std::vector<TavelR
 /// ProtocolGetAlertsOrFaults_4_0 on `alerts` into `valert`, then on `faults` into `vfault`.
 void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value& faults,
                                     std::vector<TavelReceiveInfo>& valert, std::vector<TavelReceiveInfo>& vfault);
+
+/// The application's document as text, and the active alerts and faults (appended), of one received packet, without a
+/// JSON value in between.
+///
+/// Exactly what these calls give, log lines included: ProtocolUnpackPackage_4_0, ProtocolDecodeAttributes_4_0 into an
+/// empty document, its member "version" set to 4.0, written as text, ProtocolConvertReceiveResult_4_0,
+/// ProtocolGetAlertsAndFaults_4_0. `attributes` are those of all groups. What `document` held is replaced; reuse it,
+/// and its memory is reused.
+///
+/// @return false, with `document` empty and the lists untouched, when the packet is no read response or notification of
+/// 2 to 16385 bytes.
+[[nodiscard]] bool ProtocolReceivePacket_4_0(const MorvixProtocolEntity_4_0& entityInfo,
+                                             const std::vector<MorvixProtocolAttribute_4_0>& attributes,
+                                             const byte* data, size_t dataLen, std::string& document,
+                                             std::vector<TavelReceiveInfo>& valert,
+                                             std::vector<TavelReceiveInfo>& vfault);
 
 /// Replaces `devices` by an array of those known devices (TavelConfig::GetAllDevices) whose "protocolType" is
 /// `protocolName`, letter case included, and whose "packetVersion" is `packetVersion`.
