@@ -5,6 +5,7 @@
 #include <langinfo.h>
 
 #include <algorithm>
+#include <cfenv>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -1261,13 +1262,16 @@ struct ValueText {
   std::string binary;
 };
 
-// True when the C library prints a plain decimal point. Another locale's is not cut off with the zeros behind it.
-static bool HasPlainDecimalPoint() { return std::strcmp(nl_langinfo(RADIXCHAR), ".") == 0; }
+// True when the C library prints a plain decimal point and rounds to nearest, as PrintSmallNumber does. Another
+// locale's point is not seen as one, so the zeros behind it stay.
+static bool PrintsPlainly() {
+  return std::fegetround() == FE_TONEAREST && std::strcmp(nl_langinfo(RADIXCHAR), ".") == 0;
+}
 
 // Six decimals without trailing zeros. Numbers too long for the text lose their end.
 static std::string_view NumberText(double number, ValueText& text) {
   size_t length = 0;
-  if (HasPlainDecimalPoint() && PrintSmallNumber(number, text.number, length)) return {text.number, length};
+  if (PrintsPlainly() && PrintSmallNumber(number, text.number, length)) return {text.number, length};
   std::memset(text.number, 0, sizeof text.number);
   std::snprintf(text.number, sizeof text.number, "%lf", number);
   return removeFloatLastZero(text.number);
@@ -1642,30 +1646,39 @@ static void AppendQuoted(std::string_view text, std::string& document) {
   document += '"';
 }
 
-// Writes one item to where it belongs; false when it has a text that is not plain.
-static bool WriteItem(const ReceivedItem& item, Payload payload, ValueText& text, const ReceivedResults& results) {
-  const MorvixProtocolAttribute_4_0& attribute = *item.attribute;
-  const bool isBool = attribute.data_type == MorvixProtocolDataTypeBool_4_0;
-  const std::string_view characters = isBool ? "" : TextOfValue(attribute, item.value, payload, text);
-  if (IsToldToPeople(attribute)) {
-    const bool isAlert = attribute.type == MorvixProtocolTypeAlert_4_0;
-    AppendActive(item.key, isBool ? int32_t{item.value.bit} : ActiveValue(characters.data()),
-                 isAlert ? results.alerts : results.faults);
+// The characters of a value that is no bool; none for a bool.
+static std::string_view CharactersOf(const ReceivedItem& item, Payload payload, ValueText& text) {
+  if (item.attribute->data_type == MorvixProtocolDataTypeBool_4_0) return "";
+  return TextOfValue(*item.attribute, item.value, payload, text);
+}
+
+// Appends a status to the document; false when it has a text that is not plain.
+static bool WriteStatus(const ReceivedItem& item, std::string_view characters, std::string& document) {
+  if (document.back() != '{') document += ',';
+  AppendQuoted(item.key, document);
+  document += ':';
+  if (item.attribute->data_type == MorvixProtocolDataTypeBool_4_0) {
+    document += item.value.bit ? "true" : "false";
   } else {
-    std::string& document = results.document;
-    if (document.back() != '{') document += ',';
-    AppendQuoted(item.key, document);
-    document += ':';
-    if (isBool) {
-      document += item.value.bit ? "true" : "false";
-    } else {
-      AppendQuoted(characters, document);
-    }
+    AppendQuoted(characters, document);
   }
   return IsPlain(item.key) && IsPlain(characters);
 }
 
-// The one pass over the sorted items; false when there is a text that is not plain, with the results unfinished.
+// Appends the active items of one group; false when there is one that has a text that is not plain.
+static bool WriteActive(const std::vector<ReceivedItem>& items, MorvixProtocolType_4_0 group, Payload payload,
+                        ValueText& text, std::vector<TavelReceiveInfo>& active) {
+  for (const ReceivedItem& item : items) {
+    if (item.attribute->type != group) continue;
+    const std::string_view characters = CharactersOf(item, payload, text);
+    if (!IsPlain(item.key) || !IsPlain(characters)) return false;
+    const bool isBool = item.attribute->data_type == MorvixProtocolDataTypeBool_4_0;
+    AppendActive(item.key, isBool ? int32_t{item.value.bit} : ActiveValue(characters.data()), active);
+  }
+  return true;
+}
+
+// Writes the sorted items; false when there is a text that is not plain, with the results unfinished.
 static bool WriteItems(const std::string& entityName, const std::vector<ReceivedItem>& items, Payload payload,
                        const ReceivedResults& results) {
   std::string& document = results.document;
@@ -1679,10 +1692,13 @@ static bool WriteItems(const std::string& entityName, const std::vector<Received
   document += ":{";
   ValueText text;
   for (const ReceivedItem& item : items) {
-    if (!WriteItem(item, payload, text, results)) return false;
+    if (IsToldToPeople(*item.attribute)) continue;
+    if (!WriteStatus(item, CharactersOf(item, payload, text), document)) return false;
   }
   document += isBeforeVersion ? "},\"version\":4.0}\n" : "}}\n";
-  return IsPlain(entityName);
+  // One group after the other, for a caller who gathers both in one list.
+  return IsPlain(entityName) && WriteActive(items, MorvixProtocolTypeAlert_4_0, payload, text, results.alerts) &&
+         WriteActive(items, MorvixProtocolTypeFault_4_0, payload, text, results.faults);
 }
 
 // The long way, from the values on.
