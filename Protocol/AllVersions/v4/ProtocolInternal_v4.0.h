@@ -343,7 +343,7 @@ void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value
 /// Exactly what these calls give, log lines included: ProtocolUnpackPackage_4_0, ProtocolDecodeAttributes_4_0 into an
 /// empty document, its member "version" set to 4.0, written as text, ProtocolConvertReceiveResult_4_0,
 /// ProtocolGetAlertsAndFaults_4_0. `attributes` are those of all groups. What `document` held is replaced; reuse it,
-/// and its memory is reused.
+/// and its memory is reused. It must not be part of the inputs.
 ///
 /// @return false, with `document` empty and the lists untouched, when the packet is no read response or notification of
 /// 2 to 16385 bytes.
