@@ -54,12 +54,11 @@ void TavelConfig::SetAllDevices(const Json::Value& devices) {
 void TavelConfig::SetDebug(bool debug) { debug_ = debug; }
 
 bool TavelConfig::LoadFromFile(const std::string& path, std::string& error) {
-  errno = 0;
   std::ifstream file(path, std::ios::binary);
   const bool isOpen = file.is_open();
   file.peek();  // a directory opens, but reading it fails
   if (!isOpen || file.bad()) {
-    return Fail(error, path, "cannot be read: " + std::generic_category().message(errno != 0 ? errno : EIO));
+    return Fail(error, path, "cannot be read: " + std::generic_category().message(errno));
   }
   Json::Value root;
   try {

@@ -856,4 +856,43 @@ TEST(ParseEntity, DoesWhatTheParserDoes) {
   }
 }
 
+// --- Looking members up ---
+
+TEST(EqualBytes, SeesADifferenceAtEveryPlaceOfEveryLength) {
+  for (size_t length = 0; length <= 40; ++length) {
+    const std::string left(length, 'n');
+    EXPECT_TRUE(EqualBytes(left.data(), std::string(left).data(), length)) << length;
+    for (size_t i = 0; i < length; ++i) {
+      std::string right = left;
+      right[i] = 'm';
+      EXPECT_FALSE(EqualBytes(left.data(), right.data(), length)) << i << " of " << length;
+    }
+  }
+}
+
+TEST(FindMembers, FindsWhatIsThereAmongOtherMembers) {
+  static constexpr std::string_view kNames[] = {"b", "bb", "d"};
+  const struct {
+    const char* object;
+    int found[3];  // 0: missing
+  } cases[] = {
+      {R"({})", {0, 0, 0}},
+      {R"({"a": 1})", {0, 0, 0}},
+      {R"({"e": 1})", {0, 0, 0}},
+      {R"({"b": 1, "bb": 2, "d": 3})", {1, 2, 3}},
+      {R"({"a": 9, "b": 1, "ba": 9, "bb": 2, "c": 9, "d": 3, "e": 9})", {1, 2, 3}},
+      {R"({"bb": 2})", {0, 2, 0}},
+      {R"({"B": 9, "d": 3})", {0, 0, 3}},
+      {R"({"b\u0000": 9, "b": 1})", {1, 0, 0}},
+      {R"({"b": 1, "c": 9, "z": 9})", {1, 0, 0}},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.object);
+    const Json::Value object = ParseJson(test.object);
+    const Json::Value* members[3] = {};
+    FindMembers(object, kNames, members);
+    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(members[i] == nullptr ? 0 : members[i]->asInt(), test.found[i]) << i;
+  }
+}
+
 }  // namespace configuration_parser_test

@@ -424,3 +424,12 @@ TEST_F(GetProductList, IsEmptyForWhatIsNoArray) {
     EXPECT_EQ(List(devices), Keys{});
   }
 }
+
+// Sizes count as signed 32-bit numbers there: an array that claims three thousand million elements has fewer than none.
+TEST_F(GetProductList, IsEmptyForAnArrayThatClaimsTooMuch) {
+  Json::Value devices(Json::arrayValue);
+  devices[Json::ArrayIndex{2147483646}]["product_key"] = "k";
+  EXPECT_EQ(ProtocolGetProductList_4_0(devices), Keys{"k"});
+  devices[Json::ArrayIndex{3000000000}]["product_key"] = "k";
+  EXPECT_EQ(ProtocolGetProductList_4_0(devices), Keys{});
+}

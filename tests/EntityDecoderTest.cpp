@@ -557,6 +557,28 @@ TEST(DecodeEntity, DecodesIntoItsOwnConfiguration) {
   EXPECT_EQ(entity, expected);
 }
 
+// The decoder once read names out of the configuration while it replaced the attribute list that held them.
+TEST(DecodeEntity, DecodesIntoADocumentThatHoldsItsConfiguration) {
+  const std::string longName = "a name that is too long to be kept without memory of its own";
+  Json::Value document;
+  document["main"] = Entity({Number("attrs", 0, 1), Number(longName, 1, 1), Number("last", 2, 1)});
+  Json::Value expected = document;
+  expected["main"]["attrs"] = ParseJson(R"({"type": 2, "value": "5"})");
+  expected["main"][longName] = ParseJson(R"({"type": 2, "value": "6"})");
+  expected["main"]["last"] = ParseJson(R"({"type": 2, "value": "7"})");
+  std::vector<byte> payload = {5, 6, 7};
+  LogCapture capture;
+  ProtocolDecodeEntity_4_0(document["main"], PackageOf(payload), document);
+  EXPECT_EQ(document, expected);
+
+  // An array gives way to an object, and takes the configuration in it along.
+  Json::Value list(Json::arrayValue);
+  list.append(Entity({Number(longName, 0, 1), Number("last", 1, 1)}));
+  ProtocolDecodeEntity_4_0(list[0], PackageOf(payload), list);
+  EXPECT_EQ(list["main"][longName]["value"], "5");
+  EXPECT_EQ(list["main"]["last"]["value"], "6");
+}
+
 TEST(DecodeEntity, TakesNamesWholeThatHoldANul) {
   Json::Value entity = Entity({Number(WithNul("le", "vel"), 0, 1)});
   entity["name"] = WithNul("ma", "in");

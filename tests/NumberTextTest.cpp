@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cfenv>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
@@ -289,6 +290,18 @@ TEST(NumberText, EqualsTheLibraryOnAnyBits) {
   // All significands, at magnitudes that have decimals.
   for (int i = 0; i < 400000; ++i) {
     comparison.Add(std::ldexp(static_cast<double>(random() >> 11), -static_cast<int>(random() % 75)));
+  }
+}
+
+TEST(NumberText, FollowsTheRoundingModeAsTheLibraryDoes) {
+  for (const int mode : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+    SCOPED_TRACE(mode);
+    ASSERT_EQ(std::fesetround(mode), 0);
+    {
+      Comparison comparison;
+      for (int i = -1000; i <= 1000; ++i) comparison.Add(i / 7.0);
+    }
+    ASSERT_EQ(std::fesetround(FE_TONEAREST), 0);
   }
 }
 

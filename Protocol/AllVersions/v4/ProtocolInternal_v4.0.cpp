@@ -2,7 +2,6 @@
 
 #include <json/reader.h>
 #include <json/writer.h>
-#include <langinfo.h>
 
 #include <algorithm>
 #include <cfenv>
@@ -67,11 +66,20 @@ static inline int CompareNames(std::string_view left, std::string_view right) {
   return left.compare(right);
 }
 
-// Several members at once, in one walk: `names` are in the byte order in which objects hold their members. What is
-// missing stays as it is in `members`.
+template <size_t count>
+static constexpr bool IsSorted(const std::string_view (&names)[count]) {
+  for (size_t i = 1; i < count; ++i) {
+    if (names[i - 1] >= names[i]) return false;
+  }
+  return true;
+}
+
+// Several members at once, in one walk: `names` are sorted, in the byte order in which objects hold their members. What
+// is missing stays as it is in `members`, which is everything when `object` is no object.
 template <size_t count>
 static void FindMembers(const Json::Value& object, const std::string_view (&names)[count],
                         const Json::Value* (&members)[count]) {
+  if (!object.isObject()) return;
   size_t next = 0;
   auto it = object.begin();
   for (Json::ArrayIndex left = object.size(); left > 0; --left, ++it) {
@@ -409,6 +417,7 @@ struct CarriedMembers {
 enum AttributeMember { kDataType, kDesc, kDisplayName, kEnum, kId, kName, kPosition, kType, kUIntSpec, kAttributeSize };
 static constexpr std::string_view kAttributeMembers[] = {"data_type", "desc",     "display_name", "enum",     "id",
                                                          "name",      "position", "type",         "uint_spec"};
+static_assert(IsSorted(kAttributeMembers));
 using AttributeMembers = const Json::Value* [kAttributeSize];
 
 template <typename Attribute>
@@ -431,6 +440,7 @@ static const char* ReadIdentity(const AttributeMembers& members, Attribute& attr
 static const char* ReadPosition(const Json::Value& json, MorvixProtocolPosition_4_0& position) {
   enum { kBitOffset, kByteOffset, kLen, kUnit, kSize };
   static constexpr std::string_view kNames[] = {"bit_offset", "byte_offset", "len", "unit"};
+  static_assert(IsSorted(kNames));
   const Json::Value* members[kSize] = {};
   FindMembers(json, kNames, members);
   if (!ReadMember(members[kByteOffset], IntegerOf, position.byte_offset)) return "byte_offset";
@@ -445,8 +455,9 @@ static const char* ReadPosition(const Json::Value& json, MorvixProtocolPosition_
 static const char* ReadUIntSpec(const Json::Value& json, MorvixProtocolUIntSpec_4_0& uintSpec) {
   enum { kAddition, kMax, kMin, kRatio, kSize };
   static constexpr std::string_view kNames[] = {"addition", "max", "min", "ratio"};
+  static_assert(IsSorted(kNames));
   const Json::Value* members[kSize] = {};
-  if (json.isObject()) FindMembers(json, kNames, members);
+  FindMembers(json, kNames, members);
   if (!ReadMember(members[kMin], Integer64Of, uintSpec.min)) return "min";
   if (!ReadMember(members[kMax], Integer64Of, uintSpec.max)) return "max";
   uintSpec.step = 1;
@@ -1225,7 +1236,7 @@ static char* removeFloatLastZero(char* str) {
 
 // What "%lf" prints, cut to the size of the text, without trailing zeros. True when `number` was printed here, with
 // `length` set; numbers that need the C library's care are left to it: huge ones, those that are no number, and those
-// whose seventh decimal is close to a tie. `number` is split exactly: both parts fit a double.
+// whose digits behind the sixth decimal are close to one half. `number` is split exactly: both parts fit a double.
 static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_t& length) {
   constexpr double kLimit = 1e15;
   constexpr double kTieDistance = 1e-6;  // far above the error of the multiplication
@@ -1255,23 +1266,26 @@ static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_
   return true;
 }
 
-// The text of one value, which a NUL ends. Numbers and enums stay in the fixed buffer; the other one keeps its memory
-// for the next binary.
+// True when the C library prints a plain decimal point and rounds to nearest, as PrintSmallNumber does. Another
+// locale's point is not seen as one, so the zeros behind it stay.
+static bool LibraryPrintsPlainly() {
+  char half[8] = {};
+  std::snprintf(half, sizeof half, "%.1f", 0.5);
+  return std::fegetround() == FE_TONEAREST && std::strcmp(half, "0.5") == 0;
+}
+
+// The text of one value, which a NUL ends: `number` has those of numbers and enums, `binary` keeps its memory for the
+// next binary. One serves a whole call.
 struct ValueText {
   char number[kNumberTextSize];
   std::string binary;
+  const bool isPlain = LibraryPrintsPlainly();
 };
-
-// True when the C library prints a plain decimal point and rounds to nearest, as PrintSmallNumber does. Another
-// locale's point is not seen as one, so the zeros behind it stay.
-static bool PrintsPlainly() {
-  return std::fegetround() == FE_TONEAREST && std::strcmp(nl_langinfo(RADIXCHAR), ".") == 0;
-}
 
 // Six decimals without trailing zeros. Numbers too long for the text lose their end.
 static std::string_view NumberText(double number, ValueText& text) {
   size_t length = 0;
-  if (PrintsPlainly() && PrintSmallNumber(number, text.number, length)) return {text.number, length};
+  if (text.isPlain && PrintSmallNumber(number, text.number, length)) return {text.number, length};
   std::memset(text.number, 0, sizeof text.number);
   std::snprintf(text.number, sizeof text.number, "%lf", number);
   return removeFloatLastZero(text.number);
@@ -1411,7 +1425,7 @@ static void ClearEntityValue(Json::Value& result, const std::string& entityName)
   MakeObject(result).removeMember(entityName.data(), entityName.data() + entityName.size(), &removed);
 }
 
-// The key is whole, NULs included.
+// Sets the two members of one item, which is made if it is missing. The key is whole, NULs included.
 static void StoreItem(Json::Value& entity, const std::string& attributeName, MorvixProtocolType_4_0 type,
                       Json::Value&& value) {
   Json::Value& item = MakeObject(entity[attributeName]);
@@ -1433,20 +1447,14 @@ template <typename Attribute>
 static void DecodeAttributes(const MorvixProtocolEntity_4_0& entityInfo, const std::vector<Attribute>& attributes,
                              const MorvixProtocolPackage_4_0& package, Json::Value& decodeResult) {
   const Payload payload = {package.value, package.sizeValue};
-  // A new entity is put into the document at the end: views may belong to what the document holds until then.
-  const Json::Value* known = FindEntity(decodeResult, entityInfo.name);
-  Json::Value made(Json::objectValue);
-  Json::Value& entity = known == nullptr ? made : decodeResult[entityInfo.name];
+  Json::Value* entity = nullptr;
   ValueText text;
   const bool isKept = DecodeEach(attributes, payload, [&](const Attribute& attribute, const DecodedValue& value) {
-    StoreItem(entity, StringOfKey(DocumentKey(attribute)), attribute.type,
+    if (entity == nullptr) entity = &MakeObject(MakeObject(decodeResult)[entityInfo.name]);
+    StoreItem(*entity, StringOfKey(DocumentKey(attribute)), attribute.type,
               JsonOfValue(attribute, value, payload, text));
   });
-  if (!isKept) {
-    ClearEntityValue(decodeResult, entityInfo.name);
-  } else if (!made.empty()) {
-    MakeObject(decodeResult)[entityInfo.name] = std::move(made);
-  }
+  if (!isKept) ClearEntityValue(decodeResult, entityInfo.name);
 }
 
 static bool HasPayload(const MorvixProtocolPackage_4_0& package) {
@@ -1461,15 +1469,26 @@ void ProtocolDecodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
   if (HasPayload(package)) DecodeAttributes(entityInfo, attributes, package, decodeResult);
 }
 
-void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0 package, Json::Value& decodeResult) {
-  if (!HasPayload(package)) return;
-  std::vector<AttributeView> attributes;
+template <typename Attribute>
+static void ParseAndDecode(const Json::Value& entity, const MorvixProtocolPackage_4_0& package,
+                           Json::Value& decodeResult) {
+  std::vector<Attribute> attributes;
   MorvixProtocolEntity_4_0 entityInfo;
   if (!FilterConfigType(entity, kAllGroups, attributes, entityInfo)) {
     logMsgEx(kLevelWarning, kDecoderName, "Get entity info failed.");
     return;
   }
   DecodeAttributes(entityInfo, attributes, package, decodeResult);
+}
+
+void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0 package, Json::Value& decodeResult) {
+  if (!HasPayload(package)) return;
+  if (decodeResult.empty()) {
+    ParseAndDecode<AttributeView>(entity, package, decodeResult);
+  } else {
+    // The configuration may be part of the document, which is about to change: records own their texts.
+    ParseAndDecode<MorvixProtocolAttribute_4_0>(entity, package, decodeResult);
+  }
 }
 
 bool ProtocolGetEntitiesFromDevice_4_0(const Json::Value& device, Json::Value& entities) {
@@ -1508,7 +1527,7 @@ static Json::Value TakeMember(Json::Value& object, std::string_view key) {
 
 static void FlattenEntity(Json::Value& entity, Json::Value& alerts, Json::Value& faults) {
   for (auto it = entity.begin(); it != entity.end();) {
-    const auto current = it++;  // taking a member out ends its own iterator only
+    auto current = it++;  // taking a member out ends its own iterator only
     Json::Value& item = *current;
     if (!item.isObject()) continue;
     const bool isAlert = IsItemOfGroup(item, MorvixProtocolTypeAlert_4_0);
@@ -1566,7 +1585,6 @@ static int32_t ActiveValue(const Json::Value& value) {
 }
 
 static void AppendActive(std::string_view name, int32_t value, std::vector<TavelReceiveInfo>& active) {
-  if (value == 0) return;
   TavelReceiveInfo& info = active.emplace_back();
   info.name = name;
   info.value = value;
@@ -1673,7 +1691,8 @@ static bool WriteActive(const std::vector<ReceivedItem>& items, MorvixProtocolTy
     const std::string_view characters = CharactersOf(item, payload, text);
     if (!IsPlain(item.key) || !IsPlain(characters)) return false;
     const bool isBool = item.attribute->data_type == MorvixProtocolDataTypeBool_4_0;
-    AppendActive(item.key, isBool ? int32_t{item.value.bit} : ActiveValue(characters.data()), active);
+    const int32_t value = isBool ? int32_t{item.value.bit} : ActiveValue(characters.data());
+    if (value != 0) AppendActive(item.key, value, active);
   }
   return true;
 }
@@ -1809,7 +1828,8 @@ std::string ProtocolGetProductKey_4_0(const Json::Value& device) { return std::s
 
 std::vector<std::string> ProtocolGetProductList_4_0(const Json::Value& devices) {
   std::vector<std::string> keys;
-  if (!devices.isArray()) return keys;
+  // Sizes count as signed, so an array that claims more elements has none.
+  if (!devices.isArray() || devices.size() > INT32_MAX) return keys;
   for (const Json::Value& device : devices) {
     const std::string_view key = ProductKeyOf(device);
     if (!key.empty()) keys.emplace_back(key);

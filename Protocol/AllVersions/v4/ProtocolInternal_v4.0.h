@@ -23,7 +23,8 @@
 ///     ProtocolGetAlertsAndFaults_4_0(alerts, faults, activeAlerts, activeFaults);  // 5. -> what is active now
 ///
 /// A host that handles many packets parses the entity once with ProtocolParseEntity_4_0 and then calls
-/// ProtocolEncodeAttributes_4_0 and ProtocolDecodeAttributes_4_0.
+/// ProtocolEncodeAttributes_4_0, ProtocolDecodeAttributes_4_0, or ProtocolReceivePacket_4_0, which does all five steps
+/// of a receive at once.
 ///
 /// **Failures** show in the result only: a false, a 0, an empty text, an output left empty. Nothing throws, with one
 /// exception that ProtocolGetAttrInteger64_4_0 describes. What is worth a line is logged through logMsgEx at level 1;
@@ -196,9 +197,9 @@ bool ProtocolDataTypeIsUInt(MorvixProtocolDataType_4_0 type);
 /// @name Lenient readers of one member of a JSON object
 /// Numbers may stand in a document as numbers or as text. Each reader gives false when `attr` is no object, when
 /// `strKey` is null, or when the member is missing, null, of a kind that the reader does not take, or text that is no
-/// number; the output is then untouched (ProtocolGetAttrObject_4_0 differs). A number reader that finds its text at an
-/// end before anything could be wrong with it gives true and leaves the output as it was, so preset the output: for
-/// integers and doubles that is empty or blank text, for hexadecimal numbers the empty text, "0" and "0x".
+/// number; the output is then untouched (ProtocolGetAttrObject_4_0 differs). Text that ends before it says anything is
+/// a success that leaves the output as it was, so preset the output: for integers and doubles that is empty or blank
+/// text, for hexadecimal numbers the empty text, "0", and "0x" with nothing but blanks behind it.
 /// @{
 
 /// Integers; bools as 1 and 0; unsigned integers above 2147483647 wrap to negative; text is read as decimal, 0x
@@ -271,7 +272,7 @@ void ProtocolEncodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4
 ///
 /// The key is the attribute's name, or its display name for alerts and faults. The value is a bool for bools and a
 /// text for everything else: an enum's index, a number in user units, a binary's bytes in base64. `decodeResult` is
-/// not cleared; with the first value it is made an object when it is none. It may be `entity` itself.
+/// not cleared; it is made an object when it is none and something is stored or removed. It may be `entity` itself.
 ///
 /// A number or enum outside the payload, and a number that its scaling refuses, are left out without a word. Logged
 /// beside the parser's lines, each ending the call: "No data to decode." and "Get entity info failed." (document
@@ -337,8 +338,8 @@ void ProtocolGetAlertsOrFaults_4_0(const Json::Value& alerts, std::vector<TavelR
 void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value& faults,
                                     std::vector<TavelReceiveInfo>& valert, std::vector<TavelReceiveInfo>& vfault);
 
-/// The application's document as text, and the active alerts and faults (appended), of one received packet, without a
-/// JSON value in between.
+/// The application's document as text, and the active alerts and faults (appended), of one received packet, in
+/// one pass over its bytes. Only names or texts that JSON has to escape take the way through a document.
 ///
 /// Exactly what these calls give, log lines included: ProtocolUnpackPackage_4_0, ProtocolDecodeAttributes_4_0 into an
 /// empty document, its member "version" set to 4.0, written as text, ProtocolConvertReceiveResult_4_0,
