@@ -18,3 +18,5 @@ install(FILES ${PROJECT_BINARY_DIR}/MorvixProtocolConfig.cmake ${PROJECT_BINARY_
 file(RELATIVE_PATH pcToPrefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/morvix-protocol.pc.in morvix-protocol.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/morvix-protocol.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(FILES schemas/product-configuration.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/morvix)

@@ -1,0 +1,780 @@
+// `dp4 decode`. The golden texts in tests/golden/dp4/ follow from the products' pages in tests/golden/, where the
+// notifications are worked out by hand.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestSupport.h"
+#include "ToolSupport.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#elif defined(__has_feature)
+constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
+std::string Golden(const std::string& name) { return ReadFile(std::string(GOLDEN_DIR) + "/dp4/" + name); }
+
+std::string Notification(const std::string& product) {
+  return ReadFile(std::string(EXAMPLES_DIR) + "/" + product + ".notify.hex");
+}
+
+std::string WithoutBlanks(const std::string& text) {
+  std::string digits;
+  for (const char c : text) {
+    if (c != ' ' && c != '\n') digits += c;
+  }
+  return digits;
+}
+
+// kettle.notify.hex in flat form, and the same without its line end.
+std::string KettleLine() { return Golden("kettle.decode.flat.jsonl"); }
+std::string KettleResult() {
+  const std::string line = KettleLine();
+  return line.substr(0, line.size() - 1);
+}
+
+ToolRun DecodeKettle(std::vector<std::string> arguments, const std::string& standardInput = "") {
+  arguments.insert(arguments.begin(), {"decode", "kettle.json"});
+  return RunTool(arguments, standardInput);
+}
+
+// The configuration comes on standard input.
+ToolRun DecodeWith(const std::string& configuration, std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), {"decode", "-"});
+  return RunTool(arguments, configuration);
+}
+
+void ExpectFine(const ToolRun& run, const std::string& out) {
+  EXPECT_EQ(run.out, out);
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+void ExpectProblem(const ToolRun& run, const std::string& out, const std::string& err) {
+  EXPECT_EQ(run.out, out);
+  EXPECT_EQ(run.err, err);
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+void ExpectUsageError(const ToolRun& run, const std::string& message) {
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "dp4: " + message + "\n");
+  EXPECT_EQ(run.exitCode, 2);
+}
+
+// A configuration of one entity with these attributes.
+std::string Configuration(const std::string& entity, const std::string& attributes) {
+  return R"({"entities": [{"id": 0, "name": ")" + entity + R"(", "display_name": "", "attrs": [)" + attributes + "]}]}";
+}
+
+// One bit of byte 0, or another kind of attribute there.
+std::string Attribute(const std::string& name, const std::string& displayName, const std::string& type, int bit,
+                      const std::string& kind = R"("data_type": "bool")", int len = 1) {
+  return R"({"id": 0, "name": ")" + name + R"(", "display_name": ")" + displayName + R"(", "desc": "", "type": ")" +
+         type + "\", " + kind + R"(, "position": {"byte_offset": 0, "unit": "bit", "bit_offset": )" +
+         std::to_string(bit) + ", \"len\": " + std::to_string(len) + "}}";
+}
+
+// ---- The examples ----
+
+class DecodeExample : public testing::TestWithParam<std::string> {
+ protected:
+  static ToolRun Decode(const std::string& document) {
+    return RunTool({"decode", GetParam() + ".json", "--entity", "0", Notification(GetParam()), "--document", document});
+  }
+};
+
+TEST_P(DecodeExample, GivesTheGoldenFlatResults) {
+  ExpectFine(Decode("flat"), Golden(GetParam() + ".decode.flat.jsonl"));
+}
+
+TEST_P(DecodeExample, GivesTheGoldenDecodedDocument) {
+  ExpectFine(Decode("decoded"), Golden(GetParam() + ".decode.decoded.jsonl"));
+}
+
+TEST_P(DecodeExample, GivesTheGoldenTable) { ExpectFine(Decode("table"), Golden(GetParam() + ".decode.table.txt")); }
+
+TEST_P(DecodeExample, GivesFlatResultsWithoutBeingAsked) {
+  const std::string line = WithoutBlanks(Notification(GetParam())) + "\n";
+  ExpectFine(RunTool({"decode", GetParam() + ".json", "--entity", "0"}, line),
+             Golden(GetParam() + ".decode.flat.jsonl"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, DecodeExample,
+                         testing::Values("kettle", "air_conditioner", "gateway", "power_meter"),
+                         [](const testing::TestParamInfo<std::string>& test) { return test.param; });
+
+// ---- The writing of packets ----
+
+TEST(DecodePacket, IsHexadecimalInAnyWriting) {
+  for (const std::string packet : {"04055a04640101", "04055A04640101", "04 05 5a 04 64 01 01", "0x04055a04640101",
+                                   "04:05:5a:04:64:01:01", "0x04, 0x05, 0x5a, 0x04, 0x64, 0x01, 0x01",
+                                   "0X04 0X05 5a 0464 01:01", "  04055a0464\t01\n01\r\n", "04 : 05 , 5a04640101"}) {
+    ExpectFine(DecodeKettle({packet}), KettleLine());
+  }
+}
+
+TEST(DecodePacket, IsDecodedOneAfterTheOther) {
+  // 03 is a read response. Program 01 and target 80 come from 03 50; (0x046f = 1135) * 0.1 - 20 = 93.5; 02 is the lid.
+  ExpectFine(
+      DecodeKettle({"04055a04640101", "03 03 50 04 6f 02 00"}),
+      KettleLine() +
+          R"({"values":{"kettle":{"power":true,"program":"1","target":"80","temperature":"93.5"},"version":4.0},)"
+          R"("alerts":{"Lid open":true,"Low water":false},"faults":{"Sensor broken":false},)"
+          R"("active":{"alerts":{"Lid open":1},"faults":{}}})"
+          "\n");
+}
+
+TEST(DecodePacket, IsReportedWithTheColumnAndWhatWasExpected) {
+  struct Case {
+    std::string packet;
+    std::string place;
+    std::string message;
+  };
+  const std::string second = "expected the second hexadecimal digit of a byte, found ";
+  for (const Case& test :
+       std::vector<Case>{{"", ":1", "expected hexadecimal digits, found the end"},
+                         {" \n", ":3", "expected hexadecimal digits, found the end"},
+                         {"04055", ":6", second + "the end"},
+                         {"04 5 5a", ":5", second + "a blank"},
+                         {"04:0g", ":5", second + "'g'"},
+                         {"04xx", ":3", "expected a hexadecimal digit, found 'x'"},
+                         {"0404 0x", ":8", "expected a hexadecimal digit, found the end"},
+                         {"04::05", ":4", "expected a byte, found ':'"},
+                         {":04", ":1", "expected a byte, found ':'"},
+                         {"04 05,", ":7", "expected a byte, found the end"},
+                         {"04\x1b[2J", ":3", "expected a hexadecimal digit, found '\\x1b'"},
+                         {"04\xc3\xa4", ":3", "expected a hexadecimal digit, found a character beyond ASCII"}}) {
+    ExpectProblem(DecodeKettle({test.packet}), "", "dp4: packet 1" + test.place + ": " + test.message + "\n");
+  }
+}
+
+TEST(DecodePacket, IsRefusedWithTheReason) {
+  const std::string received = " is not received; expected 03 (read response) or 04 (notification)\n";
+  ExpectProblem(DecodeKettle({"01 07 03 4f"}), "", "dp4: packet 1: command 01" + received);
+  ExpectProblem(DecodeKettle({"0a00"}), "", "dp4: packet 1: command 0a" + received);
+  ExpectProblem(DecodeKettle({"0000"}), "", "dp4: packet 1: command 00" + received);
+  ExpectProblem(DecodeKettle({"04"}), "",
+                "dp4: packet 1: too short; expected a command byte and at least one byte of payload\n");
+}
+
+TEST(DecodePacket, HasUpTo16384BytesOfPayload) {
+  std::string packet = "04055a04640101";
+  while (packet.size() < 2 * 16385) packet += "00";
+  ExpectFine(DecodeKettle({}, packet + "\n"), KettleLine());
+  ExpectProblem(DecodeKettle({}, packet + "00\n"), "",
+                "dp4: standard input:1: too long; expected a command byte and at most 16384 bytes of payload\n");
+}
+
+TEST(DecodePacket, DoesNotKeepTheNextOnesFromBeingDecoded) {
+  ExpectProblem(DecodeKettle({"04 0g", "04055a04640101"}), KettleLine(),
+                "dp4: packet 1:5: expected the second hexadecimal digit of a byte, found 'g'\n");
+}
+
+TEST(DecodePacket, WithBlanksNeedsQuotationMarks) {
+  ExpectUsageError(DecodeKettle({"04", "05", "5a", "04", "64", "01", "01"}),
+                   "each PACKET is a byte at most; expected quotation marks around a packet with blanks");
+}
+
+// ---- Packets that do not decode as a whole ----
+
+// What the application would be told comes out all the same.
+TEST(DecodeFailure, OfABoolLosesTheEntity) {
+  const ToolRun run = DecodeKettle({"04 03 50 04 6f 02"});
+  ExpectProblem(run,
+                "{\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},\"faults\":{}}}\n",
+                "dp4: packet 1: \"sensor\" unreadable: Decode value is invalid. (expected 6 bytes of payload, found "
+                "5)\n");
+  EXPECT_EQ(DecodeKettle({"04 03 50 04 6f 02", "--document", "decoded"}).out, "{}\n");
+}
+
+TEST(DecodeFailure, OfAnEnumKeepsWhatCameBefore) {
+  const std::string err =
+      "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n";
+  ExpectProblem(DecodeKettle({"04 07 50 04 6f 02 00"}),
+                "{\"values\":{\"kettle\":{\"power\":true},\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{"
+                "\"alerts\":{},\"faults\":{}}}\n",
+                err);
+  ExpectProblem(DecodeKettle({"04 07 50 04 6f 02 00", "--document", "decoded"}),
+                "{\"kettle\":{\"power\":{\"type\":1,\"value\":true}}}\n", err);
+}
+
+TEST(DecodeFailure, IsToldInTheTable) {
+  ExpectProblem(DecodeKettle({"04 07 50 04 6f 02 00", "04 03 50 04 6f 02", "--document", "table"}),
+                "packet 1: notification, kettle, 6 bytes of payload\n"
+                "\n"
+                "NAME           GROUP      PLACE    BITS   VALUE  NOTE\n"
+                "power          writable   0.0      1      true\n"
+                "program        writable   0.2-0.1  11            unreadable: Invalid enum value: 3, range: 0-3\n"
+                "target         writable   1        50     80     not told: program is unreadable\n"
+                "temperature    read-only  2-3      04 6f  93.5   not told: program is unreadable\n"
+                "Low water      alert      4.0      0      false  not told: program is unreadable\n"
+                "Lid open       alert      4.1      1      true   not told: program is unreadable\n"
+                "Sensor broken  fault      5.0      0      false  not told: program is unreadable\n"
+                "\n"
+                "packet 2: notification, kettle, 5 bytes of payload\n"
+                "\n"
+                "NAME           GROUP      PLACE    BITS   VALUE  NOTE\n"
+                "power          writable   0.0      1      true   not told: Sensor broken is unreadable\n"
+                "program        writable   0.2-0.1  01     1      not told: Sensor broken is unreadable\n"
+                "target         writable   1        50     80     not told: Sensor broken is unreadable\n"
+                "temperature    read-only  2-3      04 6f  93.5   not told: Sensor broken is unreadable\n"
+                "Low water      alert      4.0      0      false  not told: Sensor broken is unreadable\n"
+                "Lid open       alert      4.1      1      true   not told: Sensor broken is unreadable\n"
+                "Sensor broken  fault      nowhere                unreadable: Decode value is invalid.\n"
+                "\n"
+                "PLACE counts bytes of the payload, or byte.bit with bit 0 the lowest.\n",
+                "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n"
+                "dp4: packet 2: \"sensor\" unreadable: Decode value is invalid. (expected 6 bytes of payload, found "
+                "5)\n");
+}
+
+// A number that its limits refuse is left out without a line of the module; only the table tells.
+TEST(DecodeFailure, IsNoneWhereANumberIsLeftOut) {
+  ExpectFine(DecodeKettle({"04 00 79 04 6f 00 00"}),
+             R"({"values":{"kettle":{"power":false,"program":"0","temperature":"93.5"},"version":4.0},)"
+             R"("alerts":{"Lid open":false,"Low water":false},"faults":{"Sensor broken":false},)"
+             R"("active":{"alerts":{},"faults":{}}})"
+             "\n");
+  EXPECT_THAT(DecodeKettle({"04 00 79 04 6f 00 00", "--document", "table"}).out,
+              HasSubstr("target         writable   1        79            left out: raw 121, expected 0 to 120\n"));
+}
+
+TEST(DecodeFailure, IsNoneWhereThePayloadEndsBeforeANumber) {
+  const std::string late = R"({"id": 0, "name": "late", "display_name": "", "desc": "", "type": "status_readonly",
+      "data_type": "uint8", "uint_spec": {"min": 0, "max": 9, "ratio": 1, "addition": 0},
+      "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}})";
+  const std::string attributes = Attribute("on", "", "status_readonly", 0) + ", " + late;
+  ExpectFine(DecodeWith(Configuration("box", attributes), {"0401"}),
+             "{\"values\":{\"box\":{\"on\":true},\"version\":4.0},\"alerts\":{},\"faults\":{},"
+             "\"active\":{\"alerts\":{},\"faults\":{}}}\n");
+  ExpectFine(DecodeWith(Configuration("box", attributes), {"0401", "--document", "table"}),
+             "packet 1: notification, box, 1 byte of payload\n"
+             "\n"
+             "NAME  GROUP      PLACE    BITS  VALUE  NOTE\n"
+             "on    read-only  0.0      1     true\n"
+             "late  read-only  nowhere               left out: not readable in this payload\n"
+             "\n"
+             "PLACE counts bytes of the payload, or byte.bit with bit 0 the lowest.\n");
+}
+
+TEST(DecodeFailure, MayBeThePlaces) {
+  ExpectProblem(
+      DecodeWith(Configuration("box", Attribute("wide", "", "status_readonly", 0, R"("data_type": "bool")", 2)),
+                 {"0400"}),
+      "{\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},\"faults\":{}}}\n",
+      "dp4: packet 1: \"wide\" unreadable: Decode value is invalid. (nothing can be read from its place; dp4 "
+      "lint tells why)\n");
+}
+
+TEST(DecodeLog, ShowsTheModulesLines) {
+  const ToolRun run = DecodeKettle({"04 07 50 04 6f 02 00", "--log"});
+  EXPECT_EQ(run.err,
+            "[2] Filter entity: id='0' name='kettle' display_name='Kettle'\n"
+            "[1] ProtocolDecodeEntity_4_0: Invalid enum value: 3, range: 0-3\n"
+            "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n");
+}
+
+// ---- Alerts and faults in flat results, where names collide ----
+
+// Bits 0 and 1 are the alerts. Both go by the display name "Hot", and the later one replaces the earlier: on, then off.
+TEST(DecodeFlat, HasTheLaterOfTwoAlertsOfOneName) {
+  const std::string twins = Attribute("a", "Hot", "alert", 0) + ", " + Attribute("b", "Hot", "alert", 1);
+  ExpectFine(DecodeWith(Configuration("box", twins), {"0401", "0402"}),
+             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{\"Hot\":false},\"faults\":{},"
+             "\"active\":{\"alerts\":{},\"faults\":{}}}\n"
+             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{\"Hot\":true},\"faults\":{},"
+             "\"active\":{\"alerts\":{\"Hot\":1},\"faults\":{}}}\n");
+}
+
+// The status comes later and replaces the alert, which is then no alert any more.
+TEST(DecodeFlat, HasNoAlertThatAStatusReplaces) {
+  const std::string attributes = Attribute("a", "Hot", "alert", 0) + ", " + Attribute("Hot", "", "status_readonly", 1);
+  ExpectFine(DecodeWith(Configuration("box", attributes), {"0401"}),
+             "{\"values\":{\"box\":{\"Hot\":false},\"version\":4.0},\"alerts\":{},\"faults\":{},"
+             "\"active\":{\"alerts\":{},\"faults\":{}}}\n");
+  const ToolRun table = DecodeWith(Configuration("box", attributes), {"0401", "--document", "table"});
+  EXPECT_EQ(table.out,
+            "packet 1: notification, box, 1 byte of payload\n"
+            "\n"
+            "NAME  GROUP      PLACE  BITS  VALUE  NOTE\n"
+            "Hot   alert      0.0    1     true   not told: another attribute of this name follows\n"
+            "Hot   read-only  0.1    0     false\n"
+            "\n"
+            "PLACE counts bytes of the payload, or byte.bit with bit 0 the lowest.\n");
+}
+
+TEST(DecodeFlat, HasTheFaultThatReplacesAnAlert) {
+  const std::string attributes = Attribute("a", "Hot", "alert", 0) + ", " + Attribute("b", "Hot", "fault", 0);
+  ExpectFine(DecodeWith(Configuration("box", attributes), {"0401"}),
+             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{},\"faults\":{\"Hot\":true},"
+             "\"active\":{\"alerts\":{},\"faults\":{\"Hot\":1}}}\n");
+}
+
+// The version takes the entity's place.
+TEST(DecodeFlat, HasNothingOfAnEntityCalledVersion) {
+  ExpectFine(DecodeWith(Configuration("version", Attribute("a", "Hot", "alert", 0)), {"0401"}),
+             "{\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},\"faults\":{}}}\n");
+}
+
+TEST(DecodeFlat, KeepsAnAlertsOwnValueBesideTheActiveInteger) {
+  // Raw 5 * 0.5 = 2.5, active as 2; raw 1 is 0.5, which begins with the integer 0.
+  const std::string level = R"({"id": 0, "name": "level", "display_name": "Level", "desc": "", "type": "fault",
+      "data_type": "uint8", "uint_spec": {"min": 0, "max": 255, "ratio": 0.5, "addition": 0},
+      "position": {"byte_offset": 0, "bit_offset": 0, "unit": "byte", "len": 1}})";
+  ExpectFine(DecodeWith(Configuration("box", level), {"0405", "0401"}),
+             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{},\"faults\":{\"Level\":\"2.5\"},"
+             "\"active\":{\"alerts\":{},\"faults\":{\"Level\":2}}}\n"
+             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{},\"faults\":{\"Level\":\"0.5\"},"
+             "\"active\":{\"alerts\":{},\"faults\":{}}}\n");
+}
+
+TEST(DecodeFlat, HasNothingOfAnEntityWithoutAttributes) {
+  ExpectFine(DecodeWith(Configuration("box", ""), {"0401"}),
+             "{\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},\"faults\":{}}}\n");
+}
+
+TEST(DecodeText, IsEscaped) {
+  const std::string attributes = Attribute("a", R"(Hot\u001b[2J\n\u009b\"\\x)", "alert", 0);
+  const ToolRun flat = DecodeWith(Configuration("box", attributes), {"0401"});
+  ExpectFine(flat, R"({"values":{"box":{},"version":4.0},"alerts":{"Hot\u001b[2J\n\u009b\"\\x":true},"faults":{},)"
+                   R"("active":{"alerts":{"Hot\u001b[2J\n\u009b\"\\x":1},"faults":{}}})"
+                   "\n");
+  const ToolRun table = DecodeWith(Configuration("box", attributes), {"0401", "--document", "table"});
+  EXPECT_THAT(table.out, HasSubstr(R"(Hot\x1b[2J\n\u009b"\\x  alert  0.0    1     true   active)"));
+}
+
+TEST(DecodeTable, IsColouredOnlyWhenAsked) {
+  const ToolRun run = DecodeKettle({"04055a04640101", "--document", "table", "--color", "always"});
+  EXPECT_THAT(run.out, HasSubstr("\x1b[1mNAME\x1b[0m"));
+  EXPECT_THAT(run.out, HasSubstr("\x1b[33mactive\x1b[0m"));  // an alert
+  EXPECT_THAT(run.out, HasSubstr("\x1b[31mactive\x1b[0m"));  // a fault
+}
+
+// ---- Streams of packets ----
+
+TEST(DecodeStream, HasAPacketALine) {
+  ExpectFine(DecodeKettle({}, "04055a04640101\n\n \r\n04 05 5a 04 64 01 01\r\n0x04055a04640101"),
+             KettleLine() + KettleLine() + KettleLine());
+  ExpectFine(DecodeKettle({}, ""), "");
+}
+
+TEST(DecodeStream, ReportsBadLinesByNumberAndGoesOn) {
+  ExpectProblem(DecodeKettle({}, "04055a04640101\n\nhello\n04\n04055a04640101\n0405 5\n"), KettleLine() + KettleLine(),
+                "dp4: standard input:3:1: expected a hexadecimal digit, found 'h'\n"
+                "dp4: standard input:4: too short; expected a command byte and at least one byte of payload\n"
+                "dp4: standard input:6:7: expected the second hexadecimal digit of a byte, found the end\n");
+}
+
+TEST(DecodeStream, PassesOverLinesThatAreTooLong) {
+  const std::string limit = "expected a line of at most 1048576 bytes\n";
+  ExpectProblem(DecodeKettle({}, std::string(5000000, 'a') + "\n04055a04640101\n" + std::string(1048577, '0')),
+                KettleLine(), "dp4: standard input:1: " + limit + "dp4: standard input:3: " + limit);
+  // One byte less is a line like any other.
+  ExpectProblem(DecodeKettle({}, std::string(1048576 - 14, ' ') + "04055a04640101\n04" + std::string(1048574, '0')),
+                KettleLine(),
+                "dp4: standard input:2: too long; expected a command byte and at most 16384 bytes of payload\n");
+}
+
+TEST(DecodeStream, HasATableForEachPacket) {
+  const ToolRun run = DecodeKettle({"--document", "table"}, "04055a04640101\nx\n{\"packet\": \"0400500000\"}\n");
+  EXPECT_EQ(run.exitCode, 1);
+  const std::string golden = Golden("kettle.decode.table.txt");
+  const std::string first = golden.substr(0, golden.find("\n\nPLACE") + 1);
+  EXPECT_THAT(run.out, StartsWith("line 1" + first.substr(first.find(':')) +
+                                  "\nline 3: notification, kettle, 4 bytes of payload\n\n"));
+}
+
+TEST(DecodeStream, CannotShareStandardInputWithTheConfiguration) {
+  ExpectUsageError(RunTool({"decode", "-"}, "{}"), "standard input cannot be both the configuration and the packets");
+}
+
+TEST(DecodeStream, NeedsAnEntityToBeChosenFromSeveral) {
+  ExpectUsageError(RunTool({"decode", "gateway.json"}, ""),
+                   "gateway.json: name one of the entities with --entity: gateway (0), thermostat (1)");
+}
+
+// ---- Lines that are JSON objects ----
+
+TEST(DecodeJsonLine, HasItsPacketReplacedAndTheRestKeptAsItStands) {
+  ExpectFine(
+      DecodeKettle({}, R"({"time": 1.50e3, "packet": "04 05 5a 04 64 01 01", "b": [1,{"packet": 2}], "a": "\u00e4"})"
+                       "\n"
+                       R"( {"packet":"0x04055a04640101"} )"
+                       "\r\n"
+                       "04055a04640101\n"),
+      R"({"time": 1.50e3, "packet": )" + KettleResult() + R"(, "b": [1,{"packet": 2}], "a": "\u00e4"})" + "\n" +
+          R"( {"packet":)" + KettleResult() + "}  \n" + KettleLine());
+}
+
+TEST(DecodeJsonLine, KeepsNumbersThatNoMachineNumberHolds) {
+  ExpectFine(DecodeKettle({}, R"({"id": 123456789012345678901234567890.000, "packet": "04055a04640101"})"),
+             R"({"id": 123456789012345678901234567890.000, "packet": )" + KettleResult() + "}\n");
+}
+
+TEST(DecodeJsonLine, KeepsSlashesInTexts) {
+  ExpectFine(DecodeKettle({}, R"({"\"//": "http://a /* b */", "packet": "04055a04640101"})"),
+             R"({"\"//": "http://a /* b */", "packet": )" + KettleResult() + "}\n");
+}
+
+TEST(DecodeJsonLine, CannotSteerATerminal) {
+  ExpectFine(DecodeKettle(
+                 {}, "{\"a\": \"\x1b[2J\x7f\xc2\x9b\\\"\x07\", \"packet\": \"04055a04640101\",\t\"b\": \"\xc3\xa4\"}"),
+             R"({"a": "\u001b[2J\u007f\u009b\"\u0007", "packet": )" + KettleResult() + ", \"b\": \"\xc3\xa4\"}\n");
+}
+
+TEST(DecodeJsonLine, TakesTheOtherDocuments) {
+  const std::string decoded = Golden("kettle.decode.decoded.jsonl");
+  ExpectFine(DecodeKettle({"--document", "decoded"}, R"({"packet": "04055a04640101", "n": 1})"),
+             "{\"packet\": " + decoded.substr(0, decoded.size() - 1) + ", \"n\": 1}\n");
+  EXPECT_THAT(DecodeKettle({"--document", "table"}, R"({"n": 1.0, "packet": "04055a04640101", "a": "\u009b"})").out,
+              StartsWith("line 1 {\"a\":\"\\u009b\",\"n\":1.0}: notification, kettle, 6 bytes of payload\n"));
+}
+
+TEST(DecodeJsonLine, IsReportedWithItsPlace) {
+  struct Case {
+    std::string line;
+    std::string report;
+  };
+  for (const Case& test : std::vector<Case>{
+           {R"({"packet": 4})", ":1: expected a member \"packet\", a text of hexadecimal digits"},
+           {R"({"Packet": "04"})", ":1: expected a member \"packet\", a text of hexadecimal digits"},
+           {R"({"n": 1, "packet": "04 0g"})", ":25: expected the second hexadecimal digit of a byte, found 'g'"},
+           {R"({"packet": "02"})", ": too short; expected a command byte and at least one byte of payload"},
+           {R"({"packet": "0201"})",
+            ": command 02 is not received; expected 03 (read response) or 04 (notification)"}}) {
+    ExpectProblem(DecodeKettle({}, "\n" + test.line + "\n04055a04640101\n"), KettleLine(),
+                  "dp4: standard input:2" + test.report + "\n");
+  }
+}
+
+TEST(DecodeJsonLine, IsStrictJson) {
+  for (const std::string line :
+       {R"({"packet": "04055a04640101")", R"({"packet": "04055a04640101",})", R"({"packet": "04055a04640101"} x)",
+        R"({"packet": "04055a04640101" /* the kettle */})", R"({"packet": "00", "packet": "04055a04640101"})",
+        R"({'packet': '04055a04640101'})"}) {
+    const ToolRun run = DecodeKettle({}, line);
+    EXPECT_EQ(run.exitCode, 1) << line;
+    EXPECT_EQ(run.out, "") << line;
+    EXPECT_THAT(run.err, StartsWith("dp4: standard input:1:")) << line;
+    EXPECT_THAT(run.err, HasSubstr(": not JSON: ")) << line;
+  }
+  ExpectProblem(DecodeKettle({}, "{\"packet\": " + std::string(5000, '[')), "",
+                "dp4: standard input:1:1: not JSON: nested too deep\n");
+}
+
+// ---- Long streams ----
+
+// The temperature of packet i is raw i mod 1501, a tenth of a degree each from -20 on; every hundredth lid is open.
+std::string LongStream(size_t packets) {
+  std::string stream;
+  char line[32];
+  for (size_t i = 0; i < packets; ++i) {
+    std::snprintf(line, sizeof line, "04055a%04zx%02x00\n", i % 1501, i % 100 == 0 ? 2u : 0u);
+    stream += line;
+  }
+  return stream;
+}
+
+std::string Tenths(long tenths) {
+  const long whole = std::labs(tenths) / 10;
+  const long rest = std::labs(tenths) % 10;
+  return (tenths < 0 ? "-" : "") + std::to_string(whole) + (rest == 0 ? "" : "." + std::to_string(rest));
+}
+
+std::string LongResult(size_t i) {
+  const bool isOpen = i % 100 == 0;
+  return R"({"values":{"kettle":{"power":true,"program":"2","target":"85","temperature":")" +
+         Tenths(static_cast<long>(i % 1501) - 200) + R"("},"version":4.0},"alerts":{"Lid open":)" +
+         (isOpen ? "true" : "false") + R"(,"Low water":false},"faults":{"Sensor broken":false},"active":{"alerts":{)" +
+         (isOpen ? R"("Lid open":1)" : "") + R"(},"faults":{}}})";
+}
+
+constexpr size_t kManyPackets = 100000;
+
+TEST(DecodeLongStream, DecodesEveryPacket) {
+  const ToolRun run = DecodeKettle({}, LongStream(kManyPackets));
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.err, "");
+  std::istringstream lines(run.out);
+  std::string line;
+  for (size_t i = 0; i < kManyPackets; ++i) {
+    ASSERT_TRUE(std::getline(lines, line)) << i;
+    ASSERT_EQ(line, LongResult(i)) << i;
+  }
+  EXPECT_FALSE(std::getline(lines, line));
+}
+
+// A process of the tool with files of the test's choosing, for what a run with everything in temporary files hides.
+class ToolProcess {
+ public:
+  ToolProcess(std::vector<std::string> arguments, int in, int out, int err) {
+    arguments.insert(arguments.begin(), DP4_PATH);
+    child_ = fork();
+    if (child_ < 0) ADD_FAILURE() << "no process";
+    if (child_ != 0) return;
+    dup2(in, STDIN_FILENO);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    if (chdir(EXAMPLES_DIR) == 0) execv(DP4_PATH, argv.data());
+    _exit(127);
+  }
+  ~ToolProcess() {
+    if (child_ > 0) {
+      kill(child_, SIGKILL);
+      Wait();
+    }
+  }
+  ToolProcess(const ToolProcess&) = delete;
+  ToolProcess& operator=(const ToolProcess&) = delete;
+
+  // As waitpid gives it.
+  int Wait() {
+    int status = -1;
+    EXPECT_EQ(wait4(child_, &status, 0, &usage_), child_);
+    child_ = -1;
+    return status;
+  }
+
+  long MaxKilobytes() const { return usage_.ru_maxrss; }
+
+ private:
+  pid_t child_ = -1;
+  rusage usage_ = {};
+};
+
+// Two ends, which close on exec and at their own end.
+struct Pipe {
+  Pipe() {
+    if (pipe2(ends, O_CLOEXEC) != 0) ADD_FAILURE() << "no pipe";
+  }
+  ~Pipe() {
+    CloseReader();
+    CloseWriter();
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+
+  int Reader() const { return ends[0]; }
+  int Writer() const { return ends[1]; }
+  void CloseReader() { Close(ends[0]); }
+  void CloseWriter() { Close(ends[1]); }
+  void Write(const std::string& text) const {
+    size_t done = 0;
+    while (done < text.size()) {
+      const ssize_t count = write(ends[1], text.data() + done, text.size() - done);
+      ASSERT_GT(count, 0);
+      done += static_cast<size_t>(count);
+    }
+  }
+
+  static void Close(int& end) {
+    if (end >= 0) close(end);
+    end = -1;
+  }
+
+  int ends[2] = {-1, -1};
+};
+
+// What comes until the text ends with `end`; the test fails when that takes longer than anyone would wait.
+std::string ReadUntil(int file, const std::string& end) {
+  std::string text;
+  const int kPatience = 60000;  // milliseconds
+  while (text.size() < end.size() || text.compare(text.size() - end.size(), end.size(), end) != 0) {
+    pollfd ready = {file, POLLIN, 0};
+    char buffer[4096];
+    const ssize_t count = poll(&ready, 1, kPatience) == 1 ? read(file, buffer, sizeof buffer) : -1;
+    if (count <= 0) {
+      ADD_FAILURE() << "waited in vain after: " << text;
+      break;
+    }
+    text.append(buffer, static_cast<size_t>(count));
+  }
+  return text;
+}
+
+// A file with this text, open for reading, already unlinked.
+class InputFile {
+ public:
+  explicit InputFile(const std::string& text) : file_(std::tmpfile()) {
+    std::fwrite(text.data(), 1, text.size(), file_);
+    std::rewind(file_);
+  }
+  ~InputFile() { std::fclose(file_); }
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  int Descriptor() const { return fileno(file_); }
+
+ private:
+  std::FILE* file_;
+};
+
+class NullDevice {
+ public:
+  explicit NullDevice(const char* path = "/dev/null") : file_(open(path, O_RDWR | O_CLOEXEC)) { EXPECT_GE(file_, 0); }
+  ~NullDevice() { close(file_); }
+  NullDevice(const NullDevice&) = delete;
+  NullDevice& operator=(const NullDevice&) = delete;
+
+  int Descriptor() const { return file_; }
+
+ private:
+  int file_;
+};
+
+const std::vector<std::string> kDecodeKettle = {"decode", "kettle.json"};
+
+TEST(DecodeLongStream, NeedsNoMoreMemoryThanAShortOne) {
+  if (kIsSanitized) GTEST_SKIP() << "sanitizers keep released memory";
+  const NullDevice null;
+  long kilobytes[2] = {0, 0};
+  const size_t packets[2] = {1000, kManyPackets};
+  for (int i = 0; i < 2; ++i) {
+    const InputFile in(LongStream(packets[i]));
+    ToolProcess tool(kDecodeKettle, in.Descriptor(), null.Descriptor(), null.Descriptor());
+    EXPECT_EQ(tool.Wait(), 0);
+    kilobytes[i] = tool.MaxKilobytes();
+  }
+  // 100,000 packets are 1.5 megabytes, and their results 24.
+  EXPECT_LT(kilobytes[1], kilobytes[0] + 1000);
+}
+
+TEST(DecodeLongStream, IsAnsweredLineByLineWhileItWaits) {
+  Pipe in;
+  Pipe out;
+  const NullDevice null;
+  ToolProcess tool(kDecodeKettle, in.Reader(), out.Writer(), null.Descriptor());
+  in.CloseReader();
+  out.CloseWriter();
+  for (int round = 0; round < 3; ++round) {
+    in.Write("04055a04640101\n");
+    EXPECT_EQ(ReadUntil(out.Reader(), "\n"), KettleLine());
+  }
+  // A line that has just begun keeps no result back.
+  in.Write("04055a04640101\n04055a");
+  EXPECT_EQ(ReadUntil(out.Reader(), "\n"), KettleLine());
+  in.Write("04640101\n");
+  EXPECT_EQ(ReadUntil(out.Reader(), "\n"), KettleLine());
+  in.CloseWriter();
+  EXPECT_EQ(tool.Wait(), 0);
+}
+
+TEST(DecodeLongStream, EndsQuietlyWhenItsReaderHasSeenEnough) {
+  const InputFile in(LongStream(kManyPackets));
+  Pipe out;
+  Pipe err;
+  ToolProcess tool(kDecodeKettle, in.Descriptor(), out.Writer(), err.Writer());
+  out.CloseWriter();
+  err.CloseWriter();
+  char first = 0;
+  EXPECT_EQ(read(out.Reader(), &first, 1), 1);
+  EXPECT_EQ(first, '{');
+  out.CloseReader();
+  const int status = tool.Wait();
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << status;
+  char more = 0;
+  EXPECT_EQ(read(err.Reader(), &more, 1), 0) << "said something on standard error";
+}
+
+TEST(DecodeLongStream, EndsWhenItsResultsCannotBeWritten) {
+  const InputFile in(LongStream(kManyPackets));
+  const NullDevice full("/dev/full");
+  Pipe err;
+  ToolProcess tool(kDecodeKettle, in.Descriptor(), full.Descriptor(), err.Writer());
+  err.CloseWriter();
+  EXPECT_EQ(ReadUntil(err.Reader(), "\n"), "dp4: standard output cannot be written\n");
+  const int status = tool.Wait();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
+}
+
+TEST(DecodeLongStream, SaysWhenStandardInputCannotBeRead) {
+  const int folder = open(EXAMPLES_DIR, O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(folder, 0);
+  const NullDevice null;
+  Pipe err;
+  ToolProcess tool(kDecodeKettle, folder, null.Descriptor(), err.Writer());
+  close(folder);
+  err.CloseWriter();
+  EXPECT_EQ(ReadUntil(err.Reader(), "\n"), "dp4: standard input:1: cannot be read\n");
+  const int status = tool.Wait();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
+}
+
+// The two sides of a terminal.
+struct Terminal {
+  Terminal() : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    EXPECT_EQ(grantpt(master), 0);
+    EXPECT_EQ(unlockpt(master), 0);
+    slave = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_GE(slave, 0);
+  }
+  ~Terminal() {
+    close(master);
+    close(slave);
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  int master;
+  int slave = -1;
+};
+
+// The first line comes in time, the second one after the second that a stream has to last before it counts as long.
+TEST(DecodeProgress, IsShownOnATerminalAndClearedBeforeAProblem) {
+  Pipe in;
+  const NullDevice null;
+  const Terminal terminal;
+  ToolProcess tool(kDecodeKettle, in.Reader(), null.Descriptor(), terminal.slave);
+  in.CloseReader();
+  in.Write("04055a04640101\n");
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  in.Write("04055a04640101\n");
+  EXPECT_THAT(ReadUntil(terminal.master, "problems"), StartsWith("\r\x1b[K"));
+  in.Write("x\n");
+  EXPECT_THAT(ReadUntil(terminal.master, "\r\n"),
+              HasSubstr("\r\x1b[Kdp4: standard input:3:1: expected a hexadecimal digit, found 'x'\r\n"));
+  in.CloseWriter();
+  const int status = tool.Wait();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+}
+
+TEST(DecodeProgress, StaysAwayWhenResultsGoToTheTerminalToo) {
+  Pipe in;
+  const Terminal terminal;
+  ToolProcess tool(kDecodeKettle, in.Reader(), terminal.slave, terminal.slave);
+  in.CloseReader();
+  std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+  in.Write("04055a04640101\n");
+  EXPECT_EQ(ReadUntil(terminal.master, "\n"), KettleResult() + "\r\n");
+  in.Write("x\n");
+  EXPECT_EQ(ReadUntil(terminal.master, "\n"), "dp4: standard input:2:1: expected a hexadecimal digit, found 'x'\r\n");
+}
+
+}  // namespace

@@ -1,0 +1,600 @@
+// `dp4 encode` and `dp4 request`. The golden texts in tests/golden/dp4/ follow from the products' pages in
+// tests/golden/, where the packets are worked out by hand.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "ToolSupport.h"
+
+namespace {
+
+std::string Golden(const std::string& name) { return ReadFile(std::string(GOLDEN_DIR) + "/dp4/" + name); }
+
+std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n') + 1); }
+
+// The id of a sub-device travels in the host's byte order.
+bool IsLittleEndian() {
+  const uint16_t one = 1;
+  byte lowest = 0;
+  std::memcpy(&lowest, &one, 1);
+  return lowest == 1;
+}
+
+std::string IdText(const std::string& littleEndian, const std::string& bigEndian) {
+  return IsLittleEndian() ? littleEndian : bigEndian;
+}
+
+ToolRun EncodeKettle(std::vector<std::string> arguments, const std::string& standardInput = "") {
+  arguments.insert(arguments.begin(), {"encode", "kettle.json"});
+  return RunTool(arguments, standardInput);
+}
+
+ToolRun EncodeGateway(const std::string& set) {
+  return RunTool({"encode", "gateway.json", "--entity", "gateway", "--set", set});
+}
+
+void ExpectUsageError(const ToolRun& run, const std::string& message) {
+  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "dp4: " + message + "\n");
+}
+
+// A configuration of one entity "fan" with these attributes.
+std::string Fan(const std::string& attributes) {
+  return R"({"entities": [{"id": 0, "name": "fan", "display_name": "Fan", "attrs": [)" + attributes + "]}]}";
+}
+
+std::string BitField(const std::string& name, const std::string& kind, int bitOffset, int len) {
+  return R"({"id": 0, "name": ")" + name + R"(", "display_name": "", "desc": "", "type": "status_writable", )" + kind +
+         R"(, "position": {"byte_offset": 0, "unit": "bit", "bit_offset": )" + std::to_string(bitOffset) +
+         R"(, "len": )" + std::to_string(len) + "}}";
+}
+
+// Its group of two bytes is written in an order in which the last field, which lies across both, swaps the others.
+std::string SwappingFan() {
+  const std::string ten = R"("0", "1", "2", "3", "4", "5", "6", "7", "8", "9")";
+  return Fan(BitField("swing", R"("data_type": "bool")", 0, 1) + ", " +
+             BitField("mode", R"("data_type": "enum", "enum": ["calm", "breeze", "storm"])", 2, 2) + ", " +
+             BitField("speed", R"("data_type": "enum", "enum": [)" + ten + R"(, "10", "11"])", 6, 4));
+}
+
+// ---- The examples ----
+
+struct EncodeCase {
+  std::string name;
+  std::string golden;  // the explanation; its first line is the packet
+  std::vector<std::string> arguments;
+};
+
+std::ostream& operator<<(std::ostream& stream, const EncodeCase& test) { return stream << test.name; }
+
+class EncodeExample : public testing::TestWithParam<EncodeCase> {
+ protected:
+  static std::string ExpectedText() {
+    std::string text = Golden(GetParam().golden);
+    for (size_t at = 0; !IsLittleEndian() && (at = text.find("0d 0c 0b 0a", at)) != std::string::npos; ++at) {
+      text.replace(at, 11, "0a 0b 0c 0d");
+    }
+    return text;
+  }
+};
+
+TEST_P(EncodeExample, GivesTheGoldenPacket) {
+  const ToolRun run = RunTool(GetParam().arguments);
+  EXPECT_EQ(run.out, FirstLine(ExpectedText()));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+TEST_P(EncodeExample, ExplainsItAsTheGoldenTextDoes) {
+  std::vector<std::string> arguments = GetParam().arguments;
+  arguments.emplace_back("--explain");
+  const ToolRun run = RunTool(arguments);
+  EXPECT_EQ(run.out, ExpectedText());
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+TEST_P(EncodeExample, HasNothingThatIsLeftOut) {
+  std::vector<std::string> arguments = GetParam().arguments;
+  arguments.emplace_back("--strict");
+  const ToolRun run = RunTool(arguments);
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Examples, EncodeExample,
+    testing::Values(
+        EncodeCase{"kettle", "kettle.encode.txt", {"encode", "kettle.json", "kettle.values.json"}},
+        EncodeCase{"air_conditioner",
+                   "air_conditioner.encode.txt",
+                   {"encode", "air_conditioner.json", "air_conditioner.values.json"}},
+        EncodeCase{
+            "gateway", "gateway.encode.txt", {"encode", "gateway.json", "gateway.values.json", "--entity", "gateway"}},
+        EncodeCase{"thermostat",
+                   "gateway.subdevice.encode.txt",
+                   {"encode", "gateway.json", "gateway.values.json", "--entity", "1", "--command", "cc-write",
+                    "--sub-device", "168496141"}},
+        EncodeCase{"power_meter", "power_meter.encode.txt", {"encode", "power_meter.json", "power_meter.values.json"}}),
+    [](const testing::TestParamInfo<EncodeCase>& test) { return test.param.name; });
+
+// ---- The forms of a packet ----
+
+// 01 07 03 4f in each form. In base64: 000000 010000 011100 000011 010011 11(0000) = A Q c D T w.
+TEST(EncodeOutput, IsHexadecimalOnOneLine) {
+  EXPECT_EQ(EncodeKettle({"kettle.values.json", "--output", "hex"}).out, "01 07 03 4f\n");
+}
+
+TEST(EncodeOutput, IsAnArrayOfC) {
+  EXPECT_EQ(EncodeKettle({"kettle.values.json", "--output", "c-array"}).out,
+            "const unsigned char packet[4] = {\n    0x01, 0x07, 0x03, 0x4f,\n};\n");
+}
+
+TEST(EncodeOutput, BreaksAnArrayOfCAfterTwelveBytes) {
+  const ToolRun run =
+      RunTool({"encode", "gateway.json", "gateway.values.json", "--entity", "gateway", "--output", "c-array"});
+  EXPECT_EQ(run.out,
+            "const unsigned char packet[13] = {\n"
+            "    0x01, 0x1e, 0x0c, 0x00, 0xb4, 0x41, 0x74, 0x74, 0x69, 0x63, 0x00, 0x00,\n"
+            "    0x00,\n"
+            "};\n");
+}
+
+TEST(EncodeOutput, IsBase64) {
+  EXPECT_EQ(EncodeKettle({"kettle.values.json", "--output", "base64"}).out, "AQcDTw==\n");
+}
+
+TEST(EncodeOutput, IsTheBytesThemselves) {
+  EXPECT_EQ(EncodeKettle({"kettle.values.json", "--output", "binary"}).out, "\x01\x07\x03\x4f");
+}
+
+TEST(EncodeOutput, IsNotBytesBeforeAnExplanation) {
+  ExpectUsageError(EncodeKettle({"kettle.values.json", "--output", "binary", "--explain"}),
+                   "--explain is text and cannot stand behind a binary packet; expected another --output");
+}
+
+TEST(EncodeOutput, HasABoldHeadingInColour) {
+  const ToolRun run = EncodeKettle({"--set", "power=1", "--explain", "--color", "always"});
+  EXPECT_NE(run.out.find("\x1b[1mFLAG\x1b[0m"), std::string::npos) << run.out;
+}
+
+// ---- The command and the sub-device ----
+
+TEST(EncodeCommand, MayNameASubDeviceOrNone) {
+  EXPECT_EQ(EncodeKettle({"kettle.values.json", "--command", "cc-write"}).out, "07 07 03 4f\n");
+  EXPECT_EQ(EncodeKettle({"kettle.values.json", "--command", "cc-write", "--sub-device", "5"}).out,
+            IdText("07 05 00 00 00 07 03 4f\n", "07 00 00 00 05 07 03 4f\n"));
+  EXPECT_EQ(EncodeKettle({"kettle.values.json", "--sub-device", "-2"}).out,
+            IdText("01 fe ff ff ff 07 03 4f\n", "01 ff ff ff fe 07 03 4f\n"));
+}
+
+// ---- --set ----
+
+TEST(EncodeSet, StandsAlone) {
+  // (100 - 40) / 0.5 = 120 = 78.
+  const ToolRun run = EncodeKettle({"--set", "target=100"});
+  EXPECT_EQ(run.out, "01 04 00 78\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+TEST(EncodeSet, ComesAfterTheDocumentAndTheLastOneWins) {
+  // Of power 1, program 1 and 79.5 the last becomes 100; bits 0 and 1 of byte 0 stay.
+  EXPECT_EQ(EncodeKettle({"kettle.values.json", "--set", "target=60", "--set", "target=100"}).out, "01 07 03 78\n");
+  // Program 2 is bit 2: 01 + 04.
+  EXPECT_EQ(EncodeKettle({"--set", "program=2", "kettle.values.json"}).out, "01 07 05 4f\n");
+}
+
+TEST(EncodeSet, TakesJsonAsJson) {
+  EXPECT_EQ(EncodeKettle({"--set", "power=true"}).out, "01 01 01 00\n");
+  EXPECT_EQ(EncodeKettle({"--set", "power=1"}).out, "01 01 01 00\n");
+  EXPECT_EQ(EncodeKettle({"--set", "power=\"1\""}).out, "01 01 01 00\n");
+  // (45.5 - 40) / 0.5 = 11.
+  EXPECT_EQ(EncodeKettle({"--set", "target=455e-1"}).out, "01 04 00 0b\n");
+}
+
+TEST(EncodeSet, TakesEverythingElseAsText) {
+  // "Attic" in base64; with the label alone only its flag is set.
+  EXPECT_EQ(EncodeGateway("label=QXR0aWM=").out, "01 10 00 00 00 41 74 74 69 63 00 00 00\n");
+  EXPECT_EQ(EncodeGateway("label=\"QXR0aWM=\"").out, "01 10 00 00 00 41 74 74 69 63 00 00 00\n");
+  // An empty text is the number 0, or no bytes.
+  EXPECT_EQ(EncodeKettle({"--set", "program="}).out, "01 02 00 00\n");
+}
+
+// A JSON reader that is content with the beginning of a text, or with leading zeros, would make numbers of these.
+TEST(EncodeSet, DoesNotMistakeBase64ForNumbers) {
+  // 1 2 a b = 53, 54, 26, 27 = 110101 110110 011010 011011 = d7 66 9b.
+  EXPECT_EQ(EncodeGateway("label=12ab").out, "01 10 00 00 00 d7 66 9b 00 00 00 00 00\n");
+  // 0 1 0 0 = 52, 53, 52, 52 = 110100 110101 110100 110100 = d3 5d 34.
+  EXPECT_EQ(EncodeGateway("label=0100").out, "01 10 00 00 00 d3 5d 34 00 00 00 00 00\n");
+}
+
+TEST(EncodeSet, SaysThatANumberIsNoBase64) {
+  const ToolRun run = EncodeGateway("label=1234");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err,
+            "dp4: --set label=1234: \"label\" left out: a binary takes base64 text in quotation marks\n"
+            "dp4: gateway.json: \"gateway\": no value to encode for it; expected one of a writable attribute\n");
+  EXPECT_EQ(EncodeGateway("label=\"1234\"").exitCode, 0);
+}
+
+TEST(EncodeSet, OffersTheClosestNameForAnUnknownOne) {
+  ExpectUsageError(EncodeKettle({"--set", "porwer=1"}),
+                   "--set porwer=1: \"porwer\" names no attribute of \"kettle\"; did you mean \"power\"?");
+  ExpectUsageError(EncodeKettle({"--set", "PROGRAM=1"}),
+                   "--set PROGRAM=1: \"PROGRAM\" names no attribute of \"kettle\"; did you mean \"program\"?");
+  ExpectUsageError(EncodeKettle({"--set", "pro=1"}),
+                   "--set pro=1: \"pro\" names no attribute of \"kettle\"; did you mean \"program\"?");
+  ExpectUsageError(RunTool({"encode", "air_conditioner.json", "--set", "timer_of=1"}),
+                   "--set timer_of=1: \"timer_of\" names no attribute of \"air_conditioner\"; did you mean "
+                   "\"timer_on\" or \"timer_off\"?");
+  ExpectUsageError(EncodeKettle({"--set", "volume=1"}), "--set volume=1: \"volume\" names no attribute of \"kettle\"");
+}
+
+TEST(EncodeSet, TellsWhyAnAttributeCannotBeWritten) {
+  ExpectUsageError(EncodeKettle({"--set", "temperature=50"}),
+                   "--set temperature=50: \"temperature\" is not written, its group is read-only");
+  ExpectUsageError(EncodeKettle({"--set", "sensor=1"}),
+                   "--set sensor=1: \"sensor\" is not written, its group is fault");
+  ExpectUsageError(
+      RunTool({"encode", "-", "--set", "twist=1"}, Fan(BitField("swing", R"("data_type": "bool")", 0, 1) + ", " +
+                                                       BitField("twist", R"("data_type": "boolean")", 1, 1))),
+      "--set twist=1: \"twist\" is not usable; dp4 lint tells why");
+}
+
+TEST(EncodeSet, ExpectsANameAndAValue) {
+  ExpectUsageError(EncodeKettle({"--set", "power"}), "--set power: expected NAME=VALUE");
+  ExpectUsageError(EncodeKettle({}), "no values to encode: expected a value document or --set NAME=VALUE");
+}
+
+// ---- The value document ----
+
+TEST(EncodeDocument, ComesFromStandardInput) {
+  EXPECT_EQ(EncodeKettle({"-"}, R"({"kettle": {"target": 45.5}})").out, "01 04 00 0b\n");
+}
+
+TEST(EncodeDocument, PassesOverOtherEntitiesOfTheConfiguration) {
+  const ToolRun run = RunTool({"encode", "gateway.json", "gateway.values.json", "--entity", "gateway", "--strict"});
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+const char kSlips[] =
+    "{\n"
+    "  \"kettel\": {\"power\": 1},\n"
+    "  \"kettle\": {\n"
+    "    \"powr\": 1,\n"
+    "    \"program\": 2,\n"
+    "    \"temperature\": 50\n"
+    "  },\n"
+    "  \"version\": 4.0\n"
+    "}\n";
+const char kSlipsReport[] =
+    "dp4: -:2:13: \"kettel\" names no entity; did you mean \"kettle\"?\n"
+    "dp4: -:4:13: \"powr\" names no attribute of \"kettle\"; did you mean \"power\"?\n"
+    "dp4: -:6:20: \"temperature\" is not written, its group is read-only\n";
+
+TEST(EncodeDocument, ReportsWhatNamesNothingThatIsWritten) {
+  const ToolRun run = EncodeKettle({"-"}, kSlips);
+  EXPECT_EQ(run.err, kSlipsReport);
+  EXPECT_EQ(run.out, "01 02 04 00\n");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+TEST(EncodeDocument, MakesNoPacketOfThatWhenStrict) {
+  const ToolRun run = EncodeKettle({"-", "--strict"}, kSlips);
+  EXPECT_EQ(run.err, kSlipsReport);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(EncodeDocument, ReportsValuesOfOtherKinds) {
+  const ToolRun run = EncodeKettle({"-"},
+                                   "{\"kettle\": {\n"
+                                   "\"power\": 1.5,\n"
+                                   "\"program\": \"keep_warm\",\n"
+                                   "\"target\": true}}\n");
+  EXPECT_EQ(run.err,
+            "dp4: -:2:10: \"power\" left out: a bool takes an integer, true, false or decimal text\n"
+            "dp4: -:3:12: \"program\" left out: an enum takes an item's index, an integer or decimal text\n"
+            "dp4: -:4:11: \"target\" left out: a uint8 takes a number or the text of one\n"
+            "dp4: kettle.json: \"kettle\": no value to encode for it; expected one of a writable attribute\n");
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(EncodeDocument, LeavesOutNullWithAReport) {
+  const ToolRun run = EncodeKettle({"-"}, R"({"kettle": {"power": null, "target": 40}})");
+  EXPECT_EQ(run.err, "dp4: -:1:22: \"power\" left out: a bool takes an integer, true, false or decimal text\n");
+  EXPECT_EQ(run.out, "01 04 00 00\n");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+TEST(EncodeDocument, IsAnObjectOfObjects) {
+  ExpectUsageError(EncodeKettle({"-"}, "[1]"), "-:1:1: expected an object {\"kettle\": {...}}");
+  ExpectUsageError(EncodeKettle({"-"}, "{\"kettle\":\n 1}"), "-:2:2: expected an object with the values of \"kettle\"");
+}
+
+TEST(EncodeDocument, HasAValueForTheEntity) {
+  const ToolRun run = EncodeKettle({"-"}, "{}");
+  EXPECT_EQ(run.err, "dp4: kettle.json: \"kettle\": no value to encode for it; expected one of a writable attribute\n");
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(EncodeDocument, CannotShareStandardInputWithTheConfiguration) {
+  ExpectUsageError(RunTool({"encode", "-", "-"}, "{}"),
+                   "standard input cannot be both the configuration and the value document");
+}
+
+TEST(EncodeDocument, IsNamedWhenItCannotBeRead) {
+  ExpectUsageError(EncodeKettle({"missing.json"}), "missing.json: cannot be read: No such file or directory");
+}
+
+// ---- What the module refuses ----
+
+TEST(EncodeRefusal, NamesTheValueTheModulesLineAndTheRange) {
+  const ToolRun run = EncodeKettle({"-"}, "{\"kettle\": {\"power\": 1,\n \"target\": 100.5}}");
+  EXPECT_EQ(run.err, "dp4: -:2:12: \"target\" refused: Validate uint value failed. (expected 40 to 100)\n");
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(EncodeRefusal, IsTheFirstOneInTheOrderOfTheConfiguration) {
+  const ToolRun run = EncodeKettle({"--set", "target=1", "--set", "program=3"});
+  EXPECT_EQ(run.err,
+            "dp4: --set program=3: \"program\" refused: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(EncodeRefusal, IsExplainedWithoutAPacket) {
+  const ToolRun run = EncodeKettle({"--set", "power=1", "--set", "target=101", "--explain"});
+  EXPECT_EQ(run.out,
+            "FLAG  NAME     VALUE  PLACE    BITS  NOTE\n"
+            "0     power    1      0.0            not sent\n"
+            "1     program         0.2-0.1        left out: no value\n"
+            "2     target   101    1              refused: Validate uint value failed. (expected 40 to 100)\n"
+            "\n"
+            "FLAG is the attribute's bit in the flag bitmap. PLACE counts bytes of the payload, or byte.bit with bit 0 "
+            "the lowest.\n");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(EncodeRefusal, MayBeAboutThePlace) {
+  const ToolRun run =
+      RunTool({"encode", "-", "--set", "swing=1"}, Fan(BitField("swing", R"("data_type": "bool")", 0, 2)));
+  EXPECT_EQ(run.err,
+            "dp4: --set swing=1: \"swing\" refused: Write bool value failed. (nothing can be written in its place; "
+            "dp4 lint tells why)\n");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(EncodeRefusal, MayBeAboutTheEntity) {
+  const ToolRun run = RunTool({"encode", "kettle.json", "-", "--log"}, "{}");
+  EXPECT_EQ(run.err,
+            "[2] Filter entity: id='0' name='kettle' display_name='Kettle'\n"
+            "dp4: kettle.json: \"kettle\": no value to encode for it; expected one of a writable attribute\n");
+  // Nothing of this entity is writable.
+  const std::string sensorOnly = R"({"id": 0, "name": "hot", "display_name": "Hot", "desc": "", "type": "alert",
+      "data_type": "bool", "position": {"byte_offset": 0, "bit_offset": 0, "unit": "bit", "len": 1}})";
+  ExpectUsageError(RunTool({"encode", "-", "--set", "hot=1"}, Fan(sensorOnly)),
+                   "--set hot=1: \"hot\" is not written, its group is alert");
+}
+
+TEST(EncodeRefusal, HappensBeforeAPacketGrowsTooLong) {
+  const std::string far = R"({"id": 0, "name": "far", "display_name": "", "desc": "", "type": "status_writable",
+      "data_type": "binary", "position": {"byte_offset": 16384, "bit_offset": 0, "unit": "byte", "len": 1}})";
+  ExpectUsageError(
+      RunTool({"encode", "-", "--set", "far=AA=="}, Fan(far)),
+      "-: \"fan\" takes 16385 bytes of payload for its 1 writable attributes, more than a packet can hold");
+}
+
+TEST(EncodeLog, ShowsTheModulesLines) {
+  const ToolRun run = EncodeKettle({"--set", "target=101", "--log"});
+  EXPECT_EQ(run.err,
+            "[2] Filter entity: id='0' name='kettle' display_name='Kettle'\n"
+            "[1] ProtocolEncodeEntity_4_0: Validate uint value failed.\n"
+            "dp4: --set target=101: \"target\" refused: Validate uint value failed. (expected 40 to 100)\n");
+}
+
+// ---- Values that do not survive in the packet ----
+
+// swing 1 is group bit 0 and mode 1 bit 2: 00 05. Writing speed, in bits 9 to 6, loads these bytes the other way round,
+// 0500, and clears bits 9 to 6 of it: 0400, swing is lost. 11 in bits 9 to 6 is 02c0: stored are 06 c0, and mode is 0.
+const char kOverwritten[] =
+    "dp4: --set swing=1: \"swing\" overwritten: was 1 until \"speed\" was written\n"
+    "dp4: --set mode=1: \"mode\" overwritten: was 01 until \"speed\" was written\n";
+
+TEST(EncodeNeighbours, AreReportedWhenAWriteDisturbsThem) {
+  const ToolRun run =
+      RunTool({"encode", "-", "--set", "swing=1", "--set", "mode=1", "--set", "speed=11", "--explain"}, SwappingFan());
+  EXPECT_EQ(run.err, kOverwritten);
+  EXPECT_EQ(run.out,
+            "01 07 06 c0\n"
+            "\n"
+            "command     01\n"
+            "flags       07\n"
+            "payload     06 c0\n"
+            "\n"
+            "FLAG   NAME   VALUE  PLACE    BITS   NOTE\n"
+            "0 = 1  swing  1      1.0      0      overwritten: was 1 until \"speed\" was written\n"
+            "1 = 1  mode   1      1.3-1.2  00     overwritten: was 01 until \"speed\" was written\n"
+            "2 = 1  speed  11     0.1-1.6  10 11  11\n"
+            "\n"
+            "FLAG is the attribute's bit in the flag bitmap. PLACE counts bytes of the payload, or byte.bit with bit 0 "
+            "the lowest.\n");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+TEST(EncodeNeighbours, MakeNoPacketWhenStrict) {
+  const ToolRun run =
+      RunTool({"encode", "-", "--set", "swing=1", "--set", "mode=1", "--set", "speed=11", "--strict"}, SwappingFan());
+  EXPECT_EQ(run.err, kOverwritten);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+// ---- Values that do not fit their fields ----
+
+// n has one byte for raw values up to 1000, e two bits for five items.
+std::string NarrowFan() {
+  return Fan(R"({"id": 0, "name": "n", "display_name": "", "desc": "", "type": "status_writable", "data_type": "uint16",
+      "uint_spec": {"min": 0, "max": 1000, "ratio": 0.5, "addition": 0},
+      "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}}, )" +
+             BitField("e", R"("data_type": "enum", "enum": ["a", "b", "c", "d", "e"])", 0, 2));
+}
+
+std::string RowOf(const std::string& text, const std::string& begin) {
+  const size_t at = text.find("\n" + begin);
+  return at == std::string::npos ? "no row" : text.substr(at + 1, text.find('\n', at + 1) - at - 1);
+}
+
+TEST(EncodeCut, IsReportedForNumbersAndEnums) {
+  // 150 / 0.5 = 300 = 01 2c, of which 2c = 44 is left; 4 is 100 binary, of which 00 is left.
+  const ToolRun run = RunTool({"encode", "-", "--set", "n=150", "--set", "e=4", "--explain"}, NarrowFan());
+  EXPECT_EQ(run.err,
+            "dp4: --set n=150: \"n\" cut: raw 300 does not fit, 44 is sent\n"
+            "dp4: --set e=4: \"e\" cut: raw 4 does not fit, 0 is sent\n");
+  EXPECT_EQ(run.out.substr(0, run.out.find('\n')), "01 03 00 2c");
+  EXPECT_EQ(RowOf(run.out, "0 = 1"), "0 = 1  n     150    1        2c    cut: raw 300 does not fit, 44 is sent");
+  EXPECT_EQ(run.exitCode, 0);
+  // What fits is as good as ever.
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "n=127.5", "--set", "e=3", "--strict"}, NarrowFan()).out, "01 03 03 ff\n");
+}
+
+TEST(EncodeCut, MakesNoPacketWhenStrict) {
+  const ToolRun run = RunTool({"encode", "-", "--set", "e=4", "--strict"}, NarrowFan());
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(EncodeCut, IsReportedForBinaries) {
+  // QUJD, REVG, R0hJ and Sg are the bytes 41 to 4a, ten for a field of eight.
+  ToolRun run = EncodeGateway("label=QUJDREVGR0hJSg==");
+  EXPECT_EQ(run.out, "01 10 00 00 00 41 42 43 44 45 46 47 48\n");
+  EXPECT_EQ(run.err, "dp4: --set label=QUJDREVGR0hJSg==: \"label\" cut: it has 10 bytes, of which 8 are sent\n");
+  EXPECT_EQ(run.exitCode, 0);
+  // Decoding ends at the star, after QXR0 = 41 74 74.
+  run = EncodeGateway("label=QXR0*aWM=");
+  EXPECT_EQ(run.out, "01 10 00 00 00 41 74 74 00 00 00 00 00\n");
+  EXPECT_EQ(run.err, "dp4: --set label=QXR0*aWM=: \"label\" cut: not all of it is base64, 3 bytes are sent\n");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+TEST(EncodeCut, IsNoneForCompleteAndShortBinaries) {
+  // 41 to 48; padding may be missing, and blanks do not count.
+  for (const std::string text : {"QUJDREVGR0g=", "QUJDREVGR0g", "\"QUJD REVG\\nR0g=\""}) {
+    const ToolRun run = EncodeGateway("label=" + text);
+    EXPECT_EQ(run.out, "01 10 00 00 00 41 42 43 44 45 46 47 48\n") << text;
+    EXPECT_EQ(run.err, "") << text;
+  }
+  const ToolRun run =
+      RunTool({"encode", "gateway.json", "--entity", "0", "--set", "label=QQ==", "--explain", "--strict"});
+  EXPECT_EQ(RowOf(run.out, "4 = 1"),
+            "4 = 1  label         QQ==   3-10     41 00 00 00 00 00 00 00  1 byte, filled up with zeros");
+  EXPECT_EQ(run.exitCode, 0);
+}
+
+// (45.3 - 40) / 0.5 = 10.6, rounded to 11, which is 45.5 for the device.
+TEST(EncodeRounding, IsExplained) {
+  ToolRun run = EncodeKettle({"--set", "target=45.3", "--explain", "--strict"});
+  EXPECT_EQ(RowOf(run.out, "2 = 1"), "2 = 1  target   45.3   1        0b    raw 11 (45.5)");
+  EXPECT_EQ(run.exitCode, 0);
+  run = EncodeKettle({"--set", "target=\"45.5\"", "--explain", "--strict"});
+  EXPECT_EQ(RowOf(run.out, "2 = 1"), "2 = 1  target   \"45.5\"  1        0b    raw 11");
+}
+
+// ---- Names and values that would steer a terminal ----
+
+TEST(EncodeText, IsEscaped) {
+  const std::string configuration =
+      Fan(BitField("on\\u001b[2J\\noff", R"("data_type": "enum", "enum": ["x\u009b1m"])", 0, 1));
+  const ToolRun run = RunTool({"encode", "-", "--set", "on\x1b[2J\noff=0", "--explain"}, configuration);
+  EXPECT_EQ(run.out,
+            "01 01 00\n"
+            "\n"
+            "command     01\n"
+            "flags       01\n"
+            "payload     00\n"
+            "\n"
+            "FLAG   NAME            VALUE  PLACE  BITS  NOTE\n"
+            "0 = 1  on\\x1b[2J\\noff  0      0.0    0     x\\u009b1m\n"
+            "\n"
+            "FLAG is the attribute's bit in the flag bitmap. PLACE counts bytes of the payload, or byte.bit with bit 0 "
+            "the lowest.\n");
+  EXPECT_EQ(run.exitCode, 0);
+  ExpectUsageError(RunTool({"encode", "-", "--set", "o\x1b[2J=0"}, SwappingFan()),
+                   "--set o\\x1b[2J=0: \"o\\x1b[2J\" names no attribute of \"fan\"");
+}
+
+// Two attributes of one name both take its value.
+TEST(EncodeText, TellsAttributesOfOneNameApart) {
+  const std::string twin = R"("data_type": "bool")";
+  const ToolRun run = RunTool({"encode", "-", "--set", "twin=1", "--explain"},
+                              Fan(BitField("twin", twin, 0, 1) + ", " + BitField("twin", twin, 4, 1)));
+  EXPECT_EQ(run.out,
+            "01 03 11\n"
+            "\n"
+            "command     01\n"
+            "flags       03\n"
+            "payload     11\n"
+            "\n"
+            "FLAG   NAME  VALUE  PLACE  BITS  NOTE\n"
+            "0 = 1  twin  1      0.0    1\n"
+            "1 = 1  twin  1      0.4    1\n"
+            "\n"
+            "FLAG is the attribute's bit in the flag bitmap. PLACE counts bytes of the payload, or byte.bit with bit 0 "
+            "the lowest.\n");
+}
+
+// ---- dp4 request ----
+
+TEST(Request, GivesTheRequestsThatNameNoSubDevice) {
+  for (const auto& [command, packet] : {std::pair("read", "02\n"), {"cc-add", "0b\n"}, {"cc-list", "0d\n"}}) {
+    const ToolRun run = RunTool({"request", command});
+    EXPECT_EQ(run.out, packet) << command;
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.exitCode, 0);
+    ExpectUsageError(RunTool({"request", command, "--sub-device", "0"}),
+                     std::string(command) + " names no sub-device; expected no --sub-device");
+  }
+}
+
+TEST(Request, GivesTheRequestsThatNameOne) {
+  for (const auto& [command, first] : {std::pair("cc-read", "08 "), {"cc-delete", "0c "}}) {
+    const ToolRun run = RunTool({"request", command, "--sub-device", "5"});
+    EXPECT_EQ(run.out, first + IdText("05 00 00 00\n", "00 00 00 05\n")) << command;
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.exitCode, 0);
+    ExpectUsageError(RunTool({"request", command}),
+                     std::string(command) + " is for one sub-device; expected --sub-device ID");
+  }
+}
+
+TEST(Request, TakesAllFormsOfOutput) {
+  EXPECT_EQ(RunTool({"request", "read", "--output", "c-array"}).out,
+            "const unsigned char packet[1] = {\n    0x02,\n};\n");
+  // 000000 10(0000) = A g.
+  EXPECT_EQ(RunTool({"request", "read", "--output", "base64"}).out, "Ag==\n");
+  EXPECT_EQ(RunTool({"request", "read", "--output", "binary"}).out, "\x02");
+  // The id 0 holds NULs.
+  EXPECT_EQ(RunTool({"request", "cc-read", "--sub-device", "0", "--output", "binary"}).out,
+            std::string("\x08\0\0\0\0", 5));
+}
+
+TEST(Request, KnowsNoOther) {
+  const ToolRun run = RunTool({"request", "write"});
+  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.out, "");
+  EXPECT_NE(run.err, "");
+}
+
+}  // namespace

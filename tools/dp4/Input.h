@@ -1,0 +1,115 @@
+// What the commands share for reading: files, JSON with places, product configurations and their entities.
+
+#ifndef MORVIX_DP4_INPUT_H
+#define MORVIX_DP4_INPUT_H
+
+#include <json/value.h>
+
+#include <iosfwd>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.h"
+
+namespace dp4 {
+
+// Exit codes of the tool.
+enum ExitCode { kFine = 0, kProblems = 1, kUnusable = 2 };
+
+// Arguments or files that cannot be used; what() names the file, the place and what was expected. Ends the tool with
+// kUnusable.
+class UsageError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// A line and column of a text, both counted from 1.
+struct Place {
+  size_t line = 1;
+  size_t column = 1;
+};
+
+// A JSON text with its value; the place of each value in it is known.
+struct JsonText {
+  std::string path;  // "-" for standard input
+  std::string text;
+  Json::Value root;
+
+  // Where `value`, which is part of `root`, begins.
+  Place PlaceOf(const Json::Value& value) const;
+};
+
+// The whole of a file, or of standard input for "-". Throws UsageError.
+std::string ReadWholeFile(const std::string& path);
+
+// What is wrong with a text that is not JSON: one line of text and its place.
+struct JsonError {
+  Place place;
+  std::string message;
+};
+
+// Reads JSON as the module does: comments are allowed, nesting is limited. Nothing may follow the value. False with
+// `error` set when it is none.
+bool ParseJsonText(const std::string& text, Json::Value& value, JsonError& error);
+
+// Reads a JSON file. Throws UsageError, which for a text that is not JSON reads "FILE:LINE:COLUMN: not JSON: ...".
+JsonText ReadJsonFile(const std::string& path);
+
+// The entity of a configuration that `choice` names by its name or id; an empty choice is for the only one. Throws
+// UsageError.
+const Json::Value& ChooseEntity(const JsonText& configuration, const std::string& choice);
+
+// An entity as the module's parser gives it for one set of groups. Throws UsageError with the parser's own warning when
+// it is unusable.
+struct ParsedEntity {
+  MorvixProtocolEntity_4_0 info;
+  std::vector<MorvixProtocolAttribute_4_0> attributes;
+};
+ParsedEntity ParseEntity(const JsonText& configuration, const Json::Value& entity, int matchTypes);
+
+constexpr int kWritable = MorvixProtocolTypeStatusWritable_4_0;
+constexpr int kAllGroups = MorvixProtocolTypeStatusWritable_4_0 | MorvixProtocolTypeStatusReadonly_4_0 |
+                           MorvixProtocolTypeAlert_4_0 | MorvixProtocolTypeFault_4_0;
+
+// One log line of the module.
+struct LoggedLine {
+  int level;
+  std::string function;  // empty for the lines without one
+  std::string text;
+};
+
+// While it lives, gathers the module's log lines of all levels on its way to nobody else, unless `echo` is set, which
+// then gets each line as "[level] function: text". The previous sink and level come back at its end.
+class LogGatherer {
+ public:
+  explicit LogGatherer(std::ostream* echo = nullptr);
+  ~LogGatherer();
+  LogGatherer(const LogGatherer&) = delete;
+  LogGatherer& operator=(const LogGatherer&) = delete;
+
+  // The lines since the last call.
+  std::vector<LoggedLine> Take();
+
+ private:
+  struct State;
+  State* state_;
+};
+
+// The payload bits that a field of the module takes, found by having the module write them: bit k of the value is at
+// [k]. Bits count from 0, the most significant bit of payload byte 0, as a reader of a bit map sees them. A field that
+// the module cannot write at `payloadLength` is empty.
+std::vector<size_t> FieldBits(const MorvixProtocolPosition_4_0& position, MorvixProtocolDataType_4_0 dataType,
+                              size_t payloadLength);
+
+// The length of the payload in bytes that the module uses for these attributes; 0 for none.
+size_t PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes);
+
+const char* GroupName(MorvixProtocolType_4_0 group);            // "writable", "read-only", "alert", "fault"
+const char* DataTypeName(MorvixProtocolDataType_4_0 dataType);  // "bool", "enum", "binary", "uint8" ...
+
+// A number of user units as the module prints it: six decimals without trailing zeros.
+std::string NumberText(double number);
+
+}  // namespace dp4
+
+#endif

@@ -1,0 +1,154 @@
+// An entity as lint sees it: its elements, what the parser made of each, and questions to the codec about one field.
+
+#ifndef MORVIX_DP4_LINT_MODEL_H
+#define MORVIX_DP4_LINT_MODEL_H
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "Input.h"
+#include "LintRules.h"
+
+namespace dp4 {
+
+using Attribute = MorvixProtocolAttribute_4_0;
+using Position = MorvixProtocolPosition_4_0;
+
+// An escaped text in quotes, cut when it is long.
+std::string Quoted(const std::string& text);
+
+// "1 byte", "2 bytes".
+std::string Count(size_t number, const char* noun);
+
+// A text of the configuration as the module's look-ups see it: it ends at a NUL.
+std::string UpToNul(const std::string& text);
+
+bool IsNumber(const Attribute& attribute);
+bool IsAlertOrFault(const Attribute& attribute);
+bool IsBitPacked(const Attribute& attribute);  // a member of bit groups: bool or enum
+
+// One element of "attrs".
+struct Element {
+  const Json::Value* json = nullptr;
+  // The member that the parser names as the reason for dropping it; empty when it took it. Writing selects the writable
+  // attributes alone, so that the two can differ.
+  std::string droppedOnReading;
+  std::string droppedOnWriting;
+  // As far as the parser can tell from the keyword alone.
+  MorvixProtocolType_4_0 group = MorvixProtocolTypeUnknown_4_0;
+  MorvixProtocolDataType_4_0 dataType = MorvixProtocolDataTypeUnknown_4_0;
+
+  bool IsWritable() const { return group == MorvixProtocolTypeStatusWritable_4_0; }
+};
+
+constexpr size_t kNoElement = SIZE_MAX;
+
+// Whether the parser looks at a member that it names before it looks at the group, and so at the others.
+bool IsIdentity(const std::string& member);
+
+// One entity. The records' `id` is the index of their element, and only enums have items.
+class LintEntity {
+ public:
+  LintEntity(const Json::Value& entity, std::string entityPointer) : json(entity), pointer(std::move(entityPointer)) {}
+
+  // False with the parser's reason when the entity is unusable.
+  bool Parse(std::ostream* log, std::string& reason);
+
+  // The element itself or a member deep in it; as far down as there is one.
+  Spot At(size_t element, std::initializer_list<const char*> members = {}) const;
+  Spot At(const Attribute& attribute, std::initializer_list<const char*> members = {}) const {
+    return At(static_cast<size_t>(attribute.id), members);
+  }
+  // "'power'", or "attribute 3" when it has no name.
+  std::string Label(size_t element) const;
+  std::string Label(const Attribute& attribute) const { return Label(static_cast<size_t>(attribute.id)); }
+  // The record of an element on reading or writing; null when there is none.
+  const Attribute* ReadRecord(size_t element) const { return Record(all, element); }
+  const Attribute* WriteRecord(size_t element) const { return Record(writable, element); }
+
+  const Json::Value& json;
+  const std::string pointer;
+  MorvixProtocolEntity_4_0 info;
+  std::vector<Element> elements;
+  std::vector<Attribute> all;       // what decoding takes
+  std::vector<Attribute> writable;  // what encoding takes
+  size_t readLength = 0;            // payload bytes of all; 0 also when there is not enough memory for it
+  size_t writeLength = 0;           // payload bytes of a write
+
+ private:
+  static const Attribute* Record(const std::vector<Attribute>& attributes, size_t element);
+  void NoteDrops(const std::vector<LoggedLine>& reading, const std::vector<LoggedLine>& writing);
+};
+
+// The texts of an "enum" member as the parser takes them.
+std::vector<std::string> ItemsOf(const Json::Value& member);
+
+// Adjacent payload bits, counted from the most significant bit of byte 0; empty when the module cannot use the field.
+struct BitRange {
+  int64_t begin = 0;
+  int64_t end = 0;
+  bool IsEmpty() const { return begin == end; }
+  int64_t Length() const { return end - begin; }
+  int64_t FirstByte() const { return begin / 8; }
+  int64_t EndByte() const { return (end + 7) / 8; }
+};
+
+// "byte 3", "bytes 3 and 4", "bytes 3 to 5".
+std::string BytesText(const BitRange& range);
+// "bit 4 of byte 3", "bits 4 to 2 of byte 3", or bytes.
+std::string BitsText(const BitRange& range);
+// "'a'", "'a' and 'b'", "'a', 'b', 'c' and 5 more", for lists of any length.
+std::string Listed(const std::vector<std::string>& labels);
+
+// The module's answers for one field cost as much as the payload is long. This moves fields that are looked at together
+// to the payload's start and cuts the rest off; every answer is as for the payload of `payloadLength` bytes, which is at
+// least what the fields need, only `shift` bytes further on.
+struct Window {
+  std::vector<Attribute> fields;
+  size_t shift = 0;
+  size_t length = 0;
+};
+Window WindowOn(const std::vector<Attribute>& fields, size_t payloadLength);
+
+// Where the module writes a field.
+BitRange Locate(const Attribute& field, size_t payloadLength);
+
+// The same field for a probe, by the name `key` in all documents.
+Attribute Keyed(const Attribute& field, const std::string& key);
+// A number in the bits of the field, under the name `key`, which lets every raw value of up to 52 bits through.
+Attribute OpenField(const Attribute& field, const std::string& key);
+// The largest raw value of an open field of this many bits.
+uint64_t LargestOpenValue(size_t bits);
+
+// What the encoder makes of `values`, by name.
+struct Encoded {
+  std::vector<byte> payload;  // at least as long as asked for; empty when nothing was written
+  std::string refusal;        // the line that ended the call
+};
+Encoded EncodeFields(const std::vector<Attribute>& fields, const Json::Value& values, size_t payloadLength);
+
+// What the decoder makes of a payload: the values by name.
+struct Decoded {
+  Json::Value values = Json::Value(Json::objectValue);
+  std::string refusal;
+};
+Decoded DecodeFields(const std::vector<Attribute>& fields, const std::vector<byte>& payload);
+
+// What becomes of an attribute whose field has no usable place.
+std::string EffectOfUnusable(const LintEntity& entity, size_t element);
+
+// The subjects of the rules. Each checks one entity.
+void LintMembers(const LintEntity& entity, Findings& findings);  // of objects: unknown, unused, misread
+void LintDropped(const LintEntity& entity, Findings& findings);
+void LintNames(const LintEntity& entity, Findings& findings);
+void LintGroups(const LintEntity& entity, Findings& findings);
+void LintPlaces(const LintEntity& entity, Findings& findings);
+void LintNumbers(const LintEntity& entity, Findings& findings);
+void LintEnums(const LintEntity& entity, Findings& findings);
+void LintAlerts(const LintEntity& entity, Findings& findings);
+
+}  // namespace dp4
+
+#endif

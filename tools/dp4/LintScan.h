@@ -1,0 +1,34 @@
+// Looks at a configuration as text: what a JSON value does not show any more, and names that resemble each other.
+
+#ifndef MORVIX_DP4_LINT_SCAN_H
+#define MORVIX_DP4_LINT_SCAN_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "Input.h"
+
+namespace dp4 {
+
+// A member whose object has one of the same name before it.
+struct RepeatedMember {
+  size_t offset;  // of the name
+  std::string pointer;
+  std::string name;
+};
+
+// `text` begins with a JSON value; comments are passed over. Names are compared as they are spelt.
+std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text);
+
+// "/name", as a JSON pointer spells it.
+std::string PointerToken(const std::string& name);
+
+size_t OffsetOf(const std::string& text, const Place& place);
+
+// The one of `names` that `name` may have been meant to be; empty when none is similar. Case, '-' and '_' count little.
+std::string SimilarName(const std::string& name, const std::vector<std::string>& names);
+
+}  // namespace dp4
+
+#endif

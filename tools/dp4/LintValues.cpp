@@ -1,0 +1,327 @@
+// Values: scalings of numbers, items of enums, alerts and faults that never become active.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "LintModel.h"
+
+namespace dp4 {
+
+namespace {
+
+// A number in 8 bytes of its own, for questions to its scaling alone.
+Attribute Alone(const Attribute& number) {
+  Attribute alone = Keyed(number, "field");
+  alone.position = Position();
+  alone.position.len = 8;
+  return alone;
+}
+
+std::vector<byte> EightBytes(uint64_t raw) {
+  std::vector<byte> bytes(8);
+  for (size_t i = 8; i-- > 0; raw >>= 8) bytes[i] = static_cast<byte>(raw);
+  return bytes;
+}
+
+// The user value that the decoder prints for a raw value; false when it leaves it out.
+bool DecodeRaw(const Attribute& alone, uint64_t raw, std::string& text) {
+  const Decoded decoded = DecodeFields({alone}, EightBytes(raw));
+  if (!decoded.values.isMember("field")) return false;
+  text = decoded.values["field"].asString();
+  return true;
+}
+
+// The raw value that the encoder makes of a user value, as text; or the line that refuses it, in quotes.
+std::string EncodeText(const Attribute& alone, const std::string& text) {
+  Json::Value values;
+  values["field"] = text;
+  const Encoded encoded = EncodeFields({alone}, values, 8);
+  if (encoded.payload.empty()) return "\"" + encoded.refusal + "\"";
+  return DecodeFields({OpenField(alone, "field")}, encoded.payload).values["field"].asString();
+}
+
+// ---- Scaling ----
+
+bool IsUsable(const Attribute& alone) {
+  std::string text;
+  return DecodeRaw(alone, static_cast<uint64_t>(alone.uint_spec.min), text) ||
+         DecodeRaw(alone, static_cast<uint64_t>(alone.uint_spec.max), text);
+}
+
+void LintUnusableScaling(const LintEntity& entity, const Attribute& number, Findings& findings) {
+  const MorvixProtocolUIntSpec_4_0& spec = number.uint_spec;
+  const std::string min = std::to_string(spec.min);
+  const std::string max = std::to_string(spec.max);
+  std::string effect = "no decode shows it";
+  if (number.type == MorvixProtocolTypeStatusWritable_4_0) {
+    effect += "; every write that carries it ends with " + EncodeText(Alone(number), NumberText(number.uint_spec.addition)) +
+              " and sends nothing";
+  }
+  const auto add = [&](RuleId rule, const char* member, const std::string& message, const std::string& mend) {
+    findings.Add(rule, entity.At(number, {"uint_spec", member}), entity.Label(number) + " has " + message, effect, mend);
+  };
+  if (spec.min < 0 || spec.max < 0) {
+    const bool isMin = spec.min < 0;
+    return add(RuleId::kNegativeLimit, isMin ? "min" : "max", isMin ? "the min " + min : "the max " + max,
+               "limits are raw values, which are never negative; use a negative 'addition' for negative user values");
+  }
+  if (spec.max >= int64_t{1} << 52) {
+    return add(RuleId::kMaxTooLarge, "max", "the max " + max, "a max is at most 4503599627370495");
+  }
+  if (spec.min > spec.max) {
+    return add(RuleId::kMinAboveMax, "min", "the min " + min + " above the max " + max, "exchange the two");
+  }
+  add(RuleId::kEmptyRange, "max", "the min and max " + min, "a max is above its min");
+}
+
+// True when the ratio and addition make numbers of raw values.
+bool LintFactors(const LintEntity& entity, const Attribute& number, Findings& findings) {
+  const MorvixProtocolUIntSpec_4_0& spec = number.uint_spec;
+  if (!std::isfinite(spec.ratio) || !std::isfinite(spec.addition)) {
+    const bool isRatio = !std::isfinite(spec.ratio);
+    std::string text;
+    DecodeRaw(Alone(number), static_cast<uint64_t>(spec.max), text);
+    findings.Add(RuleId::kScalingNotFinite, entity.At(number, {"uint_spec", isRatio ? "ratio" : "addition"}),
+                 entity.Label(number) + " has the " + (isRatio ? "ratio " : "addition ") +
+                     std::to_string(isRatio ? spec.ratio : spec.addition),
+                 "raw " + std::to_string(spec.max) + " decodes as " + Quoted(text), "write a finite number");
+    return false;
+  }
+  if (spec.ratio != 0) return true;
+  std::string text;
+  DecodeRaw(Alone(number), static_cast<uint64_t>(spec.max), text);
+  const bool isWritable = number.type == MorvixProtocolTypeStatusWritable_4_0;
+  findings.Add(RuleId::kZeroRatio, entity.At(number, {"uint_spec", "ratio"}), entity.Label(number) + " has the ratio 0",
+               "every raw value decodes as " + Quoted(text) + (isWritable ? ", and no other value can be written" : ""),
+               "a ratio says how much one raw step is in user units");
+  return false;
+}
+
+std::set<uint64_t> SampleRaws(const MorvixProtocolUIntSpec_4_0& spec) {
+  const auto min = static_cast<uint64_t>(spec.min);
+  const auto max = static_cast<uint64_t>(spec.max);
+  const uint64_t middle = min + (max - min) / 2;
+  std::set<uint64_t> raws;
+  for (const uint64_t raw : {min, min + 1, min + 2, min + 3, middle, middle + 1, max - 1, max}) {
+    if (raw <= max) raws.insert(raw);
+  }
+  return raws;
+}
+
+// The first raw value whose text is not what it should be decides.
+void LintPrecision(const LintEntity& entity, const Attribute& number, Findings& findings) {
+  constexpr double kTolerated = 0.01;  // of one raw step
+  constexpr double kPrinted = 1e-8;    // what six decimals leave of a number that they hold is far less
+  const MorvixProtocolUIntSpec_4_0& spec = number.uint_spec;
+  const Attribute alone = Alone(number);
+  const Spot spot = entity.At(number, {"uint_spec", "ratio"});
+  const std::string label = entity.Label(number);
+  std::string rounded;
+  for (const uint64_t raw : SampleRaws(spec)) {
+    std::string text;
+    if (!DecodeRaw(alone, raw, text)) continue;
+    const double exact = static_cast<double>(raw) * spec.ratio + spec.addition;
+    const double error = std::fabs(std::strtod(text.c_str(), nullptr) - exact);
+    const std::string shown = "raw " + std::to_string(raw) + " decodes as " + Quoted(text);
+    if (text.size() >= 31 && error > kTolerated * std::fabs(spec.ratio)) {
+      return findings.Add(RuleId::kNumberTextCut, spot, label + " has values of more than 31 characters", shown,
+                          "choose units in which the values are smaller");
+    }
+    const std::string back = EncodeText(alone, text);
+    if (back != std::to_string(raw) || error > kTolerated * std::fabs(spec.ratio)) {
+      const std::string effect =
+          back == std::to_string(raw) ? shown : shown + ", which encodes as " + (back[0] == '"' ? back : "raw " + back);
+      return findings.Add(RuleId::kScalingTooFine, spot, label + " is scaled finer than the six decimals of a decoded value",
+                          effect, "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
+    }
+    if (rounded.empty() && error > std::max(kPrinted, std::fabs(exact) * 1e-14)) rounded = shown;
+  }
+  if (rounded.empty()) return;
+  findings.Add(RuleId::kScalingRounded, spot, label + " has values of more than six decimals", rounded,
+               "choose units in which six decimals do, if the rest matters");
+}
+
+// ---- Width ----
+
+size_t BytesOfType(MorvixProtocolDataType_4_0 dataType) {
+  return size_t{1} << (dataType - MorvixProtocolDataTypeUInt8_4_0);
+}
+
+void LintWidth(const LintEntity& entity, const Attribute& number, Findings& findings) {
+  const Position& position = number.position;
+  if (position.unit != MorvixProtocolUnitByte_4_0 || position.len < 1 || position.len > 8) return;
+  const auto bytes = static_cast<size_t>(position.len);
+  const size_t typeBytes = BytesOfType(number.data_type);
+  const Spot spot = entity.At(number, {"position", "len"});
+  const std::string label = entity.Label(number);
+  const std::string typed = std::string(" is a ") + DataTypeName(number.data_type) + " in " + Count(bytes, "byte");
+  if (bytes != typeBytes) {
+    findings.Add(bytes < typeBytes ? RuleId::kNarrowerThanType : RuleId::kWiderThanType, spot, label + typed,
+                 "'len' alone decides: " + Count(bytes, "byte") + " of the payload",
+                 "set 'len' to " + std::to_string(typeBytes) + ", if the device's type is the one that counts");
+  }
+
+  // The largest raw value that the scaling lets through, written to as many bytes and read back.
+  if (number.uint_spec.max < 0) return;
+  const uint64_t largest = std::min(static_cast<uint64_t>(number.uint_spec.max), LargestOpenValue(64));
+  Attribute narrow = Alone(number);
+  narrow.position.len = position.len;
+  const std::string back = EncodeText(OpenField(narrow, "field"), std::to_string(largest));
+  if (back == std::to_string(largest)) return;
+  findings.Add(RuleId::kNarrowerThanMax, spot,
+               label + " has the max " + std::to_string(number.uint_spec.max) + ", which " + Count(bytes, "byte") +
+                   " cannot hold",
+               "the highest part is lost without a word: raw " + std::to_string(largest) + " becomes raw " + back,
+               "lower the max, or give it more bytes");
+}
+
+// ---- Items ----
+
+std::string CountText(size_t count) { return Count(count, "item"); }
+
+void LintItemTexts(const LintEntity& entity, const Attribute& field, Findings& findings) {
+  const Spot member = entity.At(field, {"enum"});
+  const Json::Value& items = *member.value;
+  if (!items.isArray()) return;
+  size_t dropped = 0;
+  Json::ArrayIndex first = 0;
+  std::set<std::string> known;
+  for (Json::ArrayIndex i = 0; i < items.size(); ++i) {
+    if (!items[i].isString()) {
+      if (dropped++ == 0) first = i;
+    } else if (!known.insert(items[i].asString()).second) {
+      findings.Add(RuleId::kDuplicateItem, {&items[i], member.pointer + "/" + std::to_string(i)},
+                   entity.Label(field) + " has the item " + Quoted(items[i].asString()) + " twice",
+                   "none: values are indices", "give each item its own text");
+    }
+  }
+  if (dropped == 0) return;
+  const Spot spot{&items[first], member.pointer + "/" + std::to_string(first)};
+  if (field.enumList.empty()) {
+    findings.Add(RuleId::kEnumWithoutTexts, spot, entity.Label(field) + " has no item that is a text",
+                 "no index is accepted: writes that carry it and all decodes end with an \"Invalid enum value\" line",
+                 "list texts");
+    return;
+  }
+  std::string shift = "it has " + CountText(field.enumList.size()) + " instead of " + std::to_string(items.size());
+  for (Json::ArrayIndex i = first; i < items.size(); ++i) {
+    if (!items[i].isString()) continue;
+    shift += "; " + Quoted(items[i].asString()) + " is index " + std::to_string(first) + " instead of " + std::to_string(i);
+    break;
+  }
+  findings.Add(RuleId::kEnumItemNotText, spot,
+               entity.Label(field) + " has " + CountText(dropped) + " that " + (dropped == 1 ? "is" : "are") + " no text",
+               shift, "list texts only");
+}
+
+// The index that comes back from a write of `index`; empty when it is refused.
+std::string WrittenIndex(const Attribute& field, const Window& window, uint64_t index) {
+  Json::Value values;
+  values["field"] = std::to_string(index);
+  const Encoded encoded = EncodeFields({field}, values, window.length);
+  if (encoded.payload.empty()) return "";
+  return DecodeFields({OpenField(field, "field")}, encoded.payload).values["field"].asString();
+}
+
+void LintItemCount(const LintEntity& entity, const Attribute& field, Findings& findings) {
+  constexpr size_t kPrintedIndices = 1000000000;  // of nine digits
+  const Spot spot = entity.At(field, {"enum"});
+  const size_t count = field.enumList.size();
+  const std::string label = entity.Label(field);
+  if (count > kPrintedIndices) {
+    findings.Add(RuleId::kEnumIndexCut, spot, label + " has " + CountText(count),
+                 "indices from " + std::to_string(kPrintedIndices) + " on lose their last digit when decoded",
+                 "use fewer items, or a number");
+  }
+  const BitRange range = Locate(field, entity.readLength);
+  if (range.IsEmpty() || count == 0) return;
+  const Window window = WindowOn({field}, entity.readLength);
+  const Attribute probe = Keyed(window.fields[0], "field");
+  const std::string last = std::to_string(count - 1);
+  const std::string back = WrittenIndex(probe, window, count - 1);
+  if (!back.empty() && back != last) {
+    findings.Add(RuleId::kEnumTooManyItems, spot,
+                 label + " has " + CountText(count) + " in " + Count(static_cast<size_t>(range.Length()), "bit"),
+                 "the highest bits are lost without a word: index " + last + " becomes index " + back,
+                 "use more bits or fewer items");
+  }
+
+  // A device that sets all bits.
+  const uint64_t largest = LargestOpenValue(static_cast<size_t>(range.Length()));
+  Json::Value values;
+  values["field"] = Json::UInt64{largest};
+  const Encoded full = EncodeFields({OpenField(probe, "field")}, values, window.length);
+  const Decoded decoded = DecodeFields({probe}, full.payload);
+  if (decoded.refusal.empty()) return;
+  findings.Add(RuleId::kEnumIncomplete, spot,
+               label + " has " + CountText(count) + " in " + Count(static_cast<size_t>(range.Length()), "bit"),
+               "a device that sends " + std::to_string(largest) + " ends the decode with \"" + decoded.refusal +
+                   "\"; the attributes behind it are missing",
+               "list an item for each number that the device may send");
+}
+
+// ---- Alerts and faults ----
+
+bool IsActive(const std::string& value) {
+  Json::Value alerts;
+  Json::Value& alert = alerts.append(Json::objectValue);
+  alert["name"] = "alert";
+  alert["value"] = value;
+  std::vector<TavelReceiveInfo> active;
+  ProtocolGetAlertsOrFaults_4_0(alerts, active);
+  return !active.empty();
+}
+
+void LintFractions(const LintEntity& entity, const Attribute& number, Findings& findings) {
+  const Attribute alone = Alone(number);
+  for (const uint64_t raw : SampleRaws(number.uint_spec)) {
+    std::string text;
+    if (!DecodeRaw(alone, raw, text) || text == "0" || text == "-0" || IsActive(text)) continue;
+    findings.Add(RuleId::kFractionNotActive, entity.At(number, {"uint_spec"}),
+                 entity.Label(number) + " is an alert or fault with values below 1",
+                 "raw " + std::to_string(raw) + " decodes as " + Quoted(text) + ", which is not active",
+                 "choose units in which every value that matters is at least 1");
+    return;
+  }
+}
+
+}  // namespace
+
+void LintNumbers(const LintEntity& entity, Findings& findings) {
+  for (const Attribute& attribute : entity.all) {
+    if (!IsNumber(attribute)) continue;
+    LintWidth(entity, attribute, findings);
+    if (!IsUsable(Alone(attribute))) {
+      LintUnusableScaling(entity, attribute, findings);
+    } else if (LintFactors(entity, attribute, findings)) {
+      LintPrecision(entity, attribute, findings);
+    }
+  }
+}
+
+void LintEnums(const LintEntity& entity, Findings& findings) {
+  for (const Attribute& attribute : entity.all) {
+    if (attribute.data_type != MorvixProtocolDataTypeEnum_4_0) continue;
+    LintItemTexts(entity, attribute, findings);
+    LintItemCount(entity, attribute, findings);
+  }
+}
+
+void LintAlerts(const LintEntity& entity, Findings& findings) {
+  for (const Attribute& attribute : entity.all) {
+    if (!IsAlertOrFault(attribute)) continue;
+    if (IsNumber(attribute) && IsUsable(Alone(attribute))) LintFractions(entity, attribute, findings);
+    if (attribute.data_type != MorvixProtocolDataTypeBinary_4_0) continue;
+    findings.Add(RuleId::kBinaryAlert, entity.At(attribute, {"data_type"}),
+                 entity.Label(attribute) + " is an alert or fault that is a binary",
+                 "it is active when its base64 text begins with an integer other than 0: 'AQID' is not, '4AAA' is",
+                 "use a bool, an enum or a number");
+  }
+}
+
+}  // namespace dp4
