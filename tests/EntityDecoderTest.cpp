@@ -11,46 +11,23 @@
 #include <utility>
 #include <vector>
 
+#include "EntityBuilder.h"
 #include "TestSupport.h"
 
 namespace entity_decoder_test {
 namespace {
 
-std::string WithNul(const std::string& before, const std::string& behind) { return before + '\0' + behind; }
-
-// `value` with the members of `overrides`, a JSON text, in place of its own; objects inside it are merged.
-Json::Value With(Json::Value value, const Json::Value& overrides) {
-  for (const std::string& key : overrides.getMemberNames()) {
-    value[key] = overrides[key].isObject() ? With(value[key], overrides[key]) : overrides[key];
-  }
-  return value;
-}
-
-Json::Value With(const Json::Value& value, const char* overrides) { return With(value, ParseJson(overrides)); }
-
-// A read-only attribute whose display name is its name with "The " before it.
 Json::Value Attr(const std::string& name, const char* dataType, int byteOffset, int bitOffset, const char* unit,
                  int len) {
-  Json::Value attr = ParseJson(R"({"id": 1, "desc": "", "type": "status_readonly"})");
-  attr["name"] = name;
-  attr["display_name"] = "The " + name;
-  attr["data_type"] = dataType;
-  attr["position"]["byte_offset"] = byteOffset;
-  attr["position"]["bit_offset"] = bitOffset;
-  attr["position"]["unit"] = unit;
-  attr["position"]["len"] = len;
-  return attr;
+  return AttributeOf("status_readonly", name, dataType, byteOffset, bitOffset, unit, len);
 }
 
 Json::Value Bool(const std::string& name, int byteOffset, int bitOffset) {
   return Attr(name, "bool", byteOffset, bitOffset, "bit", 1);
 }
 
-// An enum of `count` items.
 Json::Value Enum(const std::string& name, int byteOffset, int bitOffset, int len, int count = 3) {
-  Json::Value attr = Attr(name, "enum", byteOffset, bitOffset, "bit", len);
-  for (int i = 0; i < count; ++i) attr["enum"].append("item " + std::to_string(i));
-  return attr;
+  return WithItems(Attr(name, "enum", byteOffset, bitOffset, "bit", len), count);
 }
 
 // A number that takes every raw value below 2 to the power 52, unscaled unless `scaling`, a JSON text, differs.
@@ -62,12 +39,6 @@ Json::Value Number(const std::string& name, int byteOffset, int len, const char*
 
 Json::Value Binary(const std::string& name, int byteOffset, int len) {
   return Attr(name, "binary", byteOffset, 0, "byte", len);
-}
-
-Json::Value Entity(const std::vector<Json::Value>& attrs) {
-  Json::Value entity = ParseJson(R"({"id": 7, "name": "main", "display_name": "Main", "attrs": []})");
-  for (const Json::Value& attr : attrs) entity["attrs"].append(attr);
-  return entity;
 }
 
 const LogLine kFiltered = FilterLine(7, "main", "Main");
