@@ -1,7 +1,6 @@
 #include "Completion.h"
 
 #include <functional>
-#include <regex>
 #include <sstream>
 #include <vector>
 
@@ -23,13 +22,29 @@ struct Command {
   std::string words;  // what its first argument takes
 };
 
+// `text` with every character that stands in `characters` replaced by what `replacement` gives for it.
+std::string Replaced(const std::string& text, const std::string& characters,
+                     const std::function<std::string(char)>& replacement) {
+  std::string replaced;
+  for (const char c : text) {
+    if (characters.find(c) == std::string::npos) {
+      replaced += c;
+    } else {
+      replaced += replacement(c);
+    }
+  }
+  return replaced;
+}
+
+std::string WithBackslash(char c) { return {'\\', c}; }
+
 // The words of a check that names them: "{auto,always,never}".
 std::string WordsOf(const CLI::Option& option) {
-  static const std::regex kSet(R"(\{([^}]*)\})");
-  std::smatch match;
   const std::string type = option.get_type_name();
-  if (!std::regex_search(type, match, kSet)) return "";
-  return std::regex_replace(match[1].str(), std::regex(","), " ");
+  const size_t begin = type.find('{');
+  const size_t end = type.find('}');
+  if (begin == std::string::npos || end == std::string::npos) return "";
+  return Replaced(type.substr(begin + 1, end - begin - 1), ",", [](char) { return " "; });
 }
 
 std::vector<Command> CommandsOf(const CLI::App& app) {
@@ -89,7 +104,7 @@ std::string Bash(const std::vector<Command>& commands) {
 
 // Quoted for zsh's _arguments, which gives a meaning to brackets and colons.
 std::string ZshText(const std::string& text) {
-  return std::regex_replace(std::regex_replace(text, std::regex("'"), "'\\''"), std::regex(R"([\[\]:])"), "\\$&");
+  return Replaced(Replaced(text, "[]:", WithBackslash), "'", [](char) { return "'\\''"; });
 }
 
 std::string Zsh(const std::vector<Command>& commands) {
@@ -121,7 +136,7 @@ std::string Zsh(const std::vector<Command>& commands) {
   return script.str();
 }
 
-std::string FishText(const std::string& text) { return std::regex_replace(text, std::regex(R"((['\\]))"), "\\$1"); }
+std::string FishText(const std::string& text) { return Replaced(text, "'\\", WithBackslash); }
 
 std::string Fish(const std::vector<Command>& commands) {
   std::ostringstream script;

@@ -69,9 +69,9 @@ std::string FindingText(const std::string& path, const PlacedFinding& placed, bo
   const Finding& finding = placed.finding;
   const Rule& rule = RuleOf(finding.rule);
   return Escaped(path) + ":" + std::to_string(placed.place.line) + ":" + std::to_string(placed.place.column) + ": " +
-         SeverityText(rule.severity, color) + ": " + finding.message + " [" + rule.name + "]\n" +
-         "  at      " + (finding.pointer.empty() ? "the whole document" : Escaped(finding.pointer)) + "\n" +
-         "  effect  " + finding.effect + "\n" +  //
+         SeverityText(rule.severity, color) + ": " + finding.message + " [" + rule.name + "]\n" + "  at      " +
+         (finding.pointer.empty() ? "the whole document" : Escaped(finding.pointer)) + "\n" + "  effect  " +
+         finding.effect + "\n" +  //
          "  mend    " + finding.mend + "\n";
 }
 
@@ -98,10 +98,20 @@ std::string RulesText(bool color) {
 
 // ---- JSON ----
 
+// Indented, with brackets on the lines of their members' names.
 std::string WriteJson(const Json::Value& value) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "  ";
-  return Json::writeString(builder, value) + "\n";
+  builder["enableYAMLCompatibility"] = true;  // no blank before a colon
+  const std::string text = Json::writeString(builder, value);
+  static const std::string kBreak = ": \n";  // in texts, line ends are escaped
+  std::string json;
+  size_t begin = 0;
+  for (size_t end = text.find(kBreak); end != std::string::npos; end = text.find(kBreak, begin)) {
+    json.append(text, begin, end + 2 - begin);
+    begin = text.find_first_not_of(" \n", end + 2);
+  }
+  return json.append(text, begin) + "\n";
 }
 
 Json::Value RuleJson(const Rule& rule) {
@@ -175,7 +185,8 @@ Json::Value SarifResult(const std::string& path, const PlacedFinding& placed) {
   json["ruleId"] = rule.name;
   json["ruleIndex"] = static_cast<int>(rule.id);
   json["level"] = SarifLevel(rule.severity);
-  json["message"]["text"] = finding.message + ". Effect: " + finding.effect + ". Mend: " + finding.mend + ".";
+  json["message"]["text"] = finding.message + ". Effect: " + finding.effect + ". Mend: " + finding.mend +
+                            (finding.mend.back() == '?' ? "" : ".");
   Json::Value& location = json["locations"].append(Json::objectValue);
   location["physicalLocation"]["artifactLocation"]["uri"] = UriOf(path);
   location["physicalLocation"]["region"]["startLine"] = Json::UInt64{placed.place.line};

@@ -18,7 +18,9 @@ bool IsInBits(const Attribute& attribute) { return attribute.position.unit == Mo
 int64_t EndBit(const Attribute& member) { return int64_t{member.position.bit_offset} + member.position.len; }
 
 // The bytes that a group needs for this member.
-size_t NeededBytes(const Attribute& member) { return static_cast<size_t>(std::max<int64_t>(EndBit(member) + 7, 0) / 8); }
+size_t NeededBytes(const Attribute& member) {
+  return static_cast<size_t>(std::max<int64_t>(EndBit(member) + 7, 0) / 8);
+}
 
 // Adjacent bools and enums of one type, to which the parser gave one size.
 struct Run {
@@ -67,7 +69,8 @@ std::string EffectOfSize(const LintEntity& entity, const Attribute& member, size
   right.position.groupByteLength = needed;
   const BitRange isAt = Locate(member, payloadLength);
   const BitRange shouldBeAt = Locate(right, payloadLength + needed);
-  std::string effect = "the group has " + SizesText(member.position.groupByteLength, needed) + "; " + entity.Label(member);
+  std::string effect =
+      "the group has " + SizesText(member.position.groupByteLength, needed) + "; " + entity.Label(member);
   if (isAt.IsEmpty()) {
     effect += " can be neither read nor written";
     return shouldBeAt.IsEmpty() ? effect : effect + " instead of lying in " + BitsText(shouldBeAt);
@@ -90,7 +93,8 @@ void LintLastGroup(const LintEntity& entity, const Run& run, const Group& group,
     findings.AddOnce(RuleId::kGroupOrder, spot, message, "none: both need a group of " + Count(needed, "byte"), mend);
     return;
   }
-  findings.AddOnce(RuleId::kGroupLastNotHighest, spot, message, EffectOfSize(entity, last, needed, payloadLength), mend);
+  findings.AddOnce(RuleId::kGroupLastNotHighest, spot, message, EffectOfSize(entity, last, needed, payloadLength),
+                   mend);
 }
 
 // A group of the run that does not hold the run's last attribute.

@@ -21,7 +21,7 @@ const Names kEntityMembers = {"id", "name", "display_name", "attrs"};
 const Names kAttributeMembers = {"id",        "name",     "display_name", "desc", "type",
                                  "data_type", "position", "uint_spec",    "enum"};
 const Names kPositionMembers = {"byte_offset", "bit_offset", "unit", "len"};
-const Names kSpecMembers = {"min", "max", "ratio", "addition"};
+const Names kScalingMembers = {"min", "max", "ratio", "addition"};
 
 bool Contains(const Names& names, const std::string& name) {
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -68,7 +68,7 @@ void LintUnknown(const Spot& object, const Names& known, const std::string& kind
                                              : "did you mean " + Quoted(similar) + "?";
     } else if (Contains(kPositionMembers, name)) {
       mend = "move it into 'position'";
-    } else if (Contains(kSpecMembers, name)) {
+    } else if (Contains(kScalingMembers, name)) {
       mend = "move it into 'uint_spec'";
     }
     findings.Add(RuleId::kUnknownMember, {&*it, object.pointer + PointerToken(name)},
@@ -158,7 +158,7 @@ void LintMembers(const LintEntity& entity, Findings& findings) {
     LintMisread(attribute, {"id"}, findings);
     LintUnused(entity, i, findings);
     const Json::Value& position = (*attribute.value)["position"];
-    const Json::Value& spec = (*attribute.value)["uint_spec"];
+    const Json::Value& uintSpec = (*attribute.value)["uint_spec"];
     if (position.isObject()) {
       const Spot spot{&position, attribute.pointer + "/position"};
       LintUnknown(spot, kPositionMembers, "a position", findings);
@@ -168,10 +168,10 @@ void LintMembers(const LintEntity& entity, Findings& findings) {
                      "it counts as 'byte'", "write 'byte'");
       }
     }
-    if (spec.isObject() && ProtocolDataTypeIsUInt(entity.elements[i].dataType)) {
-      const Spot spot{&spec, attribute.pointer + "/uint_spec"};
-      LintUnknown(spot, kSpecMembers, "a uint_spec", findings);
-      LintMisread(spot, kSpecMembers, findings);
+    if (uintSpec.isObject() && ProtocolDataTypeIsUInt(entity.elements[i].dataType)) {
+      const Spot spot{&uintSpec, attribute.pointer + "/uint_spec"};
+      LintUnknown(spot, kScalingMembers, "a uint_spec", findings);
+      LintMisread(spot, kScalingMembers, findings);
     }
   }
 }
@@ -202,7 +202,7 @@ std::vector<const char*> PathOf(const std::string& member) {
   for (const std::string& known : kPositionMembers) {
     if (known == member) return {"position", known.c_str()};
   }
-  for (const std::string& known : kSpecMembers) {
+  for (const std::string& known : kScalingMembers) {
     if (known == member) return {"uint_spec", known.c_str()};
   }
   for (const std::string& known : kAttributeMembers) {
@@ -228,7 +228,9 @@ std::pair<std::string, std::string> FaultOf(const LintEntity& entity, size_t ele
     return {"it is " + Described(*object) + " where an object is needed", "make it an object, or remove it"};
   }
   if (!object->isMember(member)) {
-    Names known = path.size() == 1 ? kAttributeMembers : Contains(kSpecMembers, member) ? kSpecMembers : kPositionMembers;
+    Names known = path.size() == 1                    ? kAttributeMembers
+                  : Contains(kScalingMembers, member) ? kScalingMembers
+                                                      : kPositionMembers;
     for (const std::string& name : object->getMemberNames()) {
       if (!Contains(known, name) && SimilarName(name, known) == member) {
         return {Quoted(member) + " is missing", "did you mean it by " + Quoted(name) + "?"};
@@ -267,10 +269,10 @@ void AddKeyword(const LintEntity& entity, const Drop& drop, const char* name, co
 }
 
 // True when the module's reader throws on this limit.
-bool Throws(const Json::Value& spec, const std::string& limit) {
+bool Throws(const Json::Value& uintSpec, const std::string& limit) {
   int64_t value = 0;
   try {
-    ProtocolGetAttrInteger64_4_0(spec, limit.c_str(), value);
+    ProtocolGetAttrInteger64_4_0(uintSpec, limit.c_str(), value);
     return false;
   } catch (const Json::LogicError&) {
     return true;
@@ -289,9 +291,9 @@ void AddDrop(const LintEntity& entity, const Drop& drop, size_t holder, Findings
   const std::string effect = EffectOfDrop(drop, entity);
   const std::string subject = entity.Label(drop.element) + " is dropped";
   const std::string when = drop.onReading == drop.onWriting || !entity.elements[drop.element].IsWritable() ? ""
-                           : drop.onReading                                                               ? " on reading"
-                                                                                                         : " on writing";
-  if (!Contains(kSpecMembers, drop.member)) {
+                           : drop.onReading ? " on reading"
+                                            : " on writing";
+  if (!Contains(kScalingMembers, drop.member)) {
     const auto fault = FaultOf(entity, drop.element, drop.member);
     return findings.Add(RuleId::kAttributeDropped, SpotOf(entity, drop.element, drop.member),
                         subject + when + ": " + fault.first, effect, fault.second);
@@ -446,7 +448,8 @@ void LintNames(const LintEntity& entity, Findings& findings) {
     if (IsAlertOrFault(attribute) && key.empty()) {
       findings.Add(RuleId::kEmptyName, entity.At(attribute, {"display_name"}),
                    entity.Label(static_cast<size_t>(attribute.id)) + " has an empty display name",
-                   "it stands under an empty key, and the application gets it without a name", "give it a display name");
+                   "it stands under an empty key, and the application gets it without a name",
+                   "give it a display name");
     }
     int32_t id = 0;
     const Element& element = entity.elements[static_cast<size_t>(attribute.id)];

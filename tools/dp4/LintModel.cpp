@@ -60,9 +60,9 @@ Json::Value CompleteEntity() {
   position["byte_offset"] = position["bit_offset"] = 0;
   position["unit"] = "byte";
   position["len"] = 1;
-  Json::Value& spec = attr["uint_spec"];
-  spec["min"] = spec["addition"] = 0;
-  spec["max"] = spec["ratio"] = 1;
+  Json::Value& uintSpec = attr["uint_spec"];
+  uintSpec["min"] = uintSpec["addition"] = 0;
+  uintSpec["max"] = uintSpec["ratio"] = 1;
   attr["enum"].append("item");
   return entity;
 }

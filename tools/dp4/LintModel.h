@@ -103,8 +103,8 @@ std::string BitsText(const BitRange& range);
 std::string Listed(const std::vector<std::string>& labels);
 
 // The module's answers for one field cost as much as the payload is long. This moves fields that are looked at together
-// to the payload's start and cuts the rest off; every answer is as for the payload of `payloadLength` bytes, which is at
-// least what the fields need, only `shift` bytes further on.
+// to the payload's start and cuts the rest off; every answer is as for the payload of `payloadLength` bytes, which is
+// at least what the fields need, only `shift` bytes further on.
 struct Window {
   std::vector<Attribute> fields;
   size_t shift = 0;

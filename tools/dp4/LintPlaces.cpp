@@ -54,7 +54,8 @@ std::string GroupText(const Attribute& field) {
 
 void LintBool(const LintEntity& entity, const Attribute& field, Findings& findings) {
   const char* member = IsInBits(field) ? "len" : "unit";
-  const std::string fault = IsInBits(field) ? " has " + std::to_string(field.position.len) + " bits" : " is in byte units";
+  const std::string fault =
+      IsInBits(field) ? " has " + std::to_string(field.position.len) + " bits" : " is in byte units";
   findings.AddOnce(RuleId::kBoolNotOneBit, entity.At(field, {"position", member}),
                    "the bool " + entity.Label(field) + fault, EffectOfUnusable(entity, static_cast<size_t>(field.id)),
                    "set 'unit' to 'bit' and 'len' to 1, or make it an enum");
@@ -118,9 +119,10 @@ bool ReachesOut(const Attribute& field) {
 
 void LintReach(const LintEntity& entity, const Attribute& field, const BitRange& range, Findings& findings) {
   const int64_t end = int64_t{field.position.bit_offset} + field.position.len;
-  const std::string effect = range.IsEmpty() ? EffectOfUnusable(entity, static_cast<size_t>(field.id))
-                                             : "it is looked for in " + BytesText(range) + ", but its group begins with byte " +
-                                                   std::to_string(field.position.byte_offset);
+  const std::string effect = range.IsEmpty()
+                                 ? EffectOfUnusable(entity, static_cast<size_t>(field.id))
+                                 : "it is looked for in " + BytesText(range) + ", but its group begins with byte " +
+                                       std::to_string(field.position.byte_offset);
   findings.AddOnce(RuleId::kFieldBeforeGroup, entity.At(field, {"position", "len"}),
                    entity.Label(field) + " reaches up to bit " + std::to_string(end - 1) + ", but " + GroupText(field),
                    effect, "list the attribute with the group's highest bit last in its group");
@@ -142,10 +144,10 @@ void LintField(const LintEntity& entity, const Attribute& field, const BitRange&
                      "offsets count from 0");
   }
   if (!IsInBits(field) && !IsBitPacked(field) && position.bit_offset != 0) {
-    findings.AddOnce(RuleId::kBitOffsetUnused, entity.At(field, {"position", "bit_offset"}),
-                     entity.Label(field) + " is in byte units and has the bit_offset " +
-                         std::to_string(position.bit_offset),
-                     "it is ignored", "set it to 0");
+    findings.AddOnce(
+        RuleId::kBitOffsetUnused, entity.At(field, {"position", "bit_offset"}),
+        entity.Label(field) + " is in byte units and has the bit_offset " + std::to_string(position.bit_offset),
+        "it is ignored", "set it to 0");
   }
 }
 
@@ -217,13 +219,13 @@ void LintOverlaps(const LintEntity& entity, const Layout& layout, Findings& find
       isOneWritten = isOneWritten || layout.attributes[other].type == MorvixProtocolTypeStatusWritable_4_0;
     }
     areWritten = areWritten && isOneWritten;
-    findings.AddOnce(RuleId::kFieldsOverlap, entity.At(field, {"position"}),
-                     entity.Label(field) + " overlaps " + Listed(LabelsOf(entity, layout, others)) + " in " +
-                         BitsText(shared),
-                     areWritten ? "a write of both leaves the bits of " + entity.Label(field) +
-                                      "; decoding takes each of them from the shared bits"
-                                : "decoding takes each of them from the shared bits",
-                     "give each its own bits");
+    findings.AddOnce(
+        RuleId::kFieldsOverlap, entity.At(field, {"position"}),
+        entity.Label(field) + " overlaps " + Listed(LabelsOf(entity, layout, others)) + " in " + BitsText(shared),
+        areWritten ? "a write of both leaves the bits of " + entity.Label(field) +
+                         "; decoding takes each of them from the shared bits"
+                   : "decoding takes each of them from the shared bits",
+        "give each its own bits");
   }
 }
 
@@ -381,8 +383,9 @@ void LintPayload(const LintEntity& entity, const Layout& reading, const Layout& 
   if (!isSent) effect = "no write can be packed: ProtocolPackPackage_4_0 gives 0";
   if (!isSent && !isReceived) effect += "; ";
   if (!isReceived) effect += "no whole response can be received: ProtocolUnpackPackage_4_0 gives false";
-  findings.Add(RuleId::kPayloadTooLong, Furthest(entity, tooLong), "the payload has " + LengthText(tooLong.payloadLength),
-               effect, "move the fields together; a payload has at most 16384 bytes");
+  findings.Add(RuleId::kPayloadTooLong, Furthest(entity, tooLong),
+               "the payload has " + LengthText(tooLong.payloadLength), effect,
+               "move the fields together; a payload has at most 16384 bytes");
 }
 
 // The flag bytes that the encoder makes for so many attributes.
@@ -404,10 +407,11 @@ size_t FlagBytes(size_t attributes) {
 void LintFlags(const LintEntity& entity, Findings& findings) {
   const size_t flagBytes = FlagBytes(entity.writable.size());
   if (flagBytes == 0 || IsPacked(flagBytes, 1)) return;
-  findings.Add(RuleId::kFlagsTooLong, {&entity.json["attrs"], entity.pointer + "/attrs"},
-               Count(entity.writable.size(), "writable attribute") + " need " + std::to_string(flagBytes) + " flag bytes",
-               "no write can be packed: ProtocolPackPackage_4_0 gives 0",
-               "use at most 8192 writable attributes, or split the entity");
+  findings.Add(
+      RuleId::kFlagsTooLong, {&entity.json["attrs"], entity.pointer + "/attrs"},
+      Count(entity.writable.size(), "writable attribute") + " need " + std::to_string(flagBytes) + " flag bytes",
+      "no write can be packed: ProtocolPackPackage_4_0 gives 0",
+      "use at most 8192 writable attributes, or split the entity");
 }
 
 }  // namespace

@@ -56,7 +56,8 @@ const std::vector<Rule>& LintRules() {
        "The display name of an alert or fault is another attribute's key in the decoded document."},
       {RuleId::kEmptyName, "empty-name", kWarning, "A name is empty."},
       {RuleId::kNulInName, "nul-in-name", kWarning, "A name holds a NUL, at which the look-up of its value ends."},
-      {RuleId::kSharedName, "shared-name", kInfo, "An alert or fault has the name of another attribute, which does no harm."},
+      {RuleId::kSharedName, "shared-name", kInfo,
+       "An alert or fault has the name of another attribute, which does no harm."},
       {RuleId::kDuplicateId, "duplicate-id", kInfo, "Two entities, or two attributes of one, have one id."},
 
       {RuleId::kNumberInBits, "number-in-bits", kError, "A number in bit units can be neither read nor written."},
@@ -77,7 +78,7 @@ const std::vector<Rule>& LintRules() {
       {RuleId::kGroupLastNotHighest, "group-last-not-highest", kError,
        "The last member of a bit group, which sizes it, is not its highest."},
       {RuleId::kGroupOrder, "group-order", kInfo,
-       "The last member of a bit group is not its highest, which does no harm as long as both end in one byte."},
+       "The last member of a bit group is not its highest, but both need the same size."},
       {RuleId::kGroupSizedByAnother, "group-sized-by-another", kWarning,
        "A bit group is sized by the group behind it, whose size differs."},
       {RuleId::kGroupSizedByBytes, "group-sized-by-bytes", kWarning, "A bit group is sized by an enum in byte units."},
@@ -108,7 +109,8 @@ const std::vector<Rule>& LintRules() {
       {RuleId::kEnumItemNotText, "enum-item-not-text", kError,
        "An item of an enum is no text and left out, which shifts all later items."},
       {RuleId::kEnumWithoutTexts, "enum-without-texts", kError, "An enum has no item that is a text."},
-      {RuleId::kEnumIndexCut, "enum-index-cut", kError, "An enum has indices of ten digits, of which nine are printed."},
+      {RuleId::kEnumIndexCut, "enum-index-cut", kError,
+       "An enum has indices of ten digits, of which nine are printed."},
       {RuleId::kEnumIncomplete, "enum-incomplete", kInfo,
        "An enum's bits hold numbers without an item, which end a decode."},
       {RuleId::kDuplicateItem, "duplicate-item", kInfo, "An enum has an item twice."},
@@ -171,7 +173,8 @@ void AddUnusableEntity(const LintEntity& entity, const std::string& line, Findin
     const bool isMissing = !entity.json.isMember(member);
     if (!isMissing) spot = {&entity.json[member], entity.pointer + "/" + member};
     const char* needed = member == "id" ? "an integer" : member == "attrs" ? "an array" : "a text";
-    message = "the entity is unusable: " + Quoted(member) + (isMissing ? " is missing" : " is not " + std::string(needed));
+    message =
+        "the entity is unusable: " + Quoted(member) + (isMissing ? " is missing" : " is not " + std::string(needed));
     mend = "give " + Quoted(member) + " as " + needed;
   }
   findings.Add(RuleId::kEntityUnusable, spot, message,
@@ -191,9 +194,10 @@ void LintEntityNames(const LintEntity& entity, std::map<std::string, std::string
   }
   const auto knownId = ids.emplace(entity.info.id, entity.pointer);
   if (!knownId.second) {
-    findings.Add(RuleId::kDuplicateId, {&entity.json["id"], entity.pointer + "/id"},
-                 "the entity at " + knownId.first->second + " has the id " + std::to_string(entity.info.id) + " as well",
-                 "none: the id is not looked at", "give each entity its own id");
+    findings.Add(
+        RuleId::kDuplicateId, {&entity.json["id"], entity.pointer + "/id"},
+        "the entity at " + knownId.first->second + " has the id " + std::to_string(entity.info.id) + " as well",
+        "none: the id is not looked at", "give each entity its own id");
   }
   if (entity.info.name == "version") {
     findings.Add(RuleId::kEntityVersion, name, "the entity is called 'version'",
@@ -210,7 +214,8 @@ void LintUsableEntity(const LintEntity& entity, const LintChoices& choices, Find
   if (entity.all.empty() && entity.writable.empty()) {
     findings.Add(RuleId::kNoAttributes, {&entity.json["attrs"], entity.pointer + "/attrs"},
                  "the entity " + Quoted(entity.info.name) + " has no usable attribute",
-                 "encoding logs \"No data will encode.\", decoding gives nothing", "add attributes, or remove the entity");
+                 "encoding logs \"No data will encode.\", decoding gives nothing",
+                 "add attributes, or remove the entity");
   }
   LintDropped(entity, findings);
   LintNames(entity, findings);
@@ -260,7 +265,8 @@ void LintConfiguration(const JsonText& json, const LintChoices& choices, Finding
     if (!isMissing) spot = {&json.root["entities"], "/entities"};
     message = isMissing ? "the configuration has no 'entities'" : "'entities' is no array";
     const std::string similar = isMissing ? SimilarName("entities", json.root.getMemberNames()) : "";
-    mend = similar.empty() ? "list the entities in an array 'entities'" : "rename " + Quoted(similar) + " to 'entities'";
+    mend =
+        similar.empty() ? "list the entities in an array 'entities'" : "rename " + Quoted(similar) + " to 'entities'";
   }
   findings.Add(RuleId::kNoConfiguration, spot, message, "nothing can be encoded or decoded", mend);
 }
@@ -274,8 +280,9 @@ void LintText(const std::string& path, const std::string& text, const LintChoice
   constexpr size_t kMaxError = 200;
   JsonError error;
   if (!ParseJsonText(json.text, json.root, error)) {
-    findings.Add({RuleId::kJsonSyntax, OffsetOf(text, error.place), "", "not JSON: " + Escaped(error.message.substr(0, kMaxError)),
-                  "the configuration cannot be loaded", "correct the JSON"});
+    findings.Add({RuleId::kJsonSyntax, OffsetOf(text, error.place), "",
+                  "not JSON: " + Escaped(error.message.substr(0, kMaxError)), "the configuration cannot be loaded",
+                  "correct the JSON"});
     return;
   }
   LintRepeated(json, findings);

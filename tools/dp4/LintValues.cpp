@@ -54,26 +54,27 @@ bool IsUsable(const Attribute& alone) {
 }
 
 void LintUnusableScaling(const LintEntity& entity, const Attribute& number, Findings& findings) {
-  const MorvixProtocolUIntSpec_4_0& spec = number.uint_spec;
-  const std::string min = std::to_string(spec.min);
-  const std::string max = std::to_string(spec.max);
+  const MorvixProtocolUIntSpec_4_0& uintSpec = number.uint_spec;
+  const std::string min = std::to_string(uintSpec.min);
+  const std::string max = std::to_string(uintSpec.max);
   std::string effect = "no decode shows it";
   if (number.type == MorvixProtocolTypeStatusWritable_4_0) {
-    effect += "; every write that carries it ends with " + EncodeText(Alone(number), NumberText(number.uint_spec.addition)) +
-              " and sends nothing";
+    effect += "; every write that carries it ends with " +
+              EncodeText(Alone(number), NumberText(number.uint_spec.addition)) + " and sends nothing";
   }
   const auto add = [&](RuleId rule, const char* member, const std::string& message, const std::string& mend) {
-    findings.Add(rule, entity.At(number, {"uint_spec", member}), entity.Label(number) + " has " + message, effect, mend);
+    findings.Add(rule, entity.At(number, {"uint_spec", member}), entity.Label(number) + " has " + message, effect,
+                 mend);
   };
-  if (spec.min < 0 || spec.max < 0) {
-    const bool isMin = spec.min < 0;
+  if (uintSpec.min < 0 || uintSpec.max < 0) {
+    const bool isMin = uintSpec.min < 0;
     return add(RuleId::kNegativeLimit, isMin ? "min" : "max", isMin ? "the min " + min : "the max " + max,
                "limits are raw values, which are never negative; use a negative 'addition' for negative user values");
   }
-  if (spec.max >= int64_t{1} << 52) {
+  if (uintSpec.max >= int64_t{1} << 52) {
     return add(RuleId::kMaxTooLarge, "max", "the max " + max, "a max is at most 4503599627370495");
   }
-  if (spec.min > spec.max) {
+  if (uintSpec.min > uintSpec.max) {
     return add(RuleId::kMinAboveMax, "min", "the min " + min + " above the max " + max, "exchange the two");
   }
   add(RuleId::kEmptyRange, "max", "the min and max " + min, "a max is above its min");
@@ -81,20 +82,20 @@ void LintUnusableScaling(const LintEntity& entity, const Attribute& number, Find
 
 // True when the ratio and addition make numbers of raw values.
 bool LintFactors(const LintEntity& entity, const Attribute& number, Findings& findings) {
-  const MorvixProtocolUIntSpec_4_0& spec = number.uint_spec;
-  if (!std::isfinite(spec.ratio) || !std::isfinite(spec.addition)) {
-    const bool isRatio = !std::isfinite(spec.ratio);
+  const MorvixProtocolUIntSpec_4_0& uintSpec = number.uint_spec;
+  if (!std::isfinite(uintSpec.ratio) || !std::isfinite(uintSpec.addition)) {
+    const bool isRatio = !std::isfinite(uintSpec.ratio);
     std::string text;
-    DecodeRaw(Alone(number), static_cast<uint64_t>(spec.max), text);
+    DecodeRaw(Alone(number), static_cast<uint64_t>(uintSpec.max), text);
     findings.Add(RuleId::kScalingNotFinite, entity.At(number, {"uint_spec", isRatio ? "ratio" : "addition"}),
                  entity.Label(number) + " has the " + (isRatio ? "ratio " : "addition ") +
-                     std::to_string(isRatio ? spec.ratio : spec.addition),
-                 "raw " + std::to_string(spec.max) + " decodes as " + Quoted(text), "write a finite number");
+                     std::to_string(isRatio ? uintSpec.ratio : uintSpec.addition),
+                 "raw " + std::to_string(uintSpec.max) + " decodes as " + Quoted(text), "write a finite number");
     return false;
   }
-  if (spec.ratio != 0) return true;
+  if (uintSpec.ratio != 0) return true;
   std::string text;
-  DecodeRaw(Alone(number), static_cast<uint64_t>(spec.max), text);
+  DecodeRaw(Alone(number), static_cast<uint64_t>(uintSpec.max), text);
   const bool isWritable = number.type == MorvixProtocolTypeStatusWritable_4_0;
   findings.Add(RuleId::kZeroRatio, entity.At(number, {"uint_spec", "ratio"}), entity.Label(number) + " has the ratio 0",
                "every raw value decodes as " + Quoted(text) + (isWritable ? ", and no other value can be written" : ""),
@@ -102,9 +103,9 @@ bool LintFactors(const LintEntity& entity, const Attribute& number, Findings& fi
   return false;
 }
 
-std::set<uint64_t> SampleRaws(const MorvixProtocolUIntSpec_4_0& spec) {
-  const auto min = static_cast<uint64_t>(spec.min);
-  const auto max = static_cast<uint64_t>(spec.max);
+std::set<uint64_t> SampleRaws(const MorvixProtocolUIntSpec_4_0& uintSpec) {
+  const auto min = static_cast<uint64_t>(uintSpec.min);
+  const auto max = static_cast<uint64_t>(uintSpec.max);
   const uint64_t middle = min + (max - min) / 2;
   std::set<uint64_t> raws;
   for (const uint64_t raw : {min, min + 1, min + 2, min + 3, middle, middle + 1, max - 1, max}) {
@@ -117,27 +118,28 @@ std::set<uint64_t> SampleRaws(const MorvixProtocolUIntSpec_4_0& spec) {
 void LintPrecision(const LintEntity& entity, const Attribute& number, Findings& findings) {
   constexpr double kTolerated = 0.01;  // of one raw step
   constexpr double kPrinted = 1e-8;    // what six decimals leave of a number that they hold is far less
-  const MorvixProtocolUIntSpec_4_0& spec = number.uint_spec;
+  const MorvixProtocolUIntSpec_4_0& uintSpec = number.uint_spec;
   const Attribute alone = Alone(number);
   const Spot spot = entity.At(number, {"uint_spec", "ratio"});
   const std::string label = entity.Label(number);
   std::string rounded;
-  for (const uint64_t raw : SampleRaws(spec)) {
+  for (const uint64_t raw : SampleRaws(uintSpec)) {
     std::string text;
     if (!DecodeRaw(alone, raw, text)) continue;
-    const double exact = static_cast<double>(raw) * spec.ratio + spec.addition;
+    const double exact = static_cast<double>(raw) * uintSpec.ratio + uintSpec.addition;
     const double error = std::fabs(std::strtod(text.c_str(), nullptr) - exact);
     const std::string shown = "raw " + std::to_string(raw) + " decodes as " + Quoted(text);
-    if (text.size() >= 31 && error > kTolerated * std::fabs(spec.ratio)) {
+    if (text.size() >= 31 && error > kTolerated * std::fabs(uintSpec.ratio)) {
       return findings.Add(RuleId::kNumberTextCut, spot, label + " has values of more than 31 characters", shown,
                           "choose units in which the values are smaller");
     }
     const std::string back = EncodeText(alone, text);
-    if (back != std::to_string(raw) || error > kTolerated * std::fabs(spec.ratio)) {
+    if (back != std::to_string(raw) || error > kTolerated * std::fabs(uintSpec.ratio)) {
       const std::string effect =
           back == std::to_string(raw) ? shown : shown + ", which encodes as " + (back[0] == '"' ? back : "raw " + back);
-      return findings.Add(RuleId::kScalingTooFine, spot, label + " is scaled finer than the six decimals of a decoded value",
-                          effect, "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
+      return findings.Add(RuleId::kScalingTooFine, spot,
+                          label + " is scaled finer than the six decimals of a decoded value", effect,
+                          "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
     }
     if (rounded.empty() && error > std::max(kPrinted, std::fabs(exact) * 1e-14)) rounded = shown;
   }
@@ -211,12 +213,14 @@ void LintItemTexts(const LintEntity& entity, const Attribute& field, Findings& f
   std::string shift = "it has " + CountText(field.enumList.size()) + " instead of " + std::to_string(items.size());
   for (Json::ArrayIndex i = first; i < items.size(); ++i) {
     if (!items[i].isString()) continue;
-    shift += "; " + Quoted(items[i].asString()) + " is index " + std::to_string(first) + " instead of " + std::to_string(i);
+    shift +=
+        "; " + Quoted(items[i].asString()) + " is index " + std::to_string(first) + " instead of " + std::to_string(i);
     break;
   }
-  findings.Add(RuleId::kEnumItemNotText, spot,
-               entity.Label(field) + " has " + CountText(dropped) + " that " + (dropped == 1 ? "is" : "are") + " no text",
-               shift, "list texts only");
+  findings.Add(
+      RuleId::kEnumItemNotText, spot,
+      entity.Label(field) + " has " + CountText(dropped) + " that " + (dropped == 1 ? "is" : "are") + " no text", shift,
+      "list texts only");
 }
 
 // The index that comes back from a write of `index`; empty when it is refused.

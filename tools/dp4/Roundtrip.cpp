@@ -81,13 +81,15 @@ class Roundtrip {
     return written == nullptr ? entity_.all[index] : *written;
   }
 
-  void Report(size_t index, const std::string& how, Choice choice, const Json::Value& value, const std::string& result) {
+  void Report(size_t index, const std::string& how, Choice choice, const Json::Value& value,
+              const std::string& result) {
     if (isBroken_[index]) return;
     isBroken_[index] = true;
     const Attribute& attribute = entity_.all[index];
-    findings_.Add(RuleId::kRoundtrip, entity_.At(attribute),
-                  "the " + std::string(NameOf(choice)) + " of " + entity_.Label(attribute) + " does not come back" + how,
-                  Shown(value) + " " + result, "see the other findings of this attribute and of its neighbours");
+    findings_.Add(
+        RuleId::kRoundtrip, entity_.At(attribute),
+        "the " + std::string(NameOf(choice)) + " of " + entity_.Label(attribute) + " does not come back" + how,
+        Shown(value) + " " + result, "see the other findings of this attribute and of its neighbours");
   }
 
   // The module's refusal, or what it decodes instead of the value.
