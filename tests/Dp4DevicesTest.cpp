@@ -131,7 +131,7 @@ TEST(DevicesByKey, OffersTheClosestKeys) {
   ExpectFailure(Devices({"--find", "kettle-k9"}), 1,
                 "devices.json: no device has the product key \"kettle-k9\"; did you mean \"kettle-k1\" or "
                 "\"kettle-k0\"?");
-  ExpectFailure(DevicesOf("[]", {"--find", "a"}), 1, "-: no device has the product key \"a\"");
+  ExpectFailure(DevicesOf("[]", {"--find", "a"}), 1, "standard input: no device has the product key \"a\"");
 }
 
 // ---- --keys ----
@@ -156,7 +156,7 @@ TEST(DeviceKeys, FollowTheFileUnlessAskedOtherwise) {
 }
 
 TEST(DeviceKeys, TellsWhenThereAreNone) {
-  ExpectFailure(DevicesOf(R"([{}, 5, null])", {"--keys"}), 1, "-: no device has a product key");
+  ExpectFailure(DevicesOf(R"([{}, 5, null])", {"--keys"}), 1, "standard input: no device has a product key");
 }
 
 TEST(DeviceKeys, CannotForgeALine) {
@@ -186,8 +186,9 @@ TEST(DeviceList, IsNamedWhenItCannotBeUsed) {
 
 TEST(DeviceList, IsAnArrayOnStandardInput) {
   ExpectFine(DevicesOf(R"([{"product_key": "a"}])", {"--keys"}), "\"a\"\n");
-  ExpectFailure(DevicesOf(R"({"devices": []})", {"--keys"}), 2,
-                "-: expected an array of devices; a list with \"debug\" and \"devices\" is read from a file");
+  ExpectFailure(
+      DevicesOf(R"({"devices": []})", {"--keys"}), 2,
+      "standard input: expected an array of devices; a list with \"debug\" and \"devices\" is read from a file");
 }
 
 TEST(DeviceList, ExpectsOneQuery) {

@@ -278,9 +278,9 @@ const char kSlips[] =
     "  \"version\": 4.0\n"
     "}\n";
 const char kSlipsReport[] =
-    "dp4: -:2:13: \"kettel\" names no entity; did you mean \"kettle\"?\n"
-    "dp4: -:4:13: \"powr\" names no attribute of \"kettle\"; did you mean \"power\"?\n"
-    "dp4: -:6:20: \"temperature\" is not written, its group is read-only\n";
+    "dp4: standard input:2:13: \"kettel\" names no entity; did you mean \"kettle\"?\n"
+    "dp4: standard input:4:13: \"powr\" names no attribute of \"kettle\"; did you mean \"power\"?\n"
+    "dp4: standard input:6:20: \"temperature\" is not written, its group is read-only\n";
 
 TEST(EncodeDocument, ReportsWhatNamesNothingThatIsWritten) {
   const ToolRun run = EncodeKettle({"-"}, kSlips);
@@ -302,25 +302,28 @@ TEST(EncodeDocument, ReportsValuesOfOtherKinds) {
                                    "\"power\": 1.5,\n"
                                    "\"program\": \"keep_warm\",\n"
                                    "\"target\": true}}\n");
-  EXPECT_EQ(run.err,
-            "dp4: -:2:10: \"power\" left out: a bool takes an integer, true, false or decimal text\n"
-            "dp4: -:3:12: \"program\" left out: an enum takes an item's index, an integer or decimal text\n"
-            "dp4: -:4:11: \"target\" left out: a uint8 takes a number or the text of one\n"
-            "dp4: kettle.json: \"kettle\": no value to encode for it; expected one of a writable attribute\n");
+  EXPECT_EQ(
+      run.err,
+      "dp4: standard input:2:10: \"power\" left out: a bool takes an integer, true, false or decimal text\n"
+      "dp4: standard input:3:12: \"program\" left out: an enum takes an item's index, an integer or decimal text\n"
+      "dp4: standard input:4:11: \"target\" left out: a uint8 takes a number or the text of one\n"
+      "dp4: kettle.json: \"kettle\": no value to encode for it; expected one of a writable attribute\n");
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.exitCode, 1);
 }
 
 TEST(EncodeDocument, LeavesOutNullWithAReport) {
   const ToolRun run = EncodeKettle({"-"}, R"({"kettle": {"power": null, "target": 40}})");
-  EXPECT_EQ(run.err, "dp4: -:1:22: \"power\" left out: a bool takes an integer, true, false or decimal text\n");
+  EXPECT_EQ(run.err,
+            "dp4: standard input:1:22: \"power\" left out: a bool takes an integer, true, false or decimal text\n");
   EXPECT_EQ(run.out, "01 04 00 00\n");
   EXPECT_EQ(run.exitCode, 0);
 }
 
 TEST(EncodeDocument, IsAnObjectOfObjects) {
-  ExpectUsageError(EncodeKettle({"-"}, "[1]"), "-:1:1: expected an object {\"kettle\": {...}}");
-  ExpectUsageError(EncodeKettle({"-"}, "{\"kettle\":\n 1}"), "-:2:2: expected an object with the values of \"kettle\"");
+  ExpectUsageError(EncodeKettle({"-"}, "[1]"), "standard input:1:1: expected an object {\"kettle\": {...}}");
+  ExpectUsageError(EncodeKettle({"-"}, "{\"kettle\":\n 1}"),
+                   "standard input:2:2: expected an object with the values of \"kettle\"");
 }
 
 TEST(EncodeDocument, HasAValueForTheEntity) {
@@ -343,7 +346,8 @@ TEST(EncodeDocument, IsNamedWhenItCannotBeRead) {
 
 TEST(EncodeRefusal, NamesTheValueTheModulesLineAndTheRange) {
   const ToolRun run = EncodeKettle({"-"}, "{\"kettle\": {\"power\": 1,\n \"target\": 100.5}}");
-  EXPECT_EQ(run.err, "dp4: -:2:12: \"target\" refused: Validate uint value failed. (expected 40 to 100)\n");
+  EXPECT_EQ(run.err,
+            "dp4: standard input:2:12: \"target\" refused: Validate uint value failed. (expected 40 to 100)\n");
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.exitCode, 1);
 }
@@ -392,9 +396,9 @@ TEST(EncodeRefusal, MayBeAboutTheEntity) {
 TEST(EncodeRefusal, HappensBeforeAPacketGrowsTooLong) {
   const std::string far = R"({"id": 0, "name": "far", "display_name": "", "desc": "", "type": "status_writable",
       "data_type": "binary", "position": {"byte_offset": 16384, "bit_offset": 0, "unit": "byte", "len": 1}})";
-  ExpectUsageError(
-      RunTool({"encode", "-", "--set", "far=AA=="}, Fan(far)),
-      "-: \"fan\" takes 16385 bytes of payload for its 1 writable attributes, more than a packet can hold");
+  ExpectUsageError(RunTool({"encode", "-", "--set", "far=AA=="}, Fan(far)),
+                   "standard input: \"fan\" takes 16385 bytes of payload for its 1 writable attributes, more than a "
+                   "packet can hold");
 }
 
 TEST(EncodeLog, ShowsTheModulesLines) {

@@ -171,8 +171,9 @@ TEST(Lint, SaysNothingOfTheExamples) {
 TEST(Lint, FindsMoreThan8192WritableAttributes) {
   ExpectFine(RunTool({"lint", "-"}, Configuration(8192, Bool)));
   const ToolRun run = RunTool({"lint", "-"}, Configuration(8193, Bool));
-  EXPECT_THAT(run.out, HasSubstr("-:1:78: error: 8193 writable attributes need 1025 flag bytes [flags-too-long]\n"
-                                 "  at      /entities/0/attrs\n"));
+  EXPECT_THAT(run.out,
+              HasSubstr("standard input:1:78: error: 8193 writable attributes need 1025 flag bytes [flags-too-long]\n"
+                        "  at      /entities/0/attrs\n"));
   EXPECT_THAT(FoundRules(run.out), testing::ElementsAre("flags-too-long"));
   EXPECT_EQ(run.exitCode, 1);
 }
@@ -245,7 +246,7 @@ TEST(Lint, ColorsSeveritiesWhenAsked) {
 TEST(Lint, CountsColumnsInBytesAndInSarifInUtf16) {
   // Behind the letters a-umlaut (2 bytes) and the treble clef (4 bytes, 2 UTF-16 units).
   const std::string text = "{\"\xc3\xa4\xf0\x9d\x84\x9e\": 0, \"entities\": []}";
-  EXPECT_THAT(RunTool({"lint", "-"}, text).out, StartsWith("-:1:27: warning: there is no entity"));
+  EXPECT_THAT(RunTool({"lint", "-"}, text).out, StartsWith("standard input:1:27: warning: there is no entity"));
   const Json::Value region = ParseJson(RunTool({"lint", "--format", "sarif", "-"}, text)
                                            .out)["runs"][0]["results"][0]["locations"][0]["physicalLocation"]["region"];
   EXPECT_EQ(region["startLine"].asInt(), 1);
@@ -253,7 +254,8 @@ TEST(Lint, CountsColumnsInBytesAndInSarifInUtf16) {
 }
 
 TEST(Lint, KnowsPlacesBehindAByteOrderMark) {
-  EXPECT_THAT(RunTool({"lint", "-"}, "\xef\xbb\xbf{\n  \"entities\": []}").out, StartsWith("-:2:15: warning: "));
+  EXPECT_THAT(RunTool({"lint", "-"}, "\xef\xbb\xbf{\n  \"entities\": []}").out,
+              StartsWith("standard input:2:15: warning: "));
 }
 
 // ---- JSON and SARIF ----
@@ -329,7 +331,7 @@ TEST(Lint, SaysWhereNestingIsTooDeepOrANumberTooLarge) {
         "{\"entities\": [" + std::string(100000, '9') + "x]}", std::string(), std::string("\0", 1)}) {
     const ToolRun run = RunTool({"lint", "-"}, text);
     EXPECT_THAT(FoundRules(run.out), testing::ElementsAre("json-syntax"));
-    EXPECT_THAT(run.out, StartsWith("-:"));
+    EXPECT_THAT(run.out, StartsWith("standard input:"));
     EXPECT_LT(run.out.size(), 1000U);
     EXPECT_EQ(run.exitCode, 1);
   }

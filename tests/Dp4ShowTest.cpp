@@ -101,7 +101,8 @@ TEST(Show, ShowsTheOtherEntitiesWhenOneIsUnusable) {
                                      {"id": 1, "name": "whole", "display_name": "Whole", "attrs": []}]})");
   EXPECT_EQ(run.exitCode, 2);
   EXPECT_EQ(run.out, "whole \"Whole\", id 1: 0 attributes, 0 bytes of payload, none in a write\n\n");
-  EXPECT_NE(run.err.find("-:1:15: unusable entity: Warning: Can't find 'display_name' key."), std::string::npos)
+  EXPECT_NE(run.err.find("standard input:1:15: unusable entity: Warning: Can't find 'display_name' key."),
+            std::string::npos)
       << run.err;
 }
 

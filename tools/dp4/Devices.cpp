@@ -4,13 +4,11 @@
 // reads,
 // {"debug": bool, "devices": [...]}, or just the array.
 
-#include <json/writer.h>
-
 #include <ostream>
 
 #include "Commands.h"
-#include "Packets.h"
-#include "Show.h"
+#include "Similar.h"
+#include "Text.h"
 #include "host/TavelConfig.h"
 
 namespace dp4 {
@@ -24,9 +22,10 @@ void LoadList(const std::string& path) {
   if (list.root.isArray()) {
     config.SetAllDevices(list.root);
   } else if (path == "-") {
-    throw UsageError("-: expected an array of devices; a list with \"debug\" and \"devices\" is read from a file");
+    throw UsageError(FileName(path) +
+                     ": expected an array of devices; a list with \"debug\" and \"devices\" is read from a file");
   } else if (!config.LoadFromFile(path, error)) {
-    throw UsageError(error + "; expected {\"debug\": ..., \"devices\": [...]} or an array of devices");
+    throw UsageError(Escaped(error) + "; expected {\"debug\": ..., \"devices\": [...]} or an array of devices");
   }
 }
 
@@ -44,14 +43,8 @@ dword PacketVersionOf(const std::string& text) {
   return version;
 }
 
-std::string LineOf(const Json::Value& value) {
-  Json::StreamWriterBuilder compact;
-  compact["indentation"] = "";
-  return Json::writeString(compact, value) + '\n';
-}
-
 int NotFound(const DevicesOptions& options, const std::string& message, std::ostream& err) {
-  err << "dp4: " << options.list << ": " << message << '\n';
+  err << "dp4: " << FileName(options.list) << ": " << message << '\n';
   return kProblems;
 }
 
@@ -65,7 +58,7 @@ int Filter(const DevicesOptions& options, std::ostream& out, std::ostream& err) 
                         " (letter case counts)",
                     err);
   }
-  for (const Json::Value& device : devices) out << LineOf(device);
+  for (const Json::Value& device : devices) out << CompactText(device) << '\n';
   return kFine;
 }
 
@@ -78,14 +71,14 @@ int Find(const DevicesOptions& options, std::ostream& out, std::ostream& err) {
                         DidYouMean(options.find, ProtocolGetProductList_4_0(devices)),
                     err);
   }
-  out << LineOf(device);
+  out << CompactText(device) << '\n';
   return kFine;
 }
 
 int ListKeys(const DevicesOptions& options, std::ostream& out, std::ostream& err) {
   const std::vector<std::string> keys = ProtocolGetProductList_4_0(*TavelConfig::sharedInstance()->GetAllDevices());
   if (keys.empty()) return NotFound(options, "no device has a product key", err);
-  for (const std::string& key : keys) out << LineOf(key);
+  for (const std::string& key : keys) out << CompactText(key) << '\n';
   return kFine;
 }
 

@@ -16,8 +16,10 @@
 #include <utility>
 
 #include "Commands.h"
+#include "EntityView.h"
 #include "Packets.h"
-#include "Show.h"
+#include "Similar.h"
+#include "Text.h"
 #include "host/Base64.h"
 
 namespace dp4 {
@@ -25,17 +27,6 @@ namespace dp4 {
 namespace {
 
 using Attribute = MorvixProtocolAttribute_4_0;
-
-// A package that releases its buffers.
-struct OwnedPackage : MorvixProtocolPackage_4_0 {
-  OwnedPackage() = default;
-  ~OwnedPackage() {
-    std::free(flags);
-    std::free(value);
-  }
-  OwnedPackage(const OwnedPackage&) = delete;
-  OwnedPackage& operator=(const OwnedPackage&) = delete;
-};
 
 // --- The values ---
 
@@ -84,7 +75,7 @@ Names ReadNames(const JsonText& configuration, const Json::Value& entity, const 
     std::string name;
     if (ProtocolGetAttrString_4_0(attribute, "name", name)) names.others[name] = "is not usable; dp4 lint tells why";
   }
-  for (const Attribute& attribute : ParseEntity(configuration, entity, kAllGroups).attributes) {
+  for (const Attribute& attribute : ParseEntity(configuration, entity, kAllGroups, nullptr).attributes) {
     names.others[NameOf(attribute)] = std::string("is not written, its group is ") + GroupName(attribute.type);
   }
   for (const std::string& name : names.writable) names.others.erase(name);
@@ -98,30 +89,25 @@ std::string UnusedText(const Names& names, const std::string& name) {
   return InQuotes(name) + " names no attribute of " + InQuotes(names.entity) + DidYouMean(name, names.writable);
 }
 
-std::string SourceText(const JsonText& document, const Json::Value& value) {
-  const Place place = document.PlaceOf(value);
-  return document.path + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
-}
-
 void TakeDocument(const JsonText& document, const Names& names, Values& values) {
   if (!document.root.isObject()) {
-    throw UsageError(document.path + ":1:1: expected an object {" + InQuotes(names.entity) + ": {...}}");
+    throw UsageError(document.NameOf(document.root) + ": expected an object {" + InQuotes(names.entity) + ": {...}}");
   }
   values.document = document.root;
   for (const std::string& name : document.root.getMemberNames()) {
     // A decoded document carries the protocol's version.
     if (Contains(names.entities, name) || name == "version") continue;
-    values.unused.push_back(SourceText(document, document.root[name]) + ": " + InQuotes(name) + " names no entity" +
+    values.unused.push_back(document.NameOf(document.root[name]) + ": " + InQuotes(name) + " names no entity" +
                             DidYouMean(name, names.entities));
   }
   if (!document.root.isMember(names.entity)) return;
   const Json::Value& given = document.root[names.entity];
   if (!given.isObject()) {
-    throw UsageError(SourceText(document, given) + ": expected an object with the values of " + InQuotes(names.entity));
+    throw UsageError(document.NameOf(given) + ": expected an object with the values of " + InQuotes(names.entity));
   }
   for (const std::string& name : given.getMemberNames()) {
     const Json::Value& value = given[name];
-    const std::string source = SourceText(document, value);
+    const std::string source = document.NameOf(value);
     if (Contains(names.writable, name)) {
       const auto start = static_cast<size_t>(value.getOffsetStart());
       values.given[name] = {source, document.text.substr(start, static_cast<size_t>(value.getOffsetLimit()) - start)};
@@ -191,7 +177,6 @@ Values ReadValues(const EncodeOptions& options, const Names& names) {
 
 // --- What becomes of them ---
 
-const char kBold[] = "1";
 const char kTableKey[] =
     "\nFLAG is the attribute's bit in the flag bitmap. PLACE counts bytes of the payload, or byte.bit with bit 0 the "
     "lowest.\n";
@@ -232,8 +217,8 @@ std::string ExpectedText(const Attribute& attribute, const std::string& line) {
     return items == 0 ? "it has no items" : "expected 0 to " + std::to_string(items - 1);
   }
   if (line.find("Validate") != 0) return "nothing can be written in its place; dp4 lint tells why";
-  const std::string least = UserText(attribute, attribute.uint_spec.min);
-  const std::string most = UserText(attribute, attribute.uint_spec.max);
+  const std::string least = UserText(attribute, static_cast<uint64_t>(attribute.uint_spec.min));
+  const std::string most = UserText(attribute, static_cast<uint64_t>(attribute.uint_spec.max));
   if (least.empty() || most.empty()) return "its scaling takes no value; dp4 lint tells why";
   return "expected " + least + " to " + most;
 }
@@ -256,7 +241,7 @@ class Encoder {
     OwnedPackage package;
     ProtocolEncodeAttributes_4_0(entity_.info, numbered_, package, document);
     lines = FailuresOf(log.Take());
-    return {package.value, package.value + package.sizeValue};
+    return package.Payload();
   }
 
  private:
@@ -330,7 +315,7 @@ std::string RoundedText(const Attribute& number, const Json::Value& value, uint6
   holder["value"] = value;
   double given = 0;
   ProtocolGetAttrDouble_4_0(holder, "value", given);
-  const std::string text = UserText(number, static_cast<int64_t>(raw));
+  const std::string text = UserText(number, raw);
   const double difference = std::abs(std::strtod(text.c_str(), nullptr) - given);
   return difference < 1e-6 || difference < 1e-12 * std::abs(given) ? "" : " (" + text + ")";
 }
@@ -362,7 +347,7 @@ void NoteBinary(const std::string& text, Outcome& outcome) {
   }
   for (std::string* base64 : {&clean, &given}) base64->erase(base64->find_last_not_of('=') + 1);
   const size_t room = outcome.bits.size() / 8;
-  const std::string count = std::to_string(bytes.size()) + (bytes.size() == 1 ? " byte" : " bytes");
+  const std::string count = Count(bytes.size(), "byte");
   if (given != clean) {
     outcome.isAltered = true;
     outcome.note = "cut: not all of it is base64, " + count + " are sent";
@@ -444,10 +429,7 @@ std::string FlagText(size_t index, const MorvixProtocolPackage_4_0& package) {
 // `package` has no payload when a value was refused.
 std::string TableOf(const std::vector<Attribute>& attributes, const std::vector<Outcome>& outcomes,
                     const MorvixProtocolPackage_4_0& package, bool color) {
-  std::vector<std::vector<TableCell>> rows(1);
-  for (const char* heading : {"FLAG", "NAME", "VALUE", "PLACE", "BITS", "NOTE"}) {
-    rows[0].push_back({heading, color ? kBold : ""});
-  }
+  std::vector<TableRow> rows = {HeadingRow({"FLAG", "NAME", "VALUE", "PLACE", "BITS", "NOTE"}, color)};
   for (size_t i = 0; i < outcomes.size(); ++i) {
     const Outcome& outcome = outcomes[i];
     const bool isWritten = outcome.kind == Outcome::kWritten;
@@ -514,8 +496,8 @@ int Encode(const EncodeOptions& options, const CommonOptions& common, std::ostre
   package.needInsertSubDid = options.hasSubDevice ? 1 : 0;
   const JsonText configuration = ReadJsonFile(options.configuration);
   const Json::Value& entityJson = ChooseEntity(configuration, common.entity);
-  const ParsedEntity entity = ParseLogged(configuration, entityJson, kWritable, common.log);
-  const std::string entityText = configuration.path + ": " + InQuotes(entity.info.name);
+  const ParsedEntity entity = ParseEntity(configuration, entityJson, kWritable, common.log);
+  const std::string entityText = FileName(configuration.path) + ": " + InQuotes(entity.info.name);
   const Values values = ReadValues(options, ReadNames(configuration, entityJson, entity));
   const size_t payloadLength = PayloadLength(entity.attributes);
   if (!FitsPacket(entity.attributes.size(), payloadLength)) {

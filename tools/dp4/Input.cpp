@@ -15,21 +15,12 @@
 #include <system_error>
 #include <utility>
 
-#include "Show.h"
+#include "Text.h"
 #include "host/Logging.h"
 
 namespace dp4 {
 
 namespace {
-
-Place PlaceAt(const std::string& text, size_t offset) {
-  const auto end = text.begin() + static_cast<std::ptrdiff_t>(std::min(offset, text.size()));
-  Place place;
-  place.line = 1 + static_cast<size_t>(std::count(text.begin(), end, '\n'));
-  const auto lineStart = std::find(std::make_reverse_iterator(end), text.rend(), '\n').base();
-  place.column = 1 + static_cast<size_t>(end - lineStart);
-  return place;
-}
 
 // The first problem of a report of the form "* Line 3, Column 5\n  Syntax error: ...\n".
 JsonError FirstError(const std::string& report) {
@@ -70,13 +61,9 @@ std::vector<byte> WriteField(const MorvixProtocolAttribute_4_0& field, const Jso
   entity.name = "entity";
   Json::Value values;
   values["entity"]["field"] = value;
-  MorvixProtocolPackage_4_0 package;
+  OwnedPackage package;
   ProtocolEncodeAttributes_4_0(entity, {field, end}, package, values);
-  std::vector<byte> payload;
-  if (package.sizeValue == payloadLength) payload.assign(package.value, package.value + package.sizeValue);
-  std::free(package.flags);
-  std::free(package.value);
-  return payload;
+  return package.sizeValue == payloadLength ? package.Payload() : std::vector<byte>();
 }
 
 // Counted from the most significant bit of byte 0; one bit is always set.
@@ -91,21 +78,38 @@ size_t FirstSetBit(const std::vector<byte>& payload) {
 
 }  // namespace
 
-Place JsonText::PlaceOf(const Json::Value& value) const {
-  return PlaceAt(text, static_cast<size_t>(std::max<ptrdiff_t>(value.getOffsetStart(), 0)));
+std::string FileName(const std::string& path) { return path == "-" ? "standard input" : Escaped(path); }
+
+std::string PlaceName(const std::string& path, const Place& place) {
+  return FileName(path) + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
+}
+
+std::string JsonText::NameOf(const Json::Value& value) const {
+  if (lineStarts_.empty()) {
+    lineStarts_.push_back(0);
+    for (size_t i = text.find('\n'); i != std::string::npos; i = text.find('\n', i + 1)) lineStarts_.push_back(i + 1);
+  }
+  const auto offset = static_cast<size_t>(std::max<ptrdiff_t>(value.getOffsetStart(), 0));
+  const auto next = std::upper_bound(lineStarts_.begin(), lineStarts_.end(), offset);
+  return PlaceName(path, {static_cast<size_t>(next - lineStarts_.begin()), offset - *(next - 1) + 1});
 }
 
 std::string ReadWholeFile(const std::string& path) {
-  if (path == "-") return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
+  const auto readAll = [](std::istream& in) {
+    std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    if (text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3);
+    return text;
+  };
+  if (path == "-") return readAll(std::cin);
   errno = 0;
   std::ifstream file(path, std::ios::binary);
   const bool isOpen = file.is_open();
   file.peek();  // a directory opens, but reading it fails
   if (!isOpen || file.bad()) {
-    throw UsageError(path + ": cannot be read: " + std::generic_category().message(errno != 0 ? errno : EIO));
+    throw UsageError(FileName(path) + ": cannot be read: " + std::generic_category().message(errno != 0 ? errno : EIO));
   }
   file.clear();
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  return readAll(file);
 }
 
 bool ParseJsonText(const std::string& text, Json::Value& value, JsonError& error) {
@@ -128,15 +132,14 @@ JsonText ReadJsonFile(const std::string& path) {
   json.text = ReadWholeFile(path);
   JsonError error;
   if (!ParseJsonText(json.text, json.root, error)) {
-    throw UsageError(path + ":" + std::to_string(error.place.line) + ":" + std::to_string(error.place.column) +
-                     ": not JSON: " + error.message);
+    throw UsageError(PlaceName(path, error.place) + ": not JSON: " + Escaped(error.message));
   }
   return json;
 }
 
 const Json::Value& ChooseEntity(const JsonText& configuration, const std::string& choice) {
   if (!configuration.root.isObject() || !configuration.root["entities"].isArray()) {
-    throw UsageError(configuration.path + ": expected an object with an array \"entities\"");
+    throw UsageError(configuration.NameOf(configuration.root) + ": expected an object with an array \"entities\"");
   }
   const Json::Value& all = configuration.root["entities"];
   std::string known;
@@ -145,26 +148,37 @@ const Json::Value& ChooseEntity(const JsonText& configuration, const std::string
     std::string name;
     if (!ProtocolGetAttrInteger_4_0(entity, "id", id) || !ProtocolGetAttrString_4_0(entity, "name", name)) continue;
     if (!choice.empty() && (name == choice || std::to_string(id) == choice)) return entity;
-    known += (known.empty() ? "" : ", ") + name + " (" + std::to_string(id) + ")";
+    known += (known.empty() ? "" : ", ") + NameText(name) + " (" + std::to_string(id) + ")";
   }
   if (choice.empty() && all.size() == 1) return all[0];
   throw UsageError(
-      configuration.path + ": " +
-      (choice.empty() ? "name one of the entities with --entity: " : "has no entity " + choice + ", only ") +
+      FileName(configuration.path) + ": " +
+      (choice.empty() ? "name one of the entities with --entity: " : "has no entity " + InQuotes(choice) + ", only ") +
       (known.empty() ? "none" : known));
 }
 
-ParsedEntity ParseEntity(const JsonText& configuration, const Json::Value& entity, int matchTypes) {
+ParsedEntity ParseEntity(const JsonText& configuration, const Json::Value& entity, int matchTypes, std::ostream* log) {
   ParsedEntity parsed;
-  LogGatherer log;
+  LogGatherer gatherer(log);
   try {
-    if (ProtocolParseEntity_4_0(entity, matchTypes, parsed.attributes, parsed.info)) return parsed;
+    const bool isUsable = ProtocolParseEntity_4_0(entity, matchTypes, parsed.attributes, parsed.info);
+    parsed.lines = gatherer.Take();
+    if (isUsable) return parsed;
   } catch (const Json::LogicError&) {
-    throw UsageError(configuration.path + ": a \"min\" or \"max\" is an array or object; a number was expected");
+    throw UsageError(configuration.NameOf(entity) +
+                     ": a \"min\" or \"max\" is an array or object; a number was expected");
   }
-  const Place place = configuration.PlaceOf(entity);
-  throw UsageError(configuration.path + ":" + std::to_string(place.line) + ":" + std::to_string(place.column) +
-                   ": unusable entity: " + log.Take().at(0).text);
+  throw UsageError(configuration.NameOf(entity) + ": unusable entity: " + Escaped(parsed.lines.back().text));
+}
+
+OwnedPackage::~OwnedPackage() {
+  std::free(flags);
+  std::free(value);
+}
+
+std::string LogText(const LoggedLine& line) {
+  const std::string function = line.function.empty() ? "" : line.function + ": ";
+  return "[" + std::to_string(line.level) + "] " + Escaped(function + line.text);
 }
 
 struct LogGatherer::State {
@@ -182,9 +196,7 @@ LogGatherer::LogGatherer(std::ostream* echo) : state_(new State) {
     const std::string function = functionName == nullptr ? "" : functionName;
     const std::lock_guard<std::mutex> lock(state->mutex);
     state->lines.push_back({level, function, text});
-    if (state->echo != nullptr) {
-      *state->echo << '[' << level << "] " << (function.empty() ? "" : function + ": ") << Escaped(text) << '\n';
-    }
+    if (state->echo != nullptr) *state->echo << LogText(state->lines.back()) << '\n';
   });
 }
 
@@ -236,7 +248,7 @@ std::vector<size_t> FieldBits(const MorvixProtocolPosition_4_0& position, Morvix
 
 size_t PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes) {
   const LogGatherer silent;
-  MorvixProtocolPackage_4_0 package;
+  OwnedPackage package;
   MorvixProtocolEntity_4_0 entity;
   // Encoding one value of a made-up last attribute that lies in byte 0 makes the module say how long the payload is.
   std::vector<MorvixProtocolAttribute_4_0> all;
@@ -251,10 +263,7 @@ size_t PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes)
   Json::Value values;
   values[""]["field"] = 0;
   ProtocolEncodeAttributes_4_0(entity, all, package, values);
-  const size_t length = package.sizeValue;
-  std::free(package.flags);
-  std::free(package.value);
-  return attributes.empty() ? 0 : length;
+  return attributes.empty() ? 0 : package.sizeValue;
 }
 
 const char* GroupName(MorvixProtocolType_4_0 group) {
@@ -277,19 +286,27 @@ const char* DataTypeName(MorvixProtocolDataType_4_0 dataType) {
   return dataType <= MorvixProtocolDataTypeUInt64_4_0 ? kNames[dataType] : kNames[0];
 }
 
-std::string NumberText(double number) {
-  // A field whose scaling adds the number to a raw 0 is decoded to it.
-  MorvixProtocolPosition_4_0 first;
-  first.len = 1;
-  MorvixProtocolAttribute_4_0 attribute = FieldAttribute(first, MorvixProtocolDataTypeUInt8_4_0);
-  attribute.uint_spec.addition = number;
-  byte zero = 0;
+std::string UserText(const MorvixProtocolAttribute_4_0& number, uint64_t raw) {
+  byte payload[8];
+  for (size_t i = 0; i < sizeof payload; ++i) payload[i] = static_cast<byte>(raw >> (56 - 8 * i));
+  MorvixProtocolAttribute_4_0 attribute = number;
+  attribute.name = "number";
+  attribute.type = MorvixProtocolTypeStatusReadonly_4_0;
+  attribute.position = {0, 0, MorvixProtocolUnitByte_4_0, sizeof payload, 0};
   MorvixProtocolPackage_4_0 package;
-  package.value = &zero;
-  package.sizeValue = 1;
-  Json::Value decoded;
+  package.value = payload;
+  package.sizeValue = sizeof payload;
+  Json::Value decoded(Json::objectValue);
+  const LogGatherer silent;
   ProtocolDecodeAttributes_4_0(MorvixProtocolEntity_4_0(), {attribute}, package, decoded);
-  return decoded[""]["field"]["value"].asString();
+  return decoded[""]["number"]["value"].asString();
+}
+
+std::string NumberText(double number) {
+  // A number whose scaling adds it to a raw 0 is decoded to it.
+  MorvixProtocolAttribute_4_0 attribute = FieldAttribute({}, MorvixProtocolDataTypeUInt8_4_0);
+  attribute.uint_spec.addition = number;
+  return UserText(attribute, 0);
 }
 
 }  // namespace dp4

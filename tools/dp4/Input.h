@@ -5,6 +5,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <iosfwd>
 #include <stdexcept>
 #include <string>
@@ -29,17 +30,26 @@ struct Place {
   size_t column = 1;
 };
 
+// A file in messages: its path, or "standard input" for "-".
+std::string FileName(const std::string& path);
+
+// "FILE:LINE:COLUMN".
+std::string PlaceName(const std::string& path, const Place& place);
+
 // A JSON text with its value; the place of each value in it is known.
 struct JsonText {
   std::string path;  // "-" for standard input
   std::string text;
   Json::Value root;
 
-  // Where `value`, which is part of `root`, begins.
-  Place PlaceOf(const Json::Value& value) const;
+  // Where `value`, which is part of `root`, begins: "FILE:LINE:COLUMN".
+  std::string NameOf(const Json::Value& value) const;
+
+ private:
+  mutable std::vector<size_t> lineStarts_;  // found when they are first asked for
 };
 
-// The whole of a file, or of standard input for "-". Throws UsageError.
+// The whole of a file, or of standard input for "-", without a byte-order mark. Throws UsageError.
 std::string ReadWholeFile(const std::string& path);
 
 // What is wrong with a text that is not JSON: one line of text and its place.
@@ -59,18 +69,6 @@ JsonText ReadJsonFile(const std::string& path);
 // UsageError.
 const Json::Value& ChooseEntity(const JsonText& configuration, const std::string& choice);
 
-// An entity as the module's parser gives it for one set of groups. Throws UsageError with the parser's own warning when
-// it is unusable.
-struct ParsedEntity {
-  MorvixProtocolEntity_4_0 info;
-  std::vector<MorvixProtocolAttribute_4_0> attributes;
-};
-ParsedEntity ParseEntity(const JsonText& configuration, const Json::Value& entity, int matchTypes);
-
-constexpr int kWritable = MorvixProtocolTypeStatusWritable_4_0;
-constexpr int kAllGroups = MorvixProtocolTypeStatusWritable_4_0 | MorvixProtocolTypeStatusReadonly_4_0 |
-                           MorvixProtocolTypeAlert_4_0 | MorvixProtocolTypeFault_4_0;
-
 // One log line of the module.
 struct LoggedLine {
   int level;
@@ -78,8 +76,24 @@ struct LoggedLine {
   std::string text;
 };
 
-// While it lives, gathers the module's log lines of all levels on its way to nobody else, unless `echo` is set, which
-// then gets each line as "[level] function: text". The previous sink and level come back at its end.
+// An entity as the module's parser gives it for one set of groups. The parser's log lines go to `log` unless that is
+// null. Throws UsageError with the parser's own warning when the entity is unusable.
+struct ParsedEntity {
+  MorvixProtocolEntity_4_0 info;
+  std::vector<MorvixProtocolAttribute_4_0> attributes;
+  std::vector<LoggedLine> lines;  // the parser's
+};
+ParsedEntity ParseEntity(const JsonText& configuration, const Json::Value& entity, int matchTypes, std::ostream* log);
+
+constexpr int kWritable = MorvixProtocolTypeStatusWritable_4_0;
+constexpr int kAllGroups = MorvixProtocolTypeStatusWritable_4_0 | MorvixProtocolTypeStatusReadonly_4_0 |
+                           MorvixProtocolTypeAlert_4_0 | MorvixProtocolTypeFault_4_0;
+
+// "[level] function: text", escaped.
+std::string LogText(const LoggedLine& line);
+
+// While it lives, gathers the module's log lines of all levels on their way to nobody else, unless `echo` is set, which
+// then gets the LogText of each. The previous sink and level come back at its end.
 class LogGatherer {
  public:
   explicit LogGatherer(std::ostream* echo = nullptr);
@@ -95,6 +109,16 @@ class LogGatherer {
   State* state_;
 };
 
+// A package that releases its buffers.
+struct OwnedPackage : MorvixProtocolPackage_4_0 {
+  OwnedPackage() = default;
+  ~OwnedPackage();
+  OwnedPackage(const OwnedPackage&) = delete;
+  OwnedPackage& operator=(const OwnedPackage&) = delete;
+
+  std::vector<byte> Payload() const { return {value, value + sizeValue}; }
+};
+
 // The payload bits that a field of the module takes, found by having the module write them: bit k of the value is at
 // [k]. Bits count from 0, the most significant bit of payload byte 0, as a reader of a bit map sees them. A field that
 // the module cannot write at `payloadLength` is empty.
@@ -106,6 +130,9 @@ size_t PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes)
 
 const char* GroupName(MorvixProtocolType_4_0 group);            // "writable", "read-only", "alert", "fault"
 const char* DataTypeName(MorvixProtocolDataType_4_0 dataType);  // "bool", "enum", "binary", "uint8" ...
+
+// What the module makes of a raw value of this number: its text in user units, or an empty text when it refuses.
+std::string UserText(const MorvixProtocolAttribute_4_0& number, uint64_t raw);
 
 // A number of user units as the module prints it: six decimals without trailing zeros.
 std::string NumberText(double number);

@@ -11,7 +11,7 @@
 #include "Commands.h"
 #include "LintModel.h"
 #include "LintRules.h"
-#include "Show.h"
+#include "Text.h"
 
 namespace dp4 {
 
@@ -68,8 +68,8 @@ std::string SeverityText(Severity severity, bool color) {
 std::string FindingText(const std::string& path, const PlacedFinding& placed, bool color) {
   const Finding& finding = placed.finding;
   const Rule& rule = RuleOf(finding.rule);
-  return Escaped(path) + ":" + std::to_string(placed.place.line) + ":" + std::to_string(placed.place.column) + ": " +
-         SeverityText(rule.severity, color) + ": " + finding.message + " [" + rule.name + "]\n" + "  at      " +
+  return PlaceName(path, placed.place) + ": " + SeverityText(rule.severity, color) + ": " + finding.message + " [" +
+         rule.name + "]\n" + "  at      " +
          (finding.pointer.empty() ? "the whole document" : Escaped(finding.pointer)) + "\n" + "  effect  " +
          finding.effect + "\n" +  //
          "  mend    " + finding.mend + "\n";
@@ -229,8 +229,7 @@ std::string Output(const std::vector<FileFindings>& files, const std::string& fo
 }
 
 FileFindings LintFile(const std::string& path, Severity least, const LintChoices& choices) {
-  std::string text = ReadWholeFile(path);
-  if (text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3);  // the places are counted without it
+  const std::string text = ReadWholeFile(path);
   Findings findings(least);
   LintText(path, text, choices, findings);
   return {path, PlaceAll(text, findings.Sorted())};

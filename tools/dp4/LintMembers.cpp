@@ -10,6 +10,7 @@
 
 #include "LintModel.h"
 #include "LintScan.h"
+#include "Similar.h"
 
 namespace dp4 {
 

@@ -1,10 +1,7 @@
 #include "LintModel.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
-
-#include "Show.h"
 
 namespace dp4 {
 
@@ -151,18 +148,6 @@ void Shift(Position& position, int64_t shift) {
 }
 
 }  // namespace
-
-std::string Quoted(const std::string& text) {
-  constexpr size_t kMaxLength = 60;
-  if (text.size() <= kMaxLength) return "'" + Escaped(text) + "'";
-  size_t end = kMaxLength;
-  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) --end;  // not in a character
-  return "'" + Escaped(text.substr(0, end)) + "...'";
-}
-
-std::string Count(size_t number, const char* noun) {
-  return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
-}
 
 std::string UpToNul(const std::string& text) { return text.c_str(); }
 
@@ -369,12 +354,10 @@ Encoded EncodeFields(const std::vector<Attribute>& fields, const Json::Value& va
   info.name = kEntity;
   Json::Value root;
   root[kEntity] = values;
-  MorvixProtocolPackage_4_0 package;
+  OwnedPackage package;
   ProtocolEncodeAttributes_4_0(info, all, package, root);
   Encoded encoded;
-  if (package.sizeValue != 0) encoded.payload.assign(package.value, package.value + package.sizeValue);
-  std::free(package.flags);
-  std::free(package.value);
+  encoded.payload = package.Payload();
   for (const LoggedLine& line : log.Take()) encoded.refusal = line.text;
   return encoded;
 }

@@ -10,17 +10,12 @@
 
 #include "Input.h"
 #include "LintRules.h"
+#include "Text.h"
 
 namespace dp4 {
 
 using Attribute = MorvixProtocolAttribute_4_0;
 using Position = MorvixProtocolPosition_4_0;
-
-// An escaped text in quotes, cut when it is long.
-std::string Quoted(const std::string& text);
-
-// "1 byte", "2 bytes".
-std::string Count(size_t number, const char* noun);
 
 // A text of the configuration as the module's look-ups see it: it ends at a NUL.
 std::string UpToNul(const std::string& text);

@@ -1,7 +1,6 @@
 // Where fields lie in the payload: whether they can be used, what they share, and whom writing them disturbs.
 
 #include <algorithm>
-#include <cstdlib>
 #include <iterator>
 #include <map>
 #include <string>
@@ -367,10 +366,8 @@ bool IsUnpacked(size_t payloadBytes) {
   constexpr size_t kEnough = size_t{1} << 16;  // beyond the limit, whatever the configuration claims
   std::vector<byte> packet(1 + std::min(payloadBytes, kEnough));
   packet[0] = MorvixProtocolCommandNotifyResp_4_0;
-  MorvixProtocolPackage_4_0 package;
-  const bool isUnpacked = ProtocolUnpackPackage_4_0(packet.data(), packet.size(), package);
-  std::free(package.value);
-  return isUnpacked;
+  OwnedPackage package;
+  return ProtocolUnpackPackage_4_0(packet.data(), packet.size(), package);
 }
 
 void LintPayload(const LintEntity& entity, const Layout& reading, const Layout& writing, Findings& findings) {
@@ -397,10 +394,8 @@ size_t FlagBytes(size_t attributes) {
   attribute.position.len = 1;
   Json::Value root;
   root[""]["field"] = "";
-  MorvixProtocolPackage_4_0 package;
+  OwnedPackage package;
   ProtocolEncodeAttributes_4_0({}, std::vector<Attribute>(attributes, attribute), package, root);
-  std::free(package.flags);
-  std::free(package.value);
   return package.sizeFlags;
 }
 

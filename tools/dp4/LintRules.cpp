@@ -7,7 +7,7 @@
 #include "LintModel.h"
 #include "LintScan.h"
 #include "Roundtrip.h"
-#include "Show.h"
+#include "Similar.h"
 
 namespace dp4 {
 

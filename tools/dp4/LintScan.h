@@ -1,4 +1,4 @@
-// Looks at a configuration as text: what a JSON value does not show any more, and names that resemble each other.
+// Looks at a configuration as text: what a JSON value does not show any more.
 
 #ifndef MORVIX_DP4_LINT_SCAN_H
 #define MORVIX_DP4_LINT_SCAN_H
@@ -25,9 +25,6 @@ std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text);
 std::string PointerToken(const std::string& name);
 
 size_t OffsetOf(const std::string& text, const Place& place);
-
-// The one of `names` that `name` may have been meant to be; empty when none is similar. Case, '-' and '_' count little.
-std::string SimilarName(const std::string& name, const std::vector<std::string>& names);
 
 }  // namespace dp4
 

@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <utility>
 
-#include "Show.h"
+#include "Text.h"
 #include "host/Base64.h"
 
 namespace dp4 {
@@ -95,27 +94,6 @@ std::string BinaryText(const Run& run, const byte* payload) {
   return text;
 }
 
-char Lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
-
-// How many letters were left out, added, mistaken or swapped with their neighbour.
-size_t EditDistance(const std::string& a, const std::string& b) {
-  std::vector<size_t> beforePrevious;
-  std::vector<size_t> previous(b.size() + 1);
-  for (size_t j = 0; j <= b.size(); ++j) previous[j] = j;
-  for (size_t i = 1; i <= a.size(); ++i) {
-    std::vector<size_t> current(b.size() + 1);
-    current[0] = i;
-    for (size_t j = 1; j <= b.size(); ++j) {
-      const size_t mistaken = Lower(a[i - 1]) == Lower(b[j - 1]) ? 0 : 1;
-      current[j] = std::min({previous[j] + 1, current[j - 1] + 1, previous[j - 1] + mistaken});
-      const bool isSwapped = i > 1 && j > 1 && Lower(a[i - 1]) == Lower(b[j - 2]) && Lower(a[i - 2]) == Lower(b[j - 1]);
-      if (isSwapped) current[j] = std::min(current[j], beforePrevious[j - 2] + 1);
-    }
-    beforePrevious = std::exchange(previous, std::move(current));
-  }
-  return previous[b.size()];
-}
-
 }  // namespace
 
 bool ParseHex(const std::string& text, std::vector<byte>& bytes, HexError& error) {
@@ -136,16 +114,6 @@ bool ParseHex(const std::string& text, std::vector<byte>& bytes, HexError& error
     if (!ParseDigits(text, at, bytes, error)) return false;
     isByteDue = false;
   }
-}
-
-ParsedEntity ParseLogged(const JsonText& configuration, const Json::Value& entity, int matchTypes, std::ostream* log) {
-  ParsedEntity parsed;
-  try {
-    const LogGatherer gatherer(log);
-    if (ProtocolParseEntity_4_0(entity, matchTypes, parsed.attributes, parsed.info)) return parsed;
-  } catch (const Json::LogicError&) {  // told below
-  }
-  return ParseEntity(configuration, entity, matchTypes);
 }
 
 std::string HexText(const byte* data, size_t size) {
@@ -172,13 +140,6 @@ std::vector<byte> PackPackage(const MorvixProtocolPackage_4_0& package) {
   return buffer;
 }
 
-std::string InQuotes(const std::string& text) { return '"' + Escaped(text) + '"'; }
-
-std::string Shortened(const std::string& text, size_t columns) {
-  const std::vector<std::string> lines = Wrapped(text, columns, 1, "…");
-  return lines.empty() ? "" : lines[0];
-}
-
 std::string BitsText(const std::vector<size_t>& bits, const byte* payload) {
   const std::vector<Run> runs = RunsOf(bits);
   const bool isBytes =
@@ -195,45 +156,6 @@ uint64_t RawValue(const std::vector<size_t>& bits, const byte* payload) {
   uint64_t raw = 0;
   for (auto bit = bits.rbegin(); bit != bits.rend(); ++bit) raw = raw << 1 | (payload[*bit / 8] >> (7 - *bit % 8) & 1);
   return raw;
-}
-
-std::string UserText(const MorvixProtocolAttribute_4_0& number, int64_t raw) {
-  byte payload[8];
-  for (size_t i = 0; i < sizeof payload; ++i)
-    payload[i] = static_cast<byte>(static_cast<uint64_t>(raw) >> (56 - 8 * i));
-  MorvixProtocolEntity_4_0 entity;
-  entity.name = "entity";
-  MorvixProtocolAttribute_4_0 attribute = number;
-  attribute.name = "value";
-  attribute.type = MorvixProtocolTypeStatusReadonly_4_0;
-  attribute.position = {0, 0, MorvixProtocolUnitByte_4_0, sizeof payload, 0};
-  MorvixProtocolPackage_4_0 package;
-  package.value = payload;
-  package.sizeValue = sizeof payload;
-  Json::Value decoded(Json::objectValue);
-  ProtocolDecodeAttributes_4_0(entity, {attribute}, package, decoded);
-  return decoded["entity"]["value"]["value"].asString();
-}
-
-std::string DidYouMean(const std::string& name, const std::vector<std::string>& candidates) {
-  constexpr size_t kMostOffered = 3;
-  constexpr size_t kLongestName = 256;  // longer ones are no slips
-  if (name.size() > kLongestName) return "";
-  std::vector<std::pair<size_t, std::string>> near;
-  for (const std::string& candidate : candidates) {
-    const size_t longer = std::max(name.size(), candidate.size());
-    const bool isBeginning = name.size() >= 3 && candidate.compare(0, name.size(), name) == 0;
-    const size_t distance = EditDistance(name, candidate);
-    if (isBeginning || 3 * distance <= longer || (distance == 1 && longer > 1)) near.emplace_back(distance, candidate);
-  }
-  std::stable_sort(near.begin(), near.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-  near.resize(std::min(near.size(), kMostOffered));
-  if (near.empty()) return "";
-  std::string text = "; did you mean ";
-  for (size_t i = 0; i < near.size(); ++i) {
-    text += (i == 0 ? "" : i + 1 == near.size() ? " or " : ", ") + InQuotes(near[i].second);
-  }
-  return text + "?";
 }
 
 }  // namespace dp4

@@ -32,27 +32,12 @@ std::string PacketText(const std::vector<byte>& packet, const std::string& form)
 // The bytes that the module lays `package` out as; empty when it refuses.
 std::vector<byte> PackPackage(const MorvixProtocolPackage_4_0& package);
 
-// ParseEntity that lets the parser's lines through to `log` unless that is null.
-ParsedEntity ParseLogged(const JsonText& configuration, const Json::Value& entity, int matchTypes, std::ostream* log);
-
-// Escaped text in quotation marks.
-std::string InQuotes(const std::string& text);
-
-// Escaped text of at most `columns` columns, the last of which tells when it was longer.
-std::string Shortened(const std::string& text, size_t columns);
-
 // What stands in the payload bits of a field, given as FieldBits gives them, the highest first: whole bytes in
 // hexadecimal, others in binary, a blank between bytes.
 std::string BitsText(const std::vector<size_t>& bits, const byte* payload);
 
 // The same as a number; `bits` are at most 64.
 uint64_t RawValue(const std::vector<size_t>& bits, const byte* payload);
-
-// What the module makes of a raw value of this number: its text in user units, or an empty text when it refuses.
-std::string UserText(const MorvixProtocolAttribute_4_0& number, int64_t raw);
-
-// "; did you mean "power" or "program"?" with the candidates that `name` may be a slip of, or an empty text.
-std::string DidYouMean(const std::string& name, const std::vector<std::string>& candidates);
 
 }  // namespace dp4
 

@@ -4,7 +4,7 @@
 
 #include "Commands.h"
 #include "Packets.h"
-#include "Show.h"
+#include "Text.h"
 
 namespace dp4 {
 

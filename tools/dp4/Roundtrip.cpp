@@ -1,12 +1,11 @@
 #include "Roundtrip.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "Show.h"
+#include "EntityView.h"
 #include "host/Base64.h"
 
 namespace dp4 {
@@ -167,13 +166,8 @@ class Roundtrip {
   static std::vector<byte> Received(const std::vector<byte>& payload) {
     std::vector<byte> packet = {MorvixProtocolCommandNotifyResp_4_0};
     packet.insert(packet.end(), payload.begin(), payload.end());
-    MorvixProtocolPackage_4_0 package;
-    std::vector<byte> received;
-    if (ProtocolUnpackPackage_4_0(packet.data(), packet.size(), package)) {
-      received.assign(package.value, package.value + package.sizeValue);
-    }
-    std::free(package.value);
-    return received;
+    OwnedPackage package;
+    return ProtocolUnpackPackage_4_0(packet.data(), packet.size(), package) ? package.Payload() : std::vector<byte>();
   }
 
   const LintEntity& entity_;

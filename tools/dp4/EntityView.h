@@ -1,8 +1,7 @@
-// An entity as decoding and encoding see it, and what it takes to write that down for people. Formatters are pure: they
-// return text. Texts of a configuration are escaped before they reach a result.
+// An entity as decoding and encoding see it, and its pieces as texts for people.
 
-#ifndef MORVIX_DP4_SHOW_H
-#define MORVIX_DP4_SHOW_H
+#ifndef MORVIX_DP4_ENTITY_VIEW_H
+#define MORVIX_DP4_ENTITY_VIEW_H
 
 #include <iosfwd>
 #include <string>
@@ -45,35 +44,8 @@ std::string PayloadSummary(const EntityView& view);
 // "nowhere" for none.
 std::string PlaceText(std::vector<size_t> bits);
 
-// The same text without anything that could forge a line, steer a terminal, or hide: such characters, and bytes that
-// are no UTF-8, become escapes with a backslash, and so does the backslash.
-std::string Escaped(const std::string& text);
-
-// An escaped name that can be seen even when it is empty.
-std::string NameText(const std::string& name);
-
-// The columns that an escaped text takes.
-size_t TextWidth(const std::string& text);
-
-// An escaped text in lines of at most `width` columns, if possible broken at its separators. What does not fit into
-// `maxLines` is cut off and ends with `ellipsis`, one column wide.
-std::vector<std::string> Wrapped(const std::string& text, size_t width, size_t maxLines, const char* ellipsis);
-
 // SGR parameters of the group's colour.
 const char* GroupColor(MorvixProtocolType_4_0 group);
-
-// The text in a colour, given as SGR parameters, of a terminal; an empty colour changes nothing.
-std::string Colored(const std::string& text, const std::string& color);
-
-// Cells of the last column may have several lines.
-struct TableCell {
-  std::string text;
-  std::string color;
-};
-std::string AlignedTable(const std::vector<std::vector<TableCell>>& rows);
-
-// The table of `dp4 show` for one entity.
-std::string EntityText(const EntityView& view, bool color);
 
 }  // namespace dp4
 

@@ -1,0 +1,168 @@
+#include "EntityView.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "Text.h"
+
+namespace dp4 {
+
+namespace {
+
+// The entity with the index of each attribute as its id, which the parser passes on and otherwise has no use for: so
+// its records can be told to belong to an attribute even where names repeat.
+Json::Value WithIndexesAsIds(Json::Value entity) {
+  if (!entity.isObject() || !entity["attrs"].isArray()) return entity;
+  Json::Value& attributes = entity["attrs"];
+  for (Json::ArrayIndex i = 0; i < attributes.size(); ++i) {
+    int32_t id = 0;
+    if (ProtocolGetAttrInteger_4_0(attributes[i], "id", id)) attributes[i]["id"] = static_cast<int32_t>(i);
+  }
+  return entity;
+}
+
+// The members at fault in the attributes that the parser drops, quoted and in the order of those.
+std::vector<std::string> MembersAtFault(const std::vector<LoggedLine>& lines) {
+  std::vector<std::string> members;
+  for (const LoggedLine& line : lines) {
+    const size_t begin = line.text.find('\'');
+    const size_t end = line.text.find('\'', begin + 1);
+    if (line.level == 1 && end != std::string::npos) members.push_back(line.text.substr(begin, end + 1 - begin));
+  }
+  return members;
+}
+
+using AttributesByIndex = std::map<size_t, MorvixProtocolAttribute_4_0>;
+
+AttributesByIndex ByIndex(const std::vector<MorvixProtocolAttribute_4_0>& attributes) {
+  AttributesByIndex byIndex;
+  for (const MorvixProtocolAttribute_4_0& attribute : attributes) {
+    byIndex.emplace(static_cast<size_t>(attribute.id), attribute);
+  }
+  return byIndex;
+}
+
+std::vector<size_t> PlaceIn(size_t payloadBytes, const MorvixProtocolAttribute_4_0& attribute) {
+  return FieldBits(attribute.position, attribute.data_type, payloadBytes);
+}
+
+// attrs[3] (mode)
+std::string AttributeText(const Json::Value& attributes, size_t index) {
+  std::string name;
+  const bool isNamed = ProtocolGetAttrString_4_0(attributes[static_cast<Json::ArrayIndex>(index)], "name", name);
+  return "attrs[" + std::to_string(index) + "]" + (isNamed ? " (" + Escaped(name) + ")" : "");
+}
+
+void AddAttributes(const AttributesByIndex& read, const AttributesByIndex& written, EntityView& view) {
+  AttributesByIndex all = read;
+  all.insert(written.begin(), written.end());
+  for (const auto& [index, attribute] : all) {
+    AttributeView attributeView;
+    attributeView.attribute = attribute;
+    attributeView.bits = PlaceIn(kMaxPayloadBytes, attribute);
+    const auto inWrite = written.find(index);
+    attributeView.isWritten = inWrite != written.end();
+    attributeView.flagBit = static_cast<size_t>(std::distance(written.begin(), inWrite));
+    view.attributes.push_back(std::move(attributeView));
+  }
+}
+
+// What sets decoding and encoding of one attribute apart; empty for nothing.
+std::string DifferenceText(const MorvixProtocolAttribute_4_0* read, const MorvixProtocolAttribute_4_0* written,
+                           size_t writtenBytes) {
+  if (read == nullptr) return " can be written but not read: decoding drops it";
+  if (written == nullptr) {
+    const bool isWritable = read->type == MorvixProtocolTypeStatusWritable_4_0;
+    return isWritable ? " can be read but not written: encoding drops it" : "";
+  }
+  const std::vector<size_t> readAt = PlaceIn(kMaxPayloadBytes, *read);
+  const std::vector<size_t> writtenAt = PlaceIn(std::min(writtenBytes, kMaxPayloadBytes), *written);
+  if (readAt == writtenAt) return "";
+  if (writtenAt.empty()) return " is read at " + PlaceText(readAt) + " but has no place in a write";
+  if (readAt.empty()) return " is written at " + PlaceText(writtenAt) + " but has no place in what is read";
+  return " is read at " + PlaceText(readAt) + " but written at " + PlaceText(writtenAt);
+}
+
+void AddNotes(const Json::Value& attributes, const AttributesByIndex& read, const AttributesByIndex& written,
+              const std::vector<std::string>& membersAtFault, EntityView& view) {
+  size_t dropped = 0;
+  for (Json::ArrayIndex i = 0; i < attributes.size(); ++i) {
+    const auto inRead = read.find(i);
+    const auto inWritten = written.find(i);
+    std::string note;
+    std::string reason;
+    if (inRead == read.end() && dropped < membersAtFault.size()) reason = ", for its " + membersAtFault[dropped++];
+    if (inRead == read.end() && inWritten == written.end()) {
+      note = " is dropped" + reason;
+    } else {
+      note = DifferenceText(inRead == read.end() ? nullptr : &inRead->second,
+                            inWritten == written.end() ? nullptr : &inWritten->second, view.writtenBytes);
+      if (!note.empty()) note += reason;
+    }
+    if (!note.empty()) view.notes.push_back(AttributeText(attributes, i) + note);
+  }
+  if (std::max(view.payloadBytes, view.writtenBytes) > kMaxPayloadBytes) {
+    view.notes.push_back("a packet carries at most " + std::to_string(kMaxPayloadBytes) + " bytes of payload");
+  }
+}
+
+}  // namespace
+
+std::string PlaceText(std::vector<size_t> bits) {
+  if (bits.empty()) return "nowhere";
+  std::sort(bits.begin(), bits.end());
+  const auto bitText = [](size_t bit) { return std::to_string(bit / 8) + "." + std::to_string(7 - bit % 8); };
+  std::string text;
+  for (size_t begin = 0, end = 0; begin < bits.size(); begin = end) {
+    for (end = begin + 1; end < bits.size() && bits[end] == bits[end - 1] + 1;) ++end;
+    const size_t first = bits[begin];
+    const size_t last = bits[end - 1];
+    const bool isBytes = first % 8 == 0 && last % 8 == 7;
+    const std::string from = isBytes ? std::to_string(first / 8) : bitText(first);
+    const std::string to = isBytes ? std::to_string(last / 8) : bitText(last);
+    text += (text.empty() ? "" : ",") + from + (from == to ? "" : "-" + to);
+  }
+  return text;
+}
+
+EntityView ViewEntity(const JsonText& configuration, const Json::Value& entity, std::ostream* log) {
+  const Json::Value numbered = WithIndexesAsIds(entity);
+  const ParsedEntity read = ParseEntity(configuration, numbered, kAllGroups, log);
+  const ParsedEntity written = ParseEntity(configuration, numbered, kWritable, nullptr);
+  const AttributesByIndex readByIndex = ByIndex(read.attributes);
+  const AttributesByIndex writtenByIndex = ByIndex(written.attributes);
+  EntityView view;
+  view.info = read.info;
+  view.payloadBytes = std::max(PayloadLength(read.attributes), PayloadLength(written.attributes));
+  view.writtenBytes = PayloadLength(written.attributes);
+  AddAttributes(readByIndex, writtenByIndex, view);
+  AddNotes(numbered["attrs"], readByIndex, writtenByIndex, MembersAtFault(read.lines), view);
+  return view;
+}
+
+std::string EntityTitle(const EntityView& view) {
+  return NameText(view.info.name) + " \"" + Escaped(view.info.display_name) + "\", id " + std::to_string(view.info.id);
+}
+
+std::string PayloadSummary(const EntityView& view) {
+  const std::string payload = Count(view.payloadBytes, "byte") + " of payload";
+  if (view.writtenBytes == 0) return payload + ", none in a write";
+  if (view.writtenBytes == view.payloadBytes) return payload + ", all in a write";
+  return payload + ", the first " + std::to_string(view.writtenBytes) + " in a write";
+}
+
+const char* GroupColor(MorvixProtocolType_4_0 group) {
+  switch (group) {
+    case MorvixProtocolTypeStatusWritable_4_0:
+      return "32";
+    case MorvixProtocolTypeStatusReadonly_4_0:
+      return "36";
+    case MorvixProtocolTypeAlert_4_0:
+      return "33";
+    default:
+      return "31";
+  }
+}
+
+}  // namespace dp4

@@ -1,0 +1,90 @@
+// The payload of an entity as a map of bits, and the two forms in which it is drawn.
+
+#ifndef MORVIX_DP4_LAYOUT_MAP_H
+#define MORVIX_DP4_LAYOUT_MAP_H
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "EntityView.h"
+
+namespace dp4 {
+
+// One attribute with its place.
+struct MapField {
+  std::string name;  // escaped, as is the next
+  std::string displayName;
+  MorvixProtocolType_4_0 group;
+  MorvixProtocolDataType_4_0 dataType;
+  std::vector<size_t> bits;  // as FieldBits gives them
+};
+
+// Neighbouring bits of one byte that lie in the same fields. Column 0 is bit 7.
+struct MapPiece {
+  size_t column;
+  size_t columns;
+  std::vector<size_t> fields;  // indexes; none where nothing lies, several where fields overlap
+};
+
+// Consecutive bytes that look alike; more than one only where whole bytes lie in the same fields.
+struct MapBlock {
+  size_t first;
+  size_t last;
+  std::vector<MapPiece> pieces;
+};
+
+// Bits that lie in several fields.
+struct MapOverlap {
+  std::vector<size_t> bits;
+  std::vector<size_t> fields;
+};
+
+struct PayloadMap {
+  std::string title;
+  std::string summary;
+  std::vector<MapField> fields;  // in the order of their places
+  std::vector<MapField> unplaced;
+  std::vector<MapBlock> blocks;
+  std::vector<MapOverlap> overlaps;
+  std::vector<std::string> notes;
+};
+
+PayloadMap MapPayload(const EntityView& view);
+
+// Whether a bit lies in no field.
+bool HasGaps(const PayloadMap& map);
+
+// The bits of the field's value in a piece of a byte, "[5:3]", when it has more of them elsewhere.
+std::string ValueBitsText(const MapField& field, size_t byteIndex, const MapPiece& piece);
+
+// Whether value bits are written anywhere.
+bool HasValueBits(const PayloadMap& map);
+
+std::string NamesText(const PayloadMap& map, const std::vector<size_t>& fields, const std::string& separator);
+
+// The lines below a map: what it cannot show.
+std::vector<std::string> Remarks(const PayloadMap& map);
+
+// Of more bytes that look alike only the first and the last are drawn.
+constexpr size_t kShownBytes = 3;
+
+// What stands for the others: "40 bytes not used".
+std::string LeftOutText(const MapBlock& block);
+
+// The fields in each column of a drawn row; null outside of the map.
+using MapColumns = std::array<const std::vector<size_t>*, 8>;
+MapColumns ColumnsOf(const std::vector<MapPiece>& pieces);
+
+// Whether a line runs between two neighbouring cells.
+bool Differ(const std::vector<size_t>* one, const std::vector<size_t>* other);
+
+// Whether a line runs on the left of the column; column 8 is the right end.
+bool HasLineLeftOf(const MapColumns& columns, size_t column);
+
+// The picture: SVG 1.1 that needs nothing from outside.
+std::string LayoutSvg(const PayloadMap& map);
+
+}  // namespace dp4
+
+#endif

@@ -1,0 +1,44 @@
+// Lines of a stream of any length, in bounded memory.
+
+#ifndef MORVIX_DP4_LINE_READER_H
+#define MORVIX_DP4_LINE_READER_H
+
+#include <cstddef>
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace dp4 {
+
+// Longer lines hold no packets; without a limit a stream without line ends would fill the memory.
+constexpr size_t kMaxLineBytes = size_t{1} << 20;
+
+class LineReader {
+ public:
+  // `beforeWaiting` is called whenever reading on may have to wait for more to come.
+  LineReader(std::istream& in, std::function<void()> beforeWaiting);
+
+  // The next line, cut at the limit; false at the end. Throws UsageError when the stream cannot be read.
+  bool Next(std::string& line);
+
+  bool IsTooLong() const { return isTooLong_; }
+  size_t Number() const { return number_; }
+  size_t BytesTaken() const { return bytesTaken_; }
+
+ private:
+  bool Fill();
+
+  std::streambuf& source_;
+  std::function<void()> beforeWaiting_;
+  std::vector<char> buffer_;
+  size_t begin_ = 0;  // what is left of the buffer
+  size_t end_ = 0;
+  size_t number_ = 0;
+  size_t bytesTaken_ = 0;
+  bool isTooLong_ = false;
+};
+
+}  // namespace dp4
+
+#endif
