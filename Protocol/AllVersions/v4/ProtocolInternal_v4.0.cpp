@@ -251,11 +251,15 @@ bool ProtocolGetAttrString_4_0(const Json::Value& attr, const char* strKey, std:
   return ReadMember(FindMember(attr, strKey), StringOf<std::string>, value);
 }
 
+// What an output gets of a member: it loses what it held whatever the member is. The member may be part of the output:
+// the assignment copies first.
+static const Json::Value& MemberOrNull(const Json::Value* member) {
+  return member == nullptr ? Json::Value::nullSingleton() : *member;
+}
+
 bool ProtocolGetAttrObject_4_0(const Json::Value& attr, const char* strKey, Json::Value& value) {
   if (!attr.isObject()) return false;
-  const Json::Value* member = FindMember(attr, strKey);
-  // The output loses what it held whatever the member is. It may be `attr` itself: the assignment copies first.
-  value = member == nullptr ? Json::Value::nullSingleton() : *member;
+  value = MemberOrNull(FindMember(attr, strKey));
   return value.isObject();
 }
 
@@ -598,7 +602,7 @@ static bool FilterConfigType(const Json::Value& entity, int matchTypes, std::vec
 
   AttributeWalk<Attribute> walk(matchTypes, attributes);
   const Json::Value& attrs = entity["attrs"];
-  attributes.reserve(attributes.size() + std::min<size_t>(attrs.size(), kFirstAttributes));
+  if (attributes.empty()) attributes.reserve(std::min<size_t>(attrs.size(), kFirstAttributes));
   if (attrs.end() - attrs.begin() == static_cast<ptrdiff_t>(attrs.size())) {
     for (const Json::Value& attr : attrs) walk.Visit(attr);
   } else {
@@ -1028,8 +1032,7 @@ static bool ReadDouble(const Json::Value* values, const char* attributeName, dou
 [[maybe_unused]] static bool GetEntityValue(const Json::Value& result, const std::string& entityName,
                                             Json::Value& entity) {
   if (!result.isObject()) return false;
-  const Json::Value* member = FindMember(result, entityName);
-  entity = member == nullptr ? Json::Value::nullSingleton() : *member;
+  entity = MemberOrNull(FindMember(result, entityName));
   return entity.isObject();
 }
 
@@ -1492,8 +1495,7 @@ void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4
 }
 
 bool ProtocolGetEntitiesFromDevice_4_0(const Json::Value& device, Json::Value& entities) {
-  const Json::Value* member = FindMember(device, "entities");
-  entities = member == nullptr ? Json::Value::nullSingleton() : *member;
+  entities = MemberOrNull(FindMember(device, "entities"));
   return entities.isArray();
 }
 
