@@ -32,7 +32,8 @@ case $WAY in
     export PKG_CONFIG_PATH
     read -ra flags <<<"$(pkg-config --cflags --libs morvix-protocol)"
     read -ra compiler_flags <<<"${CXXFLAGS:-}"
-    "$CXX" -std=c++17 "${compiler_flags[@]}" "$consumer/main.cpp" "${flags[@]}" -o "$work_dir/consumer"
+    # The headers are for programs without exceptions, too.
+    "$CXX" -std=c++17 "${compiler_flags[@]}" -fno-exceptions "$consumer/main.cpp" "${flags[@]}" -o "$work_dir/consumer"
     LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH") "$work_dir/consumer"
     ;;
 esac
