@@ -777,4 +777,39 @@ TEST(DecodeProgress, StaysAwayWhenResultsGoToTheTerminalToo) {
   EXPECT_EQ(ReadUntil(terminal.master, "\n"), "dp4: standard input:2:1: expected a hexadecimal digit, found 'x'\r\n");
 }
 
+TEST(DecodeStream, PassesNothingThroughThatIsNoJson) {
+  const std::string packet = "\"packet\":\"04055a019f0100\"}\n";
+  const ToolRun run = DecodeKettle({}, "{\"v\":01," + packet + "{\"v\":1.," + packet + "{\"v\":\"\xff\"," + packet +
+                                           "{/**/" + packet + "{\"v\":-0.5e3,\"\\\"/\":\"01\"," + packet);
+  EXPECT_EQ(run.err,
+            "dp4: standard input:1:6: not JSON: a number that is written in another way\n"
+            "dp4: standard input:2:6: not JSON: a number that is written in another way\n"
+            "dp4: standard input:3:7: not JSON: a byte that is no UTF-8\n"
+            "dp4: standard input:4:2: not JSON: a comment, where none was expected\n");
+  EXPECT_EQ(run.out.compare(0, 40, "{\"v\":-0.5e3,\"\\\"/\":\"01\",\"packet\":{\"values"), 0) << run.out;
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(DecodeStream, MayBeginWithAByteOrderMark) {
+  EXPECT_EQ(DecodeKettle({},
+                         "\xef\xbb\xbf"
+                         "04055a019f0100\n")
+                .out,
+            DecodeKettle({"04055a019f0100"}).out);
+  EXPECT_EQ(DecodeKettle({},
+                         "04055a019f0100\n\xef\xbb\xbf"
+                         "04055a019f0100\n")
+                .exitCode,
+            1);
+}
+
+TEST(DecodeStream, IsTheCaptureOfAnExample) {
+  for (const std::string product : {"kettle", "air_conditioner", "gateway", "power_meter"}) {
+    const std::string capture = ReadFile(std::string(EXAMPLES_DIR) + "/" + product + ".notify.hex");
+    const ToolRun run = RunTool({"decode", product + ".json", "--entity", "0"}, capture);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 1) << run.out;
+  }
+}
+
 }  // namespace

@@ -98,7 +98,7 @@ TEST(DevicesByProtocol, ExpectsAVersionAsTheDevicesHaveIt) {
 
 TEST(DevicesByProtocol, ExpectsAName) {
   ExpectFailure(Devices({"--protocol", "", "--packet-version", "0x4"}), 2,
-                "--protocol: expected a name that is not empty");
+                "--protocol: expected a text, found none\ndp4 --help tells more.");
 }
 
 // ---- --find ----
@@ -175,20 +175,21 @@ TEST(DeviceList, IsNamedWhenItCannotBeUsed) {
   ExpectFailure(RunTool({"devices", "missing.json", "--keys"}), 2,
                 "missing.json: cannot be read: No such file or directory");
   ExpectFailure(RunTool({"devices", "kettle.json", "--keys"}), 2,
-                "kettle.json: \"devices\" should be an array; expected {\"debug\": ..., \"devices\": [...]} or an "
-                "array of devices");
+                "kettle.json:1:1: expected an array of devices, or an object with an array \"devices\"");
   const ListFile text("\"kettle\"");
   ExpectFailure(RunTool({"devices", text.Path(), "--keys"}), 2,
-                text.Path() +
-                    ": should hold an object with \"debug\" and \"devices\"; expected {\"debug\": ..., \"devices\": "
-                    "[...]} or an array of devices");
+                text.Path() + ":1:1: expected an array of devices, or an object with an array \"devices\"");
+  const ListFile debug("{\"devices\": [],\n \"debug\": 1}");
+  ExpectFailure(RunTool({"devices", debug.Path(), "--keys"}), 2,
+                debug.Path() + ":2:11: expected true or false for \"debug\"");
 }
 
-TEST(DeviceList, IsAnArrayOnStandardInput) {
+TEST(DeviceList, IsTakenFromStandardInputInBothForms) {
   ExpectFine(DevicesOf(R"([{"product_key": "a"}])", {"--keys"}), "\"a\"\n");
-  ExpectFailure(
-      DevicesOf(R"({"devices": []})", {"--keys"}), 2,
-      "standard input: expected an array of devices; a list with \"debug\" and \"devices\" is read from a file");
+  const std::string list = R"({"debug": true, "devices": [{"product_key": {"debug": "d", "release": "r"}}]})";
+  ExpectFine(DevicesOf(list, {"--keys"}), "\"d\"\n");
+  ExpectFine(DevicesOf(list, {"--keys", "--release"}), "\"r\"\n");
+  ExpectFine(DevicesOf(list, {"--keys", "--release=false"}), "\"d\"\n");
 }
 
 TEST(DeviceList, ExpectsOneQuery) {

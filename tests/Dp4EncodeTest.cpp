@@ -601,4 +601,74 @@ TEST(Request, KnowsNoOther) {
   EXPECT_NE(run.err, "");
 }
 
+// ---- Texts of which only the beginning is read ----
+
+// "%llu" ends at the x and at the comma, "%lf" at the comma; a NaN is written as raw 0.
+TEST(EncodeText, IsAProblemWhenItIsReadInPart) {
+  const struct {
+    const char* set;
+    const char* packet;
+    const char* problem;
+  } kCases[] = {
+      {"power=0x1", "01 01 00 00\n", "\"power\" cut: only \"0\" is a number"},
+      {"program=1x", "01 02 02 00\n", "\"program\" green_tea, cut: only \"1\" is a number"},
+      {"target=85,5", "01 04 00 5a\n", "\"target\" raw 90, cut: only \"85\" is a number"},
+      {"target=nan", "01 04 00 00\n", "\"target\" raw 0 (40), cut: nothing of it is a number"},
+  };
+  for (const auto& [set, packet, problem] : kCases) {
+    SCOPED_TRACE(set);
+    const ToolRun lenient = EncodeKettle({"--set", set});
+    EXPECT_EQ(lenient.out, packet);
+    EXPECT_EQ(lenient.err, "dp4: --set " + std::string(set) + ": " + problem + "\n");
+    EXPECT_EQ(lenient.exitCode, 0);
+    const ToolRun strict = EncodeKettle({"--set", set, "--strict"});
+    EXPECT_EQ(strict.out, "");
+    EXPECT_EQ(strict.exitCode, 1);
+  }
+  EXPECT_EQ(EncodeKettle({"--set", "target= 8.5e1", "--strict"}).out, "01 04 00 5a\n");
+}
+
+TEST(EncodeDocument, ReportsAMemberThatStandsThereTwice) {
+  const ToolRun run = EncodeKettle({"-", "--strict"}, "{\"kettle\": {\"power\": 1,\n \"power\": 0}}");
+  EXPECT_EQ(run.err, "dp4: standard input:2:2: \"power\" stands here again; the earlier value is not used\n");
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+// ratio 1000: raw 1732125630500 and 1732125630501 are 1732125630500000 and ...501000.
+TEST(EncodeExplain, TellsWhatALargeNumberIsRoundedTo) {
+  const std::string fan =
+      Fan(R"({"id": 0, "name": "t", "display_name": "", "desc": "", "type": "status_writable", "data_type": "uint64", )"
+          R"("position": {"byte_offset": 0, "unit": "byte", "bit_offset": 0, "len": 8}, )"
+          R"("uint_spec": {"min": 0, "max": 4503599627370495, "ratio": 1000, "addition": 0}})");
+  const ToolRun run = RunTool({"encode", "-", "--set", "t=1732125630500400", "--explain"}, fan);
+  EXPECT_NE(run.out.find("raw 1732125630500 (1732125630500000)\n"), std::string::npos) << run.out;
+}
+
+TEST(EncodeExplain, ShowsNoBitsOfWhatIsNotSent) {
+  const ToolRun run = EncodeKettle({"--set", "power=1", "--set", "target=85,5", "--strict", "--explain"});
+  EXPECT_NE(run.out.find("0     power    1      0.0            not sent\n"), std::string::npos) << run.out;
+}
+
+// ---- --sub-device ----
+
+TEST(RequestSubDevice, IsANumberOf32Bits) {
+  const auto packetOf = [](const std::string& id) {
+    return RunTool({"request", "cc-delete", "--sub-device=" + id}).out;
+  };
+  EXPECT_EQ(packetOf("10"), IdText("0c 0a 00 00 00\n", "0c 00 00 00 0a\n"));
+  EXPECT_EQ(packetOf("010"), packetOf("10"));
+  EXPECT_EQ(packetOf("0x10"), IdText("0c 10 00 00 00\n", "0c 00 00 00 10\n"));
+  EXPECT_EQ(packetOf("4294967295"), "0c ff ff ff ff\n");
+  EXPECT_EQ(packetOf("-1"), "0c ff ff ff ff\n");
+  EXPECT_EQ(packetOf("-2147483648"), IdText("0c 00 00 00 80\n", "0c 80 00 00 00\n"));
+  EXPECT_EQ(packetOf("-2147483649"), "");
+  for (const char* id : {"", "x", "0x", "1 ", "4294967296", "0x100000000", "99999999999"}) {
+    const ToolRun run = RunTool({"request", "cc-delete", "--sub-device", id});
+    EXPECT_EQ(run.exitCode, 2) << id;
+    EXPECT_EQ(run.out, "") << id;
+    EXPECT_NE(run.err.find("expected a number from -2147483648 to 4294967295"), std::string::npos) << run.err;
+  }
+}
+
 }  // namespace

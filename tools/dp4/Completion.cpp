@@ -58,7 +58,7 @@ std::vector<Command> CommandsOf(const CLI::App& app) {
         if (command.words.empty()) command.words = WordsOf(*option);
       } else if (!option->get_lnames().empty()) {
         command.options.push_back({"--" + option->get_lnames()[0], option->get_description(),
-                                   option->get_type_size() != 0, WordsOf(*option)});
+                                   option->get_items_expected_max() != 0, WordsOf(*option)});
       }
     }
     commands.push_back(command);
@@ -76,7 +76,12 @@ std::string Bash(const std::vector<Command>& commands) {
   std::ostringstream script;
   script << "_dp4() {\n"
             "  local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command=${COMP_WORDS[1]}\n"
-            "  local words=\n"
+            "  local words= given\n"
+            "  if [ \"$word\" = = ]; then  # of --option=\n"
+            "    word=\n"
+            "  elif [ \"$previous\" = = ]; then\n"
+            "    previous=${COMP_WORDS[COMP_CWORD-2]}\n"
+            "  fi\n"
             "  if [ \"$COMP_CWORD\" -eq 1 ]; then\n"
             "    COMPREPLY=($(compgen -W '"
          << NamesOf(commands)
@@ -93,7 +98,13 @@ std::string Bash(const std::vector<Command>& commands) {
       }
     }
     script << "    " << command.name << "/*)\n"
-           << "      case $word in -*) words='" << options << "' ;; *) words='" << command.words << "' ;; esac ;;\n";
+           << "      case $word in -*) words='" << options << "' ;; *) words='" << command.words << "' ;; esac\n";
+    if (!command.words.empty()) {
+      script << "      for given in \"${COMP_WORDS[@]:2:COMP_CWORD-2}\"; do  # one of them is enough\n"
+                "        [[ \" "
+             << command.words << " \" == *\" $given \"* && $word != -* ]] && words=\n      done\n";
+    }
+    script << "      ;;\n";
   }
   script << "  esac\n"
             "  COMPREPLY=($(compgen -W \"$words\" -- \"$word\"))\n"
@@ -111,6 +122,10 @@ std::string Zsh(const std::vector<Command>& commands) {
   std::ostringstream script;
   script << "#compdef dp4\n"
             "_dp4() {\n"
+            "  if (( CURRENT == 2 )) && [[ $PREFIX == -* ]]; then\n"
+            "    compadd -- --help --version\n"
+            "    return\n"
+            "  fi\n"
             "  if (( CURRENT == 2 )); then\n"
             "    local -a commands=(\n";
   for (const Command& command : commands) {
@@ -124,15 +139,22 @@ std::string Zsh(const std::vector<Command>& commands) {
   for (const Command& command : commands) {
     script << "    " << command.name << ")\n      _arguments '1:command:'";
     for (const Completable& option : command.options) {
-      script << " \\\n        '" << option.name << '[' << ZshText(option.description) << ']';
+      script << " \\\n        '" << option.name << (option.takesValue ? "=[" : "[") << ZshText(option.description)
+             << ']';
       if (option.takesValue) script << ":value:" << (option.words.empty() ? "_files" : "(" + option.words + ")");
       script << '\'';
     }
-    script << " \\\n        '*:argument:" << (command.words.empty() ? "_files" : "(" + command.words + ")") << "' ;;\n";
+    script << " \\\n        '" << (command.words.empty() ? "*:argument:_files" : "2:argument:(" + command.words + ")")
+           << "' ;;\n";
   }
   script << "  esac\n"
             "}\n"
-            "compdef _dp4 dp4\n";
+            "# Sourced, it registers itself; found by name in fpath, it is the first completion.\n"
+            "if [[ ${funcstack[1]} == _dp4 ]]; then\n"
+            "  _dp4 \"$@\"\n"
+            "else\n"
+            "  compdef _dp4 dp4\n"
+            "fi\n";
   return script.str();
 }
 
@@ -140,6 +162,9 @@ std::string FishText(const std::string& text) { return Replaced(text, "'\\", Wit
 
 std::string Fish(const std::vector<Command>& commands) {
   std::ostringstream script;
+  for (const char* option : {"help", "version"}) {
+    script << "complete -c dp4 -n __fish_use_subcommand -f -l " << option << '\n';
+  }
   for (const Command& command : commands) {
     script << "complete -c dp4 -n __fish_use_subcommand -f -a " << command.name << " -d '"
            << FishText(command.description) << "'\n";

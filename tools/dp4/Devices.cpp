@@ -15,18 +15,23 @@ namespace dp4 {
 
 namespace {
 
+// What the file holds is checked as the host's configuration checks it.
 void LoadList(const std::string& path) {
   TavelConfig& config = *TavelConfig::sharedInstance();
   const JsonText list = ReadJsonFile(path);
-  std::string error;
   if (list.root.isArray()) {
     config.SetAllDevices(list.root);
-  } else if (path == "-") {
-    throw UsageError(FileName(path) +
-                     ": expected an array of devices; a list with \"debug\" and \"devices\" is read from a file");
-  } else if (!config.LoadFromFile(path, error)) {
-    throw UsageError(Escaped(error) + "; expected {\"debug\": ..., \"devices\": [...]} or an array of devices");
+    return;
   }
+  if (!list.root.isObject() || !list.root["devices"].isArray()) {
+    throw UsageError(list.NameOf(list.root) + ": expected an array of devices, or an object with an array \"devices\"");
+  }
+  const Json::Value& debug = list.root["debug"];
+  if (!debug.isNull() && !debug.isBool()) {
+    throw UsageError(list.NameOf(debug) + ": expected true or false for \"debug\"");
+  }
+  config.SetAllDevices(list.root["devices"]);
+  config.SetDebug(debug.isBool() && debug.asBool());
 }
 
 // The module reads the text; this is about what it would read as something else than what stands there.
@@ -49,7 +54,6 @@ int NotFound(const DevicesOptions& options, const std::string& message, std::ost
 }
 
 int Filter(const DevicesOptions& options, std::ostream& out, std::ostream& err) {
-  if (options.protocol.empty()) throw UsageError("--protocol: expected a name that is not empty");
   Json::Value devices;
   if (!ProtocolFilterDevices_4_0(options.protocol.c_str(), PacketVersionOf(options.packetVersion), devices) ||
       devices.empty()) {

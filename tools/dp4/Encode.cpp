@@ -17,6 +17,7 @@
 
 #include "Commands.h"
 #include "EntityView.h"
+#include "LintScan.h"
 #include "Packets.h"
 #include "Similar.h"
 #include "Text.h"
@@ -94,6 +95,10 @@ void TakeDocument(const JsonText& document, const Names& names, Values& values) 
     throw UsageError(document.NameOf(document.root) + ": expected an object {" + InQuotes(names.entity) + ": {...}}");
   }
   values.document = document.root;
+  for (const RepeatedMember& member : FindRepeatedMembers(document.text)) {
+    values.unused.push_back(document.NameOf(member.offset) + ": " + InQuotes(member.name) +
+                            " stands here again; the earlier value is not used");
+  }
   for (const std::string& name : document.root.getMemberNames()) {
     // A decoded document carries the protocol's version.
     if (Contains(names.entities, name) || name == "version") continue;
@@ -115,29 +120,6 @@ void TakeDocument(const JsonText& document, const Names& names, Values& values) 
       values.unused.push_back(source + ": " + UnusedText(names, name));
     }
   }
-}
-
-// JsonCpp reads more as numbers than JSON allows: leading zeros, a point without digits behind it, a lone minus.
-bool IsJsonNumber(const std::string& text) {
-  size_t at = 0;
-  const auto skipDigits = [&] {
-    const size_t first = at;
-    while (at < text.size() && std::isdigit(static_cast<unsigned char>(text[at])) != 0) ++at;
-    return at - first;
-  };
-  if (at < text.size() && text[at] == '-') ++at;
-  const bool hasLeadingZero = at + 1 < text.size() && text[at] == '0' && text[at + 1] >= '0' && text[at + 1] <= '9';
-  if (hasLeadingZero || skipDigits() == 0) return false;
-  if (at < text.size() && text[at] == '.') {
-    ++at;
-    if (skipDigits() == 0) return false;
-  }
-  if (at < text.size() && (text[at] == 'e' || text[at] == 'E')) {
-    ++at;
-    if (at < text.size() && (text[at] == '+' || text[at] == '-')) ++at;
-    if (skipDigits() == 0) return false;
-  }
-  return at == text.size();
 }
 
 // The value of --set: JSON if it is JSON, otherwise the text itself.
@@ -309,6 +291,27 @@ uint64_t WholeRawValue(Attribute attribute, const Json::Value& value) {
   return raw;
 }
 
+// How many characters of a number's text the module reads. It takes any number of blanks before it.
+size_t LengthRead(const std::string& text, MorvixProtocolDataType_4_0 dataType) {
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  if (ProtocolDataTypeIsUInt(dataType)) {
+    if (std::isnan(std::strtod(begin, &end))) return 0;
+  } else {
+    std::strtoull(begin, &end, 10);
+  }
+  return static_cast<size_t>(end - begin);
+}
+
+// Of a text, what the module reads of it is sent, without a word about the rest.
+void NotePartlyRead(const Attribute& attribute, const std::string& text, Outcome& outcome) {
+  const size_t length = LengthRead(text, attribute.data_type);
+  if (length == text.size()) return;
+  outcome.isAltered = true;
+  outcome.note += (outcome.note.empty() ? "" : ", ") + std::string("cut: ") +
+                  (length == 0 ? "nothing of it is" : "only " + InQuotes(text.substr(0, length)) + " is") + " a number";
+}
+
 // " (45.5)" for a number that the packet holds as another one than `value`, as far as six decimals tell.
 std::string RoundedText(const Attribute& number, const Json::Value& value, uint64_t raw) {
   Json::Value holder;
@@ -317,7 +320,7 @@ std::string RoundedText(const Attribute& number, const Json::Value& value, uint6
   ProtocolGetAttrDouble_4_0(holder, "value", given);
   const std::string text = UserText(number, raw);
   const double difference = std::abs(std::strtod(text.c_str(), nullptr) - given);
-  return difference < 1e-6 || difference < 1e-12 * std::abs(given) ? "" : " (" + text + ")";
+  return difference < 1e-6 || difference <= 4e-16 * std::abs(given) ? "" : " (" + text + ")";
 }
 
 void NoteNumber(const Attribute& attribute, const Json::Value& value, Outcome& outcome) {
@@ -378,6 +381,8 @@ void NoteWritten(const ParsedEntity& entity, const Encoder& encoder, const Value
     } else if (attribute.data_type != MorvixProtocolDataTypeBool_4_0) {
       NoteNumber(attribute, value, outcome);
     }
+    const bool isText = value.isString() && attribute.data_type != MorvixProtocolDataTypeBinary_4_0;
+    if (isText) NotePartlyRead(attribute, value.asCString(), outcome);
   }
 }
 
@@ -415,32 +420,30 @@ std::string PartsText(const MorvixProtocolPackage_4_0& package, const std::vecto
 
 // The bit of attribute `index` in the flag bitmap, which is laid out like a bit group.
 std::string FlagText(size_t index, const MorvixProtocolPackage_4_0& package) {
-  const std::string number = std::to_string(index);
-  if (package.sizeFlags == 0) return number;
   MorvixProtocolPosition_4_0 position;
   position.bit_offset = static_cast<int32_t>(index);
   position.unit = MorvixProtocolUnitBit_4_0;
   position.len = 1;
   position.groupByteLength = package.sizeFlags;
-  return number + " = " +
+  return std::to_string(index) + " = " +
          BitsText(FieldBits(position, MorvixProtocolDataTypeBool_4_0, package.sizeFlags), package.flags);
 }
 
-// `package` has no payload when a value was refused.
+// Without the bits when nothing is sent: a value was refused, or there are problems that have to be none.
 std::string TableOf(const std::vector<Attribute>& attributes, const std::vector<Outcome>& outcomes,
-                    const MorvixProtocolPackage_4_0& package, bool color) {
+                    const MorvixProtocolPackage_4_0& package, bool isGood, bool color) {
   std::vector<TableRow> rows = {HeadingRow({"FLAG", "NAME", "VALUE", "PLACE", "BITS", "NOTE"}, color)};
   for (size_t i = 0; i < outcomes.size(); ++i) {
     const Outcome& outcome = outcomes[i];
     const bool isWritten = outcome.kind == Outcome::kWritten;
-    const bool isSent = isWritten && package.sizeValue != 0;
+    const bool isSent = isWritten && isGood;
     const std::string bits = isSent ? BitsText(outcome.bits, package.value) : "";
-    rows.push_back({{FlagText(i, package), ""},
+    rows.push_back({{isGood ? FlagText(i, package) : std::to_string(i), ""},
                     {NameText(attributes[i].name), ""},
                     {Shortened(Escaped(outcome.given.text), kValueColumns), ""},
                     {PlaceText(outcome.bits), ""},
                     {Shortened(bits, kBitsColumns), ""},
-                    {isWritten && !isSent ? "not sent" : outcome.note, ""}});
+                    {isWritten && !isSent && !outcome.isAltered ? "not sent" : outcome.note, ""}});
   }
   return AlignedTable(rows) + kTableKey;
 }
@@ -522,7 +525,7 @@ int Encode(const EncodeOptions& options, const CommonOptions& common, std::ostre
     out << PacketText(packet, options.output);
     if (options.explain) out << '\n' << PartsText(package, packet) << '\n';
   }
-  if (options.explain) out << TableOf(entity.attributes, outcomes, package, common.color);
+  if (options.explain) out << TableOf(entity.attributes, outcomes, package, isGood, common.color);
   return isGood ? kFine : kProblems;
 }
 

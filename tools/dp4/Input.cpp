@@ -3,12 +3,12 @@
 #include <json/reader.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <mutex>
 #include <sstream>
@@ -21,6 +21,23 @@
 namespace dp4 {
 
 namespace {
+
+// Whoever writes a longer document by hand has other troubles; without a limit an endless one would fill the memory.
+constexpr size_t kMaxFileBytes = size_t{1} << 26;
+
+std::string ReadAll(std::istream& in, const std::string& path) {
+  std::string text;
+  std::vector<char> buffer(65536);
+  while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() != 0) {
+    text.append(buffer.data(), static_cast<size_t>(in.gcount()));
+    if (text.size() > kMaxFileBytes) {
+      throw UsageError(FileName(path) + ": expected at most " + std::to_string(kMaxFileBytes) + " bytes");
+    }
+  }
+  if (in.bad()) throw UsageError(FileName(path) + ": cannot be read");
+  if (text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3);
+  return text;
+}
 
 // The first problem of a report of the form "* Line 3, Column 5\n  Syntax error: ...\n".
 JsonError FirstError(const std::string& report) {
@@ -85,22 +102,20 @@ std::string PlaceName(const std::string& path, const Place& place) {
 }
 
 std::string JsonText::NameOf(const Json::Value& value) const {
+  return NameOf(static_cast<size_t>(std::max<ptrdiff_t>(value.getOffsetStart(), 0)));
+}
+
+std::string JsonText::NameOf(size_t offset) const {
   if (lineStarts_.empty()) {
     lineStarts_.push_back(0);
     for (size_t i = text.find('\n'); i != std::string::npos; i = text.find('\n', i + 1)) lineStarts_.push_back(i + 1);
   }
-  const auto offset = static_cast<size_t>(std::max<ptrdiff_t>(value.getOffsetStart(), 0));
   const auto next = std::upper_bound(lineStarts_.begin(), lineStarts_.end(), offset);
   return PlaceName(path, {static_cast<size_t>(next - lineStarts_.begin()), offset - *(next - 1) + 1});
 }
 
 std::string ReadWholeFile(const std::string& path) {
-  const auto readAll = [](std::istream& in) {
-    std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    if (text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3);
-    return text;
-  };
-  if (path == "-") return readAll(std::cin);
+  if (path == "-") return ReadAll(std::cin, path);
   errno = 0;
   std::ifstream file(path, std::ios::binary);
   const bool isOpen = file.is_open();
@@ -109,7 +124,7 @@ std::string ReadWholeFile(const std::string& path) {
     throw UsageError(FileName(path) + ": cannot be read: " + std::generic_category().message(errno != 0 ? errno : EIO));
   }
   file.clear();
-  return readAll(file);
+  return ReadAll(file, path);
 }
 
 bool ParseJsonText(const std::string& text, Json::Value& value, JsonError& error) {
@@ -124,6 +139,28 @@ bool ParseJsonText(const std::string& text, Json::Value& value, JsonError& error
     error = {Place(), "nested too deep"};
   }
   return false;
+}
+
+bool IsJsonNumber(const std::string& text) {
+  size_t at = 0;
+  const auto skipDigits = [&] {
+    const size_t first = at;
+    while (at < text.size() && std::isdigit(static_cast<unsigned char>(text[at])) != 0) ++at;
+    return at - first;
+  };
+  if (at < text.size() && text[at] == '-') ++at;
+  const bool hasLeadingZero = at + 1 < text.size() && text[at] == '0' && text[at + 1] >= '0' && text[at + 1] <= '9';
+  if (hasLeadingZero || skipDigits() == 0) return false;
+  if (at < text.size() && text[at] == '.') {
+    ++at;
+    if (skipDigits() == 0) return false;
+  }
+  if (at < text.size() && (text[at] == 'e' || text[at] == 'E')) {
+    ++at;
+    if (at < text.size() && (text[at] == '+' || text[at] == '-')) ++at;
+    if (skipDigits() == 0) return false;
+  }
+  return at == text.size();
 }
 
 JsonText ReadJsonFile(const std::string& path) {
@@ -142,14 +179,18 @@ const Json::Value& ChooseEntity(const JsonText& configuration, const std::string
     throw UsageError(configuration.NameOf(configuration.root) + ": expected an object with an array \"entities\"");
   }
   const Json::Value& all = configuration.root["entities"];
+  if (all.empty()) throw UsageError(configuration.NameOf(all) + ": expected an entity, found none");
   std::string known;
+  const Json::Value* byId = nullptr;
   for (const Json::Value& entity : all) {
     int32_t id = 0;
     std::string name;
     if (!ProtocolGetAttrInteger_4_0(entity, "id", id) || !ProtocolGetAttrString_4_0(entity, "name", name)) continue;
-    if (!choice.empty() && (name == choice || std::to_string(id) == choice)) return entity;
+    if (!choice.empty() && name == choice) return entity;
+    if (byId == nullptr && std::to_string(id) == choice) byId = &entity;
     known += (known.empty() ? "" : ", ") + NameText(name) + " (" + std::to_string(id) + ")";
   }
+  if (byId != nullptr) return *byId;
   if (choice.empty() && all.size() == 1) return all[0];
   throw UsageError(
       FileName(configuration.path) + ": " +

@@ -44,12 +44,14 @@ struct JsonText {
 
   // Where `value`, which is part of `root`, begins: "FILE:LINE:COLUMN".
   std::string NameOf(const Json::Value& value) const;
+  std::string NameOf(size_t offset) const;
 
  private:
   mutable std::vector<size_t> lineStarts_;  // found when they are first asked for
 };
 
-// The whole of a file, or of standard input for "-", without a byte-order mark. Throws UsageError.
+// The whole of a file, or of standard input for "-", without a byte-order mark. Throws UsageError, also when it is
+// longer than 64 MiB.
 std::string ReadWholeFile(const std::string& path);
 
 // What is wrong with a text that is not JSON: one line of text and its place.
@@ -62,11 +64,15 @@ struct JsonError {
 // `error` set when it is none.
 bool ParseJsonText(const std::string& text, Json::Value& value, JsonError& error);
 
+// Whether a number is written as JSON allows. JsonCpp reads more: leading zeros, a point without digits behind it, a
+// lone minus.
+bool IsJsonNumber(const std::string& text);
+
 // Reads a JSON file. Throws UsageError, which for a text that is not JSON reads "FILE:LINE:COLUMN: not JSON: ...".
 JsonText ReadJsonFile(const std::string& path);
 
-// The entity of a configuration that `choice` names by its name or id; an empty choice is for the only one. Throws
-// UsageError.
+// The entity of a configuration that `choice` names by its name or else its id; an empty choice is for the only one.
+// Throws UsageError.
 const Json::Value& ChooseEntity(const JsonText& configuration, const std::string& choice);
 
 // One log line of the module.

@@ -4,20 +4,38 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <string_view>
+
+#include "Text.h"
 
 namespace dp4 {
 
 namespace {
 
-// Where a comment begins, which JsonCpp takes between members even when it is told not to; npos for none.
-size_t FindComment(const std::string& json) {
-  bool isInString = false;
-  for (size_t i = 0; i < json.size(); ++i) {
-    if (json[i] == '"') isInString = !isInString;
-    if (json[i] == '\\') ++i;
-    if (json[i] == '/' && !isInString) return i;
+// What JsonCpp takes and JSON does not, with its place: comments between members, numbers in forms of its own, and
+// bytes that are no UTF-8. False for none.
+bool FindForeign(const std::string& json, HexError& error) {
+  const size_t noText = FindNoUtf8(json);
+  if (noText != std::string::npos) {
+    error = {noText + 1, "not JSON: a byte that is no UTF-8"};
+    return true;
   }
-  return std::string::npos;
+  for (size_t i = 0; i < json.size(); ++i) {
+    if (json[i] == '"') {
+      for (++i; i < json.size() && json[i] != '"'; ++i) i += json[i] == '\\' ? 1 : 0;
+    } else if (json[i] == '/') {
+      error = {i + 1, "not JSON: a comment, where none was expected"};
+      return true;
+    } else if (std::string_view("-.0123456789").find(json[i]) != std::string_view::npos) {
+      const size_t end = std::min(json.find_first_not_of("+-.0123456789eE", i), json.size());
+      if (!IsJsonNumber(json.substr(i, end - i))) {
+        error = {i + 1, "not JSON: a number that is written in another way"};
+        return true;
+      }
+      i = end - 1;
+    }
+  }
+  return false;
 }
 
 // Of a reader's report, "* Line 1, Column 5\n  Syntax error: ...\n".
@@ -38,11 +56,7 @@ bool ReadJsonLine(const std::string& line, JsonLine& parts, HexError& error) {
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     return builder.newCharReader();
   }();
-  const size_t comment = FindComment(line);
-  if (comment != std::string::npos) {
-    error = {comment + 1, "not JSON: a comment, where none was expected"};
-    return false;
-  }
+  if (FindForeign(line, error)) return false;
   std::string report;
   try {
     if (!reader.parse(line.data(), line.data() + line.size(), &parts.others, &report)) {

@@ -35,6 +35,7 @@ bool LineReader::Next(std::string& line) {
     break;
   }
   if (isAny) ++number_;
+  if (number_ == 1 && line.compare(0, 3, "\xef\xbb\xbf") == 0) line.erase(0, 3);
   return isAny;
 }
 

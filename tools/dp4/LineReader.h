@@ -19,7 +19,8 @@ class LineReader {
   // `beforeWaiting` is called whenever reading on may have to wait for more to come.
   LineReader(std::istream& in, std::function<void()> beforeWaiting);
 
-  // The next line, cut at the limit; false at the end. Throws UsageError when the stream cannot be read.
+  // The next line, cut at the limit, the first without a byte-order mark; false at the end. Throws UsageError when the
+  // stream cannot be read.
   bool Next(std::string& line);
 
   bool IsTooLong() const { return isTooLong_; }

@@ -86,7 +86,9 @@ std::string ValuesText(const AttributeView& view) {
   const MorvixProtocolAttribute_4_0& attribute = view.attribute;
   if (ProtocolDataTypeIsUInt(attribute.data_type)) return RangeText(view);
   if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) return ItemsText(attribute.enumList);
-  if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) return Count(view.bits.size() / 8, "byte");
+  if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) {
+    return view.bits.empty() ? "" : Count(view.bits.size() / 8, "byte");
+  }
   return "false, true";
 }
 

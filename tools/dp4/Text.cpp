@@ -47,7 +47,7 @@ size_t ReadCharacter(const std::string& text, size_t at, uint32_t& code) {
     code = code << 6 | (next & 0x3fU);
   }
   const bool isShortest = length < 3 || code >= (length == 3 ? 0x800U : 0x10000U);
-  const bool isCharacter = code <= 0x10ffff && (code < 0xd800 || code > 0xdfff) && (code & 0xfffe) != 0xfffe;
+  const bool isCharacter = code <= 0x10ffff && (code < 0xd800 || code > 0xdfff);
   return isShortest && isCharacter ? length : 0;
 }
 
@@ -127,11 +127,21 @@ std::string Escaped(const std::string& text) {
     } else if (code == '\\') {
       escaped += "\\\\";
     } else {
-      escaped += IsIn(kEscaped, code) ? EscapeOf(code) : text.substr(at, length);
+      const bool isNoCharacter = (code & 0xfffe) == 0xfffe;
+      escaped += isNoCharacter || IsIn(kEscaped, code) ? EscapeOf(code) : text.substr(at, length);
     }
     at += std::max<size_t>(length, 1);
   }
   return escaped;
+}
+
+size_t FindNoUtf8(const std::string& text) {
+  uint32_t code = 0;
+  for (size_t at = 0, length = 0; at < text.size(); at += length) {
+    length = ReadCharacter(text, at, code);
+    if (length == 0) return at;
+  }
+  return std::string::npos;
 }
 
 std::string NameText(const std::string& name) { return name.empty() ? "\"\"" : Escaped(name); }

@@ -15,6 +15,9 @@ namespace dp4 {
 // are no UTF-8, become escapes with a backslash, and so does the backslash.
 std::string Escaped(const std::string& text);
 
+// Where the first byte is that is no part of a UTF-8 character; npos for nowhere.
+size_t FindNoUtf8(const std::string& text);
+
 // An escaped name that can be seen even when it is empty.
 std::string NameText(const std::string& name);
 
