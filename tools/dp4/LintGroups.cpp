@@ -43,20 +43,53 @@ std::vector<Run> RunsOf(const std::vector<Attribute>& attributes) {
   return runs;
 }
 
-// A group as its device sees it: the members of a run that have one byte_offset. By the highest of them, and the first.
-struct Group {
-  const Attribute* first;
-  const Attribute* highest;
-};
+// A type and a byte_offset, which name a bit group.
+using GroupKey = std::pair<uint32_t, int32_t>;
 
-std::map<int32_t, Group> GroupsOf(const Run& run) {
-  std::map<int32_t, Group> groups;
-  for (const Attribute* member : run.members) {
-    if (!IsInBits(*member) || member->position.bit_offset < 0 || member->position.len < 1) continue;
-    Group& group = groups.emplace(member->position.byte_offset, Group{member, member}).first->second;
-    if (EndBit(*member) > EndBit(*group.highest)) group.highest = member;
+// A group as its device sees it: the attributes that have one key, with the highest of them.
+using Groups = std::map<GroupKey, const Attribute*>;
+
+bool IsMember(const Attribute& attribute) {
+  return IsBitPacked(attribute) && IsInBits(attribute) && attribute.position.bit_offset >= 0 &&
+         attribute.position.len >= 1;
+}
+
+GroupKey KeyOf(const Attribute& member) { return {member.type, member.position.byte_offset}; }
+
+Groups GroupsOf(const std::vector<Attribute>& attributes) {
+  Groups groups;
+  for (const Attribute& attribute : attributes) {
+    if (!IsMember(attribute)) continue;
+    const Attribute*& highest = groups.emplace(KeyOf(attribute), &attribute).first->second;
+    if (EndBit(attribute) > EndBit(*highest)) highest = &attribute;
   }
   return groups;
+}
+
+// The members of a group that stand in one run. The run's size is right if it is what the whole group needs.
+struct Part {
+  const Run* run;
+  const Attribute* first;
+  const Attribute* highest;
+  const Attribute* highestOfGroup;
+
+  size_t Size() const { return run->Size(); }
+  size_t OwnNeed() const { return NeededBytes(*highest); }
+  size_t Need() const { return NeededBytes(*highestOfGroup); }
+  // Whether the run has another size than these members need, for themselves and with the rest of their group.
+  bool IsMissized() const { return Size() != OwnNeed() && Size() != Need(); }
+};
+
+// By byte_offset.
+std::map<int32_t, Part> PartsOf(const Run& run, const Groups& groups) {
+  std::map<int32_t, Part> parts;
+  for (const Attribute* member : run.members) {
+    if (!IsMember(*member)) continue;
+    const Part alone{&run, member, member, groups.at(KeyOf(*member))};
+    Part& part = parts.emplace(member->position.byte_offset, alone).first->second;
+    if (EndBit(*member) > EndBit(*part.highest)) part.highest = member;
+  }
+  return parts;
 }
 
 std::string SizesText(size_t size, size_t needed) {
@@ -79,73 +112,82 @@ std::string EffectOfSize(const LintEntity& entity, const Attribute& member, size
   return shouldBeAt.IsEmpty() ? effect : effect + " instead of " + BitsText(shouldBeAt);
 }
 
-void LintLastGroup(const LintEntity& entity, const Run& run, const Group& group, size_t payloadLength,
-                   Findings& findings) {
-  const Attribute& last = run.Last();
-  if (EndBit(last) >= EndBit(*group.highest)) return;
+void LintLastPart(const LintEntity& entity, const Part& part, size_t payloadLength, Findings& findings) {
+  const Attribute& last = part.run->Last();
+  if (EndBit(last) >= EndBit(*part.highest)) return;
   const Spot spot = entity.At(last, {"position"});
   const std::string message = "the last member " + entity.Label(last) + " of its bit group ends at bit " +
-                              std::to_string(EndBit(last) - 1) + ", but " + entity.Label(*group.highest) +
-                              " ends at bit " + std::to_string(EndBit(*group.highest) - 1);
-  const std::string mend = "list " + entity.Label(*group.highest) + " last in its group";
-  const size_t needed = NeededBytes(*group.highest);
-  if (needed == run.Size()) {
-    findings.AddOnce(RuleId::kGroupOrder, spot, message, "none: both need a group of " + Count(needed, "byte"), mend);
+                              std::to_string(EndBit(last) - 1) + ", but " + entity.Label(*part.highest) +
+                              " ends at bit " + std::to_string(EndBit(*part.highest) - 1);
+  const std::string mend = "list " + entity.Label(*part.highest) + " last in its group";
+  if (!part.IsMissized()) {
+    findings.AddOnce(RuleId::kGroupOrder, spot, message, "none: both need a group of " + Count(part.OwnNeed(), "byte"),
+                     mend);
     return;
   }
-  findings.AddOnce(RuleId::kGroupLastNotHighest, spot, message, EffectOfSize(entity, last, needed, payloadLength),
+  findings.AddOnce(RuleId::kGroupLastNotHighest, spot, message, EffectOfSize(entity, last, part.Need(), payloadLength),
                    mend);
 }
 
-// A group of the run that does not hold the run's last attribute.
-void LintOtherGroup(const LintEntity& entity, const Run& run, const Group& group, size_t payloadLength,
-                    Findings& findings) {
-  const size_t needed = NeededBytes(*group.highest);
-  if (needed == run.Size()) return;
-  findings.AddOnce(RuleId::kGroupSizedByAnother, entity.At(*group.first, {"position"}),
-                   "the bit group of " + entity.Label(*group.first) + " at byte " +
-                       std::to_string(group.first->position.byte_offset) + " is sized by " + entity.Label(run.Last()) +
-                       ", which ends the run of bools and enums",
-                   EffectOfSize(entity, *group.first, needed, payloadLength),
+// Members of another group than that of the run's last attribute.
+void LintOtherPart(const LintEntity& entity, const Part& part, size_t payloadLength, Findings& findings) {
+  if (!part.IsMissized()) return;
+  findings.AddOnce(RuleId::kGroupSizedByAnother, entity.At(*part.first, {"position"}),
+                   "the bit group of " + entity.Label(*part.first) + " at byte " +
+                       std::to_string(part.first->position.byte_offset) + " is sized by " +
+                       entity.Label(part.run->Last()) + ", which ends the run of bools and enums",
+                   EffectOfSize(entity, *part.first, part.Need(), payloadLength),
                    "list a number or binary of the same type between the two groups, or make them equally long");
 }
 
-void LintRun(const LintEntity& entity, const Run& run, size_t payloadLength, Findings& findings) {
-  const std::map<int32_t, Group> groups = GroupsOf(run);
-  const Attribute& last = run.Last();
-  if (!IsInBits(last) && !groups.empty()) {
-    const Group& group = groups.begin()->second;
-    findings.AddOnce(RuleId::kGroupSizedByBytes, entity.At(last, {"position", "unit"}),
-                     "the enum " + entity.Label(last) + " in byte units ends a run of bit fields and sizes their group",
-                     "its bit_offset and len make a group of " + Count(run.Size(), "byte") + "; " +
-                         entity.Label(*group.highest) + " needs " + Count(NeededBytes(*group.highest), "byte"),
-                     "list it before the bit fields, or behind a number or binary of the same type");
+void LintSizedByBytes(const LintEntity& entity, const Run& run, const std::map<int32_t, Part>& parts,
+                      Findings& findings) {
+  std::vector<std::string> needs;
+  for (const auto& [byteOffset, part] : parts) {
+    if (!part.IsMissized()) continue;
+    needs.push_back(entity.Label(*part.highestOfGroup) + " needs " + Count(part.Need(), "byte"));
   }
-  for (const auto& [byteOffset, group] : groups) {
-    if (IsInBits(last) && byteOffset == last.position.byte_offset) {
-      LintLastGroup(entity, run, group, payloadLength, findings);
-    } else if (IsInBits(last)) {
-      LintOtherGroup(entity, run, group, payloadLength, findings);
+  if (needs.empty()) return;
+  const Attribute& last = run.Last();
+  findings.AddOnce(
+      RuleId::kGroupSizedByBytes, entity.At(last, {"position", "unit"}),
+      std::string("the ") + DataTypeName(last.data_type) + " " + entity.Label(last) +
+          " in byte units ends a run of bit fields and sizes their group",
+      "its bit_offset and len make a group of " + Count(run.Size(), "byte") + "; " + Listed(needs, needs.size()),
+      "list it before the bit fields, or behind a number or binary of the same type");
+}
+
+void LintRun(const LintEntity& entity, const Run& run, const Groups& groups, size_t payloadLength, Findings& findings) {
+  const std::map<int32_t, Part> parts = PartsOf(run, groups);
+  const Attribute& last = run.Last();
+  if (!IsInBits(last)) return LintSizedByBytes(entity, run, parts, findings);
+  for (const auto& [byteOffset, part] : parts) {
+    if (byteOffset == last.position.byte_offset) {
+      LintLastPart(entity, part, payloadLength, findings);
+    } else {
+      LintOtherPart(entity, part, payloadLength, findings);
     }
   }
 }
 
-// Groups of one type and byte_offset in several runs.
-void LintSplits(const LintEntity& entity, const std::vector<Run>& runs, size_t payloadLength, Findings& findings) {
-  std::map<std::pair<uint32_t, int32_t>, const Attribute*> firsts;
+// Groups whose members stand in several runs, of which some are therefore too short.
+void LintSplits(const LintEntity& entity, const std::vector<Run>& runs, const Groups& groups, size_t payloadLength,
+                Findings& findings) {
+  std::map<GroupKey, std::vector<Part>> split;
   for (const Run& run : runs) {
-    for (const auto& [byteOffset, group] : GroupsOf(run)) {
-      const Attribute& member = *group.first;
-      const auto known = firsts.emplace(std::pair<uint32_t, int32_t>(member.type, byteOffset), &member);
-      const Attribute& first = *known.first->second;
-      if (first.position.groupByteLength == member.position.groupByteLength) continue;
-      const bool isShorter = first.position.groupByteLength < member.position.groupByteLength;
-      const Attribute& shorter = isShorter ? first : member;
-      const size_t needed = std::max(first.position.groupByteLength, member.position.groupByteLength);
-      findings.AddOnce(RuleId::kGroupSplit, entity.At(member, {"position"}),
-                       entity.Label(member) + " does not stand next to " + entity.Label(first) +
-                           " of the same bit group at byte " + std::to_string(byteOffset),
-                       EffectOfSize(entity, shorter, needed, payloadLength),
+    for (const auto& [byteOffset, part] : PartsOf(run, groups)) split[KeyOf(*part.first)].push_back(part);
+  }
+  for (const auto& [key, parts] : split) {
+    const Part& first = parts.front();
+    const auto highest =
+        std::find_if(parts.begin(), parts.end(), [](const Part& part) { return part.highest == part.highestOfGroup; });
+    for (const Part& part : parts) {
+      if (part.OwnNeed() == part.Need() || part.Size() == part.Need()) continue;
+      const Attribute& later = &part == &first ? *highest->first : *part.first;
+      findings.AddOnce(RuleId::kGroupSplit, entity.At(later, {"position"}),
+                       entity.Label(later) + " does not stand next to " + entity.Label(*first.first) +
+                           " of the same bit group at byte " + std::to_string(key.second),
+                       EffectOfSize(entity, *part.first, part.Need(), payloadLength),
                        "list the members of a bit group one behind the other");
     }
   }
@@ -175,8 +217,9 @@ void LintGroups(const LintEntity& entity, Findings& findings) {
                                                                       {&entity.writable, entity.writeLength}};
   for (const auto& [attributes, payloadLength] : layouts) {
     const std::vector<Run> runs = RunsOf(*attributes);
-    for (const Run& run : runs) LintRun(entity, run, payloadLength, findings);
-    LintSplits(entity, runs, payloadLength, findings);
+    const Groups groups = GroupsOf(*attributes);
+    for (const Run& run : runs) LintRun(entity, run, groups, payloadLength, findings);
+    LintSplits(entity, runs, groups, payloadLength, findings);
   }
   LintSizes(entity, findings);
 }

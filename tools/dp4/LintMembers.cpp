@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <unordered_map>
 #include <utility>
 
@@ -23,6 +24,7 @@ const Names kAttributeMembers = {"id",        "name",     "display_name", "desc"
                                  "data_type", "position", "uint_spec",    "enum"};
 const Names kPositionMembers = {"byte_offset", "bit_offset", "unit", "len"};
 const Names kScalingMembers = {"min", "max", "ratio", "addition"};
+const Names kTypes = {"status_writable", "status_readonly", "alert", "fault"};
 
 bool Contains(const Names& names, const std::string& name) {
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -48,8 +50,10 @@ std::string Described(const Json::Value& value) {
       return value.empty() ? "an empty array" : "an array";
     case Json::objectValue:
       return "an object";
-    case Json::realValue:
-      return "the real number " + value.asString();
+    case Json::realValue: {
+      const std::string text = ShortestText(value.asDouble());
+      return "the real number " + text + (text.find_first_not_of("-0123456789") == std::string::npos ? ".0" : "");
+    }
     default:
       return "the number " + value.asString();
   }
@@ -102,7 +106,7 @@ bool ReadNumber(const Json::Value& object, const char* member, double& number, s
   if (Contains({"ratio", "addition"}, member)) {
     number = 0;
     if (!ProtocolGetAttrDouble_4_0(object, member, number)) return false;
-    text = std::isfinite(number) ? NumberText(number) : std::to_string(number);
+    text = ShortestText(number);
   } else if (Contains({"min", "max"}, member)) {
     if (object[member].isArray() || object[member].isObject()) return false;
     if (!ProtocolGetAttrInteger64_4_0(object, member, limit)) return false;
@@ -187,13 +191,21 @@ struct Drop {
   std::string member;  // as the parser names it
   bool onReading;
   bool onWriting;
+  size_t holder;      // the element whose scaling was in force
+  size_t laterFlags;  // flag bits that shift if the attribute, whose type cannot be told, is meant to be writable
 };
 
 // What a drop means, in the parser's words.
 std::string EffectOfDrop(const Drop& drop, const LintEntity& entity) {
-  const bool isWritable = entity.elements[drop.element].IsWritable();
+  const Element& element = entity.elements[drop.element];
+  const bool isWritable = element.IsWritable();
   std::string effect = "the parser logs \"Warning: '" + drop.member + "' is invalid, skip.\"; ";
-  if (drop.onReading && drop.onWriting && isWritable) return effect + "it can be neither read nor written";
+  if (drop.onReading && drop.onWriting && (isWritable || element.group == MorvixProtocolTypeUnknown_4_0)) {
+    effect += "it can be neither read nor written";
+    if (drop.laterFlags == 0) return effect;
+    return effect + "; if it is meant to be writable, this shifts the flag bits of " +
+           Count(drop.laterFlags, "later attribute");
+  }
   if (drop.onReading) return effect + (isWritable ? "it can be written, but no decode shows it" : "no decode shows it");
   return effect + "decodes show it, but it cannot be written";
 }
@@ -246,7 +258,6 @@ std::pair<std::string, std::string> FaultOf(const LintEntity& entity, size_t ele
 }
 
 void AddKeyword(const LintEntity& entity, const Drop& drop, const char* name, const Spot& spot, Findings& findings) {
-  static const Names kTypes = {"status_writable", "status_readonly", "alert", "fault"};
   static const Names kDataTypes = {"bool", "enum", "binary", "uint8", "uint16", "uint32", "uint64"};
   static const Names kUnits = {"byte", "bit"};
   const Names& known = std::strcmp(name, "type") == 0        ? kTypes
@@ -280,8 +291,28 @@ bool Throws(const Json::Value& uintSpec, const std::string& limit) {
   }
 }
 
-// `holder` is the element whose scaling was in force when the attribute was dropped.
-void AddDrop(const LintEntity& entity, const Drop& drop, size_t holder, Findings& findings) {
+// Which walks over the entity use a scaling.
+struct ScalingUse {
+  bool onReading = false;
+  bool onWriting = false;
+};
+
+std::string EffectOfLimitKind(const ScalingUse& use) {
+  if (use.onReading && use.onWriting) return "every encode, decode and parse of the entity throws Json::LogicError";
+  if (use.onReading) {
+    return "every decode of the entity and every parse that takes its group throws Json::LogicError; encoding does not "
+           "look at it";
+  }
+  return "every encode of the entity throws Json::LogicError; decoding does not look at it";
+}
+
+// A mend that concerns the uint_spec of another attribute.
+std::string MendElsewhere(const std::string& mend, const std::string& label) {
+  const bool isQuestion = mend.back() == '?';
+  return mend.substr(0, mend.size() - (isQuestion ? 1 : 0)) + " in the uint_spec of " + label + (isQuestion ? "?" : "");
+}
+
+void AddDrop(const LintEntity& entity, const Drop& drop, const std::map<size_t, ScalingUse>& uses, Findings& findings) {
   if (drop.member == "type" || drop.member == "data_type") {
     const Spot spot = entity.At(drop.element, {drop.member.c_str()});
     if (spot.value->isString()) return AddKeyword(entity, drop, drop.member.c_str(), spot, findings);
@@ -299,18 +330,19 @@ void AddDrop(const LintEntity& entity, const Drop& drop, size_t holder, Findings
     return findings.Add(RuleId::kAttributeDropped, SpotOf(entity, drop.element, drop.member),
                         subject + when + ": " + fault.first, effect, fault.second);
   }
-  const auto fault = FaultOf(entity, holder, drop.member);
-  const Spot spot = SpotOf(entity, holder, drop.member);
-  if (Throws((*entity.elements[holder].json)["uint_spec"], drop.member)) {
-    return findings.AddOnce(RuleId::kLimitKind, spot, entity.Label(holder) + ": " + fault.first,
-                            "every encode, decode and parse of the entity throws Json::LogicError", fault.second);
+  const auto fault = FaultOf(entity, drop.holder, drop.member);
+  const std::string holder = entity.Label(drop.holder);
+  const Spot spot = SpotOf(entity, drop.holder, drop.member);
+  if (Throws((*entity.elements[drop.holder].json)["uint_spec"], drop.member)) {
+    return findings.AddOnce(RuleId::kLimitKind, spot, holder + ": " + fault.first,
+                            EffectOfLimitKind(uses.at(drop.holder)), fault.second);
   }
-  if (holder == drop.element) {
+  if (drop.holder == drop.element) {
     return findings.Add(RuleId::kAttributeDropped, spot, subject + when + ": " + fault.first, effect, fault.second);
   }
   findings.Add(RuleId::kInheritedScaling, entity.At(drop.element),
-               subject + when + ": it inherits the uint_spec of " + entity.Label(holder) + ", in which " + fault.first,
-               effect, fault.second + " in the uint_spec of " + entity.Label(holder));
+               subject + when + ": it inherits the uint_spec of " + holder + ", in which " + fault.first, effect,
+               MendElsewhere(fault.second, holder));
 }
 
 // Follows the scaling that is in force through the walk over the elements.
@@ -327,6 +359,12 @@ class ScalingWalk {
   size_t holder_ = kNoElement;
 };
 
+// The type that one which is none may have been meant to be; empty when that cannot be told.
+std::string MeantType(const Element& element) {
+  const Json::Value& type = (*element.json)["type"];
+  return type.isString() ? SimilarName(UpToNul(type.asString()), kTypes) : "";
+}
+
 void AddShift(const LintEntity& entity, size_t element, size_t taken, size_t dropped, Findings& findings) {
   if (taken >= entity.writable.size()) return;
   const Attribute& next = entity.writable[taken];
@@ -339,30 +377,63 @@ void AddShift(const LintEntity& entity, size_t element, size_t taken, size_t dro
                "mend " + entity.Label(element) + ", or remove it from the device's list as well");
 }
 
+// The walk over the elements in their order.
+class DropWalk {
+ public:
+  DropWalk(const LintEntity& entity, Findings& findings) : entity_(entity), findings_(findings) {}
+
+  void Visit(size_t index) {
+    const Element& element = entity_.elements[index];
+    const std::string& onReading = element.droppedOnReading;
+    const std::string& onWriting = element.droppedOnWriting;
+    const bool isWritable = element.IsWritable();
+    const size_t readHolder = reading_.Advance(index, element, onReading);
+    const size_t writeHolder = isWritable ? writing_.Advance(index, element, onWriting) : kNoElement;
+    if (Contains(kScalingMembers, onReading)) uses_[readHolder].onReading = true;
+    if (Contains(kScalingMembers, onWriting)) uses_[writeHolder].onWriting = true;
+    if (isWritable && onWriting.empty()) ++taken_;
+    const size_t laterFlags = NoteShift(index);
+    const bool isOneReason = onReading == onWriting && readHolder == writeHolder;
+    if (!onReading.empty() && !onWriting.empty() && (isOneReason || !isWritable)) {
+      drops_.push_back({index, onReading, true, true, readHolder, laterFlags});
+      return;
+    }
+    if (!onReading.empty()) drops_.push_back({index, onReading, true, !onWriting.empty(), readHolder, 0});
+    if (!onWriting.empty()) drops_.push_back({index, onWriting, !onReading.empty(), true, writeHolder, 0});
+  }
+
+  void Finish() {
+    for (const Drop& drop : drops_) AddDrop(entity_, drop, uses_, findings_);
+  }
+
+ private:
+  // Reports the flag bits that a drop shifts; gives their number when the attribute may be meant to be writable or not.
+  size_t NoteShift(size_t index) {
+    const Element& element = entity_.elements[index];
+    const bool isUnknown = element.json->isObject() && element.group == MorvixProtocolTypeUnknown_4_0;
+    const std::string meant = isUnknown ? MeantType(element) : "";
+    if ((element.IsWritable() && !element.droppedOnWriting.empty()) || meant == kTypes[0]) {
+      AddShift(entity_, index, taken_, ++dropped_, findings_);
+    }
+    return isUnknown && meant.empty() ? entity_.writable.size() - taken_ : 0;
+  }
+
+  const LintEntity& entity_;
+  Findings& findings_;
+  ScalingWalk reading_;
+  ScalingWalk writing_;
+  size_t taken_ = 0;    // writable attributes so far that became records
+  size_t dropped_ = 0;  // and that did not
+  std::vector<Drop> drops_;
+  std::map<size_t, ScalingUse> uses_;
+};
+
 }  // namespace
 
 void LintDropped(const LintEntity& entity, Findings& findings) {
-  ScalingWalk reading;
-  ScalingWalk writing;
-  size_t taken = 0;    // writable attributes so far that became records
-  size_t dropped = 0;  // and that did not
-  for (size_t i = 0; i < entity.elements.size(); ++i) {
-    const Element& element = entity.elements[i];
-    const bool isWritable = element.IsWritable();
-    const size_t readHolder = reading.Advance(i, element, element.droppedOnReading);
-    const size_t writeHolder = isWritable ? writing.Advance(i, element, element.droppedOnWriting) : kNoElement;
-    const bool onReading = !element.droppedOnReading.empty();
-    const bool onWriting = !element.droppedOnWriting.empty();
-    if (isWritable && !onWriting) ++taken;
-    if (isWritable && onWriting) AddShift(entity, i, taken, ++dropped, findings);
-    const bool isOneReason = element.droppedOnReading == element.droppedOnWriting && readHolder == writeHolder;
-    if (onReading && onWriting && (isOneReason || !isWritable)) {
-      AddDrop(entity, {i, element.droppedOnReading, true, true}, readHolder, findings);
-      continue;
-    }
-    if (onReading) AddDrop(entity, {i, element.droppedOnReading, true, onWriting}, readHolder, findings);
-    if (onWriting) AddDrop(entity, {i, element.droppedOnWriting, onReading, true}, writeHolder, findings);
-  }
+  DropWalk walk(entity, findings);
+  for (size_t i = 0; i < entity.elements.size(); ++i) walk.Visit(i);
+  walk.Finish();
 }
 
 // ---- Names ----

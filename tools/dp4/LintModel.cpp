@@ -1,6 +1,7 @@
 #include "LintModel.h"
 
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 namespace dp4 {
@@ -266,15 +267,15 @@ std::string BitsText(const BitRange& range) {
   return bits + " of " + BytesText(range);
 }
 
-std::string Listed(const std::vector<std::string>& labels) {
+std::string Listed(const std::vector<std::string>& labels, size_t count) {
   constexpr size_t kShown = 4;
-  const size_t shown = labels.size() <= kShown + 1 ? labels.size() : kShown;
+  const size_t shown = count <= kShown + 1 ? count : kShown;
   std::string listed;
   for (size_t i = 0; i < shown; ++i) {
-    const bool isLast = i + 1 == labels.size();
+    const bool isLast = i + 1 == count;
     listed += (i == 0 ? "" : isLast ? " and " : ", ") + labels[i];
   }
-  if (shown < labels.size()) listed += " and " + std::to_string(labels.size() - shown) + " more";
+  if (shown < count) listed += " and " + std::to_string(count - shown) + " more";
   return listed;
 }
 
@@ -318,6 +319,12 @@ BitRange Locate(const Attribute& field, size_t payloadLength) {
   range.begin = static_cast<int64_t>(bits.back() + 8 * window.shift);
   range.end = isLong ? range.begin + 8 * int64_t{bytes} : static_cast<int64_t>(bits.front() + 1 + 8 * window.shift);
   return range;
+}
+
+std::string ShortestText(double number) {
+  char text[32];
+  const std::to_chars_result result = std::to_chars(std::begin(text), std::end(text), number);
+  return std::string(std::begin(text), result.ptr);
 }
 
 Attribute Keyed(const Attribute& field, const std::string& key) {

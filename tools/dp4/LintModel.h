@@ -94,8 +94,9 @@ struct BitRange {
 std::string BytesText(const BitRange& range);
 // "bit 4 of byte 3", "bits 4 to 2 of byte 3", or bytes.
 std::string BitsText(const BitRange& range);
-// "'a'", "'a' and 'b'", "'a', 'b', 'c' and 5 more", for lists of any length.
-std::string Listed(const std::vector<std::string>& labels);
+// "'a'", "'a' and 'b'", "'a', 'b', 'c', 'd' and 5 more", for lists of any length: `labels` holds all `count` or at
+// least the first five of them.
+std::string Listed(const std::vector<std::string>& labels, size_t count);
 
 // The module's answers for one field cost as much as the payload is long. This moves fields that are looked at together
 // to the payload's start and cuts the rest off; every answer is as for the payload of `payloadLength` bytes, which is
@@ -109,6 +110,9 @@ Window WindowOn(const std::vector<Attribute>& fields, size_t payloadLength);
 
 // Where the module writes a field.
 BitRange Locate(const Attribute& field, size_t payloadLength);
+
+// The shortest text that is read as this number.
+std::string ShortestText(double number);
 
 // The same field for a probe, by the name `key` in all documents.
 Attribute Keyed(const Attribute& field, const std::string& key);

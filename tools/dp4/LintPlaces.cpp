@@ -1,12 +1,13 @@
 // Where fields lie in the payload: whether they can be used, what they share, and whom writing them disturbs.
 
 #include <algorithm>
-#include <iterator>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "LintCoverage.h"
 #include "LintModel.h"
 
 namespace dp4 {
@@ -150,48 +151,19 @@ void LintField(const LintEntity& entity, const Attribute& field, const BitRange&
   }
 }
 
-// ---- Fields and their neighbours ----
+// ---- Fields that overlap ----
 
-// Which field was laid last on each payload bit, as ranges of bits.
-class BitMap {
- public:
-  // The fields that have bits in the range, in the order of the list.
-  std::vector<size_t> Fields(const BitRange& range) const {
-    std::vector<size_t> fields;
-    for (auto it = FirstIn(range); it != pieces_.end() && it->first < range.end; ++it) {
-      fields.push_back(it->second.field);
-    }
-    std::sort(fields.begin(), fields.end());
-    fields.erase(std::unique(fields.begin(), fields.end()), fields.end());
-    return fields;
+// For each field of a layout the earlier ones of which it shares bits.
+std::vector<FewFields> Overlapped(const Layout& layout) {
+  Coverage coverage(layout.ranges);
+  std::vector<FewFields> overlapped(layout.ranges.size());
+  for (size_t i = 0; i < layout.ranges.size(); ++i) {
+    if (layout.ranges[i].IsEmpty()) continue;
+    overlapped[i] = coverage.Over(layout.ranges[i]);
+    coverage.Lay(layout.ranges[i], i);
   }
-
-  void Lay(const BitRange& range, size_t field) {
-    auto it = FirstIn(range);
-    while (it != pieces_.end() && it->first < range.end) {
-      const int64_t begin = it->first;
-      const Piece piece = it->second;
-      it = pieces_.erase(it);
-      if (begin < range.begin) pieces_[begin] = {range.begin, piece.field};
-      if (piece.end > range.end) pieces_[range.end] = piece;
-    }
-    pieces_[range.begin] = {range.end, field};
-  }
-
- private:
-  struct Piece {
-    int64_t end;
-    size_t field;
-  };
-
-  std::map<int64_t, Piece>::const_iterator FirstIn(const BitRange& range) const {
-    auto it = pieces_.upper_bound(range.begin);
-    if (it != pieces_.begin() && std::prev(it)->second.end > range.begin) --it;
-    return it;
-  }
-
-  std::map<int64_t, Piece> pieces_;
-};
+  return overlapped;
+}
 
 std::vector<std::string> LabelsOf(const LintEntity& entity, const Layout& layout, const std::vector<size_t>& fields) {
   std::vector<std::string> labels;
@@ -199,138 +171,249 @@ std::vector<std::string> LabelsOf(const LintEntity& entity, const Layout& layout
   return labels;
 }
 
-void LintOverlaps(const LintEntity& entity, const Layout& layout, Findings& findings) {
-  BitMap map;
-  for (size_t i = 0; i < layout.attributes.size(); ++i) {
-    const BitRange& range = layout.ranges[i];
-    if (range.IsEmpty()) continue;
-    const std::vector<size_t> others = map.Fields(range);
-    map.Lay(range, i);
-    if (others.empty()) continue;
-    const Attribute& field = layout.attributes[i];
+std::string ListedFields(const LintEntity& entity, const Layout& layout, const FewFields& fields) {
+  return Listed(LabelsOf(entity, layout, fields.first), fields.count);
+}
+
+bool DoOverlap(const BitRange& left, const BitRange& right) {
+  return !left.IsEmpty() && !right.IsEmpty() && left.begin < right.end && right.begin < left.end;
+}
+
+// One field of a layout and the earlier ones that it overlaps.
+struct Overlap {
+  const Layout& layout;
+  size_t field;
+  const FewFields& others;
+
+  // "'a' and 'b' in byte 3": where they lie as far as they are all known, else where the field does.
+  std::string Text(const LintEntity& entity) const {
+    const BitRange& range = layout.ranges[field];
     BitRange shared = range;
-    bool areWritten = field.type == MorvixProtocolTypeStatusWritable_4_0;
-    bool isOneWritten = false;
-    for (const size_t other : others) {
-      if (others.size() == 1) {
-        shared = {std::max(range.begin, layout.ranges[other].begin), std::min(range.end, layout.ranges[other].end)};
+    if (others.count == others.first.size()) {
+      shared = {range.end, range.begin};
+      for (const size_t other : others.first) {
+        shared.begin = std::min(shared.begin, std::max(range.begin, layout.ranges[other].begin));
+        shared.end = std::max(shared.end, std::min(range.end, layout.ranges[other].end));
       }
-      isOneWritten = isOneWritten || layout.attributes[other].type == MorvixProtocolTypeStatusWritable_4_0;
     }
-    areWritten = areWritten && isOneWritten;
-    findings.AddOnce(
-        RuleId::kFieldsOverlap, entity.At(field, {"position"}),
-        entity.Label(field) + " overlaps " + Listed(LabelsOf(entity, layout, others)) + " in " + BitsText(shared),
-        areWritten ? "a write of both leaves the bits of " + entity.Label(field) +
-                         "; decoding takes each of them from the shared bits"
-                   : "decoding takes each of them from the shared bits",
-        "give each its own bits");
+    return ListedFields(entity, layout, others) + " in " + BitsText(shared);
   }
-}
-
-// The highest raw value that an attribute can have, in bits that are all set below its highest one.
-uint64_t AllBits(const Attribute& field, const BitRange& range) {
-  uint64_t largest = LargestOpenValue(static_cast<size_t>(range.Length()));
-  if (field.data_type != MorvixProtocolDataTypeEnum_4_0) return largest;
-  if (field.enumList.empty()) return 0;
-  while (largest != 0 && largest / 2 + 1 > field.enumList.size() - 1) largest /= 2;
-  return largest;
-}
-
-// An attribute that lies in some of the bytes of `bytes`; of one in byte units only that part.
-Attribute Part(const Attribute& field, const BitRange& bytes) {
-  Attribute part = field;
-  if (IsInBits(field)) return part;
-  const int64_t begin = std::max<int64_t>(field.position.byte_offset, bytes.FirstByte());
-  const int64_t end = std::min<int64_t>(int64_t{field.position.byte_offset} + field.position.len, bytes.EndByte());
-  part.position.byte_offset = static_cast<int32_t>(begin);
-  part.position.len = static_cast<int32_t>(end - begin);
-  return part;
-}
-
-bool BitAt(const std::vector<byte>& payload, int64_t bit) {
-  return (payload[static_cast<size_t>(bit / 8)] & 0x80 >> bit % 8) != 0;
-}
-
-// Fields are known by their index in the layout.
-struct Disturbance {
-  std::vector<size_t> disturbed;
-  std::string example;
 };
 
-std::string HexOf(const std::vector<byte>& payload, int64_t begin, int64_t end) {
+// Whether fields of the writing layout that overlap do so in the reading layout as well.
+bool OverlapsThere(const Overlap& onWriting, const Layout& reading, const LintEntity& entity) {
+  const auto rangeOf = [&](size_t field) {
+    const auto element = static_cast<size_t>(onWriting.layout.attributes[field].id);
+    const Attribute* read = entity.ReadRecord(element);
+    return read == nullptr ? BitRange() : reading.ranges[static_cast<size_t>(read - entity.all.data())];
+  };
+  const BitRange range = rangeOf(onWriting.field);
+  return std::all_of(onWriting.others.first.begin(), onWriting.others.first.end(),
+                     [&](size_t other) { return DoOverlap(range, rangeOf(other)); });
+}
+
+void AddOverlap(const LintEntity& entity, size_t element, const Overlap* onReading, const Overlap* onWriting,
+                Findings& findings) {
+  const std::string label = entity.Label(element);
+  const bool isElsewhere =
+      onReading != nullptr && onWriting != nullptr && !OverlapsThere(*onWriting, onReading->layout, entity);
+  std::string message = label + " overlaps ";
+  if (onReading != nullptr) message += onReading->Text(entity);
+  if (isElsewhere) message += ", and on writing ";
+  if (onReading == nullptr || isElsewhere) message += onWriting->Text(entity);
+  if (onReading == nullptr) message += " on writing";
+  std::string effect;
+  if (onWriting != nullptr) {
+    const bool isOne = onWriting->others.count == 1;
+    const bool areTwo = isOne && !isElsewhere && (onReading == nullptr || onReading->others.count == 1);
+    const std::string others = ListedFields(entity, onWriting->layout, onWriting->others);
+    effect = "a write of " + (areTwo ? "both" : label + (isOne ? " and " : " and any of ") + others) +
+             " leaves the bits of " + label;
+  }
+  if (onReading != nullptr) {
+    effect += std::string(effect.empty() ? "" : "; ") + "decoding takes each of them from the shared bits";
+  }
+  findings.Add(RuleId::kFieldsOverlap, entity.At(element, {"position"}), message, effect, "give each its own bits");
+}
+
+void LintOverlaps(const LintEntity& entity, const Layout& reading, const Layout& writing, Findings& findings) {
+  const std::vector<FewFields> read = Overlapped(reading);
+  const std::vector<FewFields> written = Overlapped(writing);
+  const FewFields none;
+  size_t i = 0;
+  size_t j = 0;
+  while (i < read.size() || j < written.size()) {
+    const size_t readElement = i < read.size() ? static_cast<size_t>(reading.attributes[i].id) : kNoElement;
+    const size_t writtenElement = j < written.size() ? static_cast<size_t>(writing.attributes[j].id) : kNoElement;
+    const size_t element = std::min(readElement, writtenElement);
+    const bool isRead = readElement == element;
+    const bool isWritten = writtenElement == element;
+    const Overlap onReading{reading, i, isRead ? read[i] : none};
+    const Overlap onWriting{writing, j, isWritten ? written[j] : none};
+    if (!onReading.others.IsEmpty() || !onWriting.others.IsEmpty()) {
+      AddOverlap(entity, element, onReading.others.IsEmpty() ? nullptr : &onReading,
+                 onWriting.others.IsEmpty() ? nullptr : &onWriting, findings);
+    }
+    if (isRead) ++i;
+    if (isWritten) ++j;
+  }
+}
+
+// ---- Fields whose writing changes others ----
+
+// The bits that a value of the field can set, from its lowest bit up.
+BitRange SettableBits(const Attribute& field, const BitRange& range) {
+  if (field.data_type == MorvixProtocolDataTypeBinary_4_0) return range;
+  uint64_t largest = 1;
+  if (field.data_type == MorvixProtocolDataTypeEnum_4_0) largest = std::max<size_t>(field.enumList.size(), 1) - 1;
+  if (IsNumber(field)) {
+    const auto max = static_cast<uint64_t>(field.uint_spec.max);
+    largest = UserText(field, max).empty() ? 0 : max;
+  }
+  BitRange settable{range.end, range.end};
+  for (; largest != 0 && settable.begin > range.begin; largest /= 2) --settable.begin;
+  return settable;
+}
+
+bool BitAt(const std::vector<byte>& bytes, size_t bit) { return (bytes[bit / 8] & 0x80 >> bit % 8) != 0; }
+
+// What the bytes of a bit field are with one bit set, and what they are once the field is written as 0 behind that.
+struct Rewrite {
+  std::vector<byte> before;
+  std::vector<byte> after;
+};
+
+// How fields of several bytes are written. It depends on nothing but their length and their place in their last byte,
+// so that the module is asked once for each such shape.
+class Rewrites {
+ public:
+  // For each bit of the field's bytes, the highest of the first one first.
+  const std::vector<Rewrite>& Of(const Position& position) {
+    std::vector<Rewrite>& rewrites = known_[{position.bit_offset % 8, position.len}];
+    if (rewrites.empty()) rewrites = Ask(position.bit_offset % 8, position.len);
+    return rewrites;
+  }
+
+ private:
+  static std::vector<Rewrite> Ask(int32_t bitOffset, int32_t length) {
+    const auto bytes = static_cast<size_t>((bitOffset + length + 7) / 8);
+    Attribute field;
+    field.position = {0, bitOffset, MorvixProtocolUnitBit_4_0, length, bytes};
+    const Attribute writer = OpenField(field, "writer");
+    std::vector<Rewrite> rewrites;
+    for (size_t bit = 0; bit < 8 * bytes; ++bit) {
+      field.position = {static_cast<int32_t>(bit / 8), 0, MorvixProtocolUnitByte_4_0, 1, 0};
+      const Attribute setter = OpenField(field, "set");
+      Json::Value values;
+      values["set"] = 0x80 >> bit % 8;
+      const Encoded before = EncodeFields({setter, writer}, values, bytes);
+      values["writer"] = 0;
+      rewrites.push_back({before.payload, EncodeFields({setter, writer}, values, bytes).payload});
+    }
+    return rewrites;
+  }
+
+  std::map<std::pair<int32_t, int32_t>, std::vector<Rewrite>> known_;
+};
+
+std::string HexOf(const std::vector<byte>& bytes) {
   static const char kDigits[] = "0123456789abcdef";
   std::string hex;
-  for (int64_t i = begin; i < end; ++i) {
-    const byte value = payload[static_cast<size_t>(i)];
-    hex += {kDigits[value >> 4], kDigits[value & 15], ' '};
-  }
+  for (const byte value : bytes) hex += {kDigits[value >> 4], kDigits[value & 15], ' '};
   if (!hex.empty()) hex.pop_back();
   return hex;
 }
 
-// Sets every neighbour that was written before in turn, writes the field behind it, and looks at the bits around it.
-Disturbance Disturb(const LintEntity& entity, const Layout& layout, size_t field,
-                    const std::vector<size_t>& neighbours) {
-  const BitRange& range = layout.ranges[field];
-  std::vector<Attribute> fields;
-  for (const size_t neighbour : neighbours) fields.push_back(Part(layout.attributes[neighbour], range));
-  fields.push_back(layout.attributes[field]);
-  const Window window = WindowOn(fields, layout.payloadLength);
-  const auto shift = static_cast<int64_t>(window.shift);
-  const Attribute writer = OpenField(window.fields.back(), "writer");
+// The fields of a layout that were written before a field and that writing it disturbs.
+struct Disturbance {
+  std::set<size_t> fields;
+  bool areMore = false;  // than that, where more than a few overlap
+  std::string example;
 
-  std::vector<bool> isDisturbed(neighbours.size());
-  Disturbance found;
-  for (size_t set = 0; set < neighbours.size(); ++set) {
-    const Attribute& neighbour = layout.attributes[neighbours[set]];
-    Json::Value values;
-    values["set"] = Json::UInt64{AllBits(neighbour, layout.ranges[neighbours[set]])};
-    const Attribute setter = OpenField(window.fields[set], "set");
-    const std::vector<byte> before = EncodeFields({setter}, values, window.length).payload;
-    values["writer"] = 0;
-    const std::vector<byte> after = EncodeFields({setter, writer}, values, window.length).payload;
-    if (before.size() != after.size() || before.empty()) continue;
-    bool hasChanged = false;
-    for (size_t k = 0; k < neighbours.size(); ++k) {
-      const BitRange& other = layout.ranges[neighbours[k]];
-      const int64_t begin = std::max(other.begin, range.FirstByte() * 8);
-      const int64_t end = std::min(other.end, range.EndByte() * 8);
-      for (int64_t bit = begin; bit < end; ++bit) {
-        if (bit >= range.begin && bit < range.end) continue;
-        if (BitAt(before, bit - 8 * shift) == BitAt(after, bit - 8 * shift)) continue;
-        hasChanged = isDisturbed[k] = true;
-      }
+  std::string Listed(const LintEntity& entity, const Layout& layout) const {
+    const std::vector<std::string> labels = LabelsOf(entity, layout, {fields.begin(), fields.end()});
+    if (!areMore) return dp4::Listed(labels, labels.size());
+    std::string listed;
+    for (size_t i = 0; i + 1 < Coverage::kFew; ++i) listed += labels[i] + ", ";
+    return listed + "and others";
+  }
+};
+
+class DisturbanceCheck {
+ public:
+  DisturbanceCheck(const LintEntity& entity, const Layout& layout)
+      : entity_(entity), layout_(layout), settable_(AllSettable(layout)), laid_(layout.ranges), canSet_(settable_) {}
+
+  Disturbance Of(size_t field) {
+    const BitRange& range = layout_.ranges[field];
+    const BitRange bytes{range.FirstByte() * 8, range.EndByte() * 8};
+    const bool isWritten = !layout_.attributes[field].enumList.empty();  // more than one byte has no bool
+    Disturbance found;
+    if (!isWritten || !IsInBits(layout_.attributes[field]) || bytes.Length() <= 8) return found;
+    if (laid_.Over(bytes).IsEmpty()) return found;
+    const std::vector<Rewrite>& rewrites = rewrites_.Of(layout_.attributes[field].position);
+    // Bits that the field overwrites count as well: they may come back elsewhere.
+    for (int64_t bit = bytes.end - 1; bit >= bytes.begin; --bit) {
+      const FewFields setters = canSet_.Over({bit, bit + 1});
+      if (setters.IsEmpty()) continue;
+      const Rewrite& rewrite = rewrites[static_cast<size_t>(bit - bytes.begin)];
+      if (!Compare(rewrite, range, found) || !found.example.empty()) continue;
+      found.example = BytesText(range) + " are " + HexOf(rewrite.before) + " with one bit of " +
+                      entity_.Label(layout_.attributes[setters.first[0]]) + " set, and " + HexOf(rewrite.after) +
+                      " once " + entity_.Label(layout_.attributes[field]) + " is written as 0";
     }
-    if (!hasChanged || !found.example.empty()) continue;
-    const int64_t first = range.FirstByte() - shift;
-    const int64_t end = range.EndByte() - shift;
-    found.example = BytesText(range) + " are " + HexOf(before, first, end) + " with the bits of " +
-                    entity.Label(neighbour) + " set, and " + HexOf(after, first, end) + " once " +
-                    entity.Label(layout.attributes[field]) + " is written as 0";
+    return found;
   }
-  for (size_t k = 0; k < neighbours.size(); ++k) {
-    if (isDisturbed[k]) found.disturbed.push_back(neighbours[k]);
+
+  void Lay(size_t field) {
+    laid_.Lay(layout_.ranges[field], field);
+    canSet_.Lay(settable_[field], field);
   }
-  return found;
-}
+
+ private:
+  static std::vector<BitRange> AllSettable(const Layout& layout) {
+    std::vector<BitRange> settable;
+    for (size_t i = 0; i < layout.ranges.size(); ++i) {
+      settable.push_back(SettableBits(layout.attributes[i], layout.ranges[i]));
+    }
+    return settable;
+  }
+
+  // True when bits of other fields, which are then noted, are not as they were.
+  bool Compare(const Rewrite& rewrite, const BitRange& range, Disturbance& found) const {
+    bool isDisturbed = false;
+    const int64_t begin = range.FirstByte() * 8;
+    for (int64_t bit = begin; bit < range.EndByte() * 8; ++bit) {
+      const auto index = static_cast<size_t>(bit - begin);
+      if ((bit >= range.begin && bit < range.end) || BitAt(rewrite.before, index) == BitAt(rewrite.after, index)) {
+        continue;
+      }
+      const FewFields fields = laid_.Over({bit, bit + 1});
+      found.fields.insert(fields.first.begin(), fields.first.end());
+      found.areMore = found.areMore || fields.count > fields.first.size();
+      isDisturbed = isDisturbed || !fields.IsEmpty();
+    }
+    return isDisturbed;
+  }
+
+  const LintEntity& entity_;
+  const Layout& layout_;
+  const std::vector<BitRange> settable_;
+  Coverage laid_;
+  Coverage canSet_;
+  Rewrites rewrites_;
+};
 
 void LintDisturbances(const LintEntity& entity, const Layout& layout, Findings& findings) {
-  BitMap map;
+  DisturbanceCheck check(entity, layout);
   for (size_t i = 0; i < layout.attributes.size(); ++i) {
-    const BitRange& range = layout.ranges[i];
-    if (range.IsEmpty()) continue;
-    const BitRange bytes{range.FirstByte() * 8, range.EndByte() * 8};
     const Attribute& field = layout.attributes[i];
-    const std::vector<size_t> neighbours =
-        IsInBits(field) && bytes.Length() > 8 ? map.Fields(bytes) : std::vector<size_t>();
-    map.Lay(range, i);
-    if (neighbours.empty()) continue;
-    const Disturbance found = Disturb(entity, layout, i, neighbours);
-    if (found.disturbed.empty()) continue;
+    const Disturbance found = check.Of(i);
+    check.Lay(i);
+    if (found.fields.empty()) continue;
     findings.AddOnce(RuleId::kNeighboursDisturbed, entity.At(field, {"position"}),
-                     "writing " + entity.Label(field) + ", which lies in " + BytesText(range) + ", disturbs " +
-                         Listed(LabelsOf(entity, layout, found.disturbed)),
+                     "writing " + entity.Label(field) + ", which lies in " + BytesText(layout.ranges[i]) +
+                         ", disturbs " + found.Listed(entity, layout),
                      found.example,
                      "keep it inside one byte, or list it before them (the highest bit of a group is listed last all "
                      "the same)");
@@ -420,8 +503,8 @@ void LintPlaces(const LintEntity& entity, Findings& findings) {
         LintField(entity, layout->attributes[i], layout->ranges[i], findings);
       }
     }
-    LintOverlaps(entity, *layout, findings);
   }
+  LintOverlaps(entity, reading, writing, findings);
   LintDisturbances(entity, writing, findings);
   LintPayload(entity, reading, writing, findings);
   LintFlags(entity, findings);

@@ -101,8 +101,9 @@ const std::vector<Rule>& LintRules() {
       {RuleId::kZeroRatio, "zero-ratio", kError, "A ratio of 0 makes all raw values one."},
       {RuleId::kScalingNotFinite, "scaling-not-finite", kError, "A ratio or addition is infinite or no number."},
       {RuleId::kScalingTooFine, "scaling-too-fine", kWarning,
-       "A scaling is finer than the six decimals that decoding prints."},
-      {RuleId::kScalingRounded, "scaling-rounded", kInfo, "Decoded values are rounded to six decimals."},
+       "A scaling is finer than the six decimals that decoding prints, or than a double."},
+      {RuleId::kScalingRounded, "scaling-rounded", kInfo,
+       "Decoded values are rounded, to six decimals or to what a double holds."},
       {RuleId::kNumberTextCut, "number-text-cut", kWarning, "Decoded values are cut after 31 characters."},
 
       {RuleId::kEnumTooManyItems, "enum-too-many-items", kError, "An enum has more items than its bits hold."},

@@ -14,6 +14,8 @@ namespace dp4 {
 
 namespace {
 
+bool IsWritable(const Attribute& attribute) { return attribute.type == MorvixProtocolTypeStatusWritable_4_0; }
+
 // A number in 8 bytes of its own, for questions to its scaling alone.
 Attribute Alone(const Attribute& number) {
   Attribute alone = Keyed(number, "field");
@@ -58,7 +60,7 @@ void LintUnusableScaling(const LintEntity& entity, const Attribute& number, Find
   const std::string min = std::to_string(uintSpec.min);
   const std::string max = std::to_string(uintSpec.max);
   std::string effect = "no decode shows it";
-  if (number.type == MorvixProtocolTypeStatusWritable_4_0) {
+  if (IsWritable(number)) {
     effect += "; every write that carries it ends with " +
               EncodeText(Alone(number), NumberText(number.uint_spec.addition)) + " and sends nothing";
   }
@@ -96,10 +98,18 @@ bool LintFactors(const LintEntity& entity, const Attribute& number, Findings& fi
   if (uintSpec.ratio != 0) return true;
   std::string text;
   DecodeRaw(Alone(number), static_cast<uint64_t>(uintSpec.max), text);
-  const bool isWritable = number.type == MorvixProtocolTypeStatusWritable_4_0;
+  std::string effect = "every raw value decodes as " + Quoted(text);
+  if (IsWritable(number)) {
+    const std::string exact = ShortestText(uintSpec.addition);
+    const std::string back = EncodeText(Alone(number), exact);
+    if (back[0] == '"') {
+      effect += "; every write that carries it ends with " + back + " and sends nothing";
+    } else {
+      effect += exact == text ? ", and no other value can be written" : ", and only " + exact + " can be written";
+    }
+  }
   findings.Add(RuleId::kZeroRatio, entity.At(number, {"uint_spec", "ratio"}), entity.Label(number) + " has the ratio 0",
-               "every raw value decodes as " + Quoted(text) + (isWritable ? ", and no other value can be written" : ""),
-               "a ratio says how much one raw step is in user units");
+               effect, "a ratio says how much one raw step is in user units");
   return false;
 }
 
@@ -114,38 +124,129 @@ std::set<uint64_t> SampleRaws(const MorvixProtocolUIntSpec_4_0& uintSpec) {
   return raws;
 }
 
+// Whether a number that is decoded and encoded in doubles may come out as another one. This only tells which raw values
+// the module is worth asking about.
+bool MayBeLost(const MorvixProtocolUIntSpec_4_0& uintSpec, uint64_t raw) {
+  constexpr double kLargestRaw = 4503599627370495.0;
+  const double user = static_cast<double>(raw) * uintSpec.ratio + uintSpec.addition;
+  const double back = (user - uintSpec.addition) / uintSpec.ratio;
+  if (!(back >= 0 && back <= kLargestRaw)) return true;
+  const auto whole = static_cast<uint64_t>(back);
+  return whole + (back - static_cast<double>(whole) > 0.5 ? 1 : 0) != raw;
+}
+
+// How far from the raw value a decoded and encoded one can be, in raw steps, by what doubles are rounded.
+double LargestError(const MorvixProtocolUIntSpec_4_0& uintSpec) {
+  const double min = static_cast<double>(uintSpec.min) * uintSpec.ratio;
+  const double max = static_cast<double>(uintSpec.max) * uintSpec.ratio;
+  const double largest = std::max(std::fabs(min), std::fabs(max)) + std::fabs(uintSpec.addition);
+  return std::ldexp(4 * largest / std::fabs(uintSpec.ratio), -53);
+}
+
+// The raw value behind which user values have more binary digits before the point, so that fewer remain behind it: the
+// last such one, or else the min.
+uint64_t LastBinade(const MorvixProtocolUIntSpec_4_0& uintSpec) {
+  const auto min = static_cast<double>(uintSpec.min);
+  const auto max = static_cast<double>(uintSpec.max);
+  int exponent = 0;
+  const double user = max * uintSpec.ratio + uintSpec.addition;
+  std::frexp(user, &exponent);
+  const double power = std::ldexp(std::copysign(0.5, user), exponent);
+  const double raw = (power - uintSpec.addition) / uintSpec.ratio;
+  return raw > min && raw < max ? static_cast<uint64_t>(raw) : static_cast<uint64_t>(uintSpec.min);
+}
+
+// A raw value of a usable scaling whose text the encoder takes for another one, or refuses, since a double has 53 bits.
+// Looks at some thousands of values; false when it finds none.
+bool FindLostRaw(const Attribute& number, uint64_t& raw) {
+  constexpr double kHarmless = 0.4;  // it takes half a raw step to come out at another one
+  constexpr int kTries = 4096;
+  constexpr int kMostAsked = 64;
+  constexpr double kGolden = 0.6180339887498949;  // its multiples fill a range evenly
+  const MorvixProtocolUIntSpec_4_0& uintSpec = number.uint_spec;
+  const Attribute alone = Alone(number);
+  if (LargestError(uintSpec) < kHarmless) return false;
+  const auto max = static_cast<uint64_t>(uintSpec.max);
+  int asked = 0;
+  for (const uint64_t from : {LastBinade(uintSpec), static_cast<uint64_t>(uintSpec.min)}) {
+    for (int i = 0; i < kTries && asked < kMostAsked; ++i) {
+      const double part = i * kGolden - std::floor(i * kGolden);
+      raw = from + static_cast<uint64_t>(part * static_cast<double>(max - from));
+      std::string text;
+      if (!MayBeLost(uintSpec, raw) || !DecodeRaw(alone, raw, text)) continue;
+      if (EncodeText(alone, text) != std::to_string(raw)) return true;
+      ++asked;
+    }
+  }
+  return false;
+}
+
+// What becomes of a raw value: its text and, when that is written, the raw value that it is taken for.
+struct Passage {
+  std::string text;
+  std::string back;
+  bool isRounded;  // by more than what six decimals leave of a number that they hold
+  bool isOff;      // by a part of a raw step that shows
+  bool isLost;     // taken for another one, or refused
+
+  // False when the decoder leaves the raw value out.
+  bool Follow(const Attribute& alone, uint64_t raw) {
+    constexpr double kTolerated = 0.01;  // of one raw step
+    constexpr double kPrinted = 1e-8;
+    if (!DecodeRaw(alone, raw, text)) return false;
+    const double exact = static_cast<double>(raw) * alone.uint_spec.ratio + alone.uint_spec.addition;
+    const double error = std::fabs(std::strtod(text.c_str(), nullptr) - exact);
+    isRounded = error > std::max(kPrinted, std::fabs(exact) * 1e-14);
+    isOff = error > kTolerated * std::fabs(alone.uint_spec.ratio);
+    back = EncodeText(alone, text);
+    isLost = back != std::to_string(raw);
+    return true;
+  }
+
+  std::string Effect(const Attribute& number, uint64_t raw) const {
+    const std::string shown = "raw " + std::to_string(raw) + " decodes as " + Quoted(text);
+    if (!isLost || !IsWritable(number)) return shown;
+    return shown + ", which encodes as " + (back[0] == '"' ? back : "raw " + back);
+  }
+};
+
 // The first raw value whose text is not what it should be decides.
 void LintPrecision(const LintEntity& entity, const Attribute& number, Findings& findings) {
-  constexpr double kTolerated = 0.01;  // of one raw step
-  constexpr double kPrinted = 1e-8;    // what six decimals leave of a number that they hold is far less
-  const MorvixProtocolUIntSpec_4_0& uintSpec = number.uint_spec;
   const Attribute alone = Alone(number);
   const Spot spot = entity.At(number, {"uint_spec", "ratio"});
   const std::string label = entity.Label(number);
+  const std::string moreDigits = label + " has values with more digits than a double holds";
+  const std::string fewerDigits =
+      "lower the max, or choose a ratio and addition that make no value of more than 15 digits";
   std::string rounded;
-  for (const uint64_t raw : SampleRaws(uintSpec)) {
-    std::string text;
-    if (!DecodeRaw(alone, raw, text)) continue;
-    const double exact = static_cast<double>(raw) * uintSpec.ratio + uintSpec.addition;
-    const double error = std::fabs(std::strtod(text.c_str(), nullptr) - exact);
-    const std::string shown = "raw " + std::to_string(raw) + " decodes as " + Quoted(text);
-    if (text.size() >= 31 && error > kTolerated * std::fabs(uintSpec.ratio)) {
-      return findings.Add(RuleId::kNumberTextCut, spot, label + " has values of more than 31 characters", shown,
+  std::string lost;
+  Passage passage;
+  for (const uint64_t raw : SampleRaws(number.uint_spec)) {
+    if (!passage.Follow(alone, raw)) continue;
+    const std::string effect = passage.Effect(number, raw);
+    if (passage.text.size() >= 31 && passage.isOff) {
+      return findings.Add(RuleId::kNumberTextCut, spot, label + " has values of more than 31 characters", effect,
                           "choose units in which the values are smaller");
     }
-    const std::string back = EncodeText(alone, text);
-    if (back != std::to_string(raw) || error > kTolerated * std::fabs(uintSpec.ratio)) {
-      const std::string effect =
-          back == std::to_string(raw) ? shown : shown + ", which encodes as " + (back[0] == '"' ? back : "raw " + back);
+    if (passage.isOff) {
       return findings.Add(RuleId::kScalingTooFine, spot,
                           label + " is scaled finer than the six decimals of a decoded value", effect,
                           "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
     }
-    if (rounded.empty() && error > std::max(kPrinted, std::fabs(exact) * 1e-14)) rounded = shown;
+    if (passage.isLost && IsWritable(number)) {
+      return findings.Add(RuleId::kScalingTooFine, spot, moreDigits, effect, fewerDigits);
+    }
+    if (passage.isLost && lost.empty()) lost = effect;
+    if (passage.isRounded && rounded.empty()) rounded = effect;
   }
-  if (rounded.empty()) return;
-  findings.Add(RuleId::kScalingRounded, spot, label + " has values of more than six decimals", rounded,
-               "choose units in which six decimals do, if the rest matters");
+  uint64_t raw = 0;
+  if (lost.empty() && FindLostRaw(number, raw) && passage.Follow(alone, raw)) lost = passage.Effect(number, raw);
+  if (!lost.empty()) {
+    findings.Add(RuleId::kScalingRounded, spot, moreDigits, lost, fewerDigits + ", if the rest matters");
+  } else if (!rounded.empty()) {
+    findings.Add(RuleId::kScalingRounded, spot, label + " has values of more than six decimals", rounded,
+                 "choose units in which six decimals do, if the rest matters");
+  }
 }
 
 // ---- Width ----
@@ -154,32 +255,43 @@ size_t BytesOfType(MorvixProtocolDataType_4_0 dataType) {
   return size_t{1} << (dataType - MorvixProtocolDataTypeUInt8_4_0);
 }
 
-void LintWidth(const LintEntity& entity, const Attribute& number, Findings& findings) {
+// Whether the width of the field counts: it is in bytes, and the module uses it.
+bool HasWidth(const Attribute& number) {
   const Position& position = number.position;
-  if (position.unit != MorvixProtocolUnitByte_4_0 || position.len < 1 || position.len > 8) return;
-  const auto bytes = static_cast<size_t>(position.len);
-  const size_t typeBytes = BytesOfType(number.data_type);
-  const Spot spot = entity.At(number, {"position", "len"});
-  const std::string label = entity.Label(number);
-  const std::string typed = std::string(" is a ") + DataTypeName(number.data_type) + " in " + Count(bytes, "byte");
-  if (bytes != typeBytes) {
-    findings.Add(bytes < typeBytes ? RuleId::kNarrowerThanType : RuleId::kWiderThanType, spot, label + typed,
-                 "'len' alone decides: " + Count(bytes, "byte") + " of the payload",
-                 "set 'len' to " + std::to_string(typeBytes) + ", if the device's type is the one that counts");
-  }
+  return position.unit == MorvixProtocolUnitByte_4_0 && position.len >= 1 && position.len <= 8;
+}
 
-  // The largest raw value that the scaling lets through, written to as many bytes and read back.
-  if (number.uint_spec.max < 0) return;
-  const uint64_t largest = std::min(static_cast<uint64_t>(number.uint_spec.max), LargestOpenValue(64));
+void LintTypeWidth(const LintEntity& entity, const Attribute& number, Findings& findings) {
+  if (!HasWidth(number)) return;
+  const auto bytes = static_cast<size_t>(number.position.len);
+  const size_t typeBytes = BytesOfType(number.data_type);
+  if (bytes == typeBytes) return;
+  findings.Add(bytes < typeBytes ? RuleId::kNarrowerThanType : RuleId::kWiderThanType,
+               entity.At(number, {"position", "len"}),
+               entity.Label(number) + " is a " + DataTypeName(number.data_type) + " in " + Count(bytes, "byte"),
+               "'len' alone decides: " + Count(bytes, "byte") + " of the payload",
+               "set 'len' to " + std::to_string(typeBytes) + ", if the device's type is the one that counts");
+}
+
+// For a scaling that can be used: the largest raw value that it lets through, written to as many bytes and read back.
+void LintMaxWidth(const LintEntity& entity, const Attribute& number, Findings& findings) {
+  if (!HasWidth(number)) return;
+  const auto bytes = static_cast<size_t>(number.position.len);
+  const std::string max = std::to_string(number.uint_spec.max);
   Attribute narrow = Alone(number);
-  narrow.position.len = position.len;
-  const std::string back = EncodeText(OpenField(narrow, "field"), std::to_string(largest));
-  if (back == std::to_string(largest)) return;
-  findings.Add(RuleId::kNarrowerThanMax, spot,
-               label + " has the max " + std::to_string(number.uint_spec.max) + ", which " + Count(bytes, "byte") +
-                   " cannot hold",
-               "the highest part is lost without a word: raw " + std::to_string(largest) + " becomes raw " + back,
-               "lower the max, or give it more bytes");
+  narrow.position.len = number.position.len;
+  const Attribute open = OpenField(narrow, "field");
+  const std::string back = EncodeText(open, max);
+  if (back == max) return;
+  std::string effect = "the highest part is lost without a word: raw " + max + " becomes raw " + back;
+  if (!IsWritable(number)) {
+    const std::vector<byte> full(bytes, 0xff);
+    effect = "no raw value above " + DecodeFields({open}, full).values["field"].asString() + " can be received";
+    if (!DecodeFields({narrow}, full).values.isMember("field")) effect += ", and the min is higher: no decode shows it";
+  }
+  findings.Add(RuleId::kNarrowerThanMax, entity.At(number, {"position", "len"}),
+               entity.Label(number) + " has the max " + max + ", which " + Count(bytes, "byte") + " cannot hold",
+               effect, "lower the max, or give it more bytes");
 }
 
 // ---- Items ----
@@ -299,12 +411,13 @@ void LintFractions(const LintEntity& entity, const Attribute& number, Findings& 
 void LintNumbers(const LintEntity& entity, Findings& findings) {
   for (const Attribute& attribute : entity.all) {
     if (!IsNumber(attribute)) continue;
-    LintWidth(entity, attribute, findings);
+    LintTypeWidth(entity, attribute, findings);
     if (!IsUsable(Alone(attribute))) {
       LintUnusableScaling(entity, attribute, findings);
-    } else if (LintFactors(entity, attribute, findings)) {
-      LintPrecision(entity, attribute, findings);
+      continue;
     }
+    LintMaxWidth(entity, attribute, findings);
+    if (LintFactors(entity, attribute, findings)) LintPrecision(entity, attribute, findings);
   }
 }
 
