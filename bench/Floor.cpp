@@ -48,7 +48,7 @@ Json::Value FieldValue(const Field& field, const byte* payload) {
       return {text, std::to_chars(text, text + sizeof text, *data >> field.shift & field.mask).ptr};
     case Kind::kBinary: {
       __internal_base64_encode(text, sizeof text, data, field.byteLength);
-      return text;
+      return Json::Value(text);
     }
     case Kind::kNumber:
       break;
@@ -77,6 +77,7 @@ FloorPackage FloorEncode(const Workload& workload) {
         __internal_base64_decode(out, value->asCString(), static_cast<uint32_t>(field.byteLength));
         break;
       case Kind::kNumber:
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): never negative, and cheaper than a call of lround
         StoreBytes(static_cast<uint64_t>(value->asDouble() * kPowersOfTen[field.decimals] + 0.5), field.byteLength,
                    out);
     }
@@ -95,6 +96,7 @@ void FloorDecode(const Workload& workload, Json::Value& document) {
   }
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): as deep as the configuration, which is our own
 size_t FloorConfig(const Json::Value& configuration) {
   const char* end = nullptr;
   switch (configuration.type()) {

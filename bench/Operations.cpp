@@ -3,9 +3,9 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <memory>
 
 #include "Floor.h"
@@ -17,7 +17,7 @@ namespace {
 volatile size_t sink = 0;
 
 [[noreturn]] void Fail(const char* what) {
-  std::fprintf(stderr, "operations: %s\n", what);
+  std::cerr << "operations: " << what << '\n';
   std::exit(EXIT_FAILURE);
 }
 

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 #include "peer.pb.h"
 
@@ -74,12 +74,12 @@ void AddPeerOperations(const Workload& workload, std::vector<Operation>& operati
     for (const Json::Value& item : *list) all[FieldName(item["name"].asString())] = item["value"];
   }
   if (all.size() != kPeerFieldCount) {
-    std::fprintf(stderr, "peer: %u fields instead of %zu\n", all.size(), kPeerFieldCount);
+    std::cerr << "peer: " << all.size() << " fields instead of " << kPeerFieldCount << '\n';
     std::exit(EXIT_FAILURE);
   }
   const std::string bytes = TextToBytes(Write(all));
   if (TextToBytes(BytesToText(bytes)) != bytes) {
-    std::fprintf(stderr, "peer: a round trip loses a field\n");
+    std::cerr << "peer: a round trip loses a field\n";
     std::exit(EXIT_FAILURE);
   }
   operations.push_back({"protobuf/text-to-bytes", [valuesText] { sink = sink + TextToBytes(valuesText).size(); }});

@@ -3,15 +3,15 @@
 #include <json/writer.h>
 
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 namespace {
 
 using Kind = Field::Kind;
 
 [[noreturn]] void Fail(const char* what) {
-  std::fprintf(stderr, "workload: %s\n", what);
+  std::cerr << "workload: " << what << '\n';
   std::exit(EXIT_FAILURE);
 }
 

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <iostream>
 #include <new>
 #include <string>
 #include <vector>
@@ -25,8 +26,8 @@ namespace {
 
 // The stack that every operation has to do with, whatever its input. Only JsonCpp's reader and writer need more, for
 // texts that are nested as deeply as the reader lets them be.
-constexpr size_t kStackBytes = 64 * 1024;
-constexpr size_t kNestedStackBytes = 384 * 1024;
+constexpr size_t kStackBytes = size_t{64} * 1024;
+constexpr size_t kNestedStackBytes = size_t{384} * 1024;
 
 size_t heapBytes = 0;
 size_t heapPeak = 0;
@@ -41,10 +42,12 @@ void* Counted(void* memory) {
 
 // The C library's own allocator under the names that everything calls, counted.
 extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier): the names are the C library's
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* memory, size_t size);
 void __libc_free(void* memory);
+// NOLINTEND(bugprone-reserved-identifier)
 void* malloc(size_t size) { return Counted(__libc_malloc(size)); }
 void* calloc(size_t count, size_t size) { return Counted(__libc_calloc(count, size)); }
 void* realloc(void* memory, size_t size) {
@@ -333,12 +336,12 @@ int main(int argc, char** argv) {
     Input input = scenario.make(std::strtoul(argv[2], nullptr, 10));
     const size_t before = heapPeak = heapBytes;
     if (!RunOnStack(scenario.stackBytes, input.run)) {
-      std::fprintf(stderr, "bounds: %s did not do what it should\n", scenario.name);
+      std::cerr << "bounds: " << scenario.name << " did not do what it should\n";
       return EXIT_FAILURE;
     }
     std::printf("%zu %zu\n", input.units, heapPeak - before);
     return EXIT_SUCCESS;
   }
-  std::fputs("usage: bounds [SCENARIO SIZE]\n", stderr);
+  std::cerr << "usage: bounds [SCENARIO SIZE]\n";
   return 2;
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <string>
 
 #include "Operations.h"
@@ -15,8 +16,10 @@ size_t allocations = 0;
 
 // The C library's own allocator under the names that everything calls, counted.
 extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier): the names are the C library's
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
 void* malloc(size_t size) {
   ++allocations;
   return __libc_malloc(size);
@@ -38,11 +41,11 @@ int main(int argc, char** argv) {
     return EXIT_SUCCESS;
   }
   if (argc != 4) {
-    std::fputs("usage: instructions [OPERATION ATTRIBUTES CALLS]\n", stderr);
+    std::cerr << "usage: instructions [OPERATION ATTRIBUTES CALLS]\n";
     return 2;
   }
-  const int calls = std::atoi(argv[3]);
-  const Workload workload(static_cast<size_t>(std::atoi(argv[2])));
+  const auto calls = static_cast<int>(std::strtol(argv[3], nullptr, 10));
+  const Workload workload(std::strtoul(argv[2], nullptr, 10));
   for (const Operation& operation : MakeOperations(workload)) {
     if (operation.name != argv[1] || calls < 1) continue;
     operation.run();  // first-time work of the libraries
@@ -51,6 +54,6 @@ int main(int argc, char** argv) {
     std::printf("%zu\n", (allocations - before) / static_cast<size_t>(calls));
     return EXIT_SUCCESS;
   }
-  std::fprintf(stderr, "instructions: no operation %s\n", argv[1]);
+  std::cerr << "instructions: no operation " << argv[1] << '\n';
   return 2;
 }

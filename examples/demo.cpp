@@ -70,11 +70,12 @@ Json::Value ReadJson(const std::string& path) {
 
 std::vector<byte> ReadHex(const std::string& path) {
   std::istringstream stream(ReadText(path));
+  const std::string refusal = path + ": not two hexadecimal digits: ";
   std::vector<byte> bytes;
   std::string digits;
   while (stream >> digits) {
     const bool isByte = digits.size() == 2 && digits.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-    Require(isByte, path + ": not two hexadecimal digits: " + digits);
+    Require(isByte, refusal + digits);
     bytes.push_back(static_cast<byte>(std::stoul(digits, nullptr, 16)));
   }
   return bytes;
@@ -89,11 +90,11 @@ std::string CompactJson(const Json::Value& value) {
 // ---- Printing -------------------------------------------------------------------------------------------------------
 
 std::string Hex(const byte* data, size_t size) {
+  static const char kDigits[] = "0123456789abcdef";
   std::string text;
-  char digits[4];
   for (size_t i = 0; i < size; ++i) {
-    std::snprintf(digits, sizeof digits, i == 0 ? "%02x" : " %02x", static_cast<unsigned>(data[i]));
-    text += digits;
+    if (i != 0) text += ' ';
+    text += {kDigits[data[i] >> 4], kDigits[data[i] & 0x0f]};
   }
   return text;
 }
@@ -152,9 +153,10 @@ std::string PlaceRow(const MorvixProtocolAttribute_4_0& attribute, const std::st
   const bool inBits = position.unit == MorvixProtocolUnitBit_4_0;
   const int64_t byteCount = inBits ? static_cast<int64_t>(position.groupByteLength) : position.len;
   char row[80];
-  std::snprintf(row, sizeof row, "%-21.20s%-9s%-7s%-6s%-6s%-4s", attribute.name.c_str(), GroupName(attribute.type),
-                DataTypeName(attribute.data_type), Range(position.byte_offset, byteCount).c_str(),
-                inBits ? Range(position.bit_offset, position.len).c_str() : "", flagBit.c_str());
+  static_cast<void>(std::snprintf(row, sizeof row, "%-21.20s%-9s%-7s%-6s%-6s%-4s", attribute.name.c_str(),
+                                  GroupName(attribute.type), DataTypeName(attribute.data_type),
+                                  Range(position.byte_offset, byteCount).c_str(),
+                                  inBits ? Range(position.bit_offset, position.len).c_str() : "", flagBit.c_str()));
   return row;
 }
 
@@ -167,8 +169,8 @@ void PrintPlaces(const Entity& entity) {
     rows.push_back(PlaceRow(attribute, isWritable ? std::to_string(flagBit++) : ""));
   }
   char header[80];
-  std::snprintf(header, sizeof header, "%-21s%-9s%-7s%-6s%-6s%-4s", "attribute", "group", "type", "bytes", "bits",
-                "flag");
+  static_cast<void>(std::snprintf(header, sizeof header, "%-21s%-9s%-7s%-6s%-6s%-4s", "attribute", "group", "type",
+                                  "bytes", "bits", "flag"));
   const size_t lines = (rows.size() + 1) / 2;
   PrintLine(std::string("  ") + header + "   " + header);
   for (size_t i = 0; i < lines; ++i) {

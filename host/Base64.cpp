@@ -25,8 +25,10 @@ constexpr std::array<int8_t, 256> kSymbolValues = MakeSymbolValues();
 }  // namespace
 
 char* __internal_base64_encode(char* output, uint32_t capacity, const byte* input, size_t length) {
-  static char empty[] = "";
-  if (capacity == 0) return empty;
+  if (capacity == 0) {
+    static char empty[] = "";
+    return empty;
+  }
   output[0] = '\0';
   // The text is longer than its bytes, so the first test keeps the second from overflowing.
   if (length >= capacity || (length + 2) / 3 > (capacity - 1) / 4) return output;

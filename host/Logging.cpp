@@ -58,7 +58,7 @@ void WriteToStandardError(int level, const char* functionName, const std::string
   line += EscapeControlCharacters(message);
   line += '\n';
   // One call, so that lines of several threads do not mix.
-  std::fwrite(line.data(), 1, line.size(), stderr);
+  static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
 }
 
 std::string FormatMessage(const char* format, va_list arguments) {
@@ -71,7 +71,7 @@ std::string FormatMessage(const char* format, va_list arguments) {
   const auto size = static_cast<size_t>(length);
   if (size < sizeof buffer) return std::string(buffer, size);
   std::string message(size, '\0');
-  std::vsnprintf(message.data(), size + 1, format, arguments);
+  static_cast<void>(std::vsnprintf(message.data(), size + 1, format, arguments));
   return message;
 }
 
@@ -96,6 +96,7 @@ void Log(int level, const char* functionName, const char* format, va_list argume
 
 }  // namespace
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): C-style variadic is how the module calls it; compilers check the format
 void logMsg(int level, const char* format, ...) {
   if (level > maxLevel.load(std::memory_order_relaxed)) return;
   va_list arguments;
@@ -104,6 +105,7 @@ void logMsg(int level, const char* format, ...) {
   va_end(arguments);
 }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): as logMsg
 void logMsgEx(int level, const char* functionName, const char* format, ...) {
   if (level > maxLevel.load(std::memory_order_relaxed)) return;
   va_list arguments;

@@ -1,19 +1,39 @@
-# Sourced by the other scripts. need PACKAGE...: installs those Debian packages that are missing and says so.
+# Sourced by the other scripts.
+
+# Runs a command as root, or says that someone has to.
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    echo "This has to be done as root; do it and start again: $*" >&2
+    exit 2
+  fi
+}
+
+# is_installed PACKAGE[:ARCHITECTURE]; without one it is this machine's.
+is_installed() {
+  local architecture
+  architecture=$(dpkg --print-architecture)
+  [[ $1 == *:* ]] && architecture=${1#*:}
+  dpkg-query -W -f '${Architecture} ${db:Status-Status}\n' "$1" 2>/dev/null | grep -qxE "(all|$architecture) installed"
+}
+
+# need PACKAGE[:ARCHITECTURE]...: installs those Debian packages that are missing and says so.
 need() {
   local missing=() package
   for package in "$@"; do
-    [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    is_installed "$package" || missing+=("$package")
   done
   [ ${#missing[@]} -eq 0 ] && return
-  local as_root=()
-  if [ "$(id -u)" -ne 0 ]; then
-    if ! command -v sudo >/dev/null; then
-      echo "These packages are missing; install them as root and start again: ${missing[*]}" >&2
-      exit 2
-    fi
-    as_root=(sudo)
-  fi
   echo "Installing missing packages: ${missing[*]}" >&2
-  "${as_root[@]}" apt-get update -qq
-  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+  as_root apt-get update -qq
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+}
+
+# need_architecture ARCHITECTURE: lets packages of another architecture be installed.
+need_architecture() {
+  [ "$1" = "$(dpkg --print-architecture)" ] || dpkg --print-foreign-architectures | grep -qxF "$1" ||
+    as_root dpkg --add-architecture "$1"
 }

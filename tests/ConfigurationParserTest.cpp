@@ -6,11 +6,16 @@
 // clang-format on
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cctype>
+#include <cstring>
 #include <limits>
+#include <new>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -866,7 +871,57 @@ TEST(EqualBytes, SeesADifferenceAtEveryPlaceOfEveryLength) {
       std::string right = left;
       right[i] = 'm';
       EXPECT_FALSE(EqualBytes(left.data(), right.data(), length)) << i << " of " << length;
+      EXPECT_FALSE(EqualBytes(right.data(), left.data(), length)) << i << " of " << length;
     }
+  }
+}
+
+// A page of memory between two that may not be touched.
+class LonelyPage {
+ public:
+  LonelyPage()
+      : size_(static_cast<size_t>(sysconf(_SC_PAGESIZE))),
+        memory_(mmap(nullptr, 3 * size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+    EXPECT_NE(memory_, MAP_FAILED);
+    EXPECT_EQ(mprotect(Start(), size_, PROT_READ | PROT_WRITE), 0);
+  }
+  ~LonelyPage() { munmap(memory_, 3 * size_); }
+  LonelyPage(const LonelyPage&) = delete;
+  LonelyPage& operator=(const LonelyPage&) = delete;
+
+  char* Start() const { return static_cast<char*>(memory_) + size_; }
+  char* End() const { return Start() + size_; }
+
+ private:
+  const size_t size_;
+  void* const memory_;
+};
+
+TEST(EqualBytes, ReadsNothingBeforeOrBehindTheNames) {
+  const LonelyPage page;
+  for (size_t length = 1; length <= 40; ++length) {
+    const std::string name(length, 'n');
+    for (char* const place : {page.Start(), page.End() - length}) {
+      std::memcpy(place, name.data(), length);
+      EXPECT_TRUE(EqualBytes(place, name.data(), length)) << length;
+      EXPECT_TRUE(EqualBytes(name.data(), place, length)) << length;
+    }
+  }
+}
+
+TEST(FindMembers, LooksAtNoNameBehindTheLast) {
+  using Names = std::string_view[2];
+  const LonelyPage page;
+  auto* const names = reinterpret_cast<Names*>(page.End() - sizeof(Names));
+  new (&(*names)[0]) std::string_view("b");
+  new (&(*names)[1]) std::string_view("d");
+  for (const char* const text : {R"({"e": 1})", R"({"b": 1, "d": 2, "e": 3})", R"({"d": 1, "dd": 2, "e": 3})"}) {
+    SCOPED_TRACE(text);
+    const Json::Value object = ParseJson(text);
+    const Json::Value* members[2] = {};
+    FindMembers(object, *names, members);
+    EXPECT_EQ(members[0], object.isMember("b") ? &object["b"] : nullptr);
+    EXPECT_EQ(members[1], object.isMember("d") ? &object["d"] : nullptr);
   }
 }
 

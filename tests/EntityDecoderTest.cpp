@@ -431,6 +431,18 @@ TEST(DecodeEntity, ReadsAnEnumOfAnImpossibleWidthAsZeroOrNotAtAll) {
   EXPECT_EQ(Decoding(Entity({Enum("e", 0, 0, 64)}), nine.substr(3)).document, Readonly(R"({"e": "1"})"));
 }
 
+TEST(DecodeEntity, ReadsANumberInBitsAsZeroOrNotAtAll) {
+  // A number has no bit group, so only bit -1 of it is found, and there are no bits there.
+  const auto inBits = [](int bitOffset) {
+    Json::Value attr = Number("n", 1, 1);
+    attr["position"]["unit"] = "bit";
+    attr["position"]["bit_offset"] = bitOffset;
+    return Entity({attr});
+  };
+  EXPECT_EQ(Decoding(inBits(-1), "ff ff").document, Readonly(R"({"n": "0"})"));
+  EXPECT_EQ(Decoding(inBits(0), "ff ff").document, Json::Value());
+}
+
 TEST(DecodeEntity, RemovesTheEntityForABoolOrBinaryThatCannotBeRead) {
   const Json::Value inBytes = ParseJson(R"({"position": {"unit": "byte"}})");
   const std::vector<std::pair<std::string, Json::Value>> cases = {
@@ -625,6 +637,27 @@ TEST(DecodeAttributes, KeysOnlyAlertsAndFaultsByTheirDisplayName) {
     const char* const key = type == 4 || type == 8 ? "The a" : "a";
     EXPECT_EQ(document["main"].getMemberNames(), Json::Value::Members{key});
     EXPECT_EQ(document["main"][key]["type"], Json::Value(static_cast<int>(type)));
+  }
+}
+
+// --------------------------------------------------------------------------------------------- received in one pass
+
+TEST(PrefixOf, HoldsTheFirstEightBytesTheFirstOneHighest) {
+  EXPECT_EQ(PrefixOf(""), 0u);
+  EXPECT_EQ(PrefixOf("a"), 0x6100000000000000u);
+  EXPECT_EQ(PrefixOf("abcdefg"), 0x6162636465666700u);
+  EXPECT_EQ(PrefixOf("abcdefgh"), 0x6162636465666768u);
+  EXPECT_EQ(PrefixOf("abcdefghi"), 0x6162636465666768u);
+  EXPECT_EQ(PrefixOf("\xff\x01\x80"), 0xff01800000000000u);
+}
+
+TEST(IsPlain, IsPrintableAsciiWithoutQuotesAndBackslashes) {
+  EXPECT_TRUE(IsPlain(""));
+  for (int code = 0; code < 256; ++code) {
+    const bool isPrintable = code >= 0x20 && code <= 0x7e;
+    const bool isPlain = isPrintable && code != 0x22 && code != 0x5c;
+    EXPECT_EQ(IsPlain(std::string("ab") + static_cast<char>(code)), isPlain) << code;
+    EXPECT_EQ(IsPlain(static_cast<char>(code) + std::string("ab")), isPlain) << code;
   }
 }
 

@@ -297,6 +297,8 @@ TEST(EncodeCalculateBytes, AddsNothingForAnEndAtOrBeforeTheStart) {
   EXPECT_EQ(EndOf(0, -9, MorvixProtocolUnitBit_4_0, 1), 0u);
   EXPECT_EQ(EndOf(3, -9, MorvixProtocolUnitBit_4_0, 1), 2u);
   EXPECT_EQ(EndOf(3, -2, MorvixProtocolUnitBit_4_0, 1), 3u);
+  EXPECT_EQ(EndOf(20, -100, MorvixProtocolUnitBit_4_0, 20), 10u);  // 80 bits before byte 20
+  EXPECT_EQ(EndOf(20, -100, MorvixProtocolUnitBit_4_0, 21), 11u);
 }
 
 TEST(EncodeCalculateBytes, DoesNotWrapAt32Bits) {

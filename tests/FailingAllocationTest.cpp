@@ -1,28 +1,37 @@
 // Calls of malloc and calloc from the module and from here go through the wrappers below, which refuse on demand.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstdint>
 #include <cstdlib>
+#include <vector>
 
 #include "TestSupport.h"
 
 namespace {
 
-// How many more calls succeed; negative: all.
-int allowedCalls = -1;
+// How many more calls succeed, and how many fail after them; all succeed when that is over.
+int allowedCalls = 0;
+int refusedCalls = 0;
 
 bool IsRefused() {
-  if (allowedCalls < 0) return false;
-  if (allowedCalls == 0) return true;
-  --allowedCalls;
-  return false;
+  if (allowedCalls > 0) {
+    --allowedCalls;
+    return false;
+  }
+  if (refusedCalls == 0) return false;
+  --refusedCalls;
+  return true;
 }
 
-// Lets the next `count` allocations succeed and all later ones of its lifetime fail.
-struct AllowAllocations {
-  explicit AllowAllocations(int count) { allowedCalls = count; }
-  ~AllowAllocations() { allowedCalls = -1; }
+// Lets the next `allowed` allocations succeed and the `refused` ones after them fail, during its lifetime.
+struct RefuseAllocations {
+  RefuseAllocations(int allowed, int refused) {
+    allowedCalls = allowed;
+    refusedCalls = refused;
+  }
+  ~RefuseAllocations() { allowedCalls = refusedCalls = 0; }
 };
 
 const char kConfiguration[] = R"({
@@ -45,8 +54,11 @@ TEST(EncodeEntity, LeavesThePackageAloneWhenABufferCannotBeAllocated) {
   const Json::Value values = ParseJson(R"({"main": {"level": 7}})");
   byte flags = 0xAA;
   byte value = 0x55;
-  for (int allowed = 0; allowed < 2; ++allowed) {
-    SCOPED_TRACE(allowed);
+  const struct {
+    int allowed, refused;
+  } cases[] = {{0, 2}, {0, 1}, {1, 1}};
+  for (const auto& test : cases) {
+    SCOPED_TRACE(testing::Message() << test.allowed << " succeed, " << test.refused << " fail");
     const LogCapture log;
     MorvixProtocolPackage_4_0 package;
     package.flags = &flags;
@@ -54,7 +66,7 @@ TEST(EncodeEntity, LeavesThePackageAloneWhenABufferCannotBeAllocated) {
     package.value = &value;
     package.sizeValue = 1;
     {
-      const AllowAllocations limit(allowed);
+      const RefuseAllocations limit(test.allowed, test.refused);
       ProtocolEncodeEntity_4_0(entity, package, values);
     }
     EXPECT_EQ(package.flags, &flags);
@@ -65,11 +77,32 @@ TEST(EncodeEntity, LeavesThePackageAloneWhenABufferCannotBeAllocated) {
   }
   OwnedPackage package;
   {
-    const AllowAllocations limit(2);
+    const RefuseAllocations limit(2, 1);
     ProtocolEncodeEntity_4_0(entity, package, values);
   }
   ASSERT_EQ(package.sizeValue, 2u);
   EXPECT_EQ(ToHex(package.value, 2), "00 07");
+}
+
+TEST(EncodeEntity, ReleasesTheOneBufferWhenTheOtherCannotBeAllocated) {
+  std::vector<MorvixProtocolAttribute_4_0> attributes;
+  MorvixProtocolEntity_4_0 info;
+  const LogCapture log;
+  ASSERT_TRUE(ProtocolParseEntity_4_0(ParseJson(kConfiguration), 1, attributes, info));
+  const Json::Value values;
+  for (const int allowed : {0, 1}) {
+    SCOPED_TRACE(allowed);
+    const auto encode = [&] {
+      const RefuseAllocations limit(allowed, 1);
+      MorvixProtocolPackage_4_0 package;
+      ProtocolEncodeAttributes_4_0(info, attributes, package, values);
+      return package.value != nullptr;
+    };
+    EXPECT_FALSE(encode());
+    const size_t usedBytes = mallinfo2().uordblks;
+    for (int i = 0; i < 1000; ++i) encode();
+    EXPECT_LT(mallinfo2().uordblks, usedBytes + 1000);
+  }
 }
 
 TEST(UnpackPackage, GivesFalseAndNoValueWhenThereIsNoMemory) {
@@ -77,7 +110,7 @@ TEST(UnpackPackage, GivesFalseAndNoValueWhenThereIsNoMemory) {
   const LogCapture log;
   OwnedPackage package;
   {
-    const AllowAllocations limit(0);
+    const RefuseAllocations limit(0, 1);
     EXPECT_FALSE(ProtocolUnpackPackage_4_0(data, sizeof data, package));
   }
   EXPECT_EQ(package.cmd, MorvixProtocolCommandNotifyResp_4_0);

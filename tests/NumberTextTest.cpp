@@ -191,6 +191,30 @@ TEST(EnumText, EndsWithANulInItsBuffer) {
   }
 }
 
+// The way of its own is only a shorter one, but it has to be the usual one.
+TEST(PrintSmallNumber, LeavesOnlyDifficultNumbersToTheLibrary) {
+  char text[kNumberTextSize] = {};
+  size_t length = 0;
+  for (const double number : {0.0, -0.0, 7.0, -2.5, 0.1, 0.9999999, 123456.789012, 999999999999999.0}) {
+    EXPECT_TRUE(PrintSmallNumber(number, text, length)) << number;
+  }
+  EXPECT_TRUE(PrintSmallNumber(-2.5, text, length));
+  EXPECT_EQ(std::string(text, length), "-2.5");
+  for (const double number : {0.0000005, -3.0000015, 1e15, -1e15, 1e300, kInfinity, -kInfinity, kNaN}) {
+    EXPECT_FALSE(PrintSmallNumber(number, text, length)) << number;
+  }
+}
+
+TEST(LibraryPrintsPlainly, UnlessItRoundsInAnotherDirection) {
+  EXPECT_TRUE(LibraryPrintsPlainly());
+  for (const int mode : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+    ASSERT_EQ(std::fesetround(mode), 0);
+    const bool isPlain = LibraryPrintsPlainly();
+    ASSERT_EQ(std::fesetround(FE_TONEAREST), 0);
+    EXPECT_FALSE(isPlain) << mode;
+  }
+}
+
 // --- Against the C library ---
 
 TEST(NumberText, EqualsTheLibraryOnSmallIntegers) {

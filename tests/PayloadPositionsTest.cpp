@@ -291,7 +291,7 @@ TEST(BitCopyRead, RefusesWhatDoesNotFitAWordAndLeavesItAlone) {
   };
   for (const Case& one : {Case{-1, 1, 1}, Case{-8, 1, 1}, Case{kMinInt, 1, 1}, Case{0, 0, 1}, Case{0, -1, 1},
                           Case{0, kMinInt, 1}, Case{0, 65, 8}, Case{0, kMaxInt, 8}, Case{0, 1, 0}, Case{0, 1, 9},
-                          Case{0, 1, kHugeSize}, Case{1, 64, 8}, Case{7, 58, 8}, Case{kMaxInt, 58, 8}}) {
+                          Case{0, 1, kHugeSize}, Case{1, 64, 8}, Case{7, 58, 8}, Case{kMaxInt, 58, 8}, Case{7, kMaxInt, 8}}) {
     uint64_t u = 0x0123456789ABCDEF;
     EXPECT_FALSE(BitCopy(run.data(), one.start, one.length, one.byteLength, u))
         << one.start << ' ' << one.length << ' ' << one.byteLength;
@@ -575,6 +575,9 @@ TEST(EncodeUIntSpec, TakesNotANumberForZero) {
   EXPECT_EQ(Encode({0, 10, 1, 0, 7}, 7), 0u);        // 0 / 0
   EXPECT_EQ(Encode({0, 10, 1, 0, 7}, 8), kRefused);  // infinity
   EXPECT_EQ(Encode({0, 10, 1, 0, 7}, 6), kRefused);  // -infinity
+  uint64_t x = 5;
+  EXPECT_TRUE(EncodeUIntSpec(0, 10, 1, 0, 7, 7, x));
+  EXPECT_EQ(x, 0u);
 }
 
 TEST(DecodeUIntSpec, MultipliesAndThenAdds) {
@@ -631,6 +634,9 @@ TEST(DecodeUIntSpec, AndEncodeUIntSpecRefuseUnusableScalingsWhateverTheValue) {
       EXPECT_EQ(Decode(scale, x), kUnread) << scale.min << ' ' << scale.max << ' ' << scale.step;
     }
     EXPECT_EQ(Encode(scale, kNaN), kRefused);
+    uint64_t x = 77;
+    EXPECT_FALSE(EncodeUIntSpec(scale.min, scale.max, scale.step, 1, 0, 5, x));
+    EXPECT_EQ(x, 77u) << "a refused scaling changed the output";
   }
 }
 

@@ -357,6 +357,15 @@ TEST_F(ReceivePacket, OrdersMergesAndEscapesAnyTwoNames) {
   EXPECT_GT(merged, TroublesomeNames().size());  // equal names, and those that JSON makes equal
 }
 
+TEST_F(ReceivePacket, OrdersLongNamesThatBeginAlike) {
+  ExpectSame(ConfigurationOf("main", {Bool("brightnesses", kWritable), Bool("brightness1", kWritable, 3),
+                                      Bool("brightness", kWritable, 1), Bool("brightnesr", kWritable, 2)}),
+             {4, 0b0110});
+  EXPECT_EQ(onePass_.document,
+            "{\"main\":{\"brightnesr\":true,\"brightness\":true,\"brightness1\":false,\"brightnesses\":false},"
+            "\"version\":4.0}\n");
+}
+
 TEST_F(ReceivePacket, TakesOnlyAlertsAndFaultsByTheirDisplayName) {
   for (const Group first : kGroups) {
     for (const Group second : kGroups) {

@@ -19,6 +19,8 @@
 namespace {
 
 std::string encodedText;                 // what the encoder below gives for any bytes
+uint32_t encoderCapacity = 0;            // what it was told last
+int buildQuestions = 0;                  // how often the build kind was asked for
 std::vector<std::string> loggedFormats;  // of every line
 
 }  // namespace
@@ -28,7 +30,10 @@ void logMsg(int, const char* format, ...) { loggedFormats.emplace_back(format); 
 void logMsgEx(int, const char*, const char* format, ...) { loggedFormats.emplace_back(format); }
 
 // Gives a text of its own, as a host may: the result need not be the buffer.
-char* __internal_base64_encode(char*, uint32_t, const byte*, size_t) { return encodedText.data(); }
+char* __internal_base64_encode(char*, uint32_t capacity, const byte*, size_t) {
+  encoderCapacity = capacity;
+  return encodedText.data();
+}
 
 int __internal_base64_decode(byte* output, const char* text, uint32_t capacity) {
   const size_t size = std::min<size_t>(std::strlen(text), capacity);
@@ -47,7 +52,10 @@ TavelConfig* TavelConfig::sharedInstance() {
 
 const Json::Value* TavelConfig::GetAllDevices() { return devices_.get(); }
 
-bool TavelConfig::IsDebug() { return true; }
+bool TavelConfig::IsDebug() {
+  ++buildQuestions;
+  return true;
+}
 
 namespace {
 
@@ -137,6 +145,41 @@ TEST(ReplacedHost, MayEncodeOnlyAlertsAsTextThatIsNotPlain) {
   EXPECT_EQ(document, "{\"main\":{},\"version\":4.0}\n");
   ASSERT_EQ(alerts.size(), 1u);
   EXPECT_EQ(alerts[0].value, 5);
+}
+
+TEST(ReplacedHost, MayEncodeOnlyAStatusAsTextThatIsNotPlain) {
+  Product product;
+  product.attributes.pop_back();
+  encodedText = "\"quoted\"";
+  std::string document;
+  std::vector<TavelReceiveInfo> active;
+  ASSERT_TRUE(
+      ProtocolReceivePacket_4_0(product.info, product.attributes, kPacket, sizeof kPacket, document, active, active));
+  EXPECT_EQ(document, R"({"main":{"raw":"\"quoted\""},"version":4.0})" + std::string("\n"));
+}
+
+TEST(ReplacedHost, HasRoomForTwiceTheBytesAndNineMore) {
+  const Product product;
+  MorvixProtocolPackage_4_0 package;
+  byte payload[] = {'a', 'b', 'c'};
+  package.value = payload;
+  package.sizeValue = sizeof payload;
+  Json::Value document;
+  ProtocolDecodeAttributes_4_0(product.info, product.attributes, package, document);
+  EXPECT_EQ(encoderCapacity, 15u);
+}
+
+TEST(ReplacedHost, IsAskedForTheBuildOnlyWhenThereIsAKeyForEach) {
+  Json::Value device;
+  for (const Json::Value& key : {Json::Value("k"), Json::Value(""), Json::Value(5), Json::Value(Json::arrayValue)}) {
+    device["product_key"] = key;
+    buildQuestions = 0;
+    ProtocolGetProductKey_4_0(device);
+    EXPECT_EQ(buildQuestions, 0);
+  }
+  device["product_key"] = Json::Value(Json::objectValue);
+  ProtocolGetProductKey_4_0(device);
+  EXPECT_EQ(buildQuestions, 1);
 }
 
 TEST(ReplacedHost, SaysWhichBuildItIs) {

@@ -117,6 +117,7 @@ static bool StoreScanned(int scanned, Number number, Value& value) {
 template <typename Integer>
 static bool ScanInteger(const char* text, Integer& value) {
   long long number = 0;
+  // NOLINTNEXTLINE(cert-err34-c): saturates on purpose
   const int scanned = std::sscanf(text, "%lli", &number);
   return StoreScanned(scanned, number, value);
 }
@@ -182,6 +183,7 @@ static bool HexOf(const Json::Value& member, dword& value) {
   switch (member.type()) {
     case Json::stringValue: {
       unsigned long long number = 0;
+      // NOLINTNEXTLINE(cert-err34-c): saturates on purpose
       const int scanned = std::sscanf(member.asCString(), "0x%llX", &number);
       return StoreScanned(scanned, number, value);
     }
@@ -205,6 +207,7 @@ static bool HexOf(const Json::Value& member, dword& value) {
 static inline bool DoubleOf(const Json::Value& member, double& value) {
   switch (member.type()) {
     case Json::stringValue:
+      // NOLINTNEXTLINE(cert-err34-c): out of range is infinity or 0, on purpose
       return std::sscanf(member.asCString(), "%lf", &value) != 0;
     case Json::intValue:
     case Json::uintValue:
@@ -1009,6 +1012,7 @@ static bool ReadInteger(const Json::Value* values, const char* attributeName, ui
   const Json::ValueType type = member->type();
   if (type == Json::stringValue) {
     unsigned long long number = 0;
+    // NOLINTNEXTLINE(cert-err34-c): saturates on purpose
     const int scanned = std::sscanf(member->asCString(), "%llu", &number);
     return StoreScanned(scanned, number, value);
   }
@@ -1273,7 +1277,7 @@ static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_
 // locale's point is not seen as one, so the zeros behind it stay.
 static bool LibraryPrintsPlainly() {
   char half[8] = {};
-  std::snprintf(half, sizeof half, "%.1f", 0.5);
+  static_cast<void>(std::snprintf(half, sizeof half, "%.1f", 0.5));
   return std::fegetround() == FE_TONEAREST && std::strcmp(half, "0.5") == 0;
 }
 
@@ -1290,7 +1294,7 @@ static std::string_view NumberText(double number, ValueText& text) {
   size_t length = 0;
   if (text.isPlain && PrintSmallNumber(number, text.number, length)) return {text.number, length};
   std::memset(text.number, 0, sizeof text.number);
-  std::snprintf(text.number, sizeof text.number, "%lf", number);
+  static_cast<void>(std::snprintf(text.number, sizeof text.number, "%lf", number));
   return removeFloatLastZero(text.number);
 }
 

@@ -1,0 +1,74 @@
+#!/usr/bin/env bash
+# Writes the fuzzers' seeds, made from the examples and the tests.
+#   fuzz/seeds.sh FOLDER   into FOLDER/TARGET, which is made anew
+set -euo pipefail
+folder=$(realpath -m "$1")
+cd "$(dirname "$0")/.."
+
+rm -rf "$folder"
+for fuzzer in fuzz/*Fuzzer.cpp; do
+  mkdir -p "$folder/$(basename "$fuzzer" Fuzzer.cpp)"
+done
+
+# seed TARGET NAME: from standard input.
+seed() { cat >"$folder/$1/$2"; }
+# Half of a configuration is indentation.
+compact() { sed 's/^ *//' "$1"; }
+# A number below 256 as a byte.
+raw() { printf '%b' "$(printf '\\x%02x' "$1")"; }
+unhex() { tr -d ' \n' <"$1" | tr a-f A-F | basenc --base16 -d; }
+
+configurations=()
+for file in examples/*.json tests/lint/*.json; do
+  case $file in *values.json | *devices.json) continue ;; esac
+  configurations+=("$file")
+done
+choices=6 # the entities of the examples, and one more
+
+for file in "${configurations[@]}"; do
+  name=$(basename "$file" .json)
+  compact "$file" | seed Configuration "$name"
+  compact "$file" | seed Lint "$name"
+done
+for packet in examples/*.hex; do
+  name=$(basename "$packet" .notify.hex)
+  for ((choice = 0; choice < choices; ++choice)); do
+    { raw $choice && unhex "$packet"; } | seed Packet "$choice.$name"
+    { raw $choice && raw 16 && printf '# %s\n' "$name" && tr '\n' ' ' <"$packet" &&
+      printf '\n{"at": 1, "packet": "%s", "by": "%s"}\n' "$(tr -d '\n' <"$packet")" "$name"; } |
+      seed PacketLines "$choice.$name"
+    { raw $choice && compact "examples/$name.values.json"; } | seed Values "$choice.$name"
+  done
+  # Bytes that are neither too much alike nor too different.
+  head -c 500 "examples/$name.json" | seed Codec "$name.text"
+  head -c 900 "examples/$name.json" | tail -c 400 | basenc --base64 -w 0 | seed Codec "$name.base64"
+  { unhex "$packet" && unhex "$packet" && unhex "$packet"; } | seed Codec "$name.bytes"
+  { raw 20 && raw 0 && unhex "$packet"; } | seed Base64 "$name.bytes"
+  { raw 200 && raw 0 && unhex "$packet" | basenc --base64; } | seed Base64 "$name.text"
+  sed '1s/{/{"version": 4.0,/' "tests/golden/$name.decoded.json" | seed ReceiveDocument "$name.decoded"
+  seed ReceiveDocument "$name.flat" <"tests/golden/$name.flat.json"
+done
+for ((choice = 0; choice < choices; ++choice)); do
+  # The one that is none of the examples has a configuration of its own.
+  { raw $choice && compact examples/kettle.json && raw 0 && unhex examples/kettle.notify.hex; } |
+    seed Packet "$choice.own"
+done
+# The longest packet that is received, and one byte more.
+for bytes in 16384 16385; do
+  { raw 0 && raw 4 && head -c $bytes /dev/zero; } | seed Packet "0.$bytes"
+done
+# Every number of the values as something else.
+number=0
+for form in true null '"&"' '"0x&"' '""' '-&' '&e9' '[&]' '{"a": &}' 4294967295 9223372036854775808 -9e300; do
+  for ((choice = 0; choice < choices; ++choice)); do
+    for values in examples/*.values.json; do
+      { raw $choice && sed -E "s/\b[0-9.]+\b/$form/" "$values"; } |
+        seed Values "$choice.$number.$(basename "$values" .values.json)"
+    done
+  done
+  number=$((number + 1))
+done
+for build in 0 1; do
+  { raw $build && cat examples/devices.json; } | seed Devices "$build.list"
+  { raw $build && compact examples/kettle.json; } | seed Devices "$build.device"
+done
