@@ -89,6 +89,13 @@ TEST(CommandLine, ChoosesAnEntityByItsNameBeforeItsId) {
   EXPECT_THAT(RunTool({"show", "-", "--entity", "2"}, configuration).out, StartsWith("2 \"\", id 1:"));
 }
 
+TEST(CommandLine, ReadsStandardInputOnce) {
+  ExpectUsageError({"lint", "-", "-"}, "dp4: standard input can be read once; expected \"-\" only once\n");
+  ExpectUsageError({"encode", "-", "-"},
+                   "dp4: standard input cannot be both the configuration and the value document\n");
+  ExpectUsageError({"decode", "-"}, "dp4: standard input cannot be both the configuration and the packets\n");
+}
+
 // On a terminal; its lines end in a carriage return and a line feed.
 std::string OnTerminal(const std::string& environment) {
   return OutputOf("cd " EXAMPLES_DIR " && script -qec '" + environment + " " DP4_PATH " show kettle.json' /dev/null");

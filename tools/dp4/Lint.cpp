@@ -246,6 +246,9 @@ int Lint(const LintOptions& options, const CommonOptions& common, std::ostream& 
     out << RulesOutput(options.format, common.color);
     return kFine;
   }
+  if (std::count(options.configurations.begin(), options.configurations.end(), "-") > 1) {
+    throw UsageError("standard input can be read once; expected \"-\" only once");
+  }
   LintChoices choices;
   choices.entity = common.entity;
   choices.log = common.log;
