@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <initializer_list>
 #include <memory>
 #include <vector>
 
@@ -9,7 +10,7 @@
 
 int main(int argc, char** argv) {
   std::vector<std::unique_ptr<Workload>> workloads;
-  for (const size_t attributeCount : {10, 40, 200, 1000}) {
+  for (const size_t attributeCount : std::initializer_list<size_t>{10, 40, 200, 1000}) {
     workloads.push_back(std::make_unique<Workload>(attributeCount));
     for (const Operation& operation : MakeOperations(*workloads.back())) {
       benchmark::RegisterBenchmark((operation.name + "/" + std::to_string(attributeCount)).c_str(),

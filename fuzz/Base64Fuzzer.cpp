@@ -51,7 +51,8 @@ void CheckText(const std::string& text, size_t capacity) {
   const fuzz::Bytes whole = Decoded(text, text.size());
   fuzz::ExpectEqual(whole, model::Base64Bytes(text, text.size()), "the bytes are the model's");
   const auto end = whole.begin() + static_cast<std::ptrdiff_t>(std::min(capacity, whole.size()));
-  fuzz::ExpectEqual(Decoded(text, capacity), fuzz::Bytes(whole.begin(), end), "a smaller capacity gives the first bytes");
+  fuzz::ExpectEqual(Decoded(text, capacity), fuzz::Bytes(whole.begin(), end),
+                    "a smaller capacity gives the first bytes");
   std::string spaced;
   for (const char c : text) spaced += std::string(1, c) + " \t\n\v\f\r"[spaced.size() % 6];
   fuzz::ExpectEqual(Decoded(spaced, text.size()), whole, "white space is passed over");

@@ -101,15 +101,15 @@ void CheckEntityFindings(const Json::Value& entity, const std::string& pointer,
     if (!hasError) fuzz::Fail("what is unusable is an error", pointer);
     return;
   }
-  const auto dropped = static_cast<size_t>(std::count_if(
-      parsed.lines.begin(), parsed.lines.end(), [](const model::Line& line) { return line.level == 1; }));
+  const auto dropped = static_cast<size_t>(
+      std::count_if(parsed.lines.begin(), parsed.lines.end(), [](const model::Line& line) { return line.level == 1; }));
   if (dropped > unclean.size()) {
     fuzz::Fail("every attribute that is dropped has a finding", pointer + fuzz::Show(parsed.lines));
   }
   const uint64_t length = model::PayloadLength(parsed.attributes);
   if (hasError || length == 0 || length > kMostZeros) return;
-  const model::Decoded decoded = model::DecodeAttributes(
-      parsed.entity, parsed.attributes, fuzz::Bytes(static_cast<size_t>(length)), Json::Value());
+  const model::Decoded decoded = model::DecodeAttributes(parsed.entity, parsed.attributes,
+                                                         fuzz::Bytes(static_cast<size_t>(length)), Json::Value());
   if (!decoded.lines.empty()) {
     fuzz::Fail("without an error, a payload of zeros is decoded to its end", pointer + fuzz::Show(decoded.lines));
   }

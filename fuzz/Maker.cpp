@@ -22,19 +22,21 @@ std::string DecimalText(double number) {
 }  // namespace
 
 std::string Maker::MakeName() {
-  static const std::string kNames[] = {"on", "a", "b", "mode", "level", "", "version", "versio", "wersion", "type",
-                                       "value", "name", "temperature", "temperaturE", "quo\"te", "back\\slash",
-                                       "line\nend", "W\xc3\xa4rme", "\xff", "\xed\xa0\x80", "\xf0\x9f\x98\x80", "\x7f",
-                                       std::string("on\0off", 6), std::string("\0", 1)};
+  static const char* const kNames[] = {"on", "a", "b", "mode", "level", "", "version", "versio", "wersion", "type",
+                                       "value", "name",
+                                       // They share a beginning, need an escape, are beyond ASCII, and are no UTF-8.
+                                       "temperature", "temperaturE", "quo\"te", "back\\slash", "line\nend", "\x7f",
+                                       "W\xc3\xa4rme", "\xf0\x9f\x98\x80", "\xff", "\xed\xa0\x80"};
   if (OneIn(8)) return in_.ConsumeRandomLengthString(20);
+  if (OneIn(16)) return std::string("on\0off", 6);
   return in_.PickValueInArray(kNames);
 }
 
 int32_t Maker::MakeInteger() {
   if (OneIn(4)) return in_.ConsumeIntegral<int32_t>();
-  return Pick<int32_t>({-65, -64,  -9,  -8,    -2,    -1,    0,     1,     2,     3,         7,         8,
-                        9,   15,   16,  31,    32,    33,    56,    57,    63,    64,        65,        127,
-                        128, 255,  256, 16383, 16384, 16385, 65535, 65536, 99999, INT32_MAX, INT32_MIN, INT32_MAX - 7});
+  return Pick<int32_t>({-65, -64, -9,  -8,    -2,    -1,    0,     1,     2,     3,         7,         8,
+                        9,   15,  16,  31,    32,    33,    56,    57,    63,    64,        65,        127,
+                        128, 255, 256, 16383, 16384, 16385, 65535, 65536, 99999, INT32_MAX, INT32_MIN, INT32_MAX - 7});
 }
 
 double Maker::MakeDouble() {
@@ -44,9 +46,12 @@ double Maker::MakeDouble() {
     std::memcpy(&number, &bits, sizeof number);
     return number;
   }
-  return Pick({0.0,  -0.0, 1.0,   -1.0,  0.5,  -0.25, 0.1,  0.01,  0.001, 1e-6,      2e-6,       1e-7, 3.7,
-               10.0, 40.0, -40.0, 100.0, 1e9,  1e15,  1e24, 1e300, 5e-7,  -1e300,    5e-324,     0.3,  273.15,
-               -0.5, 1e25, 4503599627370495.0, 4503599627370496.0, kNaN,  kInfinity, -kInfinity, 65535.5});
+  static const double kNumbers[] = {0.0, -0.0, 1.0, -1.0, 0.5, -0.5, -0.25, 0.1, 0.3, 0.01, 0.001, 1e-6, 2e-6, 5e-7,
+                                    1e-7, 3.7, 10.0, 40.0, -40.0, 100.0, 273.15, 65535.5, 1e9, 1e15,
+                                    // Huge, tiny, around the greatest raw value, and no numbers.
+                                    1e24, 1e25, 1e300, -1e300, 5e-324, 4503599627370495.0, 4503599627370496.0, kNaN,
+                                    kInfinity, -kInfinity};
+  return in_.PickValueInArray(kNumbers);
 }
 
 // A number as one of the forms in which a document may have it.
@@ -140,7 +145,8 @@ Json::Value Maker::MakePosition(const std::string& dataType) {
   } else {
     unit = "byte";
     bitOffset = OneIn(8) ? MakeInteger() : 0;
-    len = dataType == "binary" ? (OneIn(16) ? Pick<int32_t>({300, 16000, 65535, 65536}) : Between(1, 12)) : Between(1, 8);
+    len =
+        dataType == "binary" ? (OneIn(16) ? Pick<int32_t>({300, 16000, 65535, 65536}) : Between(1, 12)) : Between(1, 8);
     nextByte_ += len;
   }
   if (OneIn(6)) {  // elsewhere, perhaps on something else
@@ -191,12 +197,12 @@ Json::Value Maker::MakeItems(int64_t width) {
 }
 
 Json::Value Maker::MakeAttribute() {
-  const auto dataType = Pick<const char*>({"bool", "enum", "binary", "uint8", "uint16", "uint32", "uint64", "bool",
-                                           "enum", "uint64"});
-  const std::string group = OneIn(3) || group_.empty()
-                                ? Pick<const char*>({"status_writable", "status_writable", "status_readonly", "alert",
-                                                     "fault"})
-                                : group_;
+  const auto dataType =
+      Pick<const char*>({"bool", "enum", "binary", "uint8", "uint16", "uint32", "uint64", "bool", "enum", "uint64"});
+  const std::string group =
+      OneIn(3) || group_.empty()
+          ? Pick<const char*>({"status_writable", "status_writable", "status_readonly", "alert", "fault"})
+          : group_;
   const bool isBitPacked = dataType == std::string("bool") || dataType == std::string("enum");
   if (nextBit_ != 0 && (!isBitPacked || group != group_)) {  // the bit group has ended
     nextByte_ += (nextBit_ + 7) / 8;
@@ -281,8 +287,9 @@ Json::Value Maker::MakeValue(const Attribute& attribute) {
       const int32_t most = std::clamp(attribute.position.len, 0, 40);
       std::string text =
           model::Base64Text(in_.ConsumeBytes<byte>(static_cast<size_t>(OneIn(4) ? Between(0, most + 2) : most)));
-      if (OneIn(6)) text.insert(static_cast<size_t>(Between(0, static_cast<int32_t>(text.size()))), 1,
-                                Pick({' ', '\n', '=', '-', '\0', 'A'}));
+      if (OneIn(6))
+        text.insert(static_cast<size_t>(Between(0, static_cast<int32_t>(text.size()))), 1,
+                    Pick({' ', '\n', '=', '-', '\0', 'A'}));
       return text;
     }
     default:
@@ -356,8 +363,8 @@ Package Maker::MakePackage(Bytes& flags, Bytes& value) {
   flags.assign(sizeUpTo(1024), 0xf1);
   value.assign(sizeUpTo(16384), 0x7a);
   Package package;
-  package.cmd = MorvixProtocolCommand_4_0(OneIn(8) ? in_.ConsumeIntegral<uint32_t>()
-                                                   : static_cast<uint32_t>(Between(0, 17)));
+  package.cmd =
+      MorvixProtocolCommand_4_0(OneIn(8) ? in_.ConsumeIntegral<uint32_t>() : static_cast<uint32_t>(Between(0, 17)));
   package.subDid = in_.ConsumeIntegral<int32_t>();
   package.needInsertSubDid = Pick<byte>({0, 1, 255});
   package.flags = OneIn(6) ? nullptr : flags.data();

@@ -1,5 +1,6 @@
-// The tool's stream of packets: lines of hexadecimal digits or of JSON. The first byte chooses an entity of the examples,
-// the second how many bytes come at once. With 255 in both, blanks make the first line longer than lines may be.
+// The tool's stream of packets: lines of hexadecimal digits or of JSON. The first byte chooses an entity of the
+// examples, the second how many bytes come at once. With 255 in both, blanks make the first line longer than lines may
+// be.
 
 #include <algorithm>
 #include <memory>
@@ -16,6 +17,8 @@
 namespace {
 
 constexpr size_t kMostLines = 64;
+const std::string kHexDigits = "0123456789abcdefABCDEF";
+const std::string kBlanks = " \t\r\n\v\f";
 
 // Gives a text in pieces, as a pipe does.
 class PipeBuffer : public std::streambuf {
@@ -65,7 +68,9 @@ void CheckLines(const std::string& text, const std::vector<Line>& lines) {
     const size_t end = std::min(text.find('\n', begin), text.size());
     const std::string whole = text.substr(begin, end - begin);
     fuzz::ExpectEqual(line.isTooLong, whole.size() > dp4::kMaxLineBytes, "a line is too long above its limit");
-    if (line.text != whole.substr(0, dp4::kMaxLineBytes)) fuzz::Fail("a line is what stands there", fuzz::Show(whole));
+    std::string expected = whole.substr(0, dp4::kMaxLineBytes);
+    if (begin == 0 && expected.compare(0, 3, "\xef\xbb\xbf") == 0) expected.erase(0, 3);  // a byte-order mark
+    if (line.text != expected) fuzz::Fail("a line is what stands there", fuzz::Show(whole));
     begin = end + 1;
   }
   if (begin < text.size()) fuzz::Fail("every line is read", fuzz::Show(text.substr(begin)));
@@ -95,20 +100,65 @@ void CheckForms(const fuzz::Bytes& bytes) {
   fuzz::ExpectEqual(again, bytes, "an array has the packet's bytes");
 }
 
+// Two digits a byte, perhaps with a prefix.
+bool IsHexWord(const std::string& word) {
+  const bool hasPrefix = word.compare(0, 2, "0x") == 0 || word.compare(0, 2, "0X") == 0;
+  const std::string digits = word.substr(hasPrefix ? 2 : 0);
+  return !digits.empty() && digits.size() % 2 == 0 && digits.find_first_not_of(kHexDigits) == std::string::npos;
+}
+
+// Words with blanks between them, and marks between which there is at least one word.
+bool IsHexText(const std::string& text) {
+  std::string part;
+  size_t words = 0;
+  for (const char c : text + ",") {
+    const bool isMark = c == ':' || c == ',';
+    if (!isMark && kBlanks.find(c) == std::string::npos) {
+      part += c;
+      continue;
+    }
+    if (!part.empty()) {
+      if (!IsHexWord(part)) return false;
+      ++words;
+      part.clear();
+    }
+    if (isMark && words == 0) return false;
+    if (isMark) words = 0;
+  }
+  return true;
+}
+
 bool CheckHex(const std::string& text, fuzz::Bytes& bytes) {
   dp4::HexError error;
-  if (!dp4::ParseHex(text, bytes, error)) {
+  const bool isTaken = dp4::ParseHex(text, bytes, error);
+  fuzz::ExpectEqual(isTaken, IsHexText(text), "what is taken is hexadecimal digits");
+  if (!isTaken) {
     CheckError(error, text);
     return false;
   }
   // Two digits a byte, and a 0 for each prefix.
-  const auto isDigit = [](char c) { return std::string("0123456789abcdefABCDEF").find(c) != std::string::npos; };
+  const auto isDigit = [](char c) { return kHexDigits.find(c) != std::string::npos; };
   const auto digits = static_cast<size_t>(std::count_if(text.begin(), text.end(), isDigit));
   const auto prefixes = static_cast<size_t>(std::count(text.begin(), text.end(), 'x')) +
                         static_cast<size_t>(std::count(text.begin(), text.end(), 'X'));
   fuzz::ExpectEqual(digits - prefixes, 2 * bytes.size(), "two digits make a byte");
   CheckForms(bytes);
   return true;
+}
+
+// Without the texts in it, JSON has few characters.
+bool IsPlainBetweenTexts(const std::string& json) {
+  bool isInText = false;
+  for (size_t i = 0; i < json.size(); ++i) {
+    if (json[i] == '"') {
+      isInText = !isInText;
+    } else if (isInText) {
+      i += json[i] == '\\' ? 1 : 0;
+    } else if (std::string(" \t\r{}[]:,+-.0123456789eEtrufalsn").find(json[i]) == std::string::npos) {
+      return false;
+    }
+  }
+  return !isInText;
 }
 
 // What a line of JSON holds is found, and what is put in its place leaves the rest as it was.
@@ -119,6 +169,7 @@ bool CheckJsonLine(const std::string& line, std::string& packet) {
     CheckError(error, line);
     return false;
   }
+  if (!IsPlainBetweenTexts(line)) fuzz::Fail("a line that is taken is JSON without comments", fuzz::Show(line));
   packet = parts.packet;
   const std::string quoted = line.substr(parts.before.size(), line.size() - parts.before.size() - parts.after.size());
   Json::Value value;
@@ -150,8 +201,8 @@ void CheckPacket(const dp4::ParsedEntity& entity, const fuzz::Bytes& packet, boo
   std::vector<TavelReceiveInfo> alerts;
   std::vector<TavelReceiveInfo> faults;
   fuzz::TakeLines();
-  const bool isReceived = ProtocolReceivePacket_4_0(entity.info, entity.attributes, packet.data(), packet.size(),
-                                                    document, alerts, faults);
+  const bool isReceived =
+      ProtocolReceivePacket_4_0(entity.info, entity.attributes, packet.data(), packet.size(), document, alerts, faults);
   const fuzz::Lines lines = fuzz::TakeLines();
   for (const char* name : {"flat", "decoded", "table"}) {
     if (name == std::string("table") && !withTable) break;
@@ -211,7 +262,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string& line = lines[i].text;
     if (line.size() > 100000) continue;
     std::string hex = line;
-    const size_t first = line.find_first_not_of(" \t\r\n\v\f");
+    const size_t first = line.find_first_not_of(kBlanks);
     if (first != std::string::npos && line[first] == '{' && !CheckJsonLine(line, hex)) continue;
     fuzz::Bytes packet;
     if (CheckHex(hex, packet)) CheckPacket(entities[data[0] % entities.size()], packet, (data[1] + i) % 4 == 0);

@@ -126,7 +126,8 @@ void CheckFlattened(const Json::Value& entity, const Json::Value& flat, Json::Va
 void CheckFlattenedDocument(const Json::Value& root, const Json::Value& flat, const Json::Value& alerts,
                             const Json::Value& faults) {
   const std::string details = "input " + Show(root) + "result " + Show(flat);
-  if (flat.getMemberNames() != root.getMemberNames()) Fail("a converted document has the members of its input", details);
+  if (flat.getMemberNames() != root.getMemberNames())
+    Fail("a converted document has the members of its input", details);
   Json::Value expectedAlerts(Json::arrayValue);
   Json::Value expectedFaults(Json::arrayValue);
   for (const std::string& name : root.getMemberNames()) {
@@ -189,8 +190,7 @@ void CheckUnpack(const Bytes& packet) {
     expected.cmd = static_cast<MorvixProtocolCommand_4_0>(exact[0]);
     if (IsOneOf(expected.cmd, {3, 4})) expected.sizeValue = exact.size() - 1;
   }
-  const bool isResponse =
-      exact.size() >= 2 && IsOneOf(expected.cmd, {3, 4}) && expected.sizeValue <= kMaxPayloadBytes;
+  const bool isResponse = exact.size() >= 2 && IsOneOf(expected.cmd, {3, 4}) && expected.sizeValue <= kMaxPayloadBytes;
   ExpectEqual(isAccepted, isResponse, "responses of 2 to 16385 bytes are accepted");
   if (fields(package) != fields(expected) || package.flags != nullptr || (block != nullptr) != isAccepted ||
       (package.value == &value) != (exact.size() < 2)) {

@@ -71,9 +71,7 @@ uint64_t FieldWidth(const Attribute& attribute) {
   return static_cast<uint64_t>(attribute.position.len) * (IsInBits(attribute) ? 1 : 8);
 }
 
-uint64_t LowBits(uint64_t value, uint64_t count) {
-  return count >= 64 ? value : value & ((uint64_t{1} << count) - 1);
-}
+uint64_t LowBits(uint64_t value, uint64_t count) { return count >= 64 ? value : value & ((uint64_t{1} << count) - 1); }
 
 std::string Describe(const Attribute& attribute, const Json::Value& value, const Bytes& payload) {
   return Show(attribute) + "\ngiven " + Show(value) + "payload " + Show(payload);
@@ -120,8 +118,8 @@ void CheckUntouched(const Attributes& attributes, const Encoding& encoding) {
   }
   for (size_t i = 0; i < touched.size(); ++i) {
     if ((encoding.value[i] & ~touched[i]) != 0) {
-      Fail("bits that no write touches are 0", "byte " + Show(i) + "\npayload " + Show(encoding.value) +
-                                                   "\ntouched " + Show(touched));
+      Fail("bits that no write touches are 0",
+           "byte " + Show(i) + "\npayload " + Show(encoding.value) + "\ntouched " + Show(touched));
     }
   }
 }
@@ -129,8 +127,7 @@ void CheckUntouched(const Attributes& attributes, const Encoding& encoding) {
 // What doubles and six decimals lose at most between a user value and its text.
 double LossOf(const MorvixProtocolUIntSpec_4_0& scaling, double user) {
   constexpr double kHalfDecimal = 0.5e-6;
-  return kHalfDecimal +
-         16 * DBL_EPSILON * (std::fabs(user) + std::fabs(scaling.addition) + std::fabs(scaling.ratio));
+  return kHalfDecimal + 16 * DBL_EPSILON * (std::fabs(user) + std::fabs(scaling.addition) + std::fabs(scaling.ratio));
 }
 
 // The payload of one attribute alone, of which the other values are left out.
@@ -179,8 +176,7 @@ void CheckBinary(const Attribute& attribute, const Json::Value& given, const std
 
 void CheckReadBack(const Attribute& attribute, const Json::Value& given, const Bytes& payload) {
   if (HasNoBits(attribute)) return;
-  if (ProtocolDataTypeIsUInt(attribute.data_type) &&
-      (!CanComeBack(attribute) || !std::isfinite(NumberOf(given)))) {
+  if (ProtocolDataTypeIsUInt(attribute.data_type) && (!CanComeBack(attribute) || !std::isfinite(NumberOf(given)))) {
     return;
   }
   const Json::Value read = DecodeAlone(attribute, payload);
@@ -229,8 +225,8 @@ std::string DescribeWrite(const Attribute& attribute, const Bytes& before, const
 }
 
 // One write, bit by bit. Outside of the bytes that the field touches nothing changes. In them, bits are numbered from
-// the lowest bit of the last byte. Around a tidy field nothing changes either; around another, the bit of number p comes
-// from the bit that has the number p when the bytes are counted in reverse.
+// the lowest bit of the last byte. Around a tidy field nothing changes either; around another, the bit of number p
+// comes from the bit that has the number p when the bytes are counted in reverse.
 void CheckOneWrite(const Attribute& attribute, const Bytes& before, const Bytes& after) {
   const Bits field = FieldOf(attribute);
   const int64_t first = field.FirstByte();
@@ -279,9 +275,8 @@ void CheckNextWrite(const Entity& info, const Attributes& attributes, const Json
 }  // namespace
 
 Encoding EncodeRecords(const Entity& info, const Attributes& attributes, const Json::Value& values) {
-  return RunEncoder(attributes, [&](Package& package) {
-    ProtocolEncodeAttributes_4_0(info, attributes, package, values);
-  });
+  return RunEncoder(attributes,
+                    [&](Package& package) { ProtocolEncodeAttributes_4_0(info, attributes, package, values); });
 }
 
 Json::Value DecodeAlone(const Attribute& attribute, const Bytes& payload) {

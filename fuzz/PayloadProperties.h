@@ -27,11 +27,13 @@ Json::Value DecodeAlone(const Attribute& attribute, const Bytes& payload);
 //      - a bool as it was given, unless its bit_offset is negative, in which case there may be no bit for it;
 //      - an enum as the low bits of its index that the field has;
 //      - a binary as the bytes of its base64 text, as many as the field has; text for fewer leaves the rest alone;
-//      - a number within half a ratio of what was given, and the printed half of the sixth decimal, as long as the field
+//      - a number within half a ratio of what was given, and the printed half of the sixth decimal, as long as the
+//      field
 //        holds `max`, everything in it is finite, the ratio is not 0 and the text is not cut at 31 characters. Encoding
 //        the text then gives the same bytes, if the ratio is above what those decimals and the doubles lose, and the
 //        raw value is neither 0 nor the greatest of all, from where rounding may leave the range.
-//  - Encoding one attribute (that of index `choice`, modulo their number) more changes its field, and around it the bits
+//  - Encoding one attribute (that of index `choice`, modulo their number) more changes its field, and around it the
+//  bits
 //    of its bytes as CheckOneWrite has it.
 void CheckPayload(const Entity& info, const Attributes& attributes, const Json::Value& values, const Encoding& encoding,
                   size_t choice);

@@ -319,8 +319,8 @@ void CheckEntity(const Json::Value& entity, const model::Parsed& writable, const
 
   if (!all.usable || all.hasThrown) return;
   const auto packetOf = [&](const Bytes& bytes) {
-    Bytes packet = {static_cast<byte>(choice % 2 == 0 ? MorvixProtocolCommandReadResp_4_0
-                                                      : MorvixProtocolCommandNotifyResp_4_0)};
+    Bytes packet = {
+        static_cast<byte>(choice % 2 == 0 ? MorvixProtocolCommandReadResp_4_0 : MorvixProtocolCommandNotifyResp_4_0)};
     packet.insert(packet.end(), bytes.begin(), bytes.end());
     return packet;
   };

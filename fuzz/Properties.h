@@ -1,5 +1,5 @@
-// What holds for every input. Each check runs the module on one input and holds the results against one another, against
-// the naive model of the codec, and against what the payload's layout says; see Fail in Support.h.
+// What holds for every input. Each check runs the module on one input and holds the results against one another,
+// against the naive model of the codec, and against what the payload's layout says; see Fail in Support.h.
 //
 // Of configurations, only one thing throws: an array or object as a limit of a scaling. Every check that parses accepts
 // exactly that, where the model throws as well.

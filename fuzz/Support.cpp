@@ -156,16 +156,15 @@ const std::vector<Example>& Examples() {
 }
 
 const Json::Value& MemberOf(const Json::Value& object, const std::string& name) {
-  const Json::Value* member =
-      object.isObject() ? object.find(name.data(), name.data() + name.size()) : nullptr;
+  const Json::Value* member = object.isObject() ? object.find(name.data(), name.data() + name.size()) : nullptr;
   return member == nullptr ? Json::Value::nullSingleton() : *member;
 }
 
 bool IsSame(const Attribute& left, const Attribute& right) {
   const auto fields = [](const Attribute& a) {
     return std::tie(a.id, a.name, a.display_name, a.desc, a.type, a.data_type, a.position.byte_offset,
-                    a.position.bit_offset, a.position.unit, a.position.len, a.position.groupByteLength,
-                    a.uint_spec.min, a.uint_spec.max, a.uint_spec.step, a.enumList);
+                    a.position.bit_offset, a.position.unit, a.position.len, a.position.groupByteLength, a.uint_spec.min,
+                    a.uint_spec.max, a.uint_spec.step, a.enumList);
   };
   return fields(left) == fields(right) && IsSameNumber(left.uint_spec.ratio, right.uint_spec.ratio) &&
          IsSameNumber(left.uint_spec.addition, right.uint_spec.addition);

@@ -30,15 +30,15 @@ for file in "${configurations[@]}"; do
   compact "$file" | seed Configuration "$name"
   compact "$file" | seed Lint "$name"
 done
+number=0
 for packet in examples/*.hex; do
   name=$(basename "$packet" .notify.hex)
   for ((choice = 0; choice < choices; ++choice)); do
     { raw $choice && unhex "$packet"; } | seed Packet "$choice.$name"
-    { raw $choice && raw 16 && printf '# %s\n' "$name" && tr '\n' ' ' <"$packet" &&
-      printf '\n{"at": 1, "packet": "%s", "by": "%s"}\n' "$(tr -d '\n' <"$packet")" "$name"; } |
-      seed PacketLines "$choice.$name"
-    { raw $choice && compact "examples/$name.values.json"; } | seed Values "$choice.$name"
   done
+  { raw $number && raw 16 && printf '# %s\n' "$name" && tr '\n' ' ' <"$packet" &&
+    printf '\n{"at": 1, "packet": "%s", "by": "%s"}\n' "$(tr -d '\n' <"$packet")" "$name"; } |
+    seed PacketLines "$name"
   # Bytes that are neither too much alike nor too different.
   head -c 500 "examples/$name.json" | seed Codec "$name.text"
   head -c 900 "examples/$name.json" | tail -c 400 | basenc --base64 -w 0 | seed Codec "$name.base64"
@@ -47,26 +47,28 @@ for packet in examples/*.hex; do
   { raw 200 && raw 0 && unhex "$packet" | basenc --base64; } | seed Base64 "$name.text"
   sed '1s/{/{"version": 4.0,/' "tests/golden/$name.decoded.json" | seed ReceiveDocument "$name.decoded"
   seed ReceiveDocument "$name.flat" <"tests/golden/$name.flat.json"
+  compact "examples/$name.values.json" | seed Values "$name"
+  # Every number as something else.
+  form=0
+  for other in true null '"&"' '"0x&"' '""' '&e9' '[&]' '{"a": &}' 4294967295 9223372036854775808 9e300; do
+    sed -E "s/\b[0-9.]+\b/$other/" "examples/$name.values.json" | seed Values "$name.$form"
+    form=$((form + 1))
+  done
+  number=$((number + 1))
 done
 for ((choice = 0; choice < choices; ++choice)); do
   # The one that is none of the examples has a configuration of its own.
   { raw $choice && compact examples/kettle.json && raw 0 && unhex examples/kettle.notify.hex; } |
     seed Packet "$choice.own"
 done
+# Lines that are almost JSON, and hexadecimal digits in every form.
+{ raw 0 && raw 3 && printf '%s\n' '{"packet": "0405", /* no */ "at": 1}' '{"packet": "0405"} // no' \
+  '{"packet": "0405", "packet": "04"}' '{"at": +1, "packet": "0405"}' '{"packet": "0405"} {}' '{"packet": 5}' \
+  '{"a": {"b": ["\u0000", -0.5e3, null]}, "packet": "\u0030405"}' '{"packet": "04"}x' &&
+  printf '%s\n' 0405 0x0405 0X04:05 '04,05' '04 , 0x05' '04:' ':04' '04::05' 040 04x5 '0x 04'; } | seed PacketLines lines
 # The longest packet that is received, and one byte more.
 for bytes in 16384 16385; do
   { raw 0 && raw 4 && head -c $bytes /dev/zero; } | seed Packet "0.$bytes"
-done
-# Every number of the values as something else.
-number=0
-for form in true null '"&"' '"0x&"' '""' '-&' '&e9' '[&]' '{"a": &}' 4294967295 9223372036854775808 -9e300; do
-  for ((choice = 0; choice < choices; ++choice)); do
-    for values in examples/*.values.json; do
-      { raw $choice && sed -E "s/\b[0-9.]+\b/$form/" "$values"; } |
-        seed Values "$choice.$number.$(basename "$values" .values.json)"
-    done
-  done
-  number=$((number + 1))
 done
 for build in 0 1; do
   { raw $build && cat examples/devices.json; } | seed Devices "$build.list"

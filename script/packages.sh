@@ -28,7 +28,8 @@ need() {
   done
   [ ${#missing[@]} -eq 0 ] && return
   echo "Installing missing packages: ${missing[*]}" >&2
-  as_root apt-get update -qq
+  # Whether a list that could not be fetched matters, the installation tells.
+  as_root apt-get update -qq || true
   as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 

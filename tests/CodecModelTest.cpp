@@ -116,9 +116,9 @@ class Random {
   uint64_t state_;
 };
 
-size_t CasesTimes() {
-  const char* text = std::getenv("MODEL_CASES");
-  return text == nullptr ? 1 : std::strtoul(text, nullptr, 10);
+size_t Scaled(size_t cases) {
+  const char* times = std::getenv("MODEL_CASES");
+  return times == nullptr ? cases : static_cast<size_t>(static_cast<double>(cases) * std::strtod(times, nullptr));
 }
 
 // Makes numbered cases. `check` gives a description of the case and its difference, empty if there is none. Ends at the
@@ -126,7 +126,7 @@ size_t CasesTimes() {
 template <typename Check>
 void ForEachCase(uint64_t seed, size_t count, const Check& check) {
   size_t differences = 0;
-  for (size_t number = 0; number < count * CasesTimes() && differences < 3; ++number) {
+  for (size_t number = 0; number < Scaled(count) && differences < 3; ++number) {
     Random random(seed, number);
     const std::string difference = check(random);
     if (difference.empty()) continue;

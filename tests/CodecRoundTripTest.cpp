@@ -30,7 +30,7 @@ class Random {
   bool Chance(int percent) { return Int(1, 100) <= percent; }
   template <typename Element>
   const Element& Of(const std::vector<Element>& elements) {
-    return elements[Below(elements.size())];
+    return elements[static_cast<size_t>(Below(elements.size()))];
   }
 
  private:
@@ -76,6 +76,7 @@ struct Field {
 
   bool IsNumber() const { return dataType.compare(0, 4, "uint") == 0; }
   Json::Value Attribute() const;
+  double UserValue(uint64_t raw) const;
   Json::Value Decoded(uint64_t raw) const;
   Json::Value Written(uint64_t raw, Random& random) const;
 };
@@ -102,6 +103,12 @@ Json::Value Field::Attribute() const {
   return attribute;
 }
 
+// The number that the user sees. The product is rounded before the sum, also by a compiler that would rather fuse them.
+double Field::UserValue(uint64_t raw) const {
+  const volatile double product = static_cast<double>(raw) * ratio;
+  return product + addition;
+}
+
 // The value in the decoded document; null when it is left out.
 Json::Value Field::Decoded(uint64_t raw) const {
   if (dataType == "bool") return raw != 0;
@@ -112,14 +119,14 @@ Json::Value Field::Decoded(uint64_t raw) const {
     return Base64(bytes);
   }
   if (raw < min || raw > max) return Json::Value();
-  return NumberText(static_cast<double>(raw) * ratio + addition);
+  return NumberText(UserValue(raw));
 }
 
 // One of the forms in which an application may give the value.
 Json::Value Field::Written(uint64_t raw, Random& random) const {
   if (dataType == "binary") return Decoded(raw);
   if (IsNumber() && random.Chance(50)) return Decoded(raw);
-  if (IsNumber()) return static_cast<double>(raw) * ratio + addition;
+  if (IsNumber()) return UserValue(raw);
   if (random.Chance(50)) return std::to_string(raw);
   if (dataType == "bool" && random.Chance(50)) return raw != 0;
   return Json::Int(raw);
@@ -486,7 +493,8 @@ TEST(ParseOnce, EncodesAndDecodesLikeTheOneCallForms) {
       const size_t bar = encoded.find(" | ");
       written += bar != 0 && bar != std::string::npos ? 1 : 0;
 
-      std::vector<byte> payload(1 + random.Below(static_cast<uint64_t>(product.PayloadBytes()) + 4));
+      std::vector<byte> payload(
+          static_cast<size_t>(1 + random.Below(static_cast<uint64_t>(product.PayloadBytes()) + 4)));
       for (byte& one : payload) one = random.Chance(50) ? byte{0} : static_cast<byte>(random.Below(256));
       Json::Value before = ParseJson(R"({"main": {"old": 1}, "other": 2})");
       Damage(before, random, 20);

@@ -790,6 +790,17 @@ TEST(DecodeStream, PassesNothingThroughThatIsNoJson) {
   EXPECT_EQ(run.exitCode, 1);
 }
 
+// Found by a fuzzer: both lines were taken, and came out with the plus and with what stands behind the NUL.
+TEST(DecodeStream, TakesNoPlusAndNothingBehindANul) {
+  const std::string packet = R"("packet": "04055a019f0100"})";
+  const ToolRun run =
+      DecodeKettle({}, "{\"at\": +1, " + packet + "\n{" + packet + std::string(1, '\0') + " \"more\"\n");
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err,
+            "dp4: standard input:1:8: not JSON: a number that is written in another way\n"
+            "dp4: standard input:2:29: not JSON: a NUL, at which reading ends\n");
+}
+
 TEST(DecodeStream, MayBeginWithAByteOrderMark) {
   EXPECT_EQ(DecodeKettle({},
                          "\xef\xbb\xbf"

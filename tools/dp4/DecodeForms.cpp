@@ -284,7 +284,7 @@ class TableForm : public Form {
       return "not told: another attribute of this name follows";
     }
     if (attribute.data_type != MorvixProtocolDataTypeEnum_4_0) return "";
-    return NameText(attribute.enumList.at(std::stoull(alone.value.asString())));
+    return NameText(attribute.enumList.at(std::stoul(alone.value.asString())));
   }
 
   static const char* End(const std::string& text) { return text.data() + text.size(); }

@@ -330,7 +330,7 @@ void NoteNumber(const Attribute& attribute, const Json::Value& value, Outcome& o
     outcome.isAltered = true;
     outcome.note = "cut: raw " + std::to_string(whole) + " does not fit, " + std::to_string(raw) + " is sent";
   } else if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) {
-    outcome.note = NameText(attribute.enumList.at(raw));
+    outcome.note = NameText(attribute.enumList.at(static_cast<size_t>(raw)));
   } else {
     outcome.note = "raw " + std::to_string(raw) + RoundedText(attribute, value, raw);
   }

@@ -23,10 +23,13 @@ bool FindForeign(const std::string& json, HexError& error) {
   for (size_t i = 0; i < json.size(); ++i) {
     if (json[i] == '"') {
       for (++i; i < json.size() && json[i] != '"'; ++i) i += json[i] == '\\' ? 1 : 0;
+    } else if (json[i] == '\0') {
+      error = {i + 1, "not JSON: a NUL, at which reading ends"};
+      return true;
     } else if (json[i] == '/') {
       error = {i + 1, "not JSON: a comment, where none was expected"};
       return true;
-    } else if (std::string_view("-.0123456789").find(json[i]) != std::string_view::npos) {
+    } else if (std::string_view("+-.0123456789").find(json[i]) != std::string_view::npos) {
       const size_t end = std::min(json.find_first_not_of("+-.0123456789eE", i), json.size());
       if (!IsJsonNumber(json.substr(i, end - i))) {
         error = {i + 1, "not JSON: a number that is written in another way"};

@@ -1,0 +1,22 @@
+# Toolchain of Debian's cross compilers, with the emulator that runs what they make; script/test-cross uses it.
+#   cmake --toolchain cmake/cross.cmake -DMORVIX_CROSS_ARCH=s390x ...
+# The architecture is Debian's name of it: armhf, arm64 or s390x.
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES MORVIX_CROSS_ARCH)
+if(MORVIX_CROSS_ARCH STREQUAL armhf)
+  set(CMAKE_SYSTEM_PROCESSOR arm)
+  set(triplet arm-linux-gnueabihf)
+elseif(MORVIX_CROSS_ARCH STREQUAL arm64)
+  set(CMAKE_SYSTEM_PROCESSOR aarch64)
+  set(triplet aarch64-linux-gnu)
+elseif(MORVIX_CROSS_ARCH STREQUAL s390x)
+  set(CMAKE_SYSTEM_PROCESSOR s390x)
+  set(triplet s390x-linux-gnu)
+else()
+  message(FATAL_ERROR "MORVIX_CROSS_ARCH is \"${MORVIX_CROSS_ARCH}\"; it should be armhf, arm64 or s390x")
+endif()
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_CXX_COMPILER ${triplet}-g++)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${CMAKE_SYSTEM_PROCESSOR})
+# Products and sums may be fused, as they are by a compiler that is not held to standard C++. The notes that go tell of
+# compilers before g++ 7, with which nothing here is mixed.
+set(CMAKE_CXX_FLAGS_INIT "-ffp-contract=fast -Wno-psabi")
