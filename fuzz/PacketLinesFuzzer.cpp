@@ -183,7 +183,9 @@ bool CheckJsonLine(const std::string& line, std::string& packet) {
   }
   Json::Value expected = parts.others;
   expected["packet"] = 7;
-  if (!fuzz::ParseText(replaced, value) || value != expected) {
+  // By the same reader: the module's stores some large integers as another kind.
+  dp4::JsonError problem;
+  if (!dp4::ParseJsonText(replaced, value, problem) || value != expected) {
     fuzz::Fail("the rest of a line stays", fuzz::Show(line) + "\nbecame " + fuzz::Show(replaced));
   }
   return true;
