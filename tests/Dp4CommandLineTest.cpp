@@ -52,6 +52,17 @@ TEST(CommandLine, EscapesArgumentsInMessages) {
                    "dp4: --format: \\x1b[2J not in {text,json,sarif}\ndp4 --help tells more.\n");
 }
 
+// JsonCpp's reader takes a NUL for the end of the text.
+TEST(CommandLine, PassesNothingOverBehindANul) {
+  const std::string text = std::string("{}\n ") + '\0' + " {";
+  const std::string err = "dp4: standard input:2:2: not JSON: a NUL behind the document\n";
+  EXPECT_EQ(RunTool({"show", "-"}, text).err, err);
+  EXPECT_EQ(RunTool({"encode", "kettle.json", "-"}, text).err, err);
+  const ToolRun lint = RunTool({"lint", "-"}, text);
+  EXPECT_EQ(lint.exitCode, 1);
+  EXPECT_THAT(lint.out, StartsWith("standard input:2:2: error: not JSON: a NUL behind the document [json-syntax]\n"));
+}
+
 TEST(CommandLine, TakesNoEmptyTexts) {
   for (const std::vector<std::string>& arguments : {std::vector<std::string>{"show", ""},
                                                     {"show", "kettle.json", "--entity", ""},

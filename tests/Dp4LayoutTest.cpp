@@ -298,6 +298,21 @@ TEST(LayoutText, MarksAndListsOverlaps) {
   EXPECT_NE(run.out.find("! fields overlap"), std::string::npos);
 }
 
+// Field i covers the bytes from i on. Two or more share each byte but the first and the last, the same ones those in the
+// middle.
+TEST(LayoutText, ListsTheOverlapsOfManyLongFields) {
+  std::string attributes;
+  for (int i = 0; i < 300; ++i) {
+    attributes += (i == 0 ? "" : ",") + Attribute("f" + std::to_string(i), "alert", "binary", Bytes(i, 16000));
+  }
+  const std::vector<std::string> remarks = RemarksOf(LayoutText(Configuration(attributes)).out);
+  ASSERT_EQ(remarks.size(), 298u + 1 + 298);
+  EXPECT_EQ(remarks[0], "Overlap: 1 lies in f0 and f1");
+  EXPECT_EQ(remarks[1], "Overlap: 2 lies in f0 and f1 and f2");
+  EXPECT_EQ(remarks[298].substr(0, 38), "Overlap: 299-15999 lies in f0 and f1 a");
+  EXPECT_EQ(remarks[596], "Overlap: 16297 lies in f298 and f299");
+}
+
 TEST(LayoutText, CutsLongFieldsAndGapsShort) {
   const ToolRun run = LayoutText(Configuration(
       Attribute("three", "fault", "binary", Bytes(0, 3)) + "," + Attribute("key", "fault", "binary", Bytes(10, 12)) +

@@ -215,18 +215,18 @@ FewFields SlowOver(const std::vector<BitRange>& laid, const BitRange& range) {
 TEST(CoverageOver, KnowsTheFirstFieldsAndCountsAll) {
   for (unsigned seed = 0; seed < 400; ++seed) {
     std::mt19937 random(seed);
-    const auto below = [&random](unsigned limit) { return static_cast<int64_t>(random() % limit); };
+    const auto below = [&random](unsigned limit) { return uint64_t{random() % limit}; };
     const unsigned bits = seed % 2 == 0 ? 24 : 400;
     std::vector<BitRange> ranges;
     for (unsigned i = 0; i < 1 + seed % 40; ++i) {
-      const int64_t begin = below(bits);
+      const uint64_t begin = below(bits);
       ranges.push_back({begin, begin + below(i % 3 == 0 ? bits : 9)});  // some of them empty
     }
     Coverage coverage(ranges);
     std::vector<BitRange> laid;
     for (size_t i = 0; i < ranges.size(); ++i) {
       for (int probe = 0; probe < 20; ++probe) {
-        const int64_t begin = below(bits + 10) - 5;
+        const uint64_t begin = below(bits + 10);
         const BitRange range{begin, begin + 1 + below(bits)};
         const FewFields expected = SlowOver(laid, range);
         const FewFields few = coverage.Over(range);

@@ -256,7 +256,7 @@ class TableForm : public Form {
   TableRow RowOf(size_t index, const MorvixProtocolPackage_4_0& package, const Json::Value& decoded,
                  const std::set<std::string>& active) const {
     const Attribute& attribute = Entity().attributes[index];
-    const std::vector<size_t>& bits = places_[index];
+    const BitRange& bits = places_[index];
     const Alone alone = DecodeAlone(Entity().info, attribute, package);
     std::string note = NoteOf(attribute, bits, package, alone, decoded);
     const bool isActive = !IsStatus(attribute) && active.count(KeyOf(attribute)) != 0;
@@ -269,10 +269,10 @@ class TableForm : public Form {
             {note, color_ && isActive ? GroupColor(attribute.type) : ""}};
   }
 
-  std::string NoteOf(const Attribute& attribute, const std::vector<size_t>& bits,
+  std::string NoteOf(const Attribute& attribute, const BitRange& bits,
                      const MorvixProtocolPackage_4_0& package, const Alone& alone, const Json::Value& decoded) const {
     if (!alone.line.empty()) return "unreadable: " + alone.line;
-    if (alone.value.isNull() && bits.empty()) return "left out: not readable in this payload";
+    if (alone.value.isNull() && bits.IsEmpty()) return "left out: not readable in this payload";
     if (alone.value.isNull()) {
       return "left out: raw " + std::to_string(RawValue(bits, package.value)) + ", expected " +
              std::to_string(attribute.uint_spec.min) + " to " + std::to_string(attribute.uint_spec.max);
@@ -292,7 +292,7 @@ class TableForm : public Form {
   bool color_;
   const Attribute* culprit_ = nullptr;
   size_t payloadLength_ = 0;  // no packet has none
-  std::vector<std::vector<size_t>> places_;
+  std::vector<BitRange> places_;
 };
 
 }  // namespace

@@ -17,7 +17,7 @@
 
 #include "Commands.h"
 #include "EntityView.h"
-#include "LintScan.h"
+#include "JsonScan.h"
 #include "Packets.h"
 #include "Similar.h"
 #include "Text.h"
@@ -171,7 +171,7 @@ struct Outcome {
 
   Kind kind = kNoValue;
   Given given;
-  std::vector<size_t> bits;   // where it lies
+  BitRange bits;              // where it lies
   std::vector<byte> payload;  // written: the payload with this value alone
   bool isAltered = false;     // written: the packet says something else than the value
   std::string note;           // what there is to say about it
@@ -349,7 +349,7 @@ void NoteBinary(const std::string& text, Outcome& outcome) {
     if (std::isspace(static_cast<unsigned char>(c)) == 0) given += c;
   }
   for (std::string* base64 : {&clean, &given}) base64->erase(base64->find_last_not_of('=') + 1);
-  const size_t room = outcome.bits.size() / 8;
+  const uint64_t room = outcome.bits.Length() / 8;
   const std::string count = Count(bytes.size(), "byte");
   if (given != clean) {
     outcome.isAltered = true;

@@ -43,7 +43,7 @@ AttributesByIndex ByIndex(const std::vector<MorvixProtocolAttribute_4_0>& attrib
   return byIndex;
 }
 
-std::vector<size_t> PlaceIn(size_t payloadBytes, const MorvixProtocolAttribute_4_0& attribute) {
+BitRange PlaceIn(size_t payloadBytes, const MorvixProtocolAttribute_4_0& attribute) {
   return FieldBits(attribute.position, attribute.data_type, payloadBytes);
 }
 
@@ -76,11 +76,11 @@ std::string DifferenceText(const MorvixProtocolAttribute_4_0* read, const Morvix
     const bool isWritable = read->type == MorvixProtocolTypeStatusWritable_4_0;
     return isWritable ? " can be read but not written: encoding drops it" : "";
   }
-  const std::vector<size_t> readAt = PlaceIn(kMaxPayloadBytes, *read);
-  const std::vector<size_t> writtenAt = PlaceIn(std::min(writtenBytes, kMaxPayloadBytes), *written);
-  if (readAt == writtenAt) return "";
-  if (writtenAt.empty()) return " is read at " + PlaceText(readAt) + " but has no place in a write";
-  if (readAt.empty()) return " is written at " + PlaceText(writtenAt) + " but has no place in what is read";
+  const BitRange readAt = PlaceIn(kMaxPayloadBytes, *read);
+  const BitRange writtenAt = PlaceIn(std::min(writtenBytes, kMaxPayloadBytes), *written);
+  if (readAt.begin == writtenAt.begin && readAt.end == writtenAt.end) return "";
+  if (writtenAt.IsEmpty()) return " is read at " + PlaceText(readAt) + " but has no place in a write";
+  if (readAt.IsEmpty()) return " is written at " + PlaceText(writtenAt) + " but has no place in what is read";
   return " is read at " + PlaceText(readAt) + " but written at " + PlaceText(writtenAt);
 }
 
@@ -109,21 +109,15 @@ void AddNotes(const Json::Value& attributes, const AttributesByIndex& read, cons
 
 }  // namespace
 
-std::string PlaceText(std::vector<size_t> bits) {
-  if (bits.empty()) return "nowhere";
-  std::sort(bits.begin(), bits.end());
-  const auto bitText = [](size_t bit) { return std::to_string(bit / 8) + "." + std::to_string(7 - bit % 8); };
-  std::string text;
-  for (size_t begin = 0, end = 0; begin < bits.size(); begin = end) {
-    for (end = begin + 1; end < bits.size() && bits[end] == bits[end - 1] + 1;) ++end;
-    const size_t first = bits[begin];
-    const size_t last = bits[end - 1];
-    const bool isBytes = first % 8 == 0 && last % 8 == 7;
-    const std::string from = isBytes ? std::to_string(first / 8) : bitText(first);
-    const std::string to = isBytes ? std::to_string(last / 8) : bitText(last);
-    text += (text.empty() ? "" : ",") + from + (from == to ? "" : "-" + to);
-  }
-  return text;
+std::string PlaceText(const BitRange& bits) {
+  if (bits.IsEmpty()) return "nowhere";
+  const bool isBytes = bits.begin % 8 == 0 && bits.end % 8 == 0;
+  const auto placeOf = [isBytes](uint64_t bit) {
+    return std::to_string(bit / 8) + (isBytes ? "" : "." + std::to_string(7 - bit % 8));
+  };
+  const std::string first = placeOf(bits.begin);
+  const std::string last = placeOf(bits.end - 1);
+  return first == last ? first : first + "-" + last;
 }
 
 EntityView ViewEntity(const JsonText& configuration, const Json::Value& entity, std::ostream* log) {

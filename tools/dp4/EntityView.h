@@ -19,8 +19,8 @@ constexpr size_t kMaxPayloadBytes = 16384;
 struct AttributeView {
   MorvixProtocolAttribute_4_0 attribute;  // as decoding sees it, or as encoding does when decoding leaves it out
   bool isWritten = false;
-  size_t flagBit = 0;        // of the flag bitmap, when it is written
-  std::vector<size_t> bits;  // of the payload, as FieldBits gives them; empty when it has no place in any packet
+  size_t flagBit = 0;  // of the flag bitmap, when it is written
+  BitRange bits;       // of the payload; empty when it has no place in any packet
 };
 
 struct EntityView {
@@ -42,7 +42,7 @@ std::string PayloadSummary(const EntityView& view);
 
 // Payload bits as "2" or "2-3" for whole bytes, else from the most significant one on as "1.4" or "1.1-2.6" (byte.bit);
 // "nowhere" for none.
-std::string PlaceText(std::vector<size_t> bits);
+std::string PlaceText(const BitRange& bits);
 
 // SGR parameters of the group's colour.
 const char* GroupColor(MorvixProtocolType_4_0 group);

@@ -52,6 +52,12 @@ JsonError FirstError(const std::string& report) {
   return error;
 }
 
+Place PlaceAt(const std::string& text, size_t offset) {
+  const auto end = text.begin() + static_cast<ptrdiff_t>(offset);
+  const auto lines = static_cast<size_t>(std::count(text.begin(), end, '\n'));
+  return {lines + 1, lines == 0 ? offset + 1 : offset - text.rfind('\n', offset)};
+}
+
 // A record of one field, whose scaling lets every raw value of up to 52 bits through.
 MorvixProtocolAttribute_4_0 FieldAttribute(const MorvixProtocolPosition_4_0& position,
                                            MorvixProtocolDataType_4_0 dataType) {
@@ -133,11 +139,18 @@ bool ParseJsonText(const std::string& text, Json::Value& value, JsonError& error
   const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   std::string report;
   try {
-    if (reader->parse(text.data(), text.data() + text.size(), &value, &report)) return true;
-    error = FirstError(report);
+    if (!reader->parse(text.data(), text.data() + text.size(), &value, &report)) {
+      error = FirstError(report);
+      return false;
+    }
   } catch (const Json::Exception&) {
     error = {Place(), "nested too deep"};
+    return false;
   }
+  // The reader takes it for the end of the text.
+  const size_t nul = text.find('\0', static_cast<size_t>(value.getOffsetLimit()));
+  if (nul == std::string::npos) return true;
+  error = {PlaceAt(text, nul), "a NUL behind the document"};
   return false;
 }
 
@@ -252,39 +265,33 @@ std::vector<LoggedLine> LogGatherer::Take() {
   return std::exchange(state_->lines, {});
 }
 
-std::vector<size_t> FieldBits(const MorvixProtocolPosition_4_0& position, MorvixProtocolDataType_4_0 dataType,
-                              size_t payloadLength) {
+BitRange FieldBits(const MorvixProtocolPosition_4_0& position, MorvixProtocolDataType_4_0 dataType,
+                   size_t payloadLength) {
   const LogGatherer silent;
-  std::vector<size_t> bits;
   const bool isInBits = position.unit == MorvixProtocolUnitBit_4_0;
-  if (payloadLength == 0 || position.len < 1 || (isInBits && position.bit_offset < 0)) return bits;
+  if (payloadLength == 0 || position.len < 1 || (isInBits && position.bit_offset < 0)) return {};
   // Enums and numbers are written alike; the scaling of a number lets every value through.
   const bool isNumber = dataType != MorvixProtocolDataTypeBool_4_0 && dataType != MorvixProtocolDataTypeBinary_4_0;
   const Json::Value zero = dataType == MorvixProtocolDataTypeBinary_4_0 ? Json::Value("") : Json::Value(0);
   const auto whole = FieldAttribute(position, isNumber ? MorvixProtocolDataTypeUInt64_4_0 : dataType);
-  if (WriteField(whole, zero, payloadLength).empty()) return bits;
+  if (WriteField(whole, zero, payloadLength).empty()) return {};
 
+  const auto length = static_cast<uint64_t>(position.len);
+  MorvixProtocolPosition_4_0 part = position;
+  part.len = 1;
   if (!isInBits) {
-    MorvixProtocolPosition_4_0 firstByte = position;
-    firstByte.len = 1;
-    const auto first = FieldAttribute(firstByte, MorvixProtocolDataTypeUInt8_4_0);
-    const size_t firstBit = FirstSetBit(WriteField(first, 0x80, payloadLength));
-    const size_t count = static_cast<size_t>(position.len) * 8;
-    for (size_t k = 0; k < count; ++k) bits.push_back(firstBit + count - 1 - k);
-    return bits;
+    const auto firstByte = FieldAttribute(part, MorvixProtocolDataTypeUInt8_4_0);
+    const uint64_t highest = FirstSetBit(WriteField(firstByte, 0x80, payloadLength));
+    return {highest, highest + length * 8};
   }
-  for (int32_t k = 0; k < position.len; ++k) {
-    MorvixProtocolPosition_4_0 oneBit = position;
-    oneBit.len = 1;
-    oneBit.bit_offset += k;
-    // A bit above the group lies in a longer group that ends at the same byte.
-    while (oneBit.groupByteLength * 8 <= static_cast<size_t>(oneBit.bit_offset)) {
-      ++oneBit.groupByteLength;
-      --oneBit.byte_offset;
-    }
-    bits.push_back(FirstSetBit(WriteField(FieldAttribute(oneBit, MorvixProtocolDataTypeBool_4_0), 1, payloadLength)));
+  // A bit above the group lies in a longer group that ends at the same byte.
+  while (part.groupByteLength * 8 <= static_cast<size_t>(part.bit_offset)) {
+    ++part.groupByteLength;
+    --part.byte_offset;
   }
-  return bits;
+  const auto lowestBit = FieldAttribute(part, MorvixProtocolDataTypeBool_4_0);
+  const uint64_t end = FirstSetBit(WriteField(lowestBit, 1, payloadLength)) + 1;
+  return {end - length, end};
 }
 
 size_t PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes) {

@@ -125,11 +125,21 @@ struct OwnedPackage : MorvixProtocolPackage_4_0 {
   std::vector<byte> Payload() const { return {value, value + sizeValue}; }
 };
 
-// The payload bits that a field of the module takes, found by having the module write them: bit k of the value is at
-// [k]. Bits count from 0, the most significant bit of payload byte 0, as a reader of a bit map sees them. A field that
-// the module cannot write at `payloadLength` is empty.
-std::vector<size_t> FieldBits(const MorvixProtocolPosition_4_0& position, MorvixProtocolDataType_4_0 dataType,
-                              size_t payloadLength);
+// Adjacent bits of a payload, counted from 0, the most significant bit of byte 0, as a reader of a bit map sees them.
+struct BitRange {
+  uint64_t begin = 0;
+  uint64_t end = 0;  // the first one behind them
+
+  bool IsEmpty() const { return begin == end; }
+  uint64_t Length() const { return end - begin; }
+  size_t FirstByte() const { return static_cast<size_t>(begin / 8); }
+  size_t EndByte() const { return static_cast<size_t>((end + 7) / 8); }
+};
+
+// The payload bits that a field of the module takes, found by having the module write them; the value's highest bit is
+// the first. Empty for a field that the module cannot write at `payloadLength`.
+BitRange FieldBits(const MorvixProtocolPosition_4_0& position, MorvixProtocolDataType_4_0 dataType,
+                   size_t payloadLength);
 
 // The length of the payload in bytes that the module uses for these attributes; 0 for none.
 size_t PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes);

@@ -1,7 +1,9 @@
 #include "LayoutMap.h"
 
 #include <algorithm>
-#include <utility>
+#include <iterator>
+#include <map>
+#include <set>
 
 #include "Text.h"
 
@@ -16,50 +18,46 @@ MapField FieldOf(const AttributeView& view) {
   return {NameText(attribute.name), NameText(attribute.display_name), attribute.type, attribute.data_type, view.bits};
 }
 
-// For each payload bit the fields that it lies in.
-std::vector<Indexes> FieldsOfBits(const std::vector<MapField>& fields, size_t bytes) {
-  std::vector<Indexes> fieldsOfBits(bytes * 8);
+// The payload cut wherever a field begins or ends.
+std::vector<MapStretch> StretchesOf(const std::vector<MapField>& fields, size_t bytes) {
+  std::set<uint64_t> cuts = {0};
+  std::multimap<uint64_t, size_t> begins;
+  std::multimap<uint64_t, size_t> ends;
   for (size_t i = 0; i < fields.size(); ++i) {
-    for (const size_t bit : fields[i].bits) fieldsOfBits[bit].push_back(i);
+    const BitRange& bits = fields[i].bits;
+    cuts.insert({bits.begin, bits.end});
+    begins.emplace(bits.begin, i);
+    ends.emplace(bits.end, i);
   }
-  return fieldsOfBits;
+  const uint64_t end = uint64_t{8} * bytes;
+  cuts.insert(end);
+  std::vector<MapStretch> stretches;
+  std::set<size_t> open;
+  for (auto cut = cuts.begin(); *cut != end; ++cut) {
+    const auto [firstEnd, lastEnd] = ends.equal_range(*cut);
+    for (auto ended = firstEnd; ended != lastEnd; ++ended) open.erase(ended->second);
+    const auto [firstBegin, lastBegin] = begins.equal_range(*cut);
+    for (auto begun = firstBegin; begun != lastBegin; ++begun) open.insert(begun->second);
+    stretches.push_back({{*cut, *std::next(cut)}, {open.begin(), open.end()}});
+  }
+  return stretches;
 }
 
-std::vector<MapPiece> PiecesOf(const std::vector<Indexes>& fieldsOfBits, size_t byteIndex) {
-  std::vector<MapPiece> pieces;
-  for (size_t column = 0; column < 8; ++column) {
-    const Indexes& fields = fieldsOfBits[byteIndex * 8 + column];
-    if (pieces.empty() || pieces.back().fields != fields) pieces.push_back({column, 0, fields});
-    ++pieces.back().columns;
-  }
-  return pieces;
-}
-
-std::vector<MapBlock> BlocksOf(const std::vector<Indexes>& fieldsOfBits) {
+std::vector<MapBlock> BlocksOf(const std::vector<MapStretch>& stretches) {
   std::vector<MapBlock> blocks;
-  for (size_t i = 0; i < fieldsOfBits.size() / 8; ++i) {
-    std::vector<MapPiece> pieces = PiecesOf(fieldsOfBits, i);
-    const bool continues = !blocks.empty() && pieces.size() == 1 && blocks.back().pieces.size() == 1 &&
-                           pieces[0].fields == blocks.back().pieces[0].fields;
-    if (continues) {
-      blocks.back().last = i;
-    } else {
-      blocks.push_back({i, i, std::move(pieces)});
+  for (const MapStretch& stretch : stretches) {
+    const uint64_t end = stretch.bits.end;
+    for (uint64_t bit = stretch.bits.begin; bit < end;) {
+      const auto byteIndex = static_cast<size_t>(bit / 8);
+      const auto column = static_cast<size_t>(bit % 8);
+      const auto bytes = static_cast<size_t>((end - bit) / 8);
+      if (column == 0) blocks.push_back({byteIndex, byteIndex + std::max<size_t>(bytes, 1) - 1, {}});
+      const size_t columns = std::min<size_t>(8 - column, end - bit);
+      blocks.back().pieces.push_back({column, columns, stretch.fields});
+      bit += column == 0 && bytes > 0 ? 8 * bytes : columns;
     }
   }
   return blocks;
-}
-
-// Fields have no holes, so that the bits of an overlap have none either.
-std::vector<MapOverlap> OverlapsOf(const std::vector<Indexes>& fieldsOfBits) {
-  std::vector<MapOverlap> overlaps;
-  for (size_t bit = 0; bit < fieldsOfBits.size(); ++bit) {
-    const Indexes& fields = fieldsOfBits[bit];
-    if (fields.size() < 2) continue;
-    if (overlaps.empty() || overlaps.back().fields != fields) overlaps.push_back({{}, fields});
-    overlaps.back().bits.push_back(bit);
-  }
-  return overlaps;
 }
 
 }  // namespace
@@ -71,20 +69,20 @@ PayloadMap MapPayload(const EntityView& view) {
   map.notes = view.notes;
   size_t bytes = std::min(view.payloadBytes, kMaxPayloadBytes);
   for (const AttributeView& attribute : view.attributes) {
-    if (attribute.bits.empty()) {
+    if (attribute.bits.IsEmpty()) {
       map.unplaced.push_back(FieldOf(attribute));
       continue;
     }
     map.fields.push_back(FieldOf(attribute));
-    bytes = std::max(bytes, *std::max_element(attribute.bits.begin(), attribute.bits.end()) / 8 + 1);
+    bytes = std::max(bytes, attribute.bits.EndByte());
   }
   std::stable_sort(map.fields.begin(), map.fields.end(), [](const MapField& left, const MapField& right) {
-    return *std::min_element(left.bits.begin(), left.bits.end()) <
-           *std::min_element(right.bits.begin(), right.bits.end());
+    return left.bits.begin < right.bits.begin;
   });
-  const std::vector<Indexes> fieldsOfBits = FieldsOfBits(map.fields, bytes);
-  map.blocks = BlocksOf(fieldsOfBits);
-  map.overlaps = OverlapsOf(fieldsOfBits);
+  const std::vector<MapStretch> stretches = StretchesOf(map.fields, bytes);
+  map.blocks = BlocksOf(stretches);
+  std::copy_if(stretches.begin(), stretches.end(), std::back_inserter(map.overlaps),
+               [](const MapStretch& stretch) { return stretch.fields.size() > 1; });
   return map;
 }
 
@@ -97,16 +95,10 @@ bool HasGaps(const PayloadMap& map) {
 
 std::string ValueBitsText(const MapField& field, size_t byteIndex, const MapPiece& piece) {
   // Binaries are no numbers, and their bytes are in order anyway.
-  if (field.dataType == MorvixProtocolDataTypeBinary_4_0 || field.bits.size() == piece.columns) return "";
-  const size_t begin = byteIndex * 8 + piece.column;
-  std::string low;
-  std::string high;
-  for (size_t k = 0; k < field.bits.size(); ++k) {
-    if (field.bits[k] < begin || field.bits[k] >= begin + piece.columns) continue;
-    if (low.empty()) low = std::to_string(k);
-    high = std::to_string(k);
-  }
-  return high == low ? "[" + low + "]" : "[" + high + ":" + low + "]";
+  if (field.dataType == MorvixProtocolDataTypeBinary_4_0 || field.bits.Length() == piece.columns) return "";
+  const uint64_t high = field.bits.end - 1 - (8 * byteIndex + piece.column);
+  const uint64_t low = high + 1 - piece.columns;
+  return "[" + std::to_string(high) + (high == low ? "" : ":" + std::to_string(low)) + "]";
 }
 
 bool HasValueBits(const PayloadMap& map) {
@@ -125,7 +117,7 @@ std::string NamesText(const PayloadMap& map, const Indexes& fields, const std::s
 
 std::vector<std::string> Remarks(const PayloadMap& map) {
   std::vector<std::string> remarks;
-  for (const MapOverlap& overlap : map.overlaps) {
+  for (const MapStretch& overlap : map.overlaps) {
     remarks.push_back("Overlap: " + PlaceText(overlap.bits) + " lies in " + NamesText(map, overlap.fields, " and "));
   }
   for (const MapField& field : map.unplaced) {

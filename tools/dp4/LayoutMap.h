@@ -17,7 +17,7 @@ struct MapField {
   std::string displayName;
   MorvixProtocolType_4_0 group;
   MorvixProtocolDataType_4_0 dataType;
-  std::vector<size_t> bits;  // as FieldBits gives them
+  BitRange bits;
 };
 
 // Neighbouring bits of one byte that lie in the same fields. Column 0 is bit 7.
@@ -34,10 +34,10 @@ struct MapBlock {
   std::vector<MapPiece> pieces;
 };
 
-// Bits that lie in several fields.
-struct MapOverlap {
-  std::vector<size_t> bits;
-  std::vector<size_t> fields;
+// Adjacent bits that lie in the same fields, as many as there are.
+struct MapStretch {
+  BitRange bits;
+  std::vector<size_t> fields;  // as in a piece
 };
 
 struct PayloadMap {
@@ -46,7 +46,7 @@ struct PayloadMap {
   std::vector<MapField> fields;  // in the order of their places
   std::vector<MapField> unplaced;
   std::vector<MapBlock> blocks;
-  std::vector<MapOverlap> overlaps;
+  std::vector<MapStretch> overlaps;  // those in several fields
   std::vector<std::string> notes;
 };
 

@@ -83,14 +83,14 @@ class Coverage {
   };
 
   // Of the first edge that is not before the bit.
-  size_t IndexOf(int64_t bit) const {
+  size_t IndexOf(uint64_t bit) const {
     return static_cast<size_t>(std::lower_bound(edges_.begin(), edges_.end(), bit) - edges_.begin());
   }
 
   // Two segment trees whose leaves are the stretches that begin with each edge. Of a field that covers several
   // stretches, `covering_` has it at the topmost nodes that it covers whole; `beginning_` has it where it begins, and
   // above that.
-  std::vector<int64_t> edges_;
+  std::vector<uint64_t> edges_;
   std::vector<Node> covering_;
   std::vector<Node> beginning_;
 };

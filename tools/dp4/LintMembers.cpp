@@ -9,8 +9,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "JsonScan.h"
 #include "LintModel.h"
-#include "LintScan.h"
 #include "Similar.h"
 
 namespace dp4 {

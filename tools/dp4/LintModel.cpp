@@ -251,16 +251,16 @@ std::vector<std::string> ItemsOf(const Json::Value& member) {
 }
 
 std::string BytesText(const BitRange& range) {
-  const int64_t first = range.FirstByte();
-  const int64_t last = range.EndByte() - 1;
+  const size_t first = range.FirstByte();
+  const size_t last = range.EndByte() - 1;
   if (first == last) return "byte " + std::to_string(first);
   return "bytes " + std::to_string(first) + (last == first + 1 ? " and " : " to ") + std::to_string(last);
 }
 
 std::string BitsText(const BitRange& range) {
   if (range.EndByte() - range.FirstByte() > 1 || range.Length() == 8) return BytesText(range);
-  const int64_t highest = 7 - range.begin % 8;
-  const int64_t lowest = 7 - (range.end - 1) % 8;
+  const uint64_t highest = 7 - range.begin % 8;
+  const uint64_t lowest = 7 - (range.end - 1) % 8;
   const std::string bits = highest == lowest ? "bit " + std::to_string(highest)
                                              : "bits " + std::to_string(highest) +
                                                    (highest == lowest + 1 ? " and " : " to ") + std::to_string(lowest);
@@ -313,12 +313,10 @@ BitRange Locate(const Attribute& field, size_t payloadLength) {
     moved.data_type = MorvixProtocolDataTypeUInt8_4_0;
   }
   const size_t length = std::max(window.length, PayloadLength({moved}));
-  const std::vector<size_t> bits = FieldBits(moved.position, moved.data_type, length);
-  if (bits.empty()) return {};
-  BitRange range;
-  range.begin = static_cast<int64_t>(bits.back() + 8 * window.shift);
-  range.end = isLong ? range.begin + 8 * int64_t{bytes} : static_cast<int64_t>(bits.front() + 1 + 8 * window.shift);
-  return range;
+  const BitRange bits = FieldBits(moved.position, moved.data_type, length);
+  if (bits.IsEmpty()) return {};
+  const uint64_t begin = bits.begin + uint64_t{8} * window.shift;
+  return {begin, begin + (isLong ? uint64_t{8} * static_cast<uint64_t>(bytes) : bits.Length())};
 }
 
 std::string ShortestText(double number) {
@@ -345,7 +343,7 @@ Attribute OpenField(const Attribute& field, const std::string& key) {
   return open;
 }
 
-uint64_t LargestOpenValue(size_t bits) { return (uint64_t{1} << std::min<size_t>(bits, kRawBits)) - 1; }
+uint64_t LargestOpenValue(uint64_t bits) { return (uint64_t{1} << std::min<uint64_t>(bits, kRawBits)) - 1; }
 
 Encoded EncodeFields(const std::vector<Attribute>& fields, const Json::Value& values, size_t payloadLength) {
   LogGatherer log;

@@ -80,16 +80,6 @@ class LintEntity {
 // The texts of an "enum" member as the parser takes them.
 std::vector<std::string> ItemsOf(const Json::Value& member);
 
-// Adjacent payload bits, counted from the most significant bit of byte 0; empty when the module cannot use the field.
-struct BitRange {
-  int64_t begin = 0;
-  int64_t end = 0;
-  bool IsEmpty() const { return begin == end; }
-  int64_t Length() const { return end - begin; }
-  int64_t FirstByte() const { return begin / 8; }
-  int64_t EndByte() const { return (end + 7) / 8; }
-};
-
 // "byte 3", "bytes 3 and 4", "bytes 3 to 5".
 std::string BytesText(const BitRange& range);
 // "bit 4 of byte 3", "bits 4 to 2 of byte 3", or bytes.
@@ -108,7 +98,7 @@ struct Window {
 };
 Window WindowOn(const std::vector<Attribute>& fields, size_t payloadLength);
 
-// Where the module writes a field.
+// Where the module writes a field; empty when it cannot.
 BitRange Locate(const Attribute& field, size_t payloadLength);
 
 // The shortest text that is read as this number.
@@ -119,7 +109,7 @@ Attribute Keyed(const Attribute& field, const std::string& key);
 // A number in the bits of the field, under the name `key`, which lets every raw value of up to 52 bits through.
 Attribute OpenField(const Attribute& field, const std::string& key);
 // The largest raw value of an open field of this many bits.
-uint64_t LargestOpenValue(size_t bits);
+uint64_t LargestOpenValue(uint64_t bits);
 
 // What the encoder makes of `values`, by name.
 struct Encoded {

@@ -9,6 +9,7 @@
 
 #include "LintCoverage.h"
 #include "LintModel.h"
+#include "Packets.h"
 
 namespace dp4 {
 
@@ -37,7 +38,7 @@ Layout WritingOf(const LintEntity& entity, const Layout& reading) {
     const BitRange known = read == nullptr || read->position.groupByteLength != field.position.groupByteLength
                                ? BitRange()
                                : reading.ranges[static_cast<size_t>(read - entity.all.data())];
-    const bool isKnown = !known.IsEmpty() && known.EndByte() <= static_cast<int64_t>(entity.writeLength);
+    const bool isKnown = !known.IsEmpty() && known.EndByte() <= entity.writeLength;
     layout.ranges.push_back(isKnown ? known : Locate(field, entity.writeLength));
   }
   return layout;
@@ -275,8 +276,6 @@ BitRange SettableBits(const Attribute& field, const BitRange& range) {
   return settable;
 }
 
-bool BitAt(const std::vector<byte>& bytes, size_t bit) { return (bytes[bit / 8] & 0x80 >> bit % 8) != 0; }
-
 // What the bytes of a bit field are with one bit set, and what they are once the field is written as 0 behind that.
 struct Rewrite {
   std::vector<byte> before;
@@ -346,14 +345,14 @@ class DisturbanceCheck {
 
   Disturbance Of(size_t field) {
     const BitRange& range = layout_.ranges[field];
-    const BitRange bytes{range.FirstByte() * 8, range.EndByte() * 8};
+    const BitRange bytes{uint64_t{8} * range.FirstByte(), uint64_t{8} * range.EndByte()};
     const bool isWritten = !layout_.attributes[field].enumList.empty();  // more than one byte has no bool
     Disturbance found;
     if (!isWritten || !IsInBits(layout_.attributes[field]) || bytes.Length() <= 8) return found;
     if (laid_.Over(bytes).IsEmpty()) return found;
     const std::vector<Rewrite>& rewrites = rewrites_.Of(layout_.attributes[field].position);
     // Bits that the field overwrites count as well: they may come back elsewhere.
-    for (int64_t bit = bytes.end - 1; bit >= bytes.begin; --bit) {
+    for (uint64_t bit = bytes.end; bit-- > bytes.begin;) {
       const FewFields setters = canSet_.Over({bit, bit + 1});
       if (setters.IsEmpty()) continue;
       const Rewrite& rewrite = rewrites[static_cast<size_t>(bit - bytes.begin)];
@@ -382,12 +381,10 @@ class DisturbanceCheck {
   // True when bits of other fields, which are then noted, are not as they were.
   bool Compare(const Rewrite& rewrite, const BitRange& range, Disturbance& found) const {
     bool isDisturbed = false;
-    const int64_t begin = range.FirstByte() * 8;
-    for (int64_t bit = begin; bit < range.EndByte() * 8; ++bit) {
-      const auto index = static_cast<size_t>(bit - begin);
-      if ((bit >= range.begin && bit < range.end) || BitAt(rewrite.before, index) == BitAt(rewrite.after, index)) {
-        continue;
-      }
+    const uint64_t begin = uint64_t{8} * range.FirstByte();
+    for (uint64_t bit = begin; bit < uint64_t{8} * range.EndByte(); ++bit) {
+      const bool isOwn = bit >= range.begin && bit < range.end;
+      if (isOwn || BitAt(rewrite.before.data(), bit - begin) == BitAt(rewrite.after.data(), bit - begin)) continue;
       const FewFields fields = laid_.Over({bit, bit + 1});
       found.fields.insert(fields.first.begin(), fields.first.end());
       found.areMore = found.areMore || fields.count > fields.first.size();

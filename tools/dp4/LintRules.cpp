@@ -4,8 +4,8 @@
 #include <iterator>
 #include <map>
 
+#include "JsonScan.h"
 #include "LintModel.h"
-#include "LintScan.h"
 #include "Roundtrip.h"
 #include "Similar.h"
 

@@ -362,20 +362,20 @@ void LintItemCount(const LintEntity& entity, const Attribute& field, Findings& f
   const std::string back = WrittenIndex(probe, window, count - 1);
   if (!back.empty() && back != last) {
     findings.Add(RuleId::kEnumTooManyItems, spot,
-                 label + " has " + CountText(count) + " in " + Count(static_cast<size_t>(range.Length()), "bit"),
+                 label + " has " + CountText(count) + " in " + Count(range.Length(), "bit"),
                  "the highest bits are lost without a word: index " + last + " becomes index " + back,
                  "use more bits or fewer items");
   }
 
   // A device that sets all bits.
-  const uint64_t largest = LargestOpenValue(static_cast<size_t>(range.Length()));
+  const uint64_t largest = LargestOpenValue(range.Length());
   Json::Value values;
   values["field"] = Json::UInt64{largest};
   const Encoded full = EncodeFields({OpenField(probe, "field")}, values, window.length);
   const Decoded decoded = DecodeFields({probe}, full.payload);
   if (decoded.refusal.empty()) return;
   findings.Add(RuleId::kEnumIncomplete, spot,
-               label + " has " + CountText(count) + " in " + Count(static_cast<size_t>(range.Length()), "bit"),
+               label + " has " + CountText(count) + " in " + Count(range.Length(), "bit"),
                "a device that sends " + std::to_string(largest) + " ends the decode with \"" + decoded.refusal +
                    "\"; the attributes behind it are missing",
                "list an item for each number that the device may send");

@@ -66,34 +66,6 @@ std::string Base64Text(const std::vector<byte>& packet) {
   return __internal_base64_encode(buffer.data(), static_cast<uint32_t>(buffer.size()), packet.data(), packet.size());
 }
 
-// The bits of a field that lie in one payload byte; a field's runs go from its highest bit to its lowest.
-struct Run {
-  size_t byteIndex;
-  size_t high;  // numbered from the byte's lowest bit, 0
-  size_t low;
-};
-
-std::vector<Run> RunsOf(const std::vector<size_t>& bits) {
-  std::vector<Run> runs;
-  for (auto bit = bits.rbegin(); bit != bits.rend(); ++bit) {
-    const size_t number = 7 - *bit % 8;
-    if (!runs.empty() && runs.back().byteIndex == *bit / 8) {
-      runs.back().low = number;
-    } else {
-      runs.push_back({*bit / 8, number, number});
-    }
-  }
-  return runs;
-}
-
-std::string BinaryText(const Run& run, const byte* payload) {
-  std::string text;
-  for (size_t number = run.high + 1; number-- > run.low;) {
-    text += (payload[run.byteIndex] >> number & 1) != 0 ? '1' : '0';
-  }
-  return text;
-}
-
 }  // namespace
 
 bool ParseHex(const std::string& text, std::vector<byte>& bytes, HexError& error) {
@@ -140,21 +112,22 @@ std::vector<byte> PackPackage(const MorvixProtocolPackage_4_0& package) {
   return buffer;
 }
 
-std::string BitsText(const std::vector<size_t>& bits, const byte* payload) {
-  const std::vector<Run> runs = RunsOf(bits);
-  const bool isBytes =
-      std::all_of(runs.begin(), runs.end(), [](const Run& run) { return run.high == 7 && run.low == 0; });
+bool BitAt(const byte* payload, uint64_t bit) { return (payload[bit / 8] & 0x80 >> bit % 8) != 0; }
+
+std::string BitsText(const BitRange& bits, const byte* payload) {
+  const size_t bytes = bits.EndByte() - bits.FirstByte();
+  if (bits.begin % 8 == 0 && bits.end % 8 == 0) return HexText(payload + bits.FirstByte(), bytes);
   std::string text;
-  for (const Run& run : runs) {
-    if (!text.empty()) text += ' ';
-    text += isBytes ? HexText(payload + run.byteIndex, 1) : BinaryText(run, payload);
+  for (uint64_t bit = bits.begin; bit < bits.end; ++bit) {
+    if (bit % 8 == 0 && !text.empty()) text += ' ';
+    text += BitAt(payload, bit) ? '1' : '0';
   }
   return text;
 }
 
-uint64_t RawValue(const std::vector<size_t>& bits, const byte* payload) {
+uint64_t RawValue(const BitRange& bits, const byte* payload) {
   uint64_t raw = 0;
-  for (auto bit = bits.rbegin(); bit != bits.rend(); ++bit) raw = raw << 1 | (payload[*bit / 8] >> (7 - *bit % 8) & 1);
+  for (uint64_t bit = bits.begin; bit < bits.end; ++bit) raw = raw << 1 | (BitAt(payload, bit) ? 1 : 0);
   return raw;
 }
 

@@ -32,12 +32,13 @@ std::string PacketText(const std::vector<byte>& packet, const std::string& form)
 // The bytes that the module lays `package` out as; empty when it refuses.
 std::vector<byte> PackPackage(const MorvixProtocolPackage_4_0& package);
 
-// What stands in the payload bits of a field, given as FieldBits gives them, the highest first: whole bytes in
-// hexadecimal, others in binary, a blank between bytes.
-std::string BitsText(const std::vector<size_t>& bits, const byte* payload);
+bool BitAt(const byte* payload, uint64_t bit);
+
+// What stands in bits of a payload: whole bytes in hexadecimal, others in binary, a blank between bytes.
+std::string BitsText(const BitRange& bits, const byte* payload);
 
 // The same as a number; `bits` are at most 64.
-uint64_t RawValue(const std::vector<size_t>& bits, const byte* payload);
+uint64_t RawValue(const BitRange& bits, const byte* payload);
 
 }  // namespace dp4
 

@@ -44,9 +44,9 @@ std::string ScalingText(const MorvixProtocolUIntSpec_4_0& scaling) {
 }
 
 std::string RangeText(const AttributeView& view) {
-  if (view.bits.empty()) return "";
+  if (view.bits.IsEmpty()) return "";
   // What the limits leave open, the width of the field may close.
-  const uint64_t highest = view.bits.size() < 64 ? (uint64_t{1} << view.bits.size()) - 1 : UINT64_MAX;
+  const uint64_t highest = view.bits.Length() < 64 ? (uint64_t{1} << view.bits.Length()) - 1 : UINT64_MAX;
   const auto min = static_cast<uint64_t>(view.attribute.uint_spec.min);
   const auto max = static_cast<uint64_t>(view.attribute.uint_spec.max);
   std::string low = UserText(view.attribute, min);
@@ -87,7 +87,7 @@ std::string ValuesText(const AttributeView& view) {
   if (ProtocolDataTypeIsUInt(attribute.data_type)) return RangeText(view);
   if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) return ItemsText(attribute.enumList);
   if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) {
-    return view.bits.empty() ? "" : Count(view.bits.size() / 8, "byte");
+    return view.bits.IsEmpty() ? "" : Count(view.bits.EndByte() - view.bits.FirstByte(), "byte");
   }
   return "false, true";
 }

@@ -184,7 +184,7 @@ std::string Quoted(const std::string& text) {
   return "'" + Escaped(text.substr(0, end)) + "...'";
 }
 
-std::string Count(size_t number, const std::string& noun) {
+std::string Count(uint64_t number, const std::string& noun) {
   return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
 }
 

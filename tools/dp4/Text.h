@@ -28,7 +28,7 @@ std::string InQuotes(const std::string& text);
 std::string Quoted(const std::string& text);
 
 // "1 byte", "2 bytes".
-std::string Count(size_t number, const std::string& noun);
+std::string Count(uint64_t number, const std::string& noun);
 
 // The columns that an escaped text takes.
 size_t TextWidth(const std::string& text);

@@ -1,4 +1,4 @@
-#include "LintScan.h"
+#include "JsonScan.h"
 
 #include <algorithm>
 #include <cctype>

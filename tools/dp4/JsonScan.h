@@ -1,7 +1,7 @@
-// Looks at a configuration as text: what a JSON value does not show any more.
+// Looks at JSON as text: what a JSON value does not show any more.
 
-#ifndef MORVIX_DP4_LINT_SCAN_H
-#define MORVIX_DP4_LINT_SCAN_H
+#ifndef MORVIX_DP4_JSON_SCAN_H
+#define MORVIX_DP4_JSON_SCAN_H
 
 #include <cstddef>
 #include <string>
