@@ -298,8 +298,8 @@ TEST(LayoutText, MarksAndListsOverlaps) {
   EXPECT_NE(run.out.find("! fields overlap"), std::string::npos);
 }
 
-// Field i covers the bytes from i on. Two or more share each byte but the first and the last, the same ones those in the
-// middle.
+// Field i covers the bytes from i on. Two or more share each byte but the first and the last, the same ones those in
+// the middle.
 TEST(LayoutText, ListsTheOverlapsOfManyLongFields) {
   std::string attributes;
   for (int i = 0; i < 300; ++i) {

@@ -54,9 +54,7 @@ TEST(EncodeEntity, LeavesThePackageAloneWhenABufferCannotBeAllocated) {
   const Json::Value values = ParseJson(R"({"main": {"level": 7}})");
   byte flags = 0xAA;
   byte value = 0x55;
-  const struct {
-    int allowed, refused;
-  } cases[] = {{0, 2}, {0, 1}, {1, 1}};
+  const struct { int allowed, refused; } cases[] = {{0, 2}, {0, 1}, {1, 1}};
   for (const auto& test : cases) {
     SCOPED_TRACE(testing::Message() << test.allowed << " succeed, " << test.refused << " fail");
     const LogCapture log;
