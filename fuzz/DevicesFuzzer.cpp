@@ -84,7 +84,7 @@ std::vector<std::string> CheckKeys(const Json::Value& devices) {
     fuzz::ExpectEqual(key, ExpectedKey(devices[i]), "a product key is the one of the build");
     if (devices[i].isObject() && !key.empty()) expected.push_back(key);
   }
-  const std::vector<std::string> keys = ProtocolGetProductList_4_0(devices);
+  std::vector<std::string> keys = ProtocolGetProductList_4_0(devices);
   fuzz::ExpectEqual(keys, expected, "the list of keys has every key that is not empty");
   return keys;
 }

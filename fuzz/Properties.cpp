@@ -167,7 +167,7 @@ Encoding RunEncoder(const Attributes& attributes, const std::function<void(Packa
 Encoding CheckEncodeRecords(const Entity& info, const Attributes& attributes, const Json::Value& values,
                             size_t choice) {
   const uint64_t payloadBytes = model::PayloadLength(attributes);
-  const Encoding encoding = EncodeRecords(info, attributes, values);
+  Encoding encoding = EncodeRecords(info, attributes, values);
   if (payloadBytes > kMaxComparedBytes) {
     const uint64_t size = encoding.sizeValue;
     if (size != 0) ExpectEqual(size, payloadBytes, "the payload has the model's length");
@@ -198,7 +198,7 @@ Encoding CheckEncode(const Json::Value& entity, const model::Parsed& writable, c
     ExpectEqual(oneCall.lines, lines, "encoding what is unusable is logged");
     return oneCall;
   }
-  const Encoding parseOnce = CheckEncodeRecords(writable.entity, writable.attributes, values, choice);
+  Encoding parseOnce = CheckEncodeRecords(writable.entity, writable.attributes, values, choice);
   ExpectEqual(oneCall.lines, Joined(lines, parseOnce.lines), "one call logs what parsing and encoding log");
   ExpectEqual(oneCall.hasBuffers, parseOnce.hasBuffers, "one call allocates what encoding does");
   ExpectEqual(oneCall.flags, parseOnce.flags, "one call gives the flags of encoding");

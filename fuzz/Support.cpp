@@ -3,9 +3,9 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <tuple>
@@ -120,7 +120,10 @@ std::string Show(const Entity& entity) {
   return Show(entity.name) + " (" + Show(entity.display_name) + "), id " + Show(entity.id);
 }
 
-bool IsSameNumber(double left, double right) { return std::memcmp(&left, &right, sizeof left) == 0; }
+bool IsSameNumber(double left, double right) {
+  if (std::isnan(left) || std::isnan(right)) return std::isnan(left) && std::isnan(right);
+  return left == right && std::signbit(left) == std::signbit(right);
+}
 
 Lines TakeLines() { return std::exchange(CapturedLines(), {}); }
 

@@ -128,7 +128,7 @@ class Decoder {
       Report(place + ":" + std::to_string(column + error.column), error.message);
       return std::nullopt;
     }
-    const std::optional<std::string> result = form_->ResultOf(packet_);
+    std::optional<std::string> result = form_->ResultOf(packet_);
     if (!result) {
       Report(place, RefusalText(packet_));
       return result;

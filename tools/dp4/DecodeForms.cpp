@@ -269,8 +269,8 @@ class TableForm : public Form {
             {note, color_ && isActive ? GroupColor(attribute.type) : ""}};
   }
 
-  std::string NoteOf(const Attribute& attribute, const BitRange& bits,
-                     const MorvixProtocolPackage_4_0& package, const Alone& alone, const Json::Value& decoded) const {
+  std::string NoteOf(const Attribute& attribute, const BitRange& bits, const MorvixProtocolPackage_4_0& package,
+                     const Alone& alone, const Json::Value& decoded) const {
     if (!alone.line.empty()) return "unreadable: " + alone.line;
     if (alone.value.isNull() && bits.IsEmpty()) return "left out: not readable in this payload";
     if (alone.value.isNull()) {

@@ -48,6 +48,7 @@ std::string NameOf(const Attribute& attribute) { return attribute.name.c_str(); 
 
 std::vector<std::string> NamesOf(const std::vector<Attribute>& attributes) {
   std::vector<std::string> names;
+  names.reserve(attributes.size());
   for (const Attribute& attribute : attributes) names.push_back(NameOf(attribute));
   return names;
 }
@@ -298,7 +299,7 @@ size_t LengthRead(const std::string& text, MorvixProtocolDataType_4_0 dataType) 
   if (ProtocolDataTypeIsUInt(dataType)) {
     if (std::isnan(std::strtod(begin, &end))) return 0;
   } else {
-    std::strtoull(begin, &end, 10);
+    static_cast<void>(std::strtoull(begin, &end, 10));
   }
   return static_cast<size_t>(end - begin);
 }

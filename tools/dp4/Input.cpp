@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -37,19 +36,6 @@ std::string ReadAll(std::istream& in, const std::string& path) {
   if (in.bad()) throw UsageError(FileName(path) + ": cannot be read");
   if (text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3);
   return text;
-}
-
-// The first problem of a report of the form "* Line 3, Column 5\n  Syntax error: ...\n".
-JsonError FirstError(const std::string& report) {
-  JsonError error;
-  unsigned long line = 1;
-  unsigned long column = 1;
-  if (std::sscanf(report.c_str(), "* Line %lu, Column %lu", &line, &column) == 2) error.place = {line, column};
-  std::istringstream lines(report);
-  std::getline(lines, error.message);  // the place
-  std::getline(lines, error.message);
-  error.message.erase(0, error.message.find_first_not_of(' '));
-  return error;
 }
 
 Place PlaceAt(const std::string& text, size_t offset) {
@@ -112,12 +98,12 @@ std::string JsonText::NameOf(const Json::Value& value) const {
 }
 
 std::string JsonText::NameOf(size_t offset) const {
-  if (lineStarts_.empty()) {
-    lineStarts_.push_back(0);
-    for (size_t i = text.find('\n'); i != std::string::npos; i = text.find('\n', i + 1)) lineStarts_.push_back(i + 1);
+  if (lineStarts.empty()) {
+    lineStarts.push_back(0);
+    for (size_t i = text.find('\n'); i != std::string::npos; i = text.find('\n', i + 1)) lineStarts.push_back(i + 1);
   }
-  const auto next = std::upper_bound(lineStarts_.begin(), lineStarts_.end(), offset);
-  return PlaceName(path, {static_cast<size_t>(next - lineStarts_.begin()), offset - *(next - 1) + 1});
+  const auto next = std::upper_bound(lineStarts.begin(), lineStarts.end(), offset);
+  return PlaceName(path, {static_cast<size_t>(next - lineStarts.begin()), offset - *(next - 1) + 1});
 }
 
 std::string ReadWholeFile(const std::string& path) {
@@ -131,6 +117,15 @@ std::string ReadWholeFile(const std::string& path) {
   }
   file.clear();
   return ReadAll(file, path);
+}
+
+JsonError FirstError(const std::string& report) {
+  JsonError error;
+  std::string word;
+  std::istringstream text(report);  // "* Line 3, Column 5\n  Syntax error: ...\n"
+  text >> word >> word >> error.place.line >> word >> word >> error.place.column >> std::ws;
+  std::getline(text, error.message);
+  return error;
 }
 
 bool ParseJsonText(const std::string& text, Json::Value& value, JsonError& error) {

@@ -46,8 +46,7 @@ struct JsonText {
   std::string NameOf(const Json::Value& value) const;
   std::string NameOf(size_t offset) const;
 
- private:
-  mutable std::vector<size_t> lineStarts_;  // found when they are first asked for
+  mutable std::vector<size_t> lineStarts;  // found when a place is first asked for
 };
 
 // The whole of a file, or of standard input for "-", without a byte-order mark. Throws UsageError, also when it is
@@ -59,6 +58,9 @@ struct JsonError {
   Place place;
   std::string message;
 };
+
+// The first problem of a report of JsonCpp's reader.
+JsonError FirstError(const std::string& report);
 
 // Reads JSON as the module does: comments are allowed, nesting is limited. Nothing may follow the value. False with
 // `error` set when it is none.

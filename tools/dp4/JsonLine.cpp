@@ -3,7 +3,6 @@
 #include <json/reader.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <string_view>
 
 #include "Text.h"
@@ -41,29 +40,24 @@ bool FindForeign(const std::string& json, HexError& error) {
   return false;
 }
 
-// Of a reader's report, "* Line 1, Column 5\n  Syntax error: ...\n".
-HexError FirstProblem(const std::string& report) {
-  HexError error;
-  unsigned long column = 0;
-  if (std::sscanf(report.c_str(), "* Line 1, Column %lu", &column) == 1) error.column = column;
-  const size_t begin = std::min(report.find('\n') + 3, report.size());
-  error.message = "not JSON: " + report.substr(begin, report.find('\n', begin) - begin);
-  return error;
-}
-
-}  // namespace
-
-bool ReadJsonLine(const std::string& line, JsonLine& parts, HexError& error) {
+Json::CharReader& StrictReader() {
   static Json::CharReader& reader = *[] {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     return builder.newCharReader();
   }();
+  return reader;
+}
+
+}  // namespace
+
+bool ReadJsonLine(const std::string& line, JsonLine& parts, HexError& error) {
   if (FindForeign(line, error)) return false;
   std::string report;
   try {
-    if (!reader.parse(line.data(), line.data() + line.size(), &parts.others, &report)) {
-      error = FirstProblem(report);
+    if (!StrictReader().parse(line.data(), line.data() + line.size(), &parts.others, &report)) {
+      const JsonError first = FirstError(report);
+      error = {first.place.column, "not JSON: " + first.message};
       return false;
     }
   } catch (const Json::Exception&) {

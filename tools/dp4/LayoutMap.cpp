@@ -76,9 +76,8 @@ PayloadMap MapPayload(const EntityView& view) {
     map.fields.push_back(FieldOf(attribute));
     bytes = std::max(bytes, attribute.bits.EndByte());
   }
-  std::stable_sort(map.fields.begin(), map.fields.end(), [](const MapField& left, const MapField& right) {
-    return left.bits.begin < right.bits.begin;
-  });
+  std::stable_sort(map.fields.begin(), map.fields.end(),
+                   [](const MapField& left, const MapField& right) { return left.bits.begin < right.bits.begin; });
   const std::vector<MapStretch> stretches = StretchesOf(map.fields, bytes);
   map.blocks = BlocksOf(stretches);
   std::copy_if(stretches.begin(), stretches.end(), std::back_inserter(map.overlaps),

@@ -123,7 +123,7 @@ std::string GroundSvg(const GroupStyle& style, size_t x, size_t y, size_t width,
 // Text on a field, with the pattern left out behind it.
 std::string FieldTextSvg(const GroupStyle& group, size_t x, size_t baseline, const TextStyle& style,
                          const std::string& text) {
-  const std::string svg = TextSvg(x, baseline, style, text);
+  std::string svg = TextSvg(x, baseline, style, text);
   if (*group.pattern == '\0') return svg;
   const size_t width = (TextWidth(text) * style.size * 61 + 99) / 100;
   const std::string anchor = style.anchor;

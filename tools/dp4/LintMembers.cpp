@@ -282,8 +282,8 @@ void AddKeyword(const LintEntity& entity, const Drop& drop, const char* name, co
 
 // True when the module's reader throws on this limit.
 bool Throws(const Json::Value& uintSpec, const std::string& limit) {
-  int64_t value = 0;
   try {
+    int64_t value = 0;
     ProtocolGetAttrInteger64_4_0(uintSpec, limit.c_str(), value);
     return false;
   } catch (const Json::LogicError&) {

@@ -313,10 +313,12 @@ BitRange Locate(const Attribute& field, size_t payloadLength) {
     moved.data_type = MorvixProtocolDataTypeUInt8_4_0;
   }
   const size_t length = std::max(window.length, PayloadLength({moved}));
-  const BitRange bits = FieldBits(moved.position, moved.data_type, length);
-  if (bits.IsEmpty()) return {};
-  const uint64_t begin = bits.begin + uint64_t{8} * window.shift;
-  return {begin, begin + (isLong ? uint64_t{8} * static_cast<uint64_t>(bytes) : bits.Length())};
+  BitRange range = FieldBits(moved.position, moved.data_type, length);
+  if (range.IsEmpty()) return range;
+  if (isLong) range.end = range.begin + uint64_t{8} * static_cast<uint64_t>(bytes);
+  range.begin += uint64_t{8} * window.shift;
+  range.end += uint64_t{8} * window.shift;
+  return range;
 }
 
 std::string ShortestText(double number) {

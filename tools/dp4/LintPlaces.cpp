@@ -168,6 +168,7 @@ std::vector<FewFields> Overlapped(const Layout& layout) {
 
 std::vector<std::string> LabelsOf(const LintEntity& entity, const Layout& layout, const std::vector<size_t>& fields) {
   std::vector<std::string> labels;
+  labels.reserve(fields.size());
   for (const size_t field : fields) labels.push_back(entity.Label(layout.attributes[field]));
   return labels;
 }
@@ -240,7 +241,7 @@ void AddOverlap(const LintEntity& entity, size_t element, const Overlap* onReadi
 void LintOverlaps(const LintEntity& entity, const Layout& reading, const Layout& writing, Findings& findings) {
   const std::vector<FewFields> read = Overlapped(reading);
   const std::vector<FewFields> written = Overlapped(writing);
-  const FewFields none;
+  const FewFields none{};
   size_t i = 0;
   size_t j = 0;
   while (i < read.size() || j < written.size()) {

@@ -204,7 +204,7 @@ struct Passage {
   }
 
   std::string Effect(const Attribute& number, uint64_t raw) const {
-    const std::string shown = "raw " + std::to_string(raw) + " decodes as " + Quoted(text);
+    std::string shown = "raw " + std::to_string(raw) + " decodes as " + Quoted(text);
     if (!isLost || !IsWritable(number)) return shown;
     return shown + ", which encodes as " + (back[0] == '"' ? back : "raw " + back);
   }

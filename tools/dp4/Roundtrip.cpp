@@ -77,7 +77,8 @@ class Roundtrip {
   // How an attribute is written: as a writable one where it is one, else as a device would.
   const Attribute& Writer(size_t index) const {
     const Attribute* written = entity_.WriteRecord(static_cast<size_t>(entity_.all[index].id));
-    return written == nullptr ? entity_.all[index] : *written;
+    if (written != nullptr) return *written;
+    return entity_.all[index];
   }
 
   void Report(size_t index, const std::string& how, Choice choice, const Json::Value& value,

@@ -26,7 +26,7 @@ const char kTableKey[] =
 std::string ShortNumber(double number) {
   char text[32];
   for (int precision = 15; precision <= 17; ++precision) {
-    std::snprintf(text, sizeof text, "%.*g", precision, number);
+    static_cast<void>(std::snprintf(text, sizeof text, "%.*g", precision, number));
     if (std::strtod(text, nullptr) == number) break;
   }
   return text;
@@ -57,7 +57,7 @@ std::string RangeText(const AttributeView& view) {
 }
 
 std::string ItemText(const std::string& item) {
-  const std::string text = Escaped(item);
+  std::string text = Escaped(item);
   const bool isPlain =
       !text.empty() && text.find_first_of(",\"") == std::string::npos && text.front() != ' ' && text.back() != ' ';
   if (isPlain) return text;

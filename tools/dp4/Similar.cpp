@@ -21,13 +21,11 @@ std::string Plain(const std::string& name) {
 
 // How many letters have to be added, removed, exchanged or swapped with the next one.
 size_t EditDistance(const std::string& left, const std::string& right) {
-  std::vector<size_t> beforeLast;
   std::vector<size_t> last(right.size() + 1);
   std::vector<size_t> current(right.size() + 1);
   for (size_t j = 0; j <= right.size(); ++j) current[j] = j;
   for (size_t i = 1; i <= left.size(); ++i) {
-    beforeLast = last;
-    last = current;
+    const std::vector<size_t> beforeLast = std::exchange(last, current);
     current[0] = i;
     for (size_t j = 1; j <= right.size(); ++j) {
       const size_t exchanged = last[j - 1] + (left[i - 1] == right[j - 1] ? 0 : 1);

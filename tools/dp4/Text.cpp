@@ -53,7 +53,7 @@ size_t ReadCharacter(const std::string& text, size_t at, uint32_t& code) {
 
 std::string Hexadecimal(const char* format, uint32_t number) {
   char text[16];
-  std::snprintf(text, sizeof text, format, static_cast<unsigned>(number));
+  static_cast<void>(std::snprintf(text, sizeof text, format, static_cast<unsigned>(number)));
   return text;
 }
 

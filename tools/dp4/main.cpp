@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <new>
 
@@ -138,23 +139,30 @@ struct CommandLine {
     AddCompletion();
   }
 
-  CLI::App& Add(const char* name, const char* description, const char* example, const char* entityHelp) {
-    CLI::App& command = *app.add_subcommand(name, description);
-    command.footer(std::string("Example:\n  ") + example);
-    AddShared(command, shared, entityHelp);
+  struct Texts {
+    const char* name;
+    const char* description;
+    const char* example;
+    const char* entityHelp;
+  };
+
+  CLI::App& Add(const Texts& texts) {
+    CLI::App& command = *app.add_subcommand(texts.name, texts.description);
+    command.footer(std::string("Example:\n  ") + texts.example);
+    AddShared(command, shared, texts.entityHelp);
     return command;
   }
 
   void AddShow() {
     CLI::App& command =
-        Add("show", "Lists the entities and attributes of a configuration.", "dp4 show kettle.json", kOneEntity);
+        Add({"show", "Lists the entities and attributes of a configuration.", "dp4 show kettle.json", kOneEntity});
     AddConfiguration(command, show.configuration);
     command.callback([this] { run = [this] { return dp4::Show(show, Common(shared), std::cout); }; });
   }
 
   void AddLayout() {
-    CLI::App& command =
-        Add("layout", "Draws the payload as a map of bits.", "dp4 layout kettle.json --svg kettle.svg", kNeededEntity);
+    CLI::App& command = Add(
+        {"layout", "Draws the payload as a map of bits.", "dp4 layout kettle.json --svg kettle.svg", kNeededEntity});
     AddConfiguration(command, layout.configuration);
     command.add_option("--svg", layout.svg, "writes a picture to this file instead; - for standard output")
         ->type_name("FILE")
@@ -163,8 +171,8 @@ struct CommandLine {
   }
 
   void AddLint() {
-    CLI::App& command = Add("lint", "Finds the problems of configurations, and says what a device will make of them.",
-                            "dp4 lint --severity info --roundtrip kettle.json", kOneEntity);
+    CLI::App& command = Add({"lint", "Finds the problems of configurations, and says what a device will make of them.",
+                             "dp4 lint --severity info --roundtrip kettle.json", kOneEntity});
     auto* files =
         command.add_option("CONFIG", lint.configurations, "product configurations (JSON); - for standard input")
             ->check(kNotEmpty);
@@ -187,8 +195,8 @@ struct CommandLine {
   }
 
   void AddEncode() {
-    CLI::App& command = Add("encode", "Turns values into a write packet.",
-                            "dp4 encode kettle.json --set power=1 --set target=85 --explain", kNeededEntity);
+    CLI::App& command = Add({"encode", "Turns values into a write packet.",
+                             "dp4 encode kettle.json --set power=1 --set target=85 --explain", kNeededEntity});
     AddConfiguration(command, encode.configuration);
     command.add_option("VALUES", encode.values, "value document (JSON); - for standard input")->check(kNotEmpty);
     command.add_option("--set", encode.set, "one value, after those of the document")
@@ -212,7 +220,7 @@ struct CommandLine {
 
   void AddRequest() {
     CLI::App& command =
-        Add("request", "Makes a request without payload.", "dp4 request cc-read --sub-device 7", kNoEntity);
+        Add({"request", "Makes a request without payload.", "dp4 request cc-read --sub-device 7", kNoEntity});
     command.add_option("COMMAND", request.command, "read, cc-read, cc-add, cc-delete or cc-list")
         ->required()
         ->check(CLI::IsMember({"read", "cc-read", "cc-add", "cc-delete", "cc-list"}));
@@ -225,8 +233,8 @@ struct CommandLine {
   }
 
   void AddDecode() {
-    CLI::App& command = Add("decode", "Decodes received packets, given or one a line on standard input.",
-                            kDecodeExample, kNeededEntity);
+    CLI::App& command = Add(
+        {"decode", "Decodes received packets, given or one a line on standard input.", kDecodeExample, kNeededEntity});
     AddConfiguration(command, decode.configuration);
     command.add_option("PACKET", decode.packets, "packets in hexadecimal, with or without 0x, blanks and colons");
     command.add_option("--document", decode.document, "decoded, flat or table")
@@ -238,8 +246,8 @@ struct CommandLine {
   }
 
   void AddDevices() {
-    CLI::App& command = Add("devices", "Answers queries over a device list.",
-                            "dp4 devices devices.json --protocol data-point --packet-version 0x4", kNoEntity);
+    CLI::App& command = Add({"devices", "Answers queries over a device list.",
+                             "dp4 devices devices.json --protocol data-point --packet-version 0x4", kNoEntity});
     command
         .add_option("LIST", devices.list,
                     "device list (JSON): an array, or an object with \"debug\" and \"devices\"; - for standard input")
@@ -271,8 +279,8 @@ struct CommandLine {
   }
 
   void AddCompletion() {
-    CLI::App& command = Add("completion", "Prints a completion script for a shell.",
-                            "dp4 completion bash > ~/.local/share/bash-completion/completions/dp4", kNoEntity);
+    CLI::App& command = Add({"completion", "Prints a completion script for a shell.",
+                             "dp4 completion bash > ~/.local/share/bash-completion/completions/dp4", kNoEntity});
     command.add_option("SHELL", shell, "bash, zsh or fish")->required()->check(CLI::IsMember({"bash", "zsh", "fish"}));
     command.callback([this] {
       run = [this] {
@@ -318,7 +326,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_DFL);  // a reader that has seen enough ends the tool quietly
+  static_cast<void>(std::signal(SIGPIPE, SIG_DFL));  // a reader that has seen enough ends the tool quietly
   std::ios::sync_with_stdio(false);
   std::string problem;
   int exitCode = dp4::kUnusable;
@@ -328,6 +336,8 @@ int main(int argc, char** argv) {
     problem = error.what();
   } catch (const std::bad_alloc&) {
     problem = "there is not enough memory for this";
+  } catch (const std::exception& error) {
+    problem = std::string("a defect of this tool: ") + error.what();
   }
   if (!std::cout.flush() && problem.empty()) problem = "standard output cannot be written";
   if (problem.empty()) return exitCode;
