@@ -450,8 +450,17 @@ TEST(DecodeJsonLine, TakesTheOtherDocuments) {
   const std::string decoded = Golden("kettle.decode.decoded.jsonl");
   ExpectFine(DecodeKettle({"--document", "decoded"}, R"({"packet": "04055a04640101", "n": 1})"),
              "{\"packet\": " + decoded.substr(0, decoded.size() - 1) + ", \"n\": 1}\n");
-  EXPECT_THAT(DecodeKettle({"--document", "table"}, R"({"n": 1.0, "packet": "04055a04640101", "a": "\u009b"})").out,
-              StartsWith("line 1 {\"a\":\"\\u009b\",\"n\":1.0}: notification, kettle, 6 bytes of payload\n"));
+  EXPECT_THAT(
+      DecodeKettle({"--document", "table"}, R"({"n": 1.0, "packet": "04055a04640101", "a": "\u009b"})").out,
+      StartsWith(
+          "line 1 {\"n\": 1.0, \"packet\": ..., \"a\": \"\\u009b\"}: notification, kettle, 6 bytes of payload\n"));
+}
+
+TEST(DecodeJsonLine, KeepsTheOthersAsTheyAreSpelt) {
+  EXPECT_THAT(
+      DecodeKettle({"--document", "table"}, R"({"t": 1.10, "x": 12345678901234567890123, "packet": "04055a04640101"})")
+          .out,
+      StartsWith(R"(line 1 {"t": 1.10, "x": 12345678901234567890123, "packet": ...}: notification)"));
 }
 
 TEST(DecodeJsonLine, IsReportedWithItsPlace) {

@@ -248,6 +248,16 @@ TEST(EncodeSet, TellsWhyAnAttributeCannotBeWritten) {
       RunTool({"encode", "-", "--set", "twist=1"}, Fan(BitField("swing", R"("data_type": "bool")", 0, 1) + ", " +
                                                        BitField("twist", R"("data_type": "boolean")", 1, 1))),
       "--set twist=1: \"twist\" is not usable; dp4 lint tells why");
+  // Encoding leaves the read-only number with its complete scaling out, so that the bool inherits the incomplete one.
+  const std::string scaled = R"({"id": 0, "name": "a", "display_name": "A", "desc": "", "data_type": "uint8",
+      "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}, )";
+  ExpectUsageError(
+      RunTool(
+          {"encode", "-", "--set", "swing=1"},
+          Fan(scaled + R"("type": "status_writable", "uint_spec": {"min": 0, "max": 9, "addition": 0}}, )" + scaled +
+              R"("type": "status_readonly", "uint_spec": {"min": 0, "max": 9, "ratio": 1, "addition": 0}}, )" +
+              BitField("swing", R"("data_type": "bool")", 0, 1))),
+      "--set swing=1: \"swing\" is dropped by encoding; dp4 lint tells why");
 }
 
 TEST(EncodeSet, ExpectsANameAndAValue) {

@@ -54,11 +54,11 @@ std::string MapOf(const std::string& text) {
   return map;
 }
 
-// The lines that begin with "Overlap: ", "Nowhere: " or "Note: ".
+// The lines that begin with "Overlap: " and the like.
 std::vector<std::string> RemarksOf(const std::string& text) {
   std::vector<std::string> remarks;
   for (const std::string& line : LinesOf(text)) {
-    if (std::regex_search(line, std::regex("^(Overlap|Nowhere|Note): "))) remarks.push_back(line);
+    if (std::regex_search(line, std::regex("^(Overlap|Overlap on writing|Nowhere|Note): "))) remarks.push_back(line);
   }
   return remarks;
 }
@@ -296,6 +296,16 @@ TEST(LayoutText, MarksAndListsOverlaps) {
   EXPECT_EQ(RemarksOf(run.out),
             (std::vector<std::string>{"Overlap: 0.3-0.2 lies in b and a", "Overlap: 2 lies in c and d and e"}));
   EXPECT_NE(run.out.find("! fields overlap"), std::string::npos);
+}
+
+// The last of the writable bools has bit 9, so that a write's group has two bytes and its bit 0 is in byte 1. On
+// reading the group ends with x, at bit 0.
+TEST(LayoutText, ListsOverlapsThatAreOnWritingOnly) {
+  const std::string attributes = Bool("a", 0, 0) + "," + Bool("x", 3, 0, "status_readonly") + "," + Bool("b", 0, 9) +
+                                 "," + Attribute("q", "status_writable", "binary", Bytes(1, 1));
+  EXPECT_EQ(RemarksOf(LayoutText(Configuration(attributes)).out),
+            (std::vector<std::string>{"Overlap on writing: 1.0 lies in a and q",
+                                      "Note: attrs[0] (a) is read at 0.0 but written at 1.0"}));
 }
 
 // Field i covers the bytes from i on. Two or more share each byte but the first and the last, the same ones those in

@@ -287,7 +287,15 @@ TEST(Show, TellsWhenAWriteIsTooShort) {
   EXPECT_EQ(LinesOf(run.out).at(0), "box \"Box\", id 7: 2 attributes, 6 bytes of payload, all in a write");
   EXPECT_EQ(CellOf(run.out, "far", "PLACE"), "8.0");
   EXPECT_EQ(CellOf(run.out, "near", "PLACE"), "0");
-  EXPECT_EQ(NotesOf(run.out), std::vector<std::string>{"attrs[0] (far) is read at 8.0 but has no place in a write"});
+  EXPECT_EQ(NotesOf(run.out),
+            (std::vector<std::string>{"attrs[0] (far) is read at 8.0 but has no place in a write",
+                                      "attrs[0] (far) lies behind the payload and is read from longer ones only"}));
+}
+
+TEST(Show, CountsNoBytesForAFieldOfLengthZero) {
+  const ToolRun run = ShowText(Configuration(Attribute("key", "status_writable", "binary", Bytes(0, 0))));
+  EXPECT_EQ(LinesOf(run.out).at(0), "box \"Box\", id 7: 1 attribute, 0 bytes of payload, none in a write");
+  EXPECT_EQ(CellOf(run.out, "key", "PLACE"), "nowhere");
 }
 
 // Bools inherit the scaling of the number before them. When that one lacks a member they are dropped with it, but
@@ -312,8 +320,9 @@ TEST(Show, TellsWhenAWritableAttributeCanOnlyBeRead) {
                     Bool("power", 0, 0)));
   EXPECT_EQ(CellOf(run.out, "power", "FLAG"), "");
   EXPECT_EQ(NotesOf(run.out),
-            (std::vector<std::string>{"attrs[0] (preset) is dropped, for its 'min'",
-                                      "attrs[2] (power) can be read but not written: encoding drops it"}));
+            (std::vector<std::string>{
+                "attrs[0] (preset) is dropped, for its 'min'",
+                "attrs[2] (power) can be read but not written: encoding drops it; dp4 lint tells why"}));
 }
 
 TEST(Show, KeepsAttributesOfOneNameAndIdApart) {

@@ -157,7 +157,9 @@ class Decoder {
     std::optional<std::string> result = ResultOf(parts.packet, place, parts.before.size() + 1);
     if (!result) return;
     if (isTable_) {
-      WriteTitle(parts.others.empty() ? title : title + " " + CompactText(parts.others));
+      WriteTitle(parts.others.empty()
+                     ? title
+                     : title + " " + WithoutControls(parts.before) + "..." + WithoutControls(parts.after));
       out_ << *result;
       return;
     }

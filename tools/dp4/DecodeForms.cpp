@@ -322,7 +322,7 @@ std::string FailureText(const ParsedEntity& entity, const std::vector<byte>& pac
     return text + (items == 0 ? " (it has no items)" : " (expected 0 to " + std::to_string(items - 1) + ")");
   }
   const size_t given = unpacked.Package().sizeValue;
-  const size_t taken = PayloadLength(entity.attributes);
+  const size_t taken = PayloadLength(entity.attributes).value_or(SIZE_MAX);
   if (given >= taken) return text + " (nothing can be read from its place; dp4 lint tells why)";
   return text + " (expected " + std::to_string(taken) + " bytes of payload, found " + std::to_string(given) + ")";
 }

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <utility>
 
@@ -78,7 +79,10 @@ Names ReadNames(const JsonText& configuration, const Json::Value& entity, const 
     if (ProtocolGetAttrString_4_0(attribute, "name", name)) names.others[name] = "is not usable; dp4 lint tells why";
   }
   for (const Attribute& attribute : ParseEntity(configuration, entity, kAllGroups, nullptr).attributes) {
-    names.others[NameOf(attribute)] = std::string("is not written, its group is ") + GroupName(attribute.type);
+    const bool isWritable = attribute.type == MorvixProtocolTypeStatusWritable_4_0;
+    names.others[NameOf(attribute)] = isWritable
+                                          ? "is dropped by encoding; dp4 lint tells why"
+                                          : std::string("is not written, its group is ") + GroupName(attribute.type);
   }
   for (const std::string& name : names.writable) names.others.erase(name);
   return names;
@@ -503,9 +507,10 @@ int Encode(const EncodeOptions& options, const CommonOptions& common, std::ostre
   const ParsedEntity entity = ParseEntity(configuration, entityJson, kWritable, common.log);
   const std::string entityText = FileName(configuration.path) + ": " + InQuotes(entity.info.name);
   const Values values = ReadValues(options, ReadNames(configuration, entityJson, entity));
-  const size_t payloadLength = PayloadLength(entity.attributes);
-  if (!FitsPacket(entity.attributes.size(), payloadLength)) {
-    throw UsageError(entityText + " takes " + std::to_string(payloadLength) + " bytes of payload for its " +
+  const std::optional<size_t> payloadLength = PayloadLength(entity.attributes);
+  if (!payloadLength || !FitsPacket(entity.attributes.size(), *payloadLength)) {
+    const std::string length = payloadLength ? Count(*payloadLength, "byte") : "too many bytes";
+    throw UsageError(entityText + " takes " + length + " of payload for its " +
                      std::to_string(entity.attributes.size()) + " writable attributes, more than a packet can hold");
   }
 
@@ -513,7 +518,7 @@ int Encode(const EncodeOptions& options, const CommonOptions& common, std::ostre
   ProtocolEncodeAttributes_4_0(entity.info, entity.attributes, package, values.document);
   const std::vector<LoggedLine> failures = FailuresOf(log.Take());
   const Encoder encoder(entity);
-  std::vector<Outcome> outcomes = FindOutcomes(entity, encoder, values, payloadLength);
+  std::vector<Outcome> outcomes = FindOutcomes(entity, encoder, values, *payloadLength);
   if (package.sizeValue != 0) NoteWritten(entity, encoder, values, package.value, outcomes);
 
   std::vector<std::string> problems = values.unused;

@@ -61,48 +61,50 @@ void AddAttributes(const AttributesByIndex& read, const AttributesByIndex& writt
     AttributeView attributeView;
     attributeView.attribute = attribute;
     attributeView.bits = PlaceIn(kMaxPayloadBytes, attribute);
+    attributeView.isRead = read.count(index) != 0;
     const auto inWrite = written.find(index);
     attributeView.isWritten = inWrite != written.end();
+    if (attributeView.isWritten) {
+      attributeView.writtenBits = PlaceIn(std::min(view.writtenBytes, kMaxPayloadBytes), inWrite->second);
+    }
     attributeView.flagBit = static_cast<size_t>(std::distance(written.begin(), inWrite));
     view.attributes.push_back(std::move(attributeView));
   }
 }
 
 // What sets decoding and encoding of one attribute apart; empty for nothing.
-std::string DifferenceText(const MorvixProtocolAttribute_4_0* read, const MorvixProtocolAttribute_4_0* written,
-                           size_t writtenBytes) {
-  if (read == nullptr) return " can be written but not read: decoding drops it";
-  if (written == nullptr) {
-    const bool isWritable = read->type == MorvixProtocolTypeStatusWritable_4_0;
-    return isWritable ? " can be read but not written: encoding drops it" : "";
+std::string DifferenceText(const AttributeView& view) {
+  if (!view.isRead) return " can be written but not read: decoding drops it";
+  if (!view.isWritten) {
+    const bool isWritable = view.attribute.type == MorvixProtocolTypeStatusWritable_4_0;
+    return isWritable ? " can be read but not written: encoding drops it; dp4 lint tells why" : "";
   }
-  const BitRange readAt = PlaceIn(kMaxPayloadBytes, *read);
-  const BitRange writtenAt = PlaceIn(std::min(writtenBytes, kMaxPayloadBytes), *written);
-  if (readAt.begin == writtenAt.begin && readAt.end == writtenAt.end) return "";
+  const BitRange& readAt = view.bits;
+  const BitRange& writtenAt = view.writtenBits;
+  if (readAt == writtenAt) return "";
   if (writtenAt.IsEmpty()) return " is read at " + PlaceText(readAt) + " but has no place in a write";
   if (readAt.IsEmpty()) return " is written at " + PlaceText(writtenAt) + " but has no place in what is read";
   return " is read at " + PlaceText(readAt) + " but written at " + PlaceText(writtenAt);
 }
 
-void AddNotes(const Json::Value& attributes, const AttributesByIndex& read, const AttributesByIndex& written,
-              const std::vector<std::string>& membersAtFault, EntityView& view) {
+void AddNotes(const Json::Value& attributes, const std::vector<std::string>& membersAtFault, EntityView& view) {
   size_t dropped = 0;
+  auto next = view.attributes.begin();
   for (Json::ArrayIndex i = 0; i < attributes.size(); ++i) {
-    const auto inRead = read.find(i);
-    const auto inWritten = written.find(i);
-    std::string note;
+    const bool isDropped = next == view.attributes.end() || static_cast<size_t>(next->attribute.id) != i;
     std::string reason;
-    if (inRead == read.end() && dropped < membersAtFault.size()) reason = ", for its " + membersAtFault[dropped++];
-    if (inRead == read.end() && inWritten == written.end()) {
-      note = " is dropped" + reason;
-    } else {
-      note = DifferenceText(inRead == read.end() ? nullptr : &inRead->second,
-                            inWritten == written.end() ? nullptr : &inWritten->second, view.writtenBytes);
-      if (!note.empty()) note += reason;
+    if ((isDropped || !next->isRead) && dropped < membersAtFault.size()) {
+      reason = ", for its " + membersAtFault[dropped++];
     }
-    if (!note.empty()) view.notes.push_back(AttributeText(attributes, i) + note);
+    const std::string note = isDropped ? " is dropped" : DifferenceText(*next);
+    if (!note.empty()) view.notes.push_back(AttributeText(attributes, i) + note + reason);
+    if (isDropped) continue;
+    if (next->isRead && next->bits.EndByte() > view.payloadBytes) {
+      view.notes.push_back(AttributeText(attributes, i) + " lies behind the payload and is read from longer ones only");
+    }
+    ++next;
   }
-  if (std::max(view.payloadBytes, view.writtenBytes) > kMaxPayloadBytes) {
+  if (view.payloadBytes > kMaxPayloadBytes) {
     view.notes.push_back("a packet carries at most " + std::to_string(kMaxPayloadBytes) + " bytes of payload");
   }
 }
@@ -128,10 +130,10 @@ EntityView ViewEntity(const JsonText& configuration, const Json::Value& entity, 
   const AttributesByIndex writtenByIndex = ByIndex(written.attributes);
   EntityView view;
   view.info = read.info;
-  view.payloadBytes = std::max(PayloadLength(read.attributes), PayloadLength(written.attributes));
-  view.writtenBytes = PayloadLength(written.attributes);
+  view.writtenBytes = PayloadLength(written.attributes).value_or(SIZE_MAX);
+  view.payloadBytes = std::max(PayloadLength(read.attributes).value_or(SIZE_MAX), view.writtenBytes);
   AddAttributes(readByIndex, writtenByIndex, view);
-  AddNotes(numbered["attrs"], readByIndex, writtenByIndex, MembersAtFault(read.lines), view);
+  AddNotes(numbered["attrs"], MembersAtFault(read.lines), view);
   return view;
 }
 
@@ -140,7 +142,9 @@ std::string EntityTitle(const EntityView& view) {
 }
 
 std::string PayloadSummary(const EntityView& view) {
-  const std::string payload = Count(view.payloadBytes, "byte") + " of payload";
+  const bool isCounted = view.payloadBytes != SIZE_MAX;
+  const std::string payload =
+      (isCounted ? Count(view.payloadBytes, "byte") : "more bytes than there is memory for") + " of payload";
   if (view.writtenBytes == 0) return payload + ", none in a write";
   if (view.writtenBytes == view.payloadBytes) return payload + ", all in a write";
   return payload + ", the first " + std::to_string(view.writtenBytes) + " in a write";

@@ -18,17 +18,19 @@ constexpr size_t kMaxPayloadBytes = 16384;
 // attributes that it takes itself.
 struct AttributeView {
   MorvixProtocolAttribute_4_0 attribute;  // as decoding sees it, or as encoding does when decoding leaves it out
+  bool isRead = false;
   bool isWritten = false;
-  size_t flagBit = 0;  // of the flag bitmap, when it is written
-  BitRange bits;       // of the payload; empty when it has no place in any packet
+  size_t flagBit = 0;    // of the flag bitmap, when it is written
+  BitRange bits;         // of the payload; empty when it has no place in any packet
+  BitRange writtenBits;  // of the payload of a write; empty when it has no place there
 };
 
 struct EntityView {
   MorvixProtocolEntity_4_0 info;
   std::vector<AttributeView> attributes;  // in configuration order
-  size_t payloadBytes = 0;
-  size_t writtenBytes = 0;         // of the payload of a write
-  std::vector<std::string> notes;  // what is not as it seems, a line each
+  size_t payloadBytes = 0;                // SIZE_MAX for more than there is memory for, as the next
+  size_t writtenBytes = 0;                // of the payload of a write
+  std::vector<std::string> notes;         // what is not as it seems, a line each
 };
 
 // The module's log lines go to `log` unless that is null. Throws UsageError when the entity is unusable.

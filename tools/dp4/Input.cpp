@@ -289,24 +289,30 @@ BitRange FieldBits(const MorvixProtocolPosition_4_0& position, MorvixProtocolDat
   return {end - length, end};
 }
 
-size_t PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes) {
-  const LogGatherer silent;
-  OwnedPackage package;
-  MorvixProtocolEntity_4_0 entity;
-  // Encoding one value of a made-up last attribute that lies in byte 0 makes the module say how long the payload is.
+std::optional<size_t> PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes) {
+  LogGatherer log;
+  const MorvixProtocolEntity_4_0 entity;
   std::vector<MorvixProtocolAttribute_4_0> all;
   for (MorvixProtocolAttribute_4_0 attribute : attributes) {
     attribute.name.clear();
     attribute.data_type = MorvixProtocolDataTypeBinary_4_0;  // left out, whatever it was
     all.push_back(std::move(attribute));
   }
+  Json::Value values;
+  {
+    OwnedPackage package;
+    ProtocolEncodeAttributes_4_0(entity, all, package, values);
+    if (!log.Take().empty()) return 0;  // "No data will encode."
+  }
+  // Encoding one value of a made-up last attribute that lies in byte 0 makes the module say how long the payload is.
   MorvixProtocolPosition_4_0 first;
   first.len = 1;
   all.push_back(FieldAttribute(first, MorvixProtocolDataTypeUInt8_4_0));
-  Json::Value values;
   values[""]["field"] = 0;
+  OwnedPackage package;
   ProtocolEncodeAttributes_4_0(entity, all, package, values);
-  return attributes.empty() ? 0 : package.sizeValue;
+  if (package.sizeValue == 0) return std::nullopt;
+  return package.sizeValue;
 }
 
 const char* GroupName(MorvixProtocolType_4_0 group) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -132,6 +133,7 @@ struct BitRange {
   uint64_t begin = 0;
   uint64_t end = 0;  // the first one behind them
 
+  bool operator==(const BitRange& other) const { return begin == other.begin && end == other.end; }
   bool IsEmpty() const { return begin == end; }
   uint64_t Length() const { return end - begin; }
   size_t FirstByte() const { return static_cast<size_t>(begin / 8); }
@@ -143,8 +145,9 @@ struct BitRange {
 BitRange FieldBits(const MorvixProtocolPosition_4_0& position, MorvixProtocolDataType_4_0 dataType,
                    size_t payloadLength);
 
-// The length of the payload in bytes that the module uses for these attributes; 0 for none.
-size_t PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes);
+// The length of the payload in bytes that the module uses for these attributes; nothing when there is no memory for so
+// many.
+std::optional<size_t> PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes);
 
 const char* GroupName(MorvixProtocolType_4_0 group);            // "writable", "read-only", "alert", "fault"
 const char* DataTypeName(MorvixProtocolDataType_4_0 dataType);  // "bool", "enum", "binary", "uint8" ...

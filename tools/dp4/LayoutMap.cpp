@@ -4,6 +4,7 @@
 #include <iterator>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "Text.h"
 
@@ -15,16 +16,18 @@ using Indexes = std::vector<size_t>;
 
 MapField FieldOf(const AttributeView& view) {
   const MorvixProtocolAttribute_4_0& attribute = view.attribute;
-  return {NameText(attribute.name), NameText(attribute.display_name), attribute.type, attribute.data_type, view.bits};
+  return {NameText(attribute.name), NameText(attribute.display_name), attribute.type, attribute.data_type, view.bits,
+          view.writtenBits};
 }
 
-// The payload cut wherever a field begins or ends.
-std::vector<MapStretch> StretchesOf(const std::vector<MapField>& fields, size_t bytes) {
+// The payload cut wherever a field begins or ends; `place` is the one of the two that counts.
+std::vector<MapStretch> StretchesOf(const std::vector<MapField>& fields, BitRange MapField::*place, size_t bytes) {
   std::set<uint64_t> cuts = {0};
   std::multimap<uint64_t, size_t> begins;
   std::multimap<uint64_t, size_t> ends;
   for (size_t i = 0; i < fields.size(); ++i) {
-    const BitRange& bits = fields[i].bits;
+    const BitRange& bits = fields[i].*place;
+    if (bits.IsEmpty()) continue;
     cuts.insert({bits.begin, bits.end});
     begins.emplace(bits.begin, i);
     ends.emplace(bits.end, i);
@@ -78,10 +81,16 @@ PayloadMap MapPayload(const EntityView& view) {
   }
   std::stable_sort(map.fields.begin(), map.fields.end(),
                    [](const MapField& left, const MapField& right) { return left.bits.begin < right.bits.begin; });
-  const std::vector<MapStretch> stretches = StretchesOf(map.fields, bytes);
+  const std::vector<MapStretch> stretches = StretchesOf(map.fields, &MapField::bits, bytes);
   map.blocks = BlocksOf(stretches);
   std::copy_if(stretches.begin(), stretches.end(), std::back_inserter(map.overlaps),
                [](const MapStretch& stretch) { return stretch.fields.size() > 1; });
+  for (MapStretch& stretch : StretchesOf(map.fields, &MapField::writtenBits, bytes)) {
+    const bool isMoved = std::any_of(stretch.fields.begin(), stretch.fields.end(), [&map](size_t field) {
+      return !(map.fields[field].bits == map.fields[field].writtenBits);
+    });
+    if (stretch.fields.size() > 1 && isMoved) map.writtenOverlaps.push_back(std::move(stretch));
+  }
   return map;
 }
 
@@ -118,6 +127,10 @@ std::vector<std::string> Remarks(const PayloadMap& map) {
   std::vector<std::string> remarks;
   for (const MapStretch& overlap : map.overlaps) {
     remarks.push_back("Overlap: " + PlaceText(overlap.bits) + " lies in " + NamesText(map, overlap.fields, " and "));
+  }
+  for (const MapStretch& overlap : map.writtenOverlaps) {
+    remarks.push_back("Overlap on writing: " + PlaceText(overlap.bits) + " lies in " +
+                      NamesText(map, overlap.fields, " and "));
   }
   for (const MapField& field : map.unplaced) {
     remarks.push_back("Nowhere: " + field.name + " (" + GroupName(field.group) + " " + DataTypeName(field.dataType) +

@@ -18,6 +18,7 @@ struct MapField {
   MorvixProtocolType_4_0 group;
   MorvixProtocolDataType_4_0 dataType;
   BitRange bits;
+  BitRange writtenBits;  // of a write; empty when it has no place there
 };
 
 // Neighbouring bits of one byte that lie in the same fields. Column 0 is bit 7.
@@ -46,7 +47,8 @@ struct PayloadMap {
   std::vector<MapField> fields;  // in the order of their places
   std::vector<MapField> unplaced;
   std::vector<MapBlock> blocks;
-  std::vector<MapStretch> overlaps;  // those in several fields
+  std::vector<MapStretch> overlaps;         // those in several fields
+  std::vector<MapStretch> writtenOverlaps;  // the same of a write, where a field lies elsewhere in it
   std::vector<std::string> notes;
 };
 

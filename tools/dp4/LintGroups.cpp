@@ -212,6 +212,28 @@ void LintSizes(const LintEntity& entity, Findings& findings) {
 
 }  // namespace
 
+std::map<size_t, std::string> EffectsOnGroups(const LintEntity& entity) {
+  std::map<size_t, std::string> effects;
+  const auto isDropped = [](const Element& element) { return !element.droppedOnReading.empty(); };
+  if (std::none_of(entity.elements.begin(), entity.elements.end(), isDropped)) return effects;
+  const std::vector<Attribute> whole = entity.WholeRecords();
+  for (const Run& run : RunsOf(whole)) {
+    const auto last = static_cast<size_t>(run.Last().id);
+    if (!isDropped(entity.elements[last])) continue;
+    std::vector<std::string> moved;
+    size_t size = 0;
+    for (const Attribute* member : run.members) {
+      const Attribute* read = entity.ReadRecord(static_cast<size_t>(member->id));
+      if (read == nullptr || read->position.unit != MorvixProtocolUnitBit_4_0) continue;
+      size = read->position.groupByteLength;
+      if (size != run.Size()) moved.push_back(entity.Label(*read));
+    }
+    if (moved.empty()) continue;
+    effects[last] = "its group has " + SizesText(size, run.Size()) + ", which moves " + Listed(moved, moved.size());
+  }
+  return effects;
+}
+
 void LintGroups(const LintEntity& entity, Findings& findings) {
   const std::pair<const std::vector<Attribute>*, size_t> layouts[] = {{&entity.all, entity.readLength},
                                                                       {&entity.writable, entity.writeLength}};

@@ -196,17 +196,21 @@ struct Drop {
 };
 
 // What a drop means, in the parser's words.
-std::string EffectOfDrop(const Drop& drop, const LintEntity& entity) {
+std::string EffectOfDrop(const Drop& drop, const LintEntity& entity, const std::map<size_t, std::string>& onGroups) {
   const Element& element = entity.elements[drop.element];
   const bool isWritable = element.IsWritable();
   std::string effect = "the parser logs \"Warning: '" + drop.member + "' is invalid, skip.\"; ";
+  const auto found = onGroups.find(drop.element);
+  const std::string onGroup = found == onGroups.end() ? "" : "; " + found->second;
   if (drop.onReading && drop.onWriting && (isWritable || element.group == MorvixProtocolTypeUnknown_4_0)) {
-    effect += "it can be neither read nor written";
+    effect += "it can be neither read nor written" + onGroup;
     if (drop.laterFlags == 0) return effect;
     return effect + "; if it is meant to be writable, this shifts the flag bits of " +
            Count(drop.laterFlags, "later attribute");
   }
-  if (drop.onReading) return effect + (isWritable ? "it can be written, but no decode shows it" : "no decode shows it");
+  if (drop.onReading) {
+    return effect + (isWritable ? "it can be written, but no decode shows it" : "no decode shows it") + onGroup;
+  }
   return effect + "decodes show it, but it cannot be written";
 }
 
@@ -269,7 +273,7 @@ void AddKeyword(const LintEntity& entity, const Drop& drop, const char* name, co
   const std::string similar = SimilarName(keyword, known);
   const std::string mend = similar.empty() ? "one of " + all : "did you mean " + Quoted(similar) + "?";
   const std::string subject = entity.Label(drop.element) + " is dropped: its " + name + " ";
-  const std::string effect = EffectOfDrop(drop, entity);
+  const std::string effect = EffectOfDrop(drop, entity, {});
   if (keyword.empty()) {
     findings.Add(RuleId::kEmptyKeyword, spot, subject + "is empty", effect, mend);
   } else if (keyword.size() >= 32) {
@@ -289,6 +293,12 @@ bool Throws(const Json::Value& uintSpec, const std::string& limit) {
   } catch (const Json::LogicError&) {
     return true;
   }
+}
+
+// True when the parser throws on what dropped the attribute, as far as lint has it go on.
+bool Throws(const LintEntity& entity, const Drop& drop) {
+  return Contains(kScalingMembers, drop.member) &&
+         Throws((*entity.elements[drop.holder].json)["uint_spec"], drop.member);
 }
 
 // Which walks over the entity use a scaling.
@@ -312,7 +322,8 @@ std::string MendElsewhere(const std::string& mend, const std::string& label) {
   return mend.substr(0, mend.size() - (isQuestion ? 1 : 0)) + " in the uint_spec of " + label + (isQuestion ? "?" : "");
 }
 
-void AddDrop(const LintEntity& entity, const Drop& drop, const std::map<size_t, ScalingUse>& uses, Findings& findings) {
+void AddDrop(const LintEntity& entity, const Drop& drop, const std::map<size_t, ScalingUse>& uses,
+             const std::map<size_t, std::string>& onGroups, Findings& findings) {
   if (drop.member == "type" || drop.member == "data_type") {
     const Spot spot = entity.At(drop.element, {drop.member.c_str()});
     if (spot.value->isString()) return AddKeyword(entity, drop, drop.member.c_str(), spot, findings);
@@ -320,7 +331,7 @@ void AddDrop(const LintEntity& entity, const Drop& drop, const std::map<size_t, 
   if (drop.member == "position.unit") {
     return AddKeyword(entity, drop, "unit", entity.At(drop.element, {"position", "unit"}), findings);
   }
-  const std::string effect = EffectOfDrop(drop, entity);
+  const std::string effect = EffectOfDrop(drop, entity, onGroups);
   const std::string subject = entity.Label(drop.element) + " is dropped";
   const std::string when = drop.onReading == drop.onWriting || !entity.elements[drop.element].IsWritable() ? ""
                            : drop.onReading ? " on reading"
@@ -333,7 +344,7 @@ void AddDrop(const LintEntity& entity, const Drop& drop, const std::map<size_t, 
   const auto fault = FaultOf(entity, drop.holder, drop.member);
   const std::string holder = entity.Label(drop.holder);
   const Spot spot = SpotOf(entity, drop.holder, drop.member);
-  if (Throws((*entity.elements[drop.holder].json)["uint_spec"], drop.member)) {
+  if (Throws(entity, drop)) {
     return findings.AddOnce(RuleId::kLimitKind, spot, holder + ": " + fault.first,
                             EffectOfLimitKind(uses.at(drop.holder)), fault.second);
   }
@@ -402,8 +413,12 @@ class DropWalk {
     if (!onWriting.empty()) drops_.push_back({index, onWriting, !onReading.empty(), true, writeHolder, 0});
   }
 
-  void Finish() {
-    for (const Drop& drop : drops_) AddDrop(entity_, drop, uses_, findings_);
+  // True when the parser throws on one of the limits.
+  bool Finish() {
+    AddLostFlags();
+    const std::map<size_t, std::string> onGroups = EffectsOnGroups(entity_);
+    for (const Drop& drop : drops_) AddDrop(entity_, drop, uses_, onGroups, findings_);
+    return std::any_of(drops_.begin(), drops_.end(), [this](const Drop& drop) { return Throws(entity_, drop); });
   }
 
  private:
@@ -414,8 +429,23 @@ class DropWalk {
     const std::string meant = isUnknown ? MeantType(element) : "";
     if ((element.IsWritable() && !element.droppedOnWriting.empty()) || meant == kTypes[0]) {
       AddShift(entity_, index, taken_, ++dropped_, findings_);
+      lastDropped_ = index;
     }
     return isUnknown && meant.empty() ? entity_.writable.size() - taken_ : 0;
+  }
+
+  // The flags are whole bytes.
+  void AddLostFlags() {
+    const size_t bytes = FlagBytes(taken_);
+    const size_t needed = FlagBytes(taken_ + dropped_);
+    if (bytes == needed || taken_ == 0) return;
+    const std::string label = entity_.Label(lastDropped_);
+    findings_.Add(RuleId::kFlagBitsShifted, entity_.At(lastDropped_),
+                  "dropping " + (dropped_ == 1 ? label : Count(dropped_, "writable attribute")) + " leaves " +
+                      Count(bytes, "flag byte") + " instead of " + std::to_string(needed),
+                  "a device that counts all attributes takes the beginning of each write's payload for flags",
+                  "mend " + (dropped_ == 1 ? label + ", or remove it" : "them, or remove them") +
+                      " from the device's list as well");
   }
 
   const LintEntity& entity_;
@@ -424,16 +454,17 @@ class DropWalk {
   ScalingWalk writing_;
   size_t taken_ = 0;    // writable attributes so far that became records
   size_t dropped_ = 0;  // and that did not
+  size_t lastDropped_ = kNoElement;
   std::vector<Drop> drops_;
   std::map<size_t, ScalingUse> uses_;
 };
 
 }  // namespace
 
-void LintDropped(const LintEntity& entity, Findings& findings) {
+bool LintDropped(const LintEntity& entity, Findings& findings) {
   DropWalk walk(entity, findings);
   for (size_t i = 0; i < entity.elements.size(); ++i) walk.Visit(i);
-  walk.Finish();
+  return walk.Finish();
 }
 
 // ---- Names ----

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 #include <utility>
 
 namespace dp4 {
@@ -181,8 +182,12 @@ bool LintEntity::Parse(std::ostream* log, std::string& reason) {
       attribute.enumList = ItemsOf((*elements[static_cast<size_t>(attribute.id)].json)["enum"]);
     }
   }
-  readLength = PayloadLength(all);
-  writeLength = PayloadLength(writable);
+  const std::optional<size_t> ofAll = PayloadLength(all);
+  const std::optional<size_t> ofWrite = PayloadLength(writable);
+  readLength = ofAll.value_or(0);
+  writeLength = ofWrite.value_or(0);
+  isReadInMemory = ofAll.has_value();
+  isWriteInMemory = ofWrite.has_value();
   return true;
 }
 
@@ -240,6 +245,19 @@ const Attribute* LintEntity::Record(const std::vector<Attribute>& attributes, si
   };
   const auto found = std::lower_bound(attributes.begin(), attributes.end(), element, isBefore);
   return found != attributes.end() && static_cast<size_t>(found->id) == element ? &*found : nullptr;
+}
+
+std::vector<Attribute> LintEntity::WholeRecords() const {
+  Json::Value whole = TaggedEntity(json);
+  Json::Value& attrs = whole["attrs"];
+  for (Json::ArrayIndex i = 0; i < attrs.size(); ++i) {
+    if (elements[i].droppedOnReading.empty() || !elements[i].json->isObject()) continue;
+    Json::Value complete = CompleteEntity()["attrs"][0];
+    complete["id"] = static_cast<int>(i);
+    for (const char* member : {"type", "data_type", "position"}) complete[member] = attrs[i][member];
+    attrs[i] = std::move(complete);
+  }
+  return ParseQuietly(whole);
 }
 
 std::vector<std::string> ItemsOf(const Json::Value& member) {
@@ -312,7 +330,7 @@ BitRange Locate(const Attribute& field, size_t payloadLength) {
     moved.position.len = 1;
     moved.data_type = MorvixProtocolDataTypeUInt8_4_0;
   }
-  const size_t length = std::max(window.length, PayloadLength({moved}));
+  const size_t length = std::max(window.length, PayloadLength({moved}).value_or(0));
   BitRange range = FieldBits(moved.position, moved.data_type, length);
   if (range.IsEmpty()) return range;
   if (isLong) range.end = range.begin + uint64_t{8} * static_cast<uint64_t>(bytes);
@@ -389,11 +407,25 @@ Decoded DecodeFields(const std::vector<Attribute>& fields, const std::vector<byt
   return decoded;
 }
 
+size_t FlagBytes(size_t attributes) {
+  const LogGatherer silent;
+  Attribute attribute;
+  attribute.name = "field";
+  attribute.data_type = MorvixProtocolDataTypeBinary_4_0;
+  attribute.position.len = 1;
+  Json::Value root;
+  root[""]["field"] = "";
+  OwnedPackage package;
+  ProtocolEncodeAttributes_4_0({}, std::vector<Attribute>(attributes, attribute), package, root);
+  return package.sizeFlags;
+}
+
 namespace {
 
 // What a write that carries the attribute does; empty when it works.
 std::string EffectOnWriting(const Attribute& field, size_t payloadLength) {
   if (!Locate(field, payloadLength).IsEmpty()) return "";
+  if (payloadLength == 0) return "every write ends with \"No data will encode.\" and sends nothing";
   const Window window = WindowOn({field}, payloadLength);
   Attribute probe = IsNumber(field) ? OpenField(window.fields[0], "field") : Keyed(window.fields[0], "field");
   probe.enumList.assign(1, "item");
@@ -411,7 +443,10 @@ std::string EffectOnReading(const Attribute& field, size_t payloadLength) {
   probe.enumList.assign(1, "item");
   const Decoded decoded = DecodeFields({probe}, std::vector<byte>(window.length));
   if (!decoded.refusal.empty()) {
-    return "every decode ends with \"" + decoded.refusal + "\" and loses the whole entity";
+    // A payload that is longer than the module makes it may hold the field.
+    const bool liesBehind = !Locate(field, payloadLength + field.position.groupByteLength).IsEmpty();
+    return "every decode" + (liesBehind ? " of " + Count(payloadLength, "byte") + " of payload" : "") +
+           " ends with \"" + decoded.refusal + "\" and loses the whole entity";
   }
   if (!decoded.values.isMember("field")) return "no decode shows it";
   return std::string("every decode shows it as ") + (decoded.values["field"].isBool() ? "false" : "the raw value 0");

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,8 @@ class LintEntity {
   // The record of an element on reading or writing; null when there is none.
   const Attribute* ReadRecord(size_t element) const { return Record(all, element); }
   const Attribute* WriteRecord(size_t element) const { return Record(writable, element); }
+  // What decoding would take if all that it drops were whole, as far as its place is known.
+  std::vector<Attribute> WholeRecords() const;
 
   const Json::Value& json;
   const std::string pointer;
@@ -69,8 +72,10 @@ class LintEntity {
   std::vector<Element> elements;
   std::vector<Attribute> all;       // what decoding takes
   std::vector<Attribute> writable;  // what encoding takes
-  size_t readLength = 0;            // payload bytes of all; 0 also when there is not enough memory for it
-  size_t writeLength = 0;           // payload bytes of a write
+  size_t readLength = 0;            // payload bytes of all; 0 also when there is no memory for so many
+  size_t writeLength = 0;           // of a write, in the same way
+  bool isReadInMemory = true;       // false when that is so
+  bool isWriteInMemory = true;
 
  private:
   static const Attribute* Record(const std::vector<Attribute>& attributes, size_t element);
@@ -125,12 +130,19 @@ struct Decoded {
 };
 Decoded DecodeFields(const std::vector<Attribute>& fields, const std::vector<byte>& payload);
 
+// The flag bytes that the encoder makes for so many writable attributes.
+size_t FlagBytes(size_t attributes);
+
 // What becomes of an attribute whose field has no usable place.
 std::string EffectOfUnusable(const LintEntity& entity, size_t element);
 
+// What the group of a dropped attribute loses with it, by element, where that sized the group.
+std::map<size_t, std::string> EffectsOnGroups(const LintEntity& entity);
+
 // The subjects of the rules. Each checks one entity.
 void LintMembers(const LintEntity& entity, Findings& findings);  // of objects: unknown, unused, misread
-void LintDropped(const LintEntity& entity, Findings& findings);
+// True when the parser throws on one of the limits.
+bool LintDropped(const LintEntity& entity, Findings& findings);
 void LintNames(const LintEntity& entity, Findings& findings);
 void LintGroups(const LintEntity& entity, Findings& findings);
 void LintPlaces(const LintEntity& entity, Findings& findings);

@@ -21,18 +21,19 @@ bool IsInBits(const Attribute& attribute) { return attribute.position.unit == Mo
 struct Layout {
   const std::vector<Attribute>& attributes;
   size_t payloadLength;
+  bool isInMemory;
   std::vector<BitRange> ranges;
 };
 
 Layout ReadingOf(const LintEntity& entity) {
-  Layout layout{entity.all, entity.readLength, {}};
+  Layout layout{entity.all, entity.readLength, entity.isReadInMemory, {}};
   for (const Attribute& field : entity.all) layout.ranges.push_back(Locate(field, entity.readLength));
   return layout;
 }
 
 // A group that is as long as on reading lies where it did, unless the shorter payload cuts it off.
 Layout WritingOf(const LintEntity& entity, const Layout& reading) {
-  Layout layout{entity.writable, entity.writeLength, {}};
+  Layout layout{entity.writable, entity.writeLength, entity.isWriteInMemory, {}};
   for (const Attribute& field : entity.writable) {
     const Attribute* read = entity.ReadRecord(static_cast<size_t>(field.id));
     const BitRange known = read == nullptr || read->position.groupByteLength != field.position.groupByteLength
@@ -62,6 +63,10 @@ void LintBool(const LintEntity& entity, const Attribute& field, Findings& findin
                    "set 'unit' to 'bit' and 'len' to 1, or make it an enum");
 }
 
+const char kEndGroup[] =
+    "list the attribute with the group's highest bit last in its group, and a number or binary of the same type behind "
+    "it if another group follows";
+
 // For a field that is not a bool and that the module cannot use: the first of the reasons.
 void LintUnusableField(const LintEntity& entity, const Attribute& field, Findings& findings) {
   const auto element = static_cast<size_t>(field.id);
@@ -73,10 +78,11 @@ void LintUnusableField(const LintEntity& entity, const Attribute& field, Finding
   const bool isBinary = field.data_type == MorvixProtocolDataTypeBinary_4_0;
   if (IsInBits(field) && IsNumber(field)) {
     return add(RuleId::kNumberInBits, "unit", "the number " + label + " is in bit units",
-               "set 'unit' to 'byte', or make it an enum");
+               "set 'unit' to 'byte' and 'len' to its bytes, or make it an enum");
   }
   if (IsInBits(field) && isBinary) {
-    return add(RuleId::kBinaryInBits, "unit", "the binary " + label + " is in bit units", "set 'unit' to 'byte'");
+    return add(RuleId::kBinaryInBits, "unit", "the binary " + label + " is in bit units",
+               "set 'unit' to 'byte' and 'len' to its bytes");
   }
   if (position.len <= 0) {
     return add(RuleId::kEmptyField, "len", label + " has the length " + std::to_string(position.len),
@@ -99,7 +105,7 @@ void LintUnusableField(const LintEntity& entity, const Attribute& field, Finding
   if (IsInBits(field) && position.bit_offset >= GroupBits(field)) {
     return add(RuleId::kMemberOutsideGroup, "bit_offset",
                label + " begins at bit " + std::to_string(position.bit_offset) + ", but " + GroupText(field),
-               "list the attribute with the group's highest bit last in its group");
+               GroupBits(field) == 0 ? "offsets count from the lowest bit of the group; none is so large" : kEndGroup);
   }
   if (IsInBits(field) && position.bit_offset % 8 + int64_t{position.len} > 64) {
     return add(RuleId::kFieldTooWide, "len",
@@ -108,7 +114,7 @@ void LintUnusableField(const LintEntity& entity, const Attribute& field, Finding
                "use at most 64 bits, begun at a multiple of 8");
   }
   add(RuleId::kFieldOutsidePayload, "byte_offset", label + " does not lie in the payload",
-      "correct its offsets, and list the attribute with the group's highest bit last in its group");
+      std::string("correct its offsets; ") + kEndGroup);
 }
 
 // Whether a bit field begins in its group and ends above it.
@@ -126,7 +132,7 @@ void LintReach(const LintEntity& entity, const Attribute& field, const BitRange&
                                        std::to_string(field.position.byte_offset);
   findings.AddOnce(RuleId::kFieldBeforeGroup, entity.At(field, {"position", "len"}),
                    entity.Label(field) + " reaches up to bit " + std::to_string(end - 1) + ", but " + GroupText(field),
-                   effect, "list the attribute with the group's highest bit last in its group");
+                   effect, kEndGroup);
 }
 
 void LintField(const LintEntity& entity, const Attribute& field, const BitRange& range, Findings& findings) {
@@ -430,8 +436,8 @@ Spot Furthest(const LintEntity& entity, const Layout& layout) {
   return entity.At(layout.attributes[furthest], {"position"});
 }
 
-std::string LengthText(size_t length) {
-  return length == 0 ? "more bytes than there is memory for" : std::to_string(length) + " bytes";
+std::string LengthText(const Layout& layout) {
+  return layout.isInMemory ? std::to_string(layout.payloadLength) + " bytes" : "more bytes than there is memory for";
 }
 
 bool IsPacked(size_t flagBytes, size_t payloadBytes) {
@@ -452,32 +458,16 @@ bool IsUnpacked(size_t payloadBytes) {
 }
 
 void LintPayload(const LintEntity& entity, const Layout& reading, const Layout& writing, Findings& findings) {
-  const bool isSent = writing.attributes.empty() || (writing.payloadLength != 0 && IsPacked(1, writing.payloadLength));
-  const bool isReceived =
-      reading.attributes.empty() || (reading.payloadLength != 0 && IsUnpacked(reading.payloadLength));
+  const bool isSent = writing.isInMemory && (writing.payloadLength == 0 || IsPacked(1, writing.payloadLength));
+  const bool isReceived = reading.isInMemory && (reading.payloadLength == 0 || IsUnpacked(reading.payloadLength));
   if (isSent && isReceived) return;
   const Layout& tooLong = isReceived ? writing : reading;
   std::string effect;
   if (!isSent) effect = "no write can be packed: ProtocolPackPackage_4_0 gives 0";
   if (!isSent && !isReceived) effect += "; ";
   if (!isReceived) effect += "no whole response can be received: ProtocolUnpackPackage_4_0 gives false";
-  findings.Add(RuleId::kPayloadTooLong, Furthest(entity, tooLong),
-               "the payload has " + LengthText(tooLong.payloadLength), effect,
+  findings.Add(RuleId::kPayloadTooLong, Furthest(entity, tooLong), "the payload has " + LengthText(tooLong), effect,
                "move the fields together; a payload has at most 16384 bytes");
-}
-
-// The flag bytes that the encoder makes for so many attributes.
-size_t FlagBytes(size_t attributes) {
-  const LogGatherer silent;
-  Attribute attribute;
-  attribute.name = "field";
-  attribute.data_type = MorvixProtocolDataTypeBinary_4_0;
-  attribute.position.len = 1;
-  Json::Value root;
-  root[""]["field"] = "";
-  OwnedPackage package;
-  ProtocolEncodeAttributes_4_0({}, std::vector<Attribute>(attributes, attribute), package, root);
-  return package.sizeFlags;
 }
 
 void LintFlags(const LintEntity& entity, Findings& findings) {
@@ -496,7 +486,7 @@ void LintPlaces(const LintEntity& entity, Findings& findings) {
   const Layout reading = ReadingOf(entity);
   const Layout writing = WritingOf(entity, reading);
   for (const Layout* layout : {&reading, &writing}) {
-    if (layout->payloadLength != 0) {
+    if (layout->isInMemory) {
       for (size_t i = 0; i < layout->attributes.size(); ++i) {
         LintField(entity, layout->attributes[i], layout->ranges[i], findings);
       }

@@ -119,6 +119,7 @@ const std::vector<Rule>& LintRules() {
       {RuleId::kBinaryAlert, "binary-alert", kWarning, "A binary alert or fault is active as its base64 text reads."},
       {RuleId::kFractionNotActive, "fraction-not-active", kInfo,
        "An alert or fault that is a number is not active below 1."},
+      {RuleId::kAlertTooLarge, "alert-too-large", kWarning, "An alert or fault has numbers of more than 32 bits."},
 
       {RuleId::kRoundtrip, "roundtrip", kError, "With --roundtrip: a value does not come back as it was sent."},
   };
@@ -212,13 +213,13 @@ void LintEntityNames(const LintEntity& entity, std::map<std::string, std::string
 }
 
 void LintUsableEntity(const LintEntity& entity, const LintChoices& choices, Findings& findings) {
-  if (entity.all.empty() && entity.writable.empty()) {
+  const bool throws = LintDropped(entity, findings);
+  if (!throws && entity.all.empty() && entity.writable.empty()) {
     findings.Add(RuleId::kNoAttributes, {&entity.json["attrs"], entity.pointer + "/attrs"},
                  "the entity " + Quoted(entity.info.name) + " has no usable attribute",
                  "encoding logs \"No data will encode.\", decoding gives nothing",
                  "add attributes, or remove the entity");
   }
-  LintDropped(entity, findings);
   LintNames(entity, findings);
   LintPlaces(entity, findings);
   LintGroups(entity, findings);

@@ -94,6 +94,7 @@ enum class RuleId {
   // Alerts and faults.
   kBinaryAlert,
   kFractionNotActive,
+  kAlertTooLarge,
   // --roundtrip
   kRoundtrip,
 };

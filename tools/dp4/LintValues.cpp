@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -233,15 +234,14 @@ void LintPrecision(const LintEntity& entity, const Attribute& number, Findings& 
                           label + " is scaled finer than the six decimals of a decoded value", effect,
                           "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
     }
-    if (passage.isLost && IsWritable(number)) {
-      return findings.Add(RuleId::kScalingTooFine, spot, moreDigits, effect, fewerDigits);
-    }
     if (passage.isLost && lost.empty()) lost = effect;
     if (passage.isRounded && rounded.empty()) rounded = effect;
   }
   uint64_t raw = 0;
   if (lost.empty() && FindLostRaw(number, raw) && passage.Follow(alone, raw)) lost = passage.Effect(number, raw);
-  if (!lost.empty()) {
+  if (!lost.empty() && IsWritable(number)) {
+    findings.Add(RuleId::kScalingTooFine, spot, moreDigits, lost, fewerDigits);
+  } else if (!lost.empty()) {
     findings.Add(RuleId::kScalingRounded, spot, moreDigits, lost, fewerDigits + ", if the rest matters");
   } else if (!rounded.empty()) {
     findings.Add(RuleId::kScalingRounded, spot, label + " has values of more than six decimals", rounded,
@@ -383,21 +383,52 @@ void LintItemCount(const LintEntity& entity, const Attribute& field, Findings& f
 
 // ---- Alerts and faults ----
 
-bool IsActive(const std::string& value) {
+// The value with which an alert is active; nothing when it is not.
+std::optional<int32_t> ActiveValue(const std::string& value) {
   Json::Value alerts;
   Json::Value& alert = alerts.append(Json::objectValue);
   alert["name"] = "alert";
   alert["value"] = value;
   std::vector<TavelReceiveInfo> active;
   ProtocolGetAlertsOrFaults_4_0(alerts, active);
-  return !active.empty();
+  if (active.empty()) return std::nullopt;
+  return active[0].value;
+}
+
+// Raw values next to the one that is 0 in user units, as far as the limits let them through.
+std::set<uint64_t> RawsAroundZero(const MorvixProtocolUIntSpec_4_0& uintSpec) {
+  std::set<uint64_t> raws = {static_cast<uint64_t>(uintSpec.min), static_cast<uint64_t>(uintSpec.max)};
+  const double zero = std::floor(-uintSpec.addition / uintSpec.ratio);
+  for (const double raw : {zero - 1, zero, zero + 1, zero + 2}) {
+    const bool isWithin = raw >= static_cast<double>(uintSpec.min) && raw <= static_cast<double>(uintSpec.max);
+    if (isWithin) raws.insert(static_cast<uint64_t>(raw));
+  }
+  return raws;
+}
+
+void LintLargeAlert(const LintEntity& entity, const Attribute& number, Findings& findings) {
+  const Attribute alone = Alone(number);
+  for (const int64_t raw : {number.uint_spec.max, number.uint_spec.min}) {
+    std::string text;
+    if (!DecodeRaw(alone, static_cast<uint64_t>(raw), text)) continue;
+    const double value = std::trunc(std::strtod(text.c_str(), nullptr));
+    const std::optional<int32_t> active = ActiveValue(text);
+    if (!std::isfinite(value) || value == active.value_or(0)) continue;
+    findings.Add(RuleId::kAlertTooLarge, entity.At(number, {"uint_spec"}),
+                 entity.Label(number) + " is an alert or fault with values of more than 32 bits",
+                 "raw " + std::to_string(raw) + " decodes as " + Quoted(text) + ", which is " +
+                     (active ? "active with the value " + std::to_string(*active) : "not active"),
+                 "choose units in which every value lies between -2147483648 and 2147483647");
+    return;
+  }
 }
 
 void LintFractions(const LintEntity& entity, const Attribute& number, Findings& findings) {
   const Attribute alone = Alone(number);
-  for (const uint64_t raw : SampleRaws(number.uint_spec)) {
+  for (const uint64_t raw : RawsAroundZero(number.uint_spec)) {
     std::string text;
-    if (!DecodeRaw(alone, raw, text) || text == "0" || text == "-0" || IsActive(text)) continue;
+    if (!DecodeRaw(alone, raw, text) || std::fabs(std::strtod(text.c_str(), nullptr)) >= 1) continue;
+    if (text == "0" || text == "-0" || ActiveValue(text)) continue;
     findings.Add(RuleId::kFractionNotActive, entity.At(number, {"uint_spec"}),
                  entity.Label(number) + " is an alert or fault with values below 1",
                  "raw " + std::to_string(raw) + " decodes as " + Quoted(text) + ", which is not active",
@@ -432,7 +463,10 @@ void LintEnums(const LintEntity& entity, Findings& findings) {
 void LintAlerts(const LintEntity& entity, Findings& findings) {
   for (const Attribute& attribute : entity.all) {
     if (!IsAlertOrFault(attribute)) continue;
-    if (IsNumber(attribute) && IsUsable(Alone(attribute))) LintFractions(entity, attribute, findings);
+    if (IsNumber(attribute) && IsUsable(Alone(attribute))) {
+      LintFractions(entity, attribute, findings);
+      LintLargeAlert(entity, attribute, findings);
+    }
     if (attribute.data_type != MorvixProtocolDataTypeBinary_4_0) continue;
     findings.Add(RuleId::kBinaryAlert, entity.At(attribute, {"data_type"}),
                  entity.Label(attribute) + " is an alert or fault that is a binary",

@@ -1,6 +1,7 @@
 #include "Roundtrip.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +14,8 @@ namespace dp4 {
 namespace {
 
 enum Choice { kMinimum, kMaximum, kMiddle };
+
+constexpr Choice kAllChoices[] = {kMinimum, kMaximum, kMiddle};
 
 const char* NameOf(Choice choice) {
   return choice == kMinimum ? "minimum" : choice == kMaximum ? "maximum" : "middle value";
@@ -55,41 +58,59 @@ std::string Shown(const Json::Value& value) {
   return value.isBool() ? (value.asBool() ? "true" : "false") : Quoted(value.asString());
 }
 
-// The check of one entity. Attributes are known by their index in the list of all.
+// An attribute and the two forms in which the module knows it; one that is dropped on one of the ways has one form
+// only.
+struct Subject {
+  size_t element;
+  const Attribute* written;  // what encoding takes; of one that is not writable what decoding takes, as a device does
+  const Attribute* read;
+
+  const Attribute& Either() const { return read == nullptr ? *written : *read; }
+  std::string Key() const { return std::to_string(element); }
+};
+
+// The check of one entity.
 class Roundtrip {
  public:
-  Roundtrip(const LintEntity& entity, Findings& findings)
-      : entity_(entity), findings_(findings), isBroken_(entity.all.size()) {}
+  Roundtrip(const LintEntity& entity, Findings& findings) : entity_(entity), findings_(findings) {
+    for (size_t i = 0; i < entity.elements.size(); ++i) {
+      const Attribute* read = entity.ReadRecord(i);
+      const Attribute* written = entity.WriteRecord(i);
+      if (written == nullptr && read != nullptr && !IsWritable(*read)) written = read;
+      if (read != nullptr || written != nullptr) subjects_.push_back({i, written, read});
+    }
+    isReported_.resize(subjects_.size());
+  }
 
   void Check() {
-    for (const Choice choice : {kMinimum, kMaximum, kMiddle}) {
-      for (size_t i = 0; i < entity_.all.size(); ++i) CheckAlone(i, choice);
+    std::vector<size_t> alone[std::size(kAllChoices)];  // those that go and come alone
+    for (const Choice choice : kAllChoices) {
+      for (size_t i = 0; i < subjects_.size(); ++i) {
+        if (CheckAlone(i, choice)) alone[choice].push_back(i);
+      }
     }
     // A longer payload has no packet.
     if (entity_.readLength == 0 || entity_.readLength > kMaxPayloadBytes) return;
-    for (const Choice choice : {kMinimum, kMaximum, kMiddle}) {
-      CheckWrite(choice);
-      CheckResponse(choice);
-    }
+    for (const Choice choice : kAllChoices) CheckWrite(alone[choice], choice);
+    for (const Choice choice : kAllChoices) CheckResponse(alone[choice], choice);
   }
 
  private:
-  // How an attribute is written: as a writable one where it is one, else as a device would.
-  const Attribute& Writer(size_t index) const {
-    const Attribute* written = entity_.WriteRecord(static_cast<size_t>(entity_.all[index].id));
-    if (written != nullptr) return *written;
-    return entity_.all[index];
+  static bool IsWritable(const Attribute& attribute) { return attribute.type == MorvixProtocolTypeStatusWritable_4_0; }
+
+  // The length of the payload in which the attribute is sent.
+  size_t SentLength(const Subject& subject) const {
+    return IsWritable(*subject.written) ? entity_.writeLength : entity_.readLength;
   }
 
   void Report(size_t index, const std::string& how, Choice choice, const Json::Value& value,
               const std::string& result) {
-    if (isBroken_[index]) return;
-    isBroken_[index] = true;
-    const Attribute& attribute = entity_.all[index];
-    findings_.Add(
-        RuleId::kRoundtrip, entity_.At(attribute),
-        "the " + std::string(NameOf(choice)) + " of " + entity_.Label(attribute) + " does not come back" + how,
-        Shown(value) + " " + result, "see the other findings of this attribute and of its neighbours");
+    if (isReported_[index]) return;
+    isReported_[index] = true;
+    const size_t element = subjects_[index].element;
+    findings_.Add(RuleId::kRoundtrip, entity_.At(element),
+                  "the " + std::string(NameOf(choice)) + " of " + entity_.Label(element) + " does not come back" + how,
+                  Shown(value) + " " + result, "see the other findings of this attribute and of its neighbours");
   }
 
   // The module's refusal, or what it decodes instead of the value.
@@ -98,69 +119,86 @@ class Roundtrip {
     return decoded.refusal.empty() ? "is not decoded" : "is decoded with \"" + decoded.refusal + "\"";
   }
 
-  void CheckAlone(size_t index, Choice choice) {
-    const Attribute& reader = entity_.all[index];
-    const Json::Value value = ValueOf(reader, choice);
-    if (value.isNull()) return Report(index, "", choice, value, "can be sent: its scaling or items refuse everything");
-    const Window window = WindowOn({Writer(index), reader}, entity_.readLength);
+  // The bytes of a payload that lie in the window, from one that lies in another; those around it are zeros.
+  static std::vector<byte> Moved(const std::vector<byte>& payload, size_t from, const Window& window) {
+    std::vector<byte> moved(window.length);
+    for (size_t i = 0; i < payload.size(); ++i) {
+      const size_t at = from + i - window.shift;  // a huge one for what lies before the window
+      if (at < moved.size()) moved[at] = payload[i];
+    }
+    return moved;
+  }
+
+  // False when the module refuses to encode or decode it, so that it would end every call that carries it.
+  bool CheckAlone(size_t index, Choice choice) {
+    const Subject& subject = subjects_[index];
+    const Json::Value value = ValueOf(subject.Either(), choice);
+    const auto report = [&](const std::string& result) {
+      Report(index, "", choice, value, result);
+      return false;
+    };
+    if (value.isNull()) return report("can be sent: its scaling or items refuse everything");
+    if (subject.written == nullptr) return report("is not encoded: encoding drops the attribute");
+    const Window sent = WindowOn({*subject.written}, SentLength(subject));
     Json::Value values;
     values["field"] = value;
-    const Encoded encoded = EncodeFields({Keyed(window.fields[0], "field")}, values, window.length);
-    if (encoded.payload.empty()) return Report(index, "", choice, value, "is refused with \"" + encoded.refusal + "\"");
-    const Decoded decoded = DecodeFields({Keyed(window.fields[1], "field")}, encoded.payload);
+    const Encoded encoded = EncodeFields({Keyed(sent.fields[0], "field")}, values, sent.length);
+    if (encoded.payload.empty()) return report("is refused with \"" + encoded.refusal + "\"");
+    if (subject.read == nullptr) return report("is not decoded: decoding drops the attribute");
+    const Window received = WindowOn({*subject.read}, entity_.readLength);
+    const Decoded decoded =
+        DecodeFields({Keyed(received.fields[0], "field")}, Moved(encoded.payload, sent.shift, received));
     const Json::Value& back = decoded.values["field"];
-    if (back != value) Report(index, "", choice, value, Result(decoded, back));
+    if (back != value) report(Result(decoded, back));
+    return decoded.refusal.empty();
   }
 
-  // The attributes that come back alone, each under its index.
-  std::vector<Attribute> Whole(bool onlyWritable, bool asWritten) const {
-    std::vector<Attribute> whole;
-    for (size_t i = 0; i < entity_.all.size(); ++i) {
-      const bool isWritable = entity_.all[i].type == MorvixProtocolTypeStatusWritable_4_0;
-      if (isBroken_[i] || (onlyWritable && !isWritable)) continue;
-      whole.push_back(Keyed(asWritten ? Writer(i) : entity_.all[i], std::to_string(i)));
-    }
-    return whole;
-  }
-
-  static size_t IndexOf(const Attribute& keyed) { return std::stoul(keyed.name); }
-
-  void Compare(const std::vector<Attribute>& readers, const std::vector<byte>& payload, const std::string& how,
+  void Compare(const std::vector<size_t>& indexes, const std::vector<byte>& payload, const std::string& how,
                Choice choice) {
+    std::vector<Attribute> readers;
+    readers.reserve(indexes.size());
+    for (const size_t index : indexes) readers.push_back(Keyed(*subjects_[index].read, subjects_[index].Key()));
     const Decoded decoded = DecodeFields(readers, payload);
-    for (const Attribute& reader : readers) {
-      const Json::Value value = ValueOf(reader, choice);
-      const Json::Value& back = decoded.values[reader.name];
-      if (back != value) Report(IndexOf(reader), how, choice, value, Result(decoded, back));
+    for (const size_t index : indexes) {
+      const Json::Value value = ValueOf(subjects_[index].Either(), choice);
+      const Json::Value& back = decoded.values[subjects_[index].Key()];
+      if (back != value) Report(index, how, choice, value, Result(decoded, back));
     }
   }
 
   // All writable attributes in one write, in the order of the list.
-  void CheckWrite(Choice choice) {
-    const std::vector<Attribute> writers = Whole(true, true);
-    if (writers.empty()) return;
+  void CheckWrite(const std::vector<size_t>& alone, Choice choice) {
+    std::vector<size_t> indexes;
+    std::vector<Attribute> writers;
     Json::Value values;
-    for (const Attribute& writer : writers) values[writer.name] = ValueOf(writer, choice);
-    const Encoded encoded = EncodeFields(writers, values, entity_.readLength);
-    if (encoded.payload.empty()) return;  // each of them was accepted alone
-    Compare(Whole(true, false), encoded.payload, " from a write of all attributes", choice);
+    for (const size_t index : alone) {
+      const Subject& subject = subjects_[index];
+      if (!IsWritable(*subject.written)) continue;
+      indexes.push_back(index);
+      writers.push_back(Keyed(*subject.written, subject.Key()));
+      values[subject.Key()] = ValueOf(subject.Either(), choice);
+    }
+    if (writers.empty()) return;
+    Encoded encoded = EncodeFields(writers, values, entity_.writeLength);
+    encoded.payload.resize(entity_.readLength);
+    Compare(indexes, encoded.payload, " from a write of all attributes", choice);
   }
 
   // A device sets the bits of every attribute, which the module writes one by one.
-  void CheckResponse(Choice choice) {
-    const std::vector<Attribute> fields = Whole(false, false);
-    if (fields.empty()) return;
+  void CheckResponse(const std::vector<size_t>& alone, Choice choice) {
+    if (alone.empty()) return;
     std::vector<byte> payload(entity_.readLength);
-    for (const Attribute& field : fields) {
+    for (const size_t index : alone) {
+      const Attribute field = Keyed(subjects_[index].Either(), "field");
       const Window window = WindowOn({field}, entity_.readLength);
       Json::Value values;
-      values[field.name] = ValueOf(field, choice);
+      values["field"] = ValueOf(field, choice);
       const Encoded encoded = EncodeFields({window.fields[0]}, values, window.length);
       for (size_t i = 0; i < encoded.payload.size() && window.shift + i < payload.size(); ++i) {
         payload[window.shift + i] = static_cast<byte>(payload[window.shift + i] | encoded.payload[i]);
       }
     }
-    Compare(fields, Received(payload), " from a response with all attributes", choice);
+    Compare(alone, Received(payload), " from a response with all attributes", choice);
   }
 
   // What is left of a payload once it came in a packet.
@@ -173,7 +211,8 @@ class Roundtrip {
 
   const LintEntity& entity_;
   Findings& findings_;
-  std::vector<bool> isBroken_;
+  std::vector<Subject> subjects_;
+  std::vector<bool> isReported_;
 };
 
 }  // namespace
