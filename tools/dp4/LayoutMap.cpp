@@ -55,7 +55,7 @@ std::vector<MapBlock> BlocksOf(const std::vector<MapStretch>& stretches) {
       const auto column = static_cast<size_t>(bit % 8);
       const auto bytes = static_cast<size_t>((end - bit) / 8);
       if (column == 0) blocks.push_back({byteIndex, byteIndex + std::max<size_t>(bytes, 1) - 1, {}});
-      const size_t columns = std::min<size_t>(8 - column, end - bit);
+      const auto columns = static_cast<size_t>(std::min<uint64_t>(8 - column, end - bit));
       blocks.back().pieces.push_back({column, columns, stretch.fields});
       bit += column == 0 && bytes > 0 ? 8 * bytes : columns;
     }

@@ -90,7 +90,7 @@ class Roundtrip {
       }
     }
     // A longer payload has no packet.
-    if (entity_.readLength == 0 || entity_.readLength > kMaxPayloadBytes) return;
+    if (entity_.readLength == 0 || std::max(entity_.readLength, entity_.writeLength) > kMaxPayloadBytes) return;
     for (const Choice choice : kAllChoices) CheckWrite(alone[choice], choice);
     for (const Choice choice : kAllChoices) CheckResponse(alone[choice], choice);
   }

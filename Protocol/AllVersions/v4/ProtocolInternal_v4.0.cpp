@@ -1785,9 +1785,8 @@ static bool IsEmptyText(const char* text) { return text == nullptr || *text == '
 static bool SpeaksProtocol(const Json::Value& device, std::string_view protocolName, dword packetVersion) {
   const Json::Value* protocolType = FindMember(device, "protocolType");
   dword packetVer = 0;
-  return protocolType != nullptr && protocolType->isString() &&
-         ProtocolGetAttrHex_4_0(device, "packetVersion", packetVer) && TextOf(*protocolType) == protocolName &&
-         packetVer == packetVersion;
+  return protocolType != nullptr && ProtocolGetAttrHex_4_0(device, "packetVersion", packetVer) &&
+         TextOf(*protocolType) == protocolName && packetVer == packetVersion;
 }
 
 bool ProtocolFilterDevices_4_0(const char* protocolName, dword packetVersion, Json::Value& devices) {
@@ -1814,7 +1813,7 @@ static std::string_view ProductKeyOf(const Json::Value& device) {
   if (!key->isObject()) return {};
   // "Default" stands for an empty key of a device only, not for an empty key of one build kind.
   const Json::Value* build = FindMember(*key, TavelConfig::sharedInstance()->IsDebug() ? "debug" : "release");
-  return build != nullptr && build->isString() ? TextOf(*build) : std::string_view();
+  return build != nullptr ? TextOf(*build) : std::string_view();
 }
 
 bool ProtocolGetDevice_4_0(const Json::Value& devices, const char* deviceKey, Json::Value& device) {
