@@ -261,6 +261,11 @@ TEST(DecodeFailure, IsNoneWhereANumberIsLeftOut) {
              "\n");
   EXPECT_THAT(DecodeKettle({"04 00 79 04 6f 00 00", "--document", "table"}).out,
               HasSubstr("target         writable   1        79            left out: raw 121, expected 0 to 120\n"));
+  const std::string unusable = R"({"id": 0, "name": "n", "display_name": "", "desc": "", "type": "status_readonly",
+      "data_type": "uint8", "uint_spec": {"min": 5, "max": 5, "ratio": 1, "addition": 0},
+      "position": {"byte_offset": 0, "bit_offset": 0, "unit": "byte", "len": 1}})";
+  EXPECT_THAT(DecodeWith(Configuration("box", unusable), {"0405", "--document", "table"}).out,
+              HasSubstr("left out: its scaling takes no value; dp4 lint tells why\n"));
 }
 
 TEST(DecodeFailure, IsNoneWhereThePayloadEndsBeforeANumber) {

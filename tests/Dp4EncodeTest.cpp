@@ -314,8 +314,9 @@ TEST(EncodeDocument, ReportsValuesOfOtherKinds) {
                                    "\"target\": true}}\n");
   EXPECT_EQ(
       run.err,
-      "dp4: standard input:2:10: \"power\" left out: a bool takes an integer, true, false or decimal text\n"
-      "dp4: standard input:3:12: \"program\" left out: an enum takes an item's index, an integer or decimal text\n"
+      "dp4: standard input:2:10: \"power\" left out: a bool takes an integer of 32 bits, true, false or decimal text\n"
+      "dp4: standard input:3:12: \"program\" left out: an enum takes an item's index, an integer of 32 bits or decimal "
+      "text\n"
       "dp4: standard input:4:11: \"target\" left out: a uint8 takes a number or the text of one\n"
       "dp4: kettle.json: \"kettle\": no value to encode for it; expected one of a writable attribute\n");
   EXPECT_EQ(run.out, "");
@@ -325,7 +326,8 @@ TEST(EncodeDocument, ReportsValuesOfOtherKinds) {
 TEST(EncodeDocument, LeavesOutNullWithAReport) {
   const ToolRun run = EncodeKettle({"-"}, R"({"kettle": {"power": null, "target": 40}})");
   EXPECT_EQ(run.err,
-            "dp4: standard input:1:22: \"power\" left out: a bool takes an integer, true, false or decimal text\n");
+            "dp4: standard input:1:22: \"power\" left out: a bool takes an integer of 32 bits, true, false or decimal "
+            "text\n");
   EXPECT_EQ(run.out, "01 04 00 00\n");
   EXPECT_EQ(run.exitCode, 0);
 }
@@ -621,6 +623,7 @@ TEST(EncodeText, IsAProblemWhenItIsReadInPart) {
     const char* problem;
   } kCases[] = {
       {"power=0x1", "01 01 00 00\n", "\"power\" cut: only \"0\" is a number"},
+      {"power=", "01 01 00 00\n", "\"power\" cut: nothing of it is a number"},
       {"program=1x", "01 02 02 00\n", "\"program\" green_tea, cut: only \"1\" is a number"},
       {"target=85,5", "01 04 00 5a\n", "\"target\" raw 90, cut: only \"85\" is a number"},
       {"target=nan", "01 04 00 00\n", "\"target\" raw 0 (40), cut: nothing of it is a number"},

@@ -308,6 +308,19 @@ TEST(LayoutText, ListsOverlapsThatAreOnWritingOnly) {
                                       "Note: attrs[0] (a) is read at 0.0 but written at 1.0"}));
 }
 
+// The last of the writable bools has bit 15, so that a write's group has two bytes and its bit 9 is in byte 0. On
+// reading the group ends with b, at bit 0, and has no bit 9.
+TEST(LayoutText, ListsOverlapsOfWhatHasAPlaceOnWritingOnly) {
+  const std::string attributes = Bool("a", 0, 9) + "," + Bool("b", 0, 0) + "," + Bool("x", 2, 0, "status_readonly") +
+                                 "," + Bool("c", 0, 15) + "," +
+                                 Attribute("q", "status_writable", "binary", Bytes(0, 1));
+  EXPECT_EQ(RemarksOf(LayoutText(Configuration(attributes)).out),
+            (std::vector<std::string>{"Overlap: 0.7 lies in c and q", "Overlap: 0.0 lies in q and b",
+                                      "Overlap on writing: 0.1 lies in q and a",
+                                      "Note: attrs[0] (a) is written at 0.1 but has no place in what is read",
+                                      "Note: attrs[1] (b) is read at 0.0 but written at 1.0"}));
+}
+
 // Field i covers the bytes from i on. Two or more share each byte but the first and the last, the same ones those in
 // the middle.
 TEST(LayoutText, ListsTheOverlapsOfManyLongFields) {

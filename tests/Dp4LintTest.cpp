@@ -239,6 +239,11 @@ TEST(CoverageOver, KnowsTheFirstFieldsAndCountsAll) {
   }
 }
 
+// A device sends raw numbers, whatever the encoder would make of their texts.
+TEST(Lint, FindsThatAReadOnlyNumberComesBackThoughItsTextCannotBeEncoded) {
+  ExpectFine(RunTool({"lint", "--roundtrip", PathOf("scaling-rounded.third")}));
+}
+
 // ---- What is shown and what counts ----
 
 TEST(Lint, ShowsAndCountsFromTheSeverityOn) {

@@ -89,6 +89,12 @@ TEST(Show, RefusesAnEntityThatIsNotThere) {
   EXPECT_NE(run.err.find("thermostat"), std::string::npos) << run.err;
 }
 
+TEST(Show, TellsWhyAChosenEntityIsUnusable) {
+  const ToolRun run = RunTool({"show", "-", "--entity", "box"}, R"({"entities": [{"name": "box"}]})");
+  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.err, "dp4: standard input:1:15: unusable entity: Warning: Can't find 'id' key.\n");
+}
+
 TEST(Show, RefusesAFileThatIsNotThere) {
   const ToolRun run = RunTool({"show", "no-such-file.json"});
   EXPECT_EQ(run.exitCode, 2);

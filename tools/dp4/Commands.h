@@ -37,7 +37,7 @@ struct LintOptions {
   bool listRules = false;            // instead of linting
   bool roundtrip = false;            // encodes and decodes limits and middles as well
 };
-int Lint(const LintOptions& options, const CommonOptions& common, std::ostream& out, std::ostream& err);
+int Lint(const LintOptions& options, const CommonOptions& common, std::ostream& out);
 
 struct EncodeOptions {
   std::string configuration;

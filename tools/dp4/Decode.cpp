@@ -2,8 +2,8 @@
 //
 // Standard input is read when no packets are given: a packet in hexadecimal a line, or a JSON object a line, whose text
 // "packet" is replaced by the result. The rest of such a line is kept as it stands, the order of its members and the
-// writing of its numbers included; only control characters are escaped. With tables it is told above the table, its
-// members sorted. Empty lines are passed over.
+// writing of its numbers included; only control characters are escaped. With tables it is told above the table. Empty
+// lines are passed over.
 //
 // A packet that the module does not take has no result; one that it decodes with a warning has what the application
 // would be told. Both are reported, and the stream goes on.

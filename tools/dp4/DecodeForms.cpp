@@ -273,9 +273,16 @@ class TableForm : public Form {
                      const Alone& alone, const Json::Value& decoded) const {
     if (!alone.line.empty()) return "unreadable: " + alone.line;
     if (alone.value.isNull() && bits.IsEmpty()) return "left out: not readable in this payload";
+    const MorvixProtocolUIntSpec_4_0& limits = attribute.uint_spec;
+    const auto isRefused = [&attribute](int64_t raw) {
+      return UserText(attribute, static_cast<uint64_t>(raw)).empty();
+    };
+    if (alone.value.isNull() && isRefused(limits.min) && isRefused(limits.max)) {
+      return "left out: its scaling takes no value; dp4 lint tells why";
+    }
     if (alone.value.isNull()) {
       return "left out: raw " + std::to_string(RawValue(bits, package.value)) + ", expected " +
-             std::to_string(attribute.uint_spec.min) + " to " + std::to_string(attribute.uint_spec.max);
+             std::to_string(limits.min) + " to " + std::to_string(limits.max);
     }
     const Json::Value* told = decoded.find(Entity().info.name.data(), End(Entity().info.name));
     if (told != nullptr) told = told->find(KeyOf(attribute).data(), End(KeyOf(attribute)));

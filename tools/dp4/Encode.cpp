@@ -191,10 +191,30 @@ std::vector<LoggedLine> FailuresOf(std::vector<LoggedLine> lines) {
 // Of a value of a kind that the data type does not take.
 std::string KindsTaken(MorvixProtocolDataType_4_0 dataType) {
   const std::string name = DataTypeName(dataType);
-  if (dataType == MorvixProtocolDataTypeBool_4_0) return "a bool takes an integer, true, false or decimal text";
-  if (dataType == MorvixProtocolDataTypeEnum_4_0) return "an enum takes an item's index, an integer or decimal text";
+  if (dataType == MorvixProtocolDataTypeBool_4_0)
+    return "a bool takes an integer of 32 bits, true, false or decimal text";
+  if (dataType == MorvixProtocolDataTypeEnum_4_0)
+    return "an enum takes an item's index, an integer of 32 bits or decimal text";
   if (dataType == MorvixProtocolDataTypeBinary_4_0) return "a binary takes base64 text in quotation marks";
   return "a " + name + " takes a number or the text of one";
+}
+
+// The raw value that the module makes of a number or enum's value where there is room for all of it; nothing when it
+// refuses.
+std::optional<uint64_t> WholeRawValue(Attribute attribute, const Json::Value& value) {
+  MorvixProtocolEntity_4_0 entity;
+  entity.name = "entity";
+  attribute.name = "value";
+  attribute.position = {0, 0, MorvixProtocolUnitByte_4_0, sizeof(uint64_t), 0};
+  Json::Value document;
+  document[entity.name][attribute.name] = value;
+  const LogGatherer silent;
+  OwnedPackage package;
+  ProtocolEncodeAttributes_4_0(entity, {attribute}, package, document);
+  if (package.sizeValue == 0) return std::nullopt;
+  uint64_t raw = 0;
+  for (size_t i = 0; i < package.sizeValue; ++i) raw = raw << 8 | package.value[i];
+  return raw;
 }
 
 // Of a value that the module refused with `line`.
@@ -207,7 +227,8 @@ std::string ExpectedText(const Attribute& attribute, const std::string& line) {
   const std::string least = UserText(attribute, static_cast<uint64_t>(attribute.uint_spec.min));
   const std::string most = UserText(attribute, static_cast<uint64_t>(attribute.uint_spec.max));
   if (least.empty() || most.empty()) return "its scaling takes no value; dp4 lint tells why";
-  return "expected " + least + " to " + most;
+  // Six decimals can round the end of a range beyond it.
+  return std::string("expected ") + (WholeRawValue(attribute, least) ? "" : "more than ") + least + " to " + most;
 }
 
 // The writable attributes, each of which can be encoded alone.
@@ -265,35 +286,31 @@ std::vector<Outcome> FindOutcomes(const ParsedEntity& entity, const Encoder& enc
   return outcomes;
 }
 
-// The attribute whose writing changed the bits of attribute `index`, which was written before it.
-size_t FindOverwriter(const ParsedEntity& entity, const Encoder& encoder, const Values& values,
-                      const std::vector<Outcome>& outcomes, size_t index) {
-  const std::string before = BitsText(outcomes[index].bits, outcomes[index].payload.data());
-  std::vector<std::pair<size_t, Json::Value>> some;
+// For each attribute whose bits are not in `payload` as they were written: the one whose writing changed them.
+std::map<size_t, size_t> FindOverwriters(const ParsedEntity& entity, const Encoder& encoder, const Values& values,
+                                         const std::vector<Outcome>& outcomes, const byte* payload) {
+  const auto isChanged = [&outcomes](size_t i, const byte* now) {
+    return BitsText(outcomes[i].bits, now) != BitsText(outcomes[i].bits, outcomes[i].payload.data());
+  };
+  std::map<size_t, size_t> overwriters;
   for (size_t i = 0; i < outcomes.size(); ++i) {
+    if (outcomes[i].kind == Outcome::kWritten && isChanged(i, payload)) overwriters[i] = i;
+  }
+  std::vector<size_t> whole;  // those of them that have been written and not yet changed
+  std::vector<std::pair<size_t, Json::Value>> some;
+  for (size_t i = 0; i < outcomes.size() && !overwriters.empty(); ++i) {
     if (outcomes[i].kind != Outcome::kWritten) continue;
     some.emplace_back(i, values.document[entity.info.name][NameOf(entity.attributes[i])]);
+    if (overwriters.count(i) != 0) whole.push_back(i);
+    if (whole.empty()) continue;
     std::vector<LoggedLine> lines;
-    const std::vector<byte> payload = encoder.EncodeSome(some, lines);
-    if (i >= index && BitsText(outcomes[index].bits, payload.data()) != before) return i;
+    const std::vector<byte> now = encoder.EncodeSome(some, lines);
+    const auto firstChanged =
+        std::partition(whole.begin(), whole.end(), [&](size_t k) { return !isChanged(k, now.data()); });
+    for (auto changed = firstChanged; changed != whole.end(); ++changed) overwriters[*changed] = i;
+    whole.erase(firstChanged, whole.end());
   }
-  return index;
-}
-
-// The raw value that the module makes of a number or enum's value where there is room for all of it.
-uint64_t WholeRawValue(Attribute attribute, const Json::Value& value) {
-  MorvixProtocolEntity_4_0 entity;
-  entity.name = "entity";
-  attribute.name = "value";
-  attribute.position = {0, 0, MorvixProtocolUnitByte_4_0, sizeof(uint64_t), 0};
-  Json::Value document;
-  document[entity.name][attribute.name] = value;
-  const LogGatherer silent;
-  OwnedPackage package;
-  ProtocolEncodeAttributes_4_0(entity, {attribute}, package, document);
-  uint64_t raw = 0;
-  for (size_t i = 0; i < package.sizeValue; ++i) raw = raw << 8 | package.value[i];
-  return raw;
+  return overwriters;
 }
 
 // How many characters of a number's text the module reads. It takes any number of blanks before it.
@@ -311,7 +328,7 @@ size_t LengthRead(const std::string& text, MorvixProtocolDataType_4_0 dataType) 
 // Of a text, what the module reads of it is sent, without a word about the rest.
 void NotePartlyRead(const Attribute& attribute, const std::string& text, Outcome& outcome) {
   const size_t length = LengthRead(text, attribute.data_type);
-  if (length == text.size()) return;
+  if (length == text.size() && length != 0) return;
   outcome.isAltered = true;
   outcome.note += (outcome.note.empty() ? "" : ", ") + std::string("cut: ") +
                   (length == 0 ? "nothing of it is" : "only " + InQuotes(text.substr(0, length)) + " is") + " a number";
@@ -330,7 +347,7 @@ std::string RoundedText(const Attribute& number, const Json::Value& value, uint6
 
 void NoteNumber(const Attribute& attribute, const Json::Value& value, Outcome& outcome) {
   const uint64_t raw = RawValue(outcome.bits, outcome.payload.data());
-  const uint64_t whole = WholeRawValue(attribute, value);
+  const uint64_t whole = WholeRawValue(attribute, value).value_or(raw);
   if (raw != whole) {
     outcome.isAltered = true;
     outcome.note = "cut: raw " + std::to_string(whole) + " does not fit, " + std::to_string(raw) + " is sent";
@@ -358,10 +375,11 @@ void NoteBinary(const std::string& text, Outcome& outcome) {
   const std::string count = Count(bytes.size(), "byte");
   if (given != clean) {
     outcome.isAltered = true;
-    outcome.note = "cut: not all of it is base64, " + count + " are sent";
+    outcome.note = "cut: not all of it is base64, " + count + (bytes.size() == 1 ? " is sent" : " are sent");
   } else if (bytes.size() > room) {
     outcome.isAltered = true;
-    outcome.note = "cut: it has " + count + ", of which " + std::to_string(room) + " are sent";
+    outcome.note =
+        "cut: it has " + count + ", of which " + std::to_string(room) + (room == 1 ? " is sent" : " are sent");
   } else if (bytes.size() < room) {
     outcome.note = count + ", filled up with zeros";
   }
@@ -370,24 +388,24 @@ void NoteBinary(const std::string& text, Outcome& outcome) {
 // Notes on the attributes that were written into `payload`. Writing one can change the bits of another.
 void NoteWritten(const ParsedEntity& entity, const Encoder& encoder, const Values& values, const byte* payload,
                  std::vector<Outcome>& outcomes) {
+  const std::map<size_t, size_t> overwriters = FindOverwriters(entity, encoder, values, outcomes, payload);
   for (size_t i = 0; i < outcomes.size(); ++i) {
     Outcome& outcome = outcomes[i];
     const Attribute& attribute = entity.attributes[i];
     if (outcome.kind != Outcome::kWritten) continue;
     const Json::Value& value = values.document[entity.info.name][NameOf(attribute)];
-    const std::string own = BitsText(outcome.bits, outcome.payload.data());
-    if (BitsText(outcome.bits, payload) != own) {
+    const auto overwriter = overwriters.find(i);
+    if (overwriter != overwriters.end()) {
       outcome.isAltered = true;
-      const size_t overwriter = FindOverwriter(entity, encoder, values, outcomes, i);
-      outcome.note = "overwritten: was " + Shortened(own, kBitsColumns) + " until " +
-                     InQuotes(entity.attributes[overwriter].name) + " was written";
+      outcome.note = "overwritten: was " + Shortened(BitsText(outcome.bits, outcome.payload.data()), kBitsColumns) +
+                     " until " + InQuotes(entity.attributes[overwriter->second].name) + " was written";
     } else if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) {
       NoteBinary(value.asString(), outcome);
     } else if (attribute.data_type != MorvixProtocolDataTypeBool_4_0) {
       NoteNumber(attribute, value, outcome);
     }
     const bool isText = value.isString() && attribute.data_type != MorvixProtocolDataTypeBinary_4_0;
-    if (isText) NotePartlyRead(attribute, value.asCString(), outcome);
+    if (isText) NotePartlyRead(attribute, value.asString(), outcome);
   }
 }
 
@@ -465,7 +483,7 @@ MorvixProtocolCommand_4_0 CommandOf(const std::string& name) {
 bool FitsPacket(size_t attributes, size_t payloadLength) {
   MorvixProtocolPackage_4_0 package;
   package.cmd = MorvixProtocolCommandWriteReq_4_0;
-  package.sizeFlags = (attributes + 7) / 8;
+  package.sizeFlags = FlagBytes(attributes);
   package.sizeValue = payloadLength;
   return payloadLength == 0 || !PackPackage(package).empty();
 }

@@ -96,8 +96,8 @@ void AddNotes(const Json::Value& attributes, const std::vector<std::string>& mem
     if ((isDropped || !next->isRead) && dropped < membersAtFault.size()) {
       reason = ", for its " + membersAtFault[dropped++];
     }
-    const std::string note = isDropped ? " is dropped" : DifferenceText(*next);
-    if (!note.empty()) view.notes.push_back(AttributeText(attributes, i) + note + reason);
+    const std::string difference = isDropped ? " is dropped" : DifferenceText(*next);
+    if (!difference.empty()) view.notes.push_back(AttributeText(attributes, i).append(difference).append(reason));
     if (isDropped) continue;
     if (next->isRead && next->bits.EndByte() > view.payloadBytes) {
       view.notes.push_back(AttributeText(attributes, i) + " lies behind the payload and is read from longer ones only");

@@ -21,7 +21,7 @@ struct AttributeView {
   bool isRead = false;
   bool isWritten = false;
   size_t flagBit = 0;    // of the flag bitmap, when it is written
-  BitRange bits;         // of the payload; empty when it has no place in any packet
+  BitRange bits;         // of the payload; empty when it has no place in what is read
   BitRange writtenBits;  // of the payload of a write; empty when it has no place there
 };
 

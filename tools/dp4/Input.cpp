@@ -193,8 +193,10 @@ const Json::Value& ChooseEntity(const JsonText& configuration, const std::string
   for (const Json::Value& entity : all) {
     int32_t id = 0;
     std::string name;
-    if (!ProtocolGetAttrInteger_4_0(entity, "id", id) || !ProtocolGetAttrString_4_0(entity, "name", name)) continue;
+    const bool hasId = ProtocolGetAttrInteger_4_0(entity, "id", id);
+    if (!ProtocolGetAttrString_4_0(entity, "name", name)) continue;
     if (!choice.empty() && name == choice) return entity;
+    if (!hasId) continue;
     if (byId == nullptr && std::to_string(id) == choice) byId = &entity;
     known += (known.empty() ? "" : ", ") + NameText(name) + " (" + std::to_string(id) + ")";
   }
@@ -279,11 +281,6 @@ BitRange FieldBits(const MorvixProtocolPosition_4_0& position, MorvixProtocolDat
     const uint64_t highest = FirstSetBit(WriteField(firstByte, 0x80, payloadLength));
     return {highest, highest + length * 8};
   }
-  // A bit above the group lies in a longer group that ends at the same byte.
-  while (part.groupByteLength * 8 <= static_cast<size_t>(part.bit_offset)) {
-    ++part.groupByteLength;
-    --part.byte_offset;
-  }
   const auto lowestBit = FieldAttribute(part, MorvixProtocolDataTypeBool_4_0);
   const uint64_t end = FirstSetBit(WriteField(lowestBit, 1, payloadLength)) + 1;
   return {end - length, end};
@@ -313,6 +310,18 @@ std::optional<size_t> PayloadLength(const std::vector<MorvixProtocolAttribute_4_
   ProtocolEncodeAttributes_4_0(entity, all, package, values);
   if (package.sizeValue == 0) return std::nullopt;
   return package.sizeValue;
+}
+
+size_t FlagBytes(size_t attributes) {
+  const LogGatherer silent;
+  MorvixProtocolPosition_4_0 position;
+  position.len = 1;
+  const auto attribute = FieldAttribute(position, MorvixProtocolDataTypeBinary_4_0);
+  Json::Value root;
+  root[""]["field"] = "";
+  OwnedPackage package;
+  ProtocolEncodeAttributes_4_0({}, std::vector<MorvixProtocolAttribute_4_0>(attributes, attribute), package, root);
+  return package.sizeFlags;
 }
 
 const char* GroupName(MorvixProtocolType_4_0 group) {

@@ -149,6 +149,9 @@ BitRange FieldBits(const MorvixProtocolPosition_4_0& position, MorvixProtocolDat
 // many.
 std::optional<size_t> PayloadLength(const std::vector<MorvixProtocolAttribute_4_0>& attributes);
 
+// The flag bytes that the module makes for so many writable attributes.
+size_t FlagBytes(size_t attributes);
+
 const char* GroupName(MorvixProtocolType_4_0 group);            // "writable", "read-only", "alert", "fault"
 const char* DataTypeName(MorvixProtocolDataType_4_0 dataType);  // "bool", "enum", "binary", "uint8" ...
 

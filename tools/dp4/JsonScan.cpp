@@ -33,6 +33,14 @@ size_t EndOfText(const std::string& text, size_t offset) {
   return std::min(offset + 1, text.size());
 }
 
+// What the literal, quotes included, spells; itself when it is none.
+std::string TextOf(const std::string& literal) {
+  if (literal.find('\\') == std::string::npos) return literal.substr(1, literal.size() - 2);
+  Json::Value text;
+  JsonError error;
+  return ParseJsonText(literal, text, error) && text.isString() ? text.asString() : literal;
+}
+
 // One open object or array.
 struct Level {
   bool isObject = false;
@@ -76,7 +84,7 @@ std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text) {
       if (!levels.empty() && levels.back().isNameNext) {
         Level& level = levels.back();
         level.isNameNext = false;
-        level.member = text.substr(i + 1, end - i - 2);
+        level.member = TextOf(text.substr(i, end - i));
         if (!level.names.insert(level.member).second) repeated.push_back({i, PointerOf(levels), level.member});
       }
       i = end;

@@ -18,7 +18,7 @@ struct RepeatedMember {
   std::string name;
 };
 
-// `text` begins with a JSON value; comments are passed over. Names are compared as they are spelt.
+// `text` begins with a JSON value; comments are passed over.
 std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text);
 
 // "/name", as a JSON pointer spells it.

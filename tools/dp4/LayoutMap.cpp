@@ -72,15 +72,17 @@ PayloadMap MapPayload(const EntityView& view) {
   map.notes = view.notes;
   size_t bytes = std::min(view.payloadBytes, kMaxPayloadBytes);
   for (const AttributeView& attribute : view.attributes) {
-    if (attribute.bits.IsEmpty()) {
+    if (attribute.bits.IsEmpty() && attribute.writtenBits.IsEmpty()) {
       map.unplaced.push_back(FieldOf(attribute));
       continue;
     }
     map.fields.push_back(FieldOf(attribute));
     bytes = std::max(bytes, attribute.bits.EndByte());
   }
-  std::stable_sort(map.fields.begin(), map.fields.end(),
-                   [](const MapField& left, const MapField& right) { return left.bits.begin < right.bits.begin; });
+  std::stable_sort(map.fields.begin(), map.fields.end(), [](const MapField& left, const MapField& right) {
+    const bool isLeftNowhere = left.bits.IsEmpty();
+    return isLeftNowhere == right.bits.IsEmpty() ? left.bits.begin < right.bits.begin : !isLeftNowhere;
+  });
   const std::vector<MapStretch> stretches = StretchesOf(map.fields, &MapField::bits, bytes);
   map.blocks = BlocksOf(stretches);
   std::copy_if(stretches.begin(), stretches.end(), std::back_inserter(map.overlaps),

@@ -44,7 +44,7 @@ struct MapStretch {
 struct PayloadMap {
   std::string title;
   std::string summary;
-  std::vector<MapField> fields;  // in the order of their places
+  std::vector<MapField> fields;  // in the order of their places; at the end those that have one on writing only
   std::vector<MapField> unplaced;
   std::vector<MapBlock> blocks;
   std::vector<MapStretch> overlaps;         // those in several fields

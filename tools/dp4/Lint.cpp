@@ -237,7 +237,7 @@ FileFindings LintFile(const std::string& path, Severity least, const LintChoices
 
 }  // namespace
 
-int Lint(const LintOptions& options, const CommonOptions& common, std::ostream& out, std::ostream&) {
+int Lint(const LintOptions& options, const CommonOptions& common, std::ostream& out) {
   const Severity least = SeverityOf(options.severity);
   if (options.format != "text" && options.format != "json" && options.format != "sarif") {
     throw UsageError("unknown format " + Quoted(options.format) + ": expected text, json or sarif");

@@ -13,8 +13,6 @@ namespace dp4 {
 
 namespace {
 
-bool IsInBits(const Attribute& attribute) { return attribute.position.unit == MorvixProtocolUnitBit_4_0; }
-
 int64_t EndBit(const Attribute& member) { return int64_t{member.position.bit_offset} + member.position.len; }
 
 // The bytes that a group needs for this member.

@@ -24,7 +24,6 @@ const Names kAttributeMembers = {"id",        "name",     "display_name", "desc"
                                  "data_type", "position", "uint_spec",    "enum"};
 const Names kPositionMembers = {"byte_offset", "bit_offset", "unit", "len"};
 const Names kScalingMembers = {"min", "max", "ratio", "addition"};
-const Names kTypes = {"status_writable", "status_readonly", "alert", "fault"};
 
 bool Contains(const Names& names, const std::string& name) {
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -261,19 +260,15 @@ std::pair<std::string, std::string> FaultOf(const LintEntity& entity, size_t ele
           isRealZero ? "write 0" : "write " + needed};
 }
 
-void AddKeyword(const LintEntity& entity, const Drop& drop, const char* name, const Spot& spot, Findings& findings) {
-  static const Names kDataTypes = {"bool", "enum", "binary", "uint8", "uint16", "uint32", "uint64"};
-  static const Names kUnits = {"byte", "bit"};
-  const Names& known = std::strcmp(name, "type") == 0        ? kTypes
-                       : std::strcmp(name, "data_type") == 0 ? kDataTypes
-                                                             : kUnits;
+void AddKeyword(const LintEntity& entity, const Drop& drop, const char* name, const Spot& spot,
+                const std::map<size_t, std::string>& onGroups, Findings& findings) {
   const std::string keyword = UpToNul(spot.value->asString());
   std::string all;
-  for (const std::string& other : known) all += (all.empty() ? "" : ", ") + other;
-  const std::string similar = SimilarName(keyword, known);
+  for (const std::string& other : KeywordsOf(name)) all += (all.empty() ? "" : ", ") + other;
+  const std::string similar = MeantKeyword(name, *spot.value);
   const std::string mend = similar.empty() ? "one of " + all : "did you mean " + Quoted(similar) + "?";
   const std::string subject = entity.Label(drop.element) + " is dropped: its " + name + " ";
-  const std::string effect = EffectOfDrop(drop, entity, {});
+  const std::string effect = EffectOfDrop(drop, entity, onGroups);
   if (keyword.empty()) {
     findings.Add(RuleId::kEmptyKeyword, spot, subject + "is empty", effect, mend);
   } else if (keyword.size() >= 32) {
@@ -297,7 +292,7 @@ bool Throws(const Json::Value& uintSpec, const std::string& limit) {
 
 // True when the parser throws on what dropped the attribute, as far as lint has it go on.
 bool Throws(const LintEntity& entity, const Drop& drop) {
-  return Contains(kScalingMembers, drop.member) &&
+  return (drop.member == "min" || drop.member == "max") &&
          Throws((*entity.elements[drop.holder].json)["uint_spec"], drop.member);
 }
 
@@ -326,10 +321,10 @@ void AddDrop(const LintEntity& entity, const Drop& drop, const std::map<size_t, 
              const std::map<size_t, std::string>& onGroups, Findings& findings) {
   if (drop.member == "type" || drop.member == "data_type") {
     const Spot spot = entity.At(drop.element, {drop.member.c_str()});
-    if (spot.value->isString()) return AddKeyword(entity, drop, drop.member.c_str(), spot, findings);
+    if (spot.value->isString()) return AddKeyword(entity, drop, drop.member.c_str(), spot, onGroups, findings);
   }
   if (drop.member == "position.unit") {
-    return AddKeyword(entity, drop, "unit", entity.At(drop.element, {"position", "unit"}), findings);
+    return AddKeyword(entity, drop, "unit", entity.At(drop.element, {"position", "unit"}), onGroups, findings);
   }
   const std::string effect = EffectOfDrop(drop, entity, onGroups);
   const std::string subject = entity.Label(drop.element) + " is dropped";
@@ -369,12 +364,6 @@ class ScalingWalk {
  private:
   size_t holder_ = kNoElement;
 };
-
-// The type that one which is none may have been meant to be; empty when that cannot be told.
-std::string MeantType(const Element& element) {
-  const Json::Value& type = (*element.json)["type"];
-  return type.isString() ? SimilarName(UpToNul(type.asString()), kTypes) : "";
-}
 
 void AddShift(const LintEntity& entity, size_t element, size_t taken, size_t dropped, Findings& findings) {
   if (taken >= entity.writable.size()) return;
@@ -426,8 +415,8 @@ class DropWalk {
   size_t NoteShift(size_t index) {
     const Element& element = entity_.elements[index];
     const bool isUnknown = element.json->isObject() && element.group == MorvixProtocolTypeUnknown_4_0;
-    const std::string meant = isUnknown ? MeantType(element) : "";
-    if ((element.IsWritable() && !element.droppedOnWriting.empty()) || meant == kTypes[0]) {
+    const std::string meant = isUnknown ? MeantKeyword("type", (*element.json)["type"]) : "";
+    if ((element.IsWritable() && !element.droppedOnWriting.empty()) || meant == "status_writable") {
       AddShift(entity_, index, taken_, ++dropped_, findings_);
       lastDropped_ = index;
     }
@@ -471,19 +460,6 @@ bool LintDropped(const LintEntity& entity, Findings& findings) {
 
 namespace {
 
-// The key under which the decoder stores an attribute.
-std::string KeyOf(const Attribute& attribute) {
-  Attribute probe;
-  probe.name = attribute.name;
-  probe.display_name = attribute.display_name;
-  probe.type = attribute.type;
-  probe.data_type = MorvixProtocolDataTypeBool_4_0;
-  probe.position.unit = MorvixProtocolUnitBit_4_0;
-  probe.position.len = 1;
-  probe.position.groupByteLength = 1;
-  return DecodeFields({probe}, {0}).values.getMemberNames().at(0);
-}
-
 // The first attribute with each name, id or key.
 template <typename Name>
 class FirstWith {
@@ -502,8 +478,6 @@ std::string LabelOf(const LintEntity& entity, const Attribute& attribute) {
          std::to_string(attribute.id) + ")";
 }
 
-bool IsWritable(const Attribute& attribute) { return attribute.type == MorvixProtocolTypeStatusWritable_4_0; }
-
 void LintName(const LintEntity& entity, const Attribute& attribute, const Attribute* sameName, Findings& findings) {
   const Spot spot = entity.At(attribute, {"name"});
   if (attribute.name.empty()) {
@@ -521,10 +495,16 @@ void LintName(const LintEntity& entity, const Attribute& attribute, const Attrib
                  "give each attribute its own name");
     return;
   }
-  const bool areWritten = IsWritable(attribute) && IsWritable(*sameName);
+  const auto isRead = [&entity](const Attribute& one) {
+    return entity.ReadRecord(static_cast<size_t>(one.id)) != nullptr;
+  };
+  std::string effect;
+  if (IsWritable(attribute) && IsWritable(*sameName)) effect = "one value in a document is written to both";
+  if (isRead(attribute) && isRead(*sameName)) {
+    effect += std::string(effect.empty() ? "" : "; ") + "the decoded document holds the later one only";
+  }
   findings.Add(RuleId::kDuplicateName, spot, message,
-               std::string(areWritten ? "one value in a document is written to both; " : "") +
-                   "the decoded document holds the later one only",
+               effect.empty() ? "none: one is written only, the other read only" : effect,
                "give each attribute its own name");
 }
 
@@ -544,10 +524,13 @@ void LintNames(const LintEntity& entity, Findings& findings) {
   FirstWith<std::string> names;
   FirstWith<std::string> keys;
   FirstWith<int32_t> ids;
-  for (const Attribute& attribute : entity.all) {
+  for (const Attribute* record : entity.Records()) {
+    const Attribute& attribute = *record;
     LintName(entity, attribute, names.Add(attribute.name, attribute), findings);
-    const std::string key = KeyOf(attribute);
-    if (const Attribute* sameKey = keys.Add(key, attribute)) LintKey(entity, attribute, *sameKey, key, findings);
+    const bool isRead = entity.ReadRecord(static_cast<size_t>(attribute.id)) != nullptr;
+    const std::string key = DecodedKey(attribute);
+    if (const Attribute* sameKey = !isRead ? nullptr : keys.Add(key, attribute))
+      LintKey(entity, attribute, *sameKey, key, findings);
     if (IsAlertOrFault(attribute) && key.empty()) {
       findings.Add(RuleId::kEmptyName, entity.At(attribute, {"display_name"}),
                    entity.Label(static_cast<size_t>(attribute.id)) + " has an empty display name",

@@ -5,6 +5,8 @@
 #include <optional>
 #include <utility>
 
+#include "Similar.h"
+
 namespace dp4 {
 
 namespace {
@@ -153,6 +155,8 @@ void Shift(Position& position, int64_t shift) {
 
 std::string UpToNul(const std::string& text) { return text.c_str(); }
 
+bool IsWritable(const Attribute& attribute) { return attribute.type == MorvixProtocolTypeStatusWritable_4_0; }
+
 bool IsNumber(const Attribute& attribute) { return ProtocolDataTypeIsUInt(attribute.data_type); }
 
 bool IsAlertOrFault(const Attribute& attribute) {
@@ -161,6 +165,23 @@ bool IsAlertOrFault(const Attribute& attribute) {
 
 bool IsBitPacked(const Attribute& attribute) {
   return attribute.data_type == MorvixProtocolDataTypeBool_4_0 || attribute.data_type == MorvixProtocolDataTypeEnum_4_0;
+}
+
+bool IsInBits(const Attribute& attribute) { return attribute.position.unit == MorvixProtocolUnitBit_4_0; }
+
+const std::vector<std::string>& KeywordsOf(const std::string& member) {
+  static const std::vector<std::string> kTypes = {"status_writable", "status_readonly", "alert", "fault"};
+  static const std::vector<std::string> kDataTypes = {"bool", "enum", "binary", "uint8", "uint16", "uint32", "uint64"};
+  static const std::vector<std::string> kUnits = {"byte", "bit"};
+  return member == "type" ? kTypes : member == "data_type" ? kDataTypes : kUnits;
+}
+
+std::string MeantKeyword(const std::string& member, const Json::Value& value) {
+  if (!value.isString()) return "";
+  const std::vector<std::string>& known = KeywordsOf(member);
+  const std::string keyword = UpToNul(value.asString());
+  const bool isKnown = std::find(known.begin(), known.end(), keyword) != known.end();
+  return isKnown ? "" : SimilarName(keyword, known);
 }
 
 bool LintEntity::Parse(std::ostream* log, std::string& reason) {
@@ -247,6 +268,16 @@ const Attribute* LintEntity::Record(const std::vector<Attribute>& attributes, si
   return found != attributes.end() && static_cast<size_t>(found->id) == element ? &*found : nullptr;
 }
 
+std::vector<const Attribute*> LintEntity::Records() const {
+  std::vector<const Attribute*> records;
+  for (size_t i = 0; i < elements.size(); ++i) {
+    const Attribute* read = ReadRecord(i);
+    const Attribute* record = read != nullptr ? read : WriteRecord(i);
+    if (record != nullptr) records.push_back(record);
+  }
+  return records;
+}
+
 std::vector<Attribute> LintEntity::WholeRecords() const {
   Json::Value whole = TaggedEntity(json);
   Json::Value& attrs = whole["attrs"];
@@ -255,6 +286,13 @@ std::vector<Attribute> LintEntity::WholeRecords() const {
     Json::Value complete = CompleteEntity()["attrs"][0];
     complete["id"] = static_cast<int>(i);
     for (const char* member : {"type", "data_type", "position"}) complete[member] = attrs[i][member];
+    const auto mend = [](Json::Value& value, const char* member) {
+      const std::string meant = MeantKeyword(member, value);
+      if (!meant.empty()) value = meant;
+    };
+    mend(complete["type"], "type");
+    mend(complete["data_type"], "data_type");
+    if (complete["position"].isObject()) mend(complete["position"]["unit"], "unit");
     attrs[i] = std::move(complete);
   }
   return ParseQuietly(whole);
@@ -333,7 +371,7 @@ BitRange Locate(const Attribute& field, size_t payloadLength) {
   const size_t length = std::max(window.length, PayloadLength({moved}).value_or(0));
   BitRange range = FieldBits(moved.position, moved.data_type, length);
   if (range.IsEmpty()) return range;
-  if (isLong) range.end = range.begin + uint64_t{8} * static_cast<uint64_t>(bytes);
+  if (isLong) range.end = range.begin + 8 * static_cast<uint64_t>(bytes);
   range.begin += uint64_t{8} * window.shift;
   range.end += uint64_t{8} * window.shift;
   return range;
@@ -368,13 +406,15 @@ uint64_t LargestOpenValue(uint64_t bits) { return (uint64_t{1} << std::min<uint6
 Encoded EncodeFields(const std::vector<Attribute>& fields, const Json::Value& values, size_t payloadLength) {
   LogGatherer log;
   std::vector<Attribute> all = fields;
-  Attribute end;  // makes the payload as long as asked for
-  end.name = kEndOfPayload;
-  end.type = MorvixProtocolTypeStatusWritable_4_0;
-  end.data_type = MorvixProtocolDataTypeBinary_4_0;
-  end.position.byte_offset = static_cast<int32_t>(payloadLength) - 1;
-  end.position.len = 1;
-  all.push_back(end);
+  if (payloadLength != 0) {
+    Attribute end;  // makes the payload as long as asked for
+    end.name = kEndOfPayload;
+    end.type = MorvixProtocolTypeStatusWritable_4_0;
+    end.data_type = MorvixProtocolDataTypeBinary_4_0;
+    end.position.byte_offset = static_cast<int32_t>(payloadLength) - 1;
+    end.position.len = 1;
+    all.push_back(end);
+  }
   MorvixProtocolEntity_4_0 info;
   info.name = kEntity;
   Json::Value root;
@@ -407,17 +447,23 @@ Decoded DecodeFields(const std::vector<Attribute>& fields, const std::vector<byt
   return decoded;
 }
 
-size_t FlagBytes(size_t attributes) {
-  const LogGatherer silent;
-  Attribute attribute;
-  attribute.name = "field";
-  attribute.data_type = MorvixProtocolDataTypeBinary_4_0;
-  attribute.position.len = 1;
-  Json::Value root;
-  root[""]["field"] = "";
-  OwnedPackage package;
-  ProtocolEncodeAttributes_4_0({}, std::vector<Attribute>(attributes, attribute), package, root);
-  return package.sizeFlags;
+std::string DecodedKey(const Attribute& attribute) {
+  Attribute probe;
+  probe.name = attribute.name;
+  probe.display_name = attribute.display_name;
+  probe.type = attribute.type;
+  probe.data_type = MorvixProtocolDataTypeBool_4_0;
+  probe.position.unit = MorvixProtocolUnitBit_4_0;
+  probe.position.len = 1;
+  probe.position.groupByteLength = 1;
+  return DecodeFields({probe}, {0}).values.getMemberNames().at(0);
+}
+
+bool IsScaled(const Attribute& attribute) {
+  if (!IsNumber(attribute)) return false;
+  const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
+  return !UserText(attribute, static_cast<uint64_t>(scaling.min)).empty() ||
+         !UserText(attribute, static_cast<uint64_t>(scaling.max)).empty();
 }
 
 namespace {
@@ -427,7 +473,8 @@ std::string EffectOnWriting(const Attribute& field, size_t payloadLength) {
   if (!Locate(field, payloadLength).IsEmpty()) return "";
   if (payloadLength == 0) return "every write ends with \"No data will encode.\" and sends nothing";
   const Window window = WindowOn({field}, payloadLength);
-  Attribute probe = IsNumber(field) ? OpenField(window.fields[0], "field") : Keyed(window.fields[0], "field");
+  // A scaling that takes no value refuses it before the place does.
+  Attribute probe = IsScaled(field) ? OpenField(window.fields[0], "field") : Keyed(window.fields[0], "field");
   probe.enumList.assign(1, "item");
   Json::Value values;
   values["field"] = field.data_type == MorvixProtocolDataTypeBinary_4_0 ? Json::Value("") : Json::Value(0);
@@ -438,13 +485,14 @@ std::string EffectOnWriting(const Attribute& field, size_t payloadLength) {
 
 std::string EffectOnReading(const Attribute& field, size_t payloadLength) {
   if (!Locate(field, payloadLength).IsEmpty()) return "";
+  // A payload that is longer than the module makes it may hold the field; there is none of no bytes.
+  const bool liesBehind = !Locate(field, payloadLength + field.position.groupByteLength).IsEmpty();
+  if (liesBehind && payloadLength == 0) return "";
   const Window window = WindowOn({field}, payloadLength);
   Attribute probe = IsNumber(field) ? OpenField(window.fields[0], "field") : Keyed(window.fields[0], "field");
   probe.enumList.assign(1, "item");
   const Decoded decoded = DecodeFields({probe}, std::vector<byte>(window.length));
   if (!decoded.refusal.empty()) {
-    // A payload that is longer than the module makes it may hold the field.
-    const bool liesBehind = !Locate(field, payloadLength + field.position.groupByteLength).IsEmpty();
     return "every decode" + (liesBehind ? " of " + Count(payloadLength, "byte") + " of payload" : "") +
            " ends with \"" + decoded.refusal + "\" and loses the whole entity";
   }

@@ -21,9 +21,17 @@ using Position = MorvixProtocolPosition_4_0;
 // A text of the configuration as the module's look-ups see it: it ends at a NUL.
 std::string UpToNul(const std::string& text);
 
+bool IsWritable(const Attribute& attribute);
 bool IsNumber(const Attribute& attribute);
 bool IsAlertOrFault(const Attribute& attribute);
+bool IsScaled(const Attribute& attribute);     // a number whose scaling takes values
 bool IsBitPacked(const Attribute& attribute);  // a member of bit groups: bool or enum
+bool IsInBits(const Attribute& attribute);     // by its unit
+
+// The keywords that the parser knows for "type", "data_type" or "unit".
+const std::vector<std::string>& KeywordsOf(const std::string& member);
+// The one that a text which is none may have been meant to be; empty when that cannot be told.
+std::string MeantKeyword(const std::string& member, const Json::Value& value);
 
 // One element of "attrs".
 struct Element {
@@ -63,7 +71,9 @@ class LintEntity {
   // The record of an element on reading or writing; null when there is none.
   const Attribute* ReadRecord(size_t element) const { return Record(all, element); }
   const Attribute* WriteRecord(size_t element) const { return Record(writable, element); }
-  // What decoding would take if all that it drops were whole, as far as its place is known.
+  // Those that became records on either way, in the order of the elements, as reading knows them if it does.
+  std::vector<const Attribute*> Records() const;
+  // What decoding would take if all that it drops were whole, as far as its place is known or can be guessed.
   std::vector<Attribute> WholeRecords() const;
 
   const Json::Value& json;
@@ -130,8 +140,8 @@ struct Decoded {
 };
 Decoded DecodeFields(const std::vector<Attribute>& fields, const std::vector<byte>& payload);
 
-// The flag bytes that the encoder makes for so many writable attributes.
-size_t FlagBytes(size_t attributes);
+// The key under which the decoder stores an attribute.
+std::string DecodedKey(const Attribute& attribute);
 
 // What becomes of an attribute whose field has no usable place.
 std::string EffectOfUnusable(const LintEntity& entity, size_t element);

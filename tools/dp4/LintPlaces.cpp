@@ -15,8 +15,6 @@ namespace dp4 {
 
 namespace {
 
-bool IsInBits(const Attribute& attribute) { return attribute.position.unit == MorvixProtocolUnitBit_4_0; }
-
 // The attributes of a list with the places that the module gives them.
 struct Layout {
   const std::vector<Attribute>& attributes;
@@ -322,14 +320,6 @@ class Rewrites {
   std::map<std::pair<int32_t, int32_t>, std::vector<Rewrite>> known_;
 };
 
-std::string HexOf(const std::vector<byte>& bytes) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string hex;
-  for (const byte value : bytes) hex += {kDigits[value >> 4], kDigits[value & 15], ' '};
-  if (!hex.empty()) hex.pop_back();
-  return hex;
-}
-
 // The fields of a layout that were written before a field and that writing it disturbs.
 struct Disturbance {
   std::set<size_t> fields;
@@ -364,9 +354,10 @@ class DisturbanceCheck {
       if (setters.IsEmpty()) continue;
       const Rewrite& rewrite = rewrites[static_cast<size_t>(bit - bytes.begin)];
       if (!Compare(rewrite, range, found) || !found.example.empty()) continue;
-      found.example = BytesText(range) + " are " + HexOf(rewrite.before) + " with one bit of " +
-                      entity_.Label(layout_.attributes[setters.first[0]]) + " set, and " + HexOf(rewrite.after) +
-                      " once " + entity_.Label(layout_.attributes[field]) + " is written as 0";
+      found.example = BytesText(range) + " are " + HexText(rewrite.before.data(), rewrite.before.size()) +
+                      " with one bit of " + entity_.Label(layout_.attributes[setters.first[0]]) + " set, and " +
+                      HexText(rewrite.after.data(), rewrite.after.size()) + " once " +
+                      entity_.Label(layout_.attributes[field]) + " is written as 0";
     }
     return found;
   }

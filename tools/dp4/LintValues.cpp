@@ -15,8 +15,6 @@ namespace dp4 {
 
 namespace {
 
-bool IsWritable(const Attribute& attribute) { return attribute.type == MorvixProtocolTypeStatusWritable_4_0; }
-
 // A number in 8 bytes of its own, for questions to its scaling alone.
 Attribute Alone(const Attribute& number) {
   Attribute alone = Keyed(number, "field");
@@ -25,18 +23,10 @@ Attribute Alone(const Attribute& number) {
   return alone;
 }
 
-std::vector<byte> EightBytes(uint64_t raw) {
-  std::vector<byte> bytes(8);
-  for (size_t i = 8; i-- > 0; raw >>= 8) bytes[i] = static_cast<byte>(raw);
-  return bytes;
-}
-
 // The user value that the decoder prints for a raw value; false when it leaves it out.
 bool DecodeRaw(const Attribute& alone, uint64_t raw, std::string& text) {
-  const Decoded decoded = DecodeFields({alone}, EightBytes(raw));
-  if (!decoded.values.isMember("field")) return false;
-  text = decoded.values["field"].asString();
-  return true;
+  text = UserText(alone, raw);
+  return !text.empty();
 }
 
 // The raw value that the encoder makes of a user value, as text; or the line that refuses it, in quotes.
@@ -50,18 +40,12 @@ std::string EncodeText(const Attribute& alone, const std::string& text) {
 
 // ---- Scaling ----
 
-bool IsUsable(const Attribute& alone) {
-  std::string text;
-  return DecodeRaw(alone, static_cast<uint64_t>(alone.uint_spec.min), text) ||
-         DecodeRaw(alone, static_cast<uint64_t>(alone.uint_spec.max), text);
-}
-
 void LintUnusableScaling(const LintEntity& entity, const Attribute& number, Findings& findings) {
   const MorvixProtocolUIntSpec_4_0& uintSpec = number.uint_spec;
   const std::string min = std::to_string(uintSpec.min);
   const std::string max = std::to_string(uintSpec.max);
   std::string effect = "no decode shows it";
-  if (IsWritable(number)) {
+  if (IsWritable(number) && (entity.writeLength != 0 || !entity.isWriteInMemory)) {
     effect += "; every write that carries it ends with " +
               EncodeText(Alone(number), NumberText(number.uint_spec.addition)) + " and sends nothing";
   }
@@ -234,7 +218,13 @@ void LintPrecision(const LintEntity& entity, const Attribute& number, Findings& 
                           label + " is scaled finer than the six decimals of a decoded value", effect,
                           "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
     }
-    if (passage.isLost && lost.empty()) lost = effect;
+    const bool isRoundedOut = passage.isLost && passage.isRounded && passage.back[0] == '"';
+    if (isRoundedOut && IsWritable(number)) {
+      return findings.Add(RuleId::kScalingTooFine, entity.At(number, {"uint_spec", "addition"}),
+                          label + " has a value that six decimals round to one that is refused", effect,
+                          "choose an addition of at most six decimals");
+    }
+    if (passage.isLost && !isRoundedOut && lost.empty()) lost = effect;
     if (passage.isRounded && rounded.empty()) rounded = effect;
   }
   uint64_t raw = 0;
@@ -354,9 +344,11 @@ void LintItemCount(const LintEntity& entity, const Attribute& field, Findings& f
                  "indices from " + std::to_string(kPrintedIndices) + " on lose their last digit when decoded",
                  "use fewer items, or a number");
   }
-  const BitRange range = Locate(field, entity.readLength);
+  const bool isRead = entity.ReadRecord(static_cast<size_t>(field.id)) != nullptr;
+  const size_t payloadLength = isRead ? entity.readLength : entity.writeLength;
+  const BitRange range = Locate(field, payloadLength);
   if (range.IsEmpty() || count == 0) return;
-  const Window window = WindowOn({field}, entity.readLength);
+  const Window window = WindowOn({field}, payloadLength);
   const Attribute probe = Keyed(window.fields[0], "field");
   const std::string last = std::to_string(count - 1);
   const std::string back = WrittenIndex(probe, window, count - 1);
@@ -367,6 +359,7 @@ void LintItemCount(const LintEntity& entity, const Attribute& field, Findings& f
                  "use more bits or fewer items");
   }
 
+  if (!isRead) return;
   // A device that sets all bits.
   const uint64_t largest = LargestOpenValue(range.Length());
   Json::Value values;
@@ -443,7 +436,7 @@ void LintNumbers(const LintEntity& entity, Findings& findings) {
   for (const Attribute& attribute : entity.all) {
     if (!IsNumber(attribute)) continue;
     LintTypeWidth(entity, attribute, findings);
-    if (!IsUsable(Alone(attribute))) {
+    if (!IsScaled(attribute)) {
       LintUnusableScaling(entity, attribute, findings);
       continue;
     }
@@ -453,17 +446,17 @@ void LintNumbers(const LintEntity& entity, Findings& findings) {
 }
 
 void LintEnums(const LintEntity& entity, Findings& findings) {
-  for (const Attribute& attribute : entity.all) {
-    if (attribute.data_type != MorvixProtocolDataTypeEnum_4_0) continue;
-    LintItemTexts(entity, attribute, findings);
-    LintItemCount(entity, attribute, findings);
+  for (const Attribute* attribute : entity.Records()) {
+    if (attribute->data_type != MorvixProtocolDataTypeEnum_4_0) continue;
+    LintItemTexts(entity, *attribute, findings);
+    LintItemCount(entity, *attribute, findings);
   }
 }
 
 void LintAlerts(const LintEntity& entity, Findings& findings) {
   for (const Attribute& attribute : entity.all) {
     if (!IsAlertOrFault(attribute)) continue;
-    if (IsNumber(attribute) && IsUsable(Alone(attribute))) {
+    if (IsScaled(attribute)) {
       LintFractions(entity, attribute, findings);
       LintLargeAlert(entity, attribute, findings);
     }

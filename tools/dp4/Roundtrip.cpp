@@ -21,17 +21,10 @@ const char* NameOf(Choice choice) {
   return choice == kMinimum ? "minimum" : choice == kMaximum ? "maximum" : "middle value";
 }
 
-// A value of an attribute, in the form in which decoding shows it; null when the attribute can have none.
-Json::Value NumberValue(const Attribute& number, Choice choice) {
+uint64_t RawValue(const Attribute& number, Choice choice) {
   const auto min = static_cast<uint64_t>(number.uint_spec.min);
   const auto max = static_cast<uint64_t>(number.uint_spec.max);
-  uint64_t raw = choice == kMinimum ? min : choice == kMaximum ? max : min + (max - min) / 2;
-  Attribute alone = Keyed(number, "field");
-  alone.position = Position();
-  alone.position.len = 8;
-  std::vector<byte> bytes(8);
-  for (size_t i = 8; i-- > 0; raw >>= 8) bytes[i] = static_cast<byte>(raw);
-  return DecodeFields({alone}, bytes).values["field"];
+  return choice == kMinimum ? min : choice == kMaximum ? max : min + (max - min) / 2;
 }
 
 Json::Value BinaryValue(const Attribute& binary, Choice choice) {
@@ -44,8 +37,12 @@ Json::Value BinaryValue(const Attribute& binary, Choice choice) {
   return __internal_base64_encode(text.data(), static_cast<uint32_t>(text.size()), bytes.data(), bytes.size());
 }
 
+// A value of an attribute, in the form in which decoding shows it; null when the attribute can have none.
 Json::Value ValueOf(const Attribute& attribute, Choice choice) {
-  if (IsNumber(attribute)) return NumberValue(attribute, choice);
+  if (IsNumber(attribute)) {
+    const std::string text = UserText(attribute, RawValue(attribute, choice));
+    return text.empty() ? Json::Value() : Json::Value(text);
+  }
   if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) return BinaryValue(attribute, choice);
   if (attribute.data_type == MorvixProtocolDataTypeBool_4_0) return choice != kMinimum;
   const size_t count = attribute.enumList.size();
@@ -67,6 +64,21 @@ struct Subject {
 
   const Attribute& Either() const { return read == nullptr ? *written : *read; }
   std::string Key() const { return std::to_string(element); }
+
+  // A device sends raw numbers.
+  bool IsSentRaw() const { return IsNumber(*written) && !IsWritable(*written); }
+  Attribute Writer(const std::string& key) const {
+    return IsSentRaw() ? OpenField(*written, key) : Keyed(*written, key);
+  }
+  Json::Value Sent(Choice choice) const {
+    return IsSentRaw() ? Json::Value(Json::UInt64{RawValue(*written, choice)}) : ValueOf(Either(), choice);
+  }
+};
+
+// How the module takes one value of an attribute alone.
+struct Passage {
+  bool isEncoded = false;
+  bool isDecoded = false;  // as the value or as another one
 };
 
 // The check of one entity.
@@ -83,11 +95,9 @@ class Roundtrip {
   }
 
   void Check() {
-    std::vector<size_t> alone[std::size(kAllChoices)];  // those that go and come alone
+    std::vector<Passage> alone[std::size(kAllChoices)];
     for (const Choice choice : kAllChoices) {
-      for (size_t i = 0; i < subjects_.size(); ++i) {
-        if (CheckAlone(i, choice)) alone[choice].push_back(i);
-      }
+      for (size_t i = 0; i < subjects_.size(); ++i) alone[choice].push_back(CheckAlone(i, choice));
     }
     // A longer payload has no packet.
     if (entity_.readLength == 0 || std::max(entity_.readLength, entity_.writeLength) > kMaxPayloadBytes) return;
@@ -96,13 +106,6 @@ class Roundtrip {
   }
 
  private:
-  static bool IsWritable(const Attribute& attribute) { return attribute.type == MorvixProtocolTypeStatusWritable_4_0; }
-
-  // The length of the payload in which the attribute is sent.
-  size_t SentLength(const Subject& subject) const {
-    return IsWritable(*subject.written) ? entity_.writeLength : entity_.readLength;
-  }
-
   void Report(size_t index, const std::string& how, Choice choice, const Json::Value& value,
               const std::string& result) {
     if (isReported_[index]) return;
@@ -129,76 +132,85 @@ class Roundtrip {
     return moved;
   }
 
-  // False when the module refuses to encode or decode it, so that it would end every call that carries it.
-  bool CheckAlone(size_t index, Choice choice) {
+  Passage CheckAlone(size_t index, Choice choice) {
     const Subject& subject = subjects_[index];
     const Json::Value value = ValueOf(subject.Either(), choice);
+    Passage passage;
     const auto report = [&](const std::string& result) {
       Report(index, "", choice, value, result);
-      return false;
+      return passage;
     };
     if (value.isNull()) return report("can be sent: its scaling or items refuse everything");
     if (subject.written == nullptr) return report("is not encoded: encoding drops the attribute");
-    const Window sent = WindowOn({*subject.written}, SentLength(subject));
+    const size_t sentLength = IsWritable(*subject.written) ? entity_.writeLength : entity_.readLength;
+    const Window sent = WindowOn({subject.Writer("field")}, sentLength);
     Json::Value values;
-    values["field"] = value;
-    const Encoded encoded = EncodeFields({Keyed(sent.fields[0], "field")}, values, sent.length);
+    values["field"] = subject.Sent(choice);
+    const Encoded encoded = EncodeFields({sent.fields[0]}, values, std::min(sent.length, sentLength));
     if (encoded.payload.empty()) return report("is refused with \"" + encoded.refusal + "\"");
+    passage.isEncoded = true;
     if (subject.read == nullptr) return report("is not decoded: decoding drops the attribute");
     const Window received = WindowOn({*subject.read}, entity_.readLength);
     const Decoded decoded =
         DecodeFields({Keyed(received.fields[0], "field")}, Moved(encoded.payload, sent.shift, received));
+    passage.isDecoded = decoded.refusal.empty();
     const Json::Value& back = decoded.values["field"];
-    if (back != value) report(Result(decoded, back));
-    return decoded.refusal.empty();
+    return back == value ? passage : report(Result(decoded, back));
   }
 
-  void Compare(const std::vector<size_t>& indexes, const std::vector<byte>& payload, const std::string& how,
-               Choice choice) {
-    std::vector<Attribute> readers;
-    readers.reserve(indexes.size());
-    for (const size_t index : indexes) readers.push_back(Keyed(*subjects_[index].read, subjects_[index].Key()));
-    const Decoded decoded = DecodeFields(readers, payload);
-    for (const size_t index : indexes) {
-      const Json::Value value = ValueOf(subjects_[index].Either(), choice);
-      const Json::Value& back = decoded.values[subjects_[index].Key()];
-      if (back != value) Report(index, how, choice, value, Result(decoded, back));
-    }
-  }
-
-  // All writable attributes in one write, in the order of the list.
-  void CheckWrite(const std::vector<size_t>& alone, Choice choice) {
+  // All writable attributes in one write, in the order of the list. What ends a decode alone is left out of that.
+  void CheckWrite(const std::vector<Passage>& alone, Choice choice) {
     std::vector<size_t> indexes;
     std::vector<Attribute> writers;
+    std::vector<Attribute> readers;
     Json::Value values;
-    for (const size_t index : alone) {
-      const Subject& subject = subjects_[index];
-      if (!IsWritable(*subject.written)) continue;
-      indexes.push_back(index);
-      writers.push_back(Keyed(*subject.written, subject.Key()));
-      values[subject.Key()] = ValueOf(subject.Either(), choice);
+    for (size_t i = 0; i < subjects_.size(); ++i) {
+      const Subject& subject = subjects_[i];
+      if (!alone[i].isEncoded || !IsWritable(*subject.written)) continue;
+      writers.push_back(subject.Writer(subject.Key()));
+      values[subject.Key()] = subject.Sent(choice);
+      if (!alone[i].isDecoded) continue;
+      indexes.push_back(i);
+      readers.push_back(Keyed(*subject.read, subject.Key()));
     }
-    if (writers.empty()) return;
-    Encoded encoded = EncodeFields(writers, values, entity_.writeLength);
-    encoded.payload.resize(entity_.readLength);
-    Compare(indexes, encoded.payload, " from a write of all attributes", choice);
+    if (readers.empty()) return;
+    std::vector<byte> payload = EncodeFields(writers, values, entity_.writeLength).payload;
+    payload.resize(entity_.readLength);
+    Compare(indexes, readers, payload, " from a write of all attributes", choice);
   }
 
   // A device sets the bits of every attribute, which the module writes one by one.
-  void CheckResponse(const std::vector<size_t>& alone, Choice choice) {
-    if (alone.empty()) return;
+  void CheckResponse(const std::vector<Passage>& alone, Choice choice) {
+    std::vector<size_t> indexes;
+    std::vector<Attribute> readers;
     std::vector<byte> payload(entity_.readLength);
-    for (const size_t index : alone) {
-      const Attribute field = Keyed(subjects_[index].Either(), "field");
+    for (size_t i = 0; i < subjects_.size(); ++i) {
+      const Subject& subject = subjects_[i];
+      if (!alone[i].isDecoded) continue;
+      indexes.push_back(i);
+      readers.push_back(*subject.read);
+      Attribute field = subject.Writer("field");
+      field.position = subject.read->position;
       const Window window = WindowOn({field}, entity_.readLength);
       Json::Value values;
-      values["field"] = ValueOf(field, choice);
+      values["field"] = subject.Sent(choice);
       const Encoded encoded = EncodeFields({window.fields[0]}, values, window.length);
-      for (size_t i = 0; i < encoded.payload.size() && window.shift + i < payload.size(); ++i) {
-        payload[window.shift + i] = static_cast<byte>(payload[window.shift + i] | encoded.payload[i]);
+      for (size_t k = 0; k < encoded.payload.size() && window.shift + k < payload.size(); ++k) {
+        payload[window.shift + k] = static_cast<byte>(payload[window.shift + k] | encoded.payload[k]);
       }
     }
-    Compare(alone, Received(payload), " from a response with all attributes", choice);
+    if (readers.empty()) return;
+    Compare(indexes, readers, Received(payload), " from a response with all attributes", choice);
+  }
+
+  void Compare(const std::vector<size_t>& indexes, const std::vector<Attribute>& readers,
+               const std::vector<byte>& payload, const std::string& how, Choice choice) {
+    const Decoded decoded = DecodeFields(readers, payload);
+    for (size_t i = 0; i < indexes.size(); ++i) {
+      const Json::Value value = ValueOf(subjects_[indexes[i]].Either(), choice);
+      const Json::Value& back = decoded.values[DecodedKey(readers[i])];
+      if (back != value) Report(indexes[i], how, choice, value, Result(decoded, back));
+    }
   }
 
   // What is left of a payload once it came in a packet.

@@ -190,7 +190,7 @@ struct CommandLine {
     auto* rules = command.add_flag("--rules", lint.listRules, "lists the rules instead");
     command.callback([this, files, rules] {
       if (files->count() == 0 && rules->count() == 0) throw CLI::RequiredError("CONFIG");
-      run = [this] { return dp4::Lint(lint, Common(shared), std::cout, std::cerr); };
+      run = [this] { return dp4::Lint(lint, Common(shared), std::cout); };
     });
   }
 
