@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -60,16 +61,22 @@ bool TavelConfig::LoadFromFile(const std::string& path, std::string& error) {
   if (!isOpen || file.bad()) {
     return Fail(error, path, "cannot be read: " + std::generic_category().message(errno));
   }
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   Json::Value root;
   try {
     Json::CharReaderBuilder builder;
     builder["failIfExtra"] = true;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string problems;
-    if (!Json::parseFromStream(builder, file, &root, &problems)) {
+    if (!reader->parse(text.data(), text.data() + text.size(), &root, &problems)) {
       return Fail(error, path, "is not JSON: " + Trimmed(problems));
     }
   } catch (const Json::Exception& exception) {  // nested too deep
     return Fail(error, path, std::string("is not JSON: ") + exception.what());
+  }
+  // The reader takes it for the end of the text.
+  if (text.find('\0', static_cast<size_t>(root.getOffsetLimit())) != std::string::npos) {
+    return Fail(error, path, "is not JSON: a NUL behind the document");
   }
   if (!root.isObject()) return Fail(error, path, "should hold an object with \"debug\" and \"devices\"");
   const Json::Value& debug = root["debug"];

@@ -620,6 +620,12 @@ TEST_F(Config, RefusesFilesWithoutAnObject) {
   }
 }
 
+// JsonCpp's reader takes a NUL for the end of the text. Found by a fuzzer: what stands behind it was passed over.
+TEST_F(Config, PassesNothingOverBehindANul) {
+  ExpectFailureOf(std::string("{\"devices\":[]}\n") + '\0' + "{");
+  ExpectFailureOf(std::string("\0{\"devices\":[]}", 15));
+}
+
 TEST_F(Config, RefusesMembersOfTheWrongKind) {
   for (const char* devices : {"{}", "7", "1.5", "true", R"("[]")"}) {
     ExpectFailureOf(R"({"debug":true,"devices":)" + std::string(devices) + "}");
