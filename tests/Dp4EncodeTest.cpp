@@ -1,6 +1,7 @@
 // `dp4 encode` and `dp4 request`. The golden texts in tests/golden/dp4/ follow from the products' pages in
 // tests/golden/, where the packets are worked out by hand.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -364,6 +365,20 @@ TEST(EncodeRefusal, NamesTheValueTheModulesLineAndTheRange) {
   EXPECT_EQ(run.exitCode, 1);
 }
 
+// Six decimals put the value of raw 0 beyond the end of its range.
+TEST(EncodeRefusal, TellsThatTheEndOfTheRangeIsNotPartOfIt) {
+  const auto number = [](const std::string& ratio, const std::string& addition) {
+    return Fan(R"({"id": 0, "name": "n", "display_name": "N", "desc": "", "type": "status_writable",
+        "data_type": "uint8", "uint_spec": {"min": 0, "max": 9, "ratio": )" +
+               ratio + R"(, "addition": )" + addition +
+               R"(}, "position": {"byte_offset": 0, "bit_offset": 0, "unit": "byte", "len": 1}})");
+  };
+  EXPECT_THAT(RunTool({"encode", "-", "--set", "n=0.333333"}, number("1", "0.33333333")).err,
+              testing::HasSubstr("(expected more than 0.333333 to 9.333333)\n"));
+  EXPECT_THAT(RunTool({"encode", "-", "--set", "n=0.000001"}, number("-1", "0.0000006")).err,
+              testing::HasSubstr("(expected less than 0.000001 to -8.999999)\n"));
+}
+
 TEST(EncodeRefusal, IsTheFirstOneInTheOrderOfTheConfiguration) {
   const ToolRun run = EncodeKettle({"--set", "target=1", "--set", "program=3"});
   EXPECT_EQ(run.err,
@@ -503,6 +518,22 @@ TEST(EncodeCut, IsReportedForBinaries) {
   EXPECT_EQ(run.out, "01 10 00 00 00 41 74 74 00 00 00 00 00\n");
   EXPECT_EQ(run.err, "dp4: --set label=QXR0*aWM=: \"label\" cut: not all of it is base64, 3 bytes are sent\n");
   EXPECT_EQ(run.exitCode, 0);
+}
+
+// A binary's text sets as many bytes as it has; the others keep what an earlier attribute wrote.
+TEST(EncodeCut, IsReportedWhereAShortBinaryLeavesAnEarlierValue) {
+  const auto binary = [](const std::string& name, const std::string& place) {
+    return R"({"id": 0, "name": ")" + name + R"(", "display_name": "", "desc": "", "type": "status_writable",
+        "data_type": "binary", "position": {"unit": "byte", "bit_offset": 0, )" +
+           place + "}}";
+  };
+  const std::string fan =
+      Fan(binary("x", R"("byte_offset": 0, "len": 3)") + "," + binary("y", R"("byte_offset": 1, "len": 2)"));
+  const ToolRun run = RunTool({"encode", "-", "--set", "x=\"AQID\"", "--set", "y=\"BA==\""}, fan);
+  EXPECT_EQ(run.err,
+            "dp4: --set x=\"AQID\": \"x\" overwritten: was 01 02 03 until \"y\" was written\n"
+            "dp4: --set y=\"BA==\": \"y\" mixed: what it does not set is an earlier value's\n");
+  EXPECT_EQ(run.out, "01 03 01 04 03\n");
 }
 
 TEST(EncodeCut, IsNoneForCompleteAndShortBinaries) {

@@ -321,6 +321,29 @@ TEST(LayoutText, ListsOverlapsOfWhatHasAPlaceOnWritingOnly) {
                                       "Note: attrs[1] (b) is read at 0.0 but written at 1.0"}));
 }
 
+// The read-only number lacks its ratio, which drops q on reading. So x is alone in its group there and in bit 0 of byte
+// 0; on writing q has bit 8, so that the group has two bytes, q is in bit 0 of byte 0, and x in that of byte 1.
+TEST(LayoutText, KeepsReadingAndWritingApart) {
+  const ToolRun run = LayoutText(Configuration(
+      Bool("x", 0, 0) + "," +
+      Attribute("n", "status_readonly", "uint8", Bytes(0, 1), R"("uint_spec": {"min": 0, "max": 9, "addition": 0}, )") +
+      "," + Bool("q", 0, 8)));
+  EXPECT_EQ(MapOf(run.out), R"(byte bit 7        6        5        4        3        2        1        0
+     +--------------------------------------------------------------+--------+
+   0 |   .        .        .        .        .        .        .    | x      |
+     |                                                              +--------+
+   1 |   .        .        .        .        .        .        .        .    |
+     +-----------------------------------------------------------------------+
+)");
+  EXPECT_NE(run.out.find(". not read "), std::string::npos);
+  EXPECT_NE(run.out.find("0.0 on writing  q "), std::string::npos);
+  EXPECT_EQ(
+      RemarksOf(run.out),
+      (std::vector<std::string>{"Note: attrs[0] (x) is read at 0.0 but written at 1.0",
+                                "Note: attrs[1] (n) is dropped, for its 'ratio'",
+                                "Note: attrs[2] (q) can be written but not read: decoding drops it, for its 'ratio'"}));
+}
+
 // Field i covers the bytes from i on. Two or more share each byte but the first and the last, the same ones those in
 // the middle.
 TEST(LayoutText, ListsTheOverlapsOfManyLongFields) {

@@ -228,7 +228,8 @@ std::string ExpectedText(const Attribute& attribute, const std::string& line) {
   const std::string most = UserText(attribute, static_cast<uint64_t>(attribute.uint_spec.max));
   if (least.empty() || most.empty()) return "its scaling takes no value; dp4 lint tells why";
   // Six decimals can round the end of a range beyond it.
-  return std::string("expected ") + (WholeRawValue(attribute, least) ? "" : "more than ") + least + " to " + most;
+  const char* beyond = attribute.uint_spec.ratio < 0 ? "less than " : "more than ";
+  return std::string("expected ") + (WholeRawValue(attribute, least) ? "" : beyond) + least + " to " + most;
 }
 
 // The writable attributes, each of which can be encoded alone.
@@ -286,7 +287,8 @@ std::vector<Outcome> FindOutcomes(const ParsedEntity& entity, const Encoder& enc
   return outcomes;
 }
 
-// For each attribute whose bits are not in `payload` as they were written: the one whose writing changed them.
+// For each attribute whose bits in `payload` are not as it would write them alone: the one whose writing changed them,
+// which is itself where it leaves bits of an earlier one.
 std::map<size_t, size_t> FindOverwriters(const ParsedEntity& entity, const Encoder& encoder, const Values& values,
                                          const std::vector<Outcome>& outcomes, const byte* payload) {
   const auto isChanged = [&outcomes](size_t i, const byte* now) {
@@ -395,10 +397,15 @@ void NoteWritten(const ParsedEntity& entity, const Encoder& encoder, const Value
     if (outcome.kind != Outcome::kWritten) continue;
     const Json::Value& value = values.document[entity.info.name][NameOf(attribute)];
     const auto overwriter = overwriters.find(i);
-    if (overwriter != overwriters.end()) {
+    if (overwriter != overwriters.end() && overwriter->second != i) {
       outcome.isAltered = true;
       outcome.note = "overwritten: was " + Shortened(BitsText(outcome.bits, outcome.payload.data()), kBitsColumns) +
                      " until " + InQuotes(entity.attributes[overwriter->second].name) + " was written";
+    } else if (overwriter != overwriters.end()) {
+      if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) NoteBinary(value.asString(), outcome);
+      outcome.note =
+          (outcome.isAltered ? outcome.note + ", " : "") + "mixed: what it does not set is an earlier value's";
+      outcome.isAltered = true;
     } else if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) {
       NoteBinary(value.asString(), outcome);
     } else if (attribute.data_type != MorvixProtocolDataTypeBool_4_0) {

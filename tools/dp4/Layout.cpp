@@ -79,7 +79,7 @@ std::vector<TextRow> TextRows(const PayloadMap& map) {
     const size_t bytes = block.last - block.first + 1;
     rows.push_back(RowOfByte(map, block, block.first));
     if (bytes > kShownBytes) {
-      rows.push_back({"..", &block.pieces, {{" " + LeftOutText(block)}}});
+      rows.push_back({"..", &block.pieces, {{" " + LeftOutText(map, block)}}});
     } else {
       for (size_t i = block.first + 1; i < block.last; ++i) rows.push_back(RowOfByte(map, block, i));
     }
@@ -147,7 +147,7 @@ std::string MapText(const PayloadMap& map, bool color) {
 std::string KeyText(const PayloadMap& map) {
   std::string key;
   const auto add = [&key](const char* part) { key += std::string(key.empty() ? "" : "   ") + part; };
-  if (HasGaps(map)) add(". not used");
+  if (HasGaps(map)) add((std::string(". ") + GapText(map)).c_str());
   if (!map.overlaps.empty()) add("! fields overlap");
   if (HasValueBits(map)) add("[7:0] bits of the value");
   add("2-3 bytes, 0.2 byte and bit");
@@ -158,7 +158,7 @@ std::string LegendText(const PayloadMap& map, bool color) {
   std::vector<TableRow> rows = {HeadingRow({"PLACE", "NAME", "GROUP", "TYPE", "DISPLAY NAME"}, color)};
   for (const MapField& field : map.fields) {
     const std::string groupColor = color ? GroupColor(field.group) : "";
-    rows.push_back({{PlaceText(field.bits), ""},
+    rows.push_back({{FieldPlaceText(field), ""},
                     {field.name, groupColor},
                     {GroupName(field.group), groupColor},
                     {DataTypeName(field.dataType), ""},

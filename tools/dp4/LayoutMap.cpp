@@ -16,8 +16,8 @@ using Indexes = std::vector<size_t>;
 
 MapField FieldOf(const AttributeView& view) {
   const MorvixProtocolAttribute_4_0& attribute = view.attribute;
-  return {NameText(attribute.name), NameText(attribute.display_name), attribute.type, attribute.data_type, view.bits,
-          view.writtenBits};
+  return {NameText(attribute.name), NameText(attribute.display_name),     attribute.type,
+          attribute.data_type,      view.isRead ? view.bits : BitRange(), view.writtenBits};
 }
 
 // The payload cut wherever a field begins or ends; `place` is the one of the two that counts.
@@ -72,12 +72,13 @@ PayloadMap MapPayload(const EntityView& view) {
   map.notes = view.notes;
   size_t bytes = std::min(view.payloadBytes, kMaxPayloadBytes);
   for (const AttributeView& attribute : view.attributes) {
-    if (attribute.bits.IsEmpty() && attribute.writtenBits.IsEmpty()) {
-      map.unplaced.push_back(FieldOf(attribute));
+    const MapField field = FieldOf(attribute);
+    if (field.bits.IsEmpty() && field.writtenBits.IsEmpty()) {
+      map.unplaced.push_back(field);
       continue;
     }
-    map.fields.push_back(FieldOf(attribute));
-    bytes = std::max(bytes, attribute.bits.EndByte());
+    map.fields.push_back(field);
+    bytes = std::max(bytes, field.bits.EndByte());
   }
   std::stable_sort(map.fields.begin(), map.fields.end(), [](const MapField& left, const MapField& right) {
     const bool isLeftNowhere = left.bits.IsEmpty();
@@ -101,6 +102,17 @@ bool HasGaps(const PayloadMap& map) {
     return std::any_of(block.pieces.begin(), block.pieces.end(),
                        [](const MapPiece& piece) { return piece.fields.empty(); });
   });
+}
+
+const char* GapText(const PayloadMap& map) {
+  const bool isWrittenElsewhere = std::any_of(map.fields.begin(), map.fields.end(), [](const MapField& field) {
+    return !field.writtenBits.IsEmpty() && !(field.writtenBits == field.bits);
+  });
+  return isWrittenElsewhere ? "not read" : "not used";
+}
+
+std::string FieldPlaceText(const MapField& field) {
+  return field.bits.IsEmpty() ? PlaceText(field.writtenBits) + " on writing" : PlaceText(field.bits);
 }
 
 std::string ValueBitsText(const MapField& field, size_t byteIndex, const MapPiece& piece) {
@@ -142,8 +154,9 @@ std::vector<std::string> Remarks(const PayloadMap& map) {
   return remarks;
 }
 
-std::string LeftOutText(const MapBlock& block) {
-  return std::to_string(block.last - block.first + 1) + " bytes" + (block.pieces[0].fields.empty() ? " not used" : "");
+std::string LeftOutText(const PayloadMap& map, const MapBlock& block) {
+  const bool isGap = block.pieces[0].fields.empty();
+  return std::to_string(block.last - block.first + 1) + " bytes" + (isGap ? std::string(" ") + GapText(map) : "");
 }
 
 MapColumns ColumnsOf(const std::vector<MapPiece>& pieces) {

@@ -17,8 +17,8 @@ struct MapField {
   std::string displayName;
   MorvixProtocolType_4_0 group;
   MorvixProtocolDataType_4_0 dataType;
-  BitRange bits;
-  BitRange writtenBits;  // of a write; empty when it has no place there
+  BitRange bits;         // of what is read; empty when it has no place there
+  BitRange writtenBits;  // of a write, in the same way
 };
 
 // Neighbouring bits of one byte that lie in the same fields. Column 0 is bit 7.
@@ -57,6 +57,12 @@ PayloadMap MapPayload(const EntityView& view);
 // Whether a bit lies in no field.
 bool HasGaps(const PayloadMap& map);
 
+// What such bits are: "not used", or "not read" where a write may use them.
+const char* GapText(const PayloadMap& map);
+
+// "2-3", or "2-3 on writing" for a field that has a place there only.
+std::string FieldPlaceText(const MapField& field);
+
 // The bits of the field's value in a piece of a byte, "[5:3]", when it has more of them elsewhere.
 std::string ValueBitsText(const MapField& field, size_t byteIndex, const MapPiece& piece);
 
@@ -72,7 +78,7 @@ std::vector<std::string> Remarks(const PayloadMap& map);
 constexpr size_t kShownBytes = 3;
 
 // What stands for the others: "40 bytes not used".
-std::string LeftOutText(const MapBlock& block);
+std::string LeftOutText(const PayloadMap& map, const MapBlock& block);
 
 // The fields in each column of a drawn row; null outside of the map.
 using MapColumns = std::array<const std::vector<size_t>*, 8>;

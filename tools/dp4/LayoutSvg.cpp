@@ -187,7 +187,7 @@ std::vector<SvgRow> SvgRows(const PayloadMap& map) {
     const size_t bytes = block.last - block.first + 1;
     rows.push_back(SvgRowOfByte(map, block, block.first));
     if (bytes > kShownBytes) {
-      rows.push_back({"", &block.pieces, {{{LeftOutText(block)}, ""}}, false, true});
+      rows.push_back({"", &block.pieces, {{{LeftOutText(map, block)}, ""}}, false, true});
     } else {
       for (size_t i = block.first + 1; i < block.last; ++i) rows.push_back(SvgRowOfByte(map, block, i));
     }
@@ -208,10 +208,10 @@ std::string TooltipText(const PayloadMap& map, const MapPiece& piece) {
   std::string text;
   for (const size_t i : piece.fields) {
     const MapField& field = map.fields[i];
-    text += (text.empty() ? "" : "; ") + field.name + " (" + field.displayName + "): " + PlaceText(field.bits) + ", " +
+    text += (text.empty() ? "" : "; ") + field.name + " (" + field.displayName + "): " + FieldPlaceText(field) + ", " +
             GroupName(field.group) + " " + DataTypeName(field.dataType);
   }
-  return text.empty() ? "not used" : text;
+  return text.empty() ? GapText(map) : text;
 }
 
 std::string GapSvg(const SvgRow& row, const MapPiece& piece, size_t y, size_t height) {
@@ -349,7 +349,7 @@ std::string FieldListSvg(const PayloadMap& map, size_t& y) {
   size_t placeWidth = 0;
   size_t nameWidth = 0;
   for (const MapField& field : map.fields) {
-    placeWidth = std::max(placeWidth, PlaceText(field.bits).size() + 1);
+    placeWidth = std::max(placeWidth, FieldPlaceText(field).size() + 1);
     nameWidth = std::max(nameWidth, TextWidth(field.name));
   }
   const size_t placeLeft = kBandWidth + 4;
@@ -370,7 +370,7 @@ std::string FieldListSvg(const PayloadMap& map, size_t& y) {
     const size_t x = kMargin + i / perColumn * columnWidth;
     size_t top = columns == 1 ? lowest : y + i % perColumn * 14;
     svg += RectSvg(x, top, kBandWidth, 12, StyleOf(field.group).band) + LetterSvg(StyleOf(field.group), x, top + 10);
-    svg += TextSvg(x + placeLeft, top + 10, {fontSize, "#000000", "start", false}, PlaceText(field.bits));
+    svg += TextSvg(x + placeLeft, top + 10, {fontSize, "#000000", "start", false}, FieldPlaceText(field));
     for (const std::string& line : Wrapped(field.name, CharactersIn(columnWidth - nameLeft, fontSize), SIZE_MAX, "")) {
       svg += TextSvg(x + nameLeft, top + 10, {fontSize, "#000000", "start", false}, line);
       top += 14;

@@ -478,7 +478,48 @@ std::string LabelOf(const LintEntity& entity, const Attribute& attribute) {
          std::to_string(attribute.id) + ")";
 }
 
-void LintName(const LintEntity& entity, const Attribute& attribute, const Attribute* sameName, Findings& findings) {
+// The attributes so far by name. Equal names matter among those that encoding takes, and among the states that decoding
+// does.
+class NamesSoFar {
+ public:
+  explicit NamesSoFar(const LintEntity& entity) : entity_(entity) {}
+
+  void Add(const Attribute& attribute, Findings& findings) {
+    const auto element = static_cast<size_t>(attribute.id);
+    const bool isWritten = entity_.WriteRecord(element) != nullptr;
+    const bool isRead = entity_.ReadRecord(element) != nullptr && !IsAlertOrFault(attribute);
+    const Attribute* written = isWritten ? written_.Add(attribute.name, attribute) : nullptr;
+    const Attribute* read = isRead ? read_.Add(attribute.name, attribute) : nullptr;
+    const Attribute* any = any_.Add(attribute.name, attribute);
+    const Attribute* same = written != nullptr ? written : read != nullptr ? read : any;
+    if (same == nullptr) return;
+    const Spot spot = entity_.At(attribute, {"name"});
+    const std::string message = LabelOf(entity_, *same) + " has the name " + Quoted(attribute.name) + " as well";
+    const char* mend = "give each attribute its own name";
+    std::string effect;
+    if (written != nullptr) effect = "one value in a document is written to both";
+    if (read != nullptr) {
+      effect += std::string(effect.empty() ? "" : "; ") + "the decoded document holds the later one only";
+    }
+    if (!effect.empty()) {
+      findings.Add(RuleId::kDuplicateName, spot, message, effect, mend);
+    } else {
+      const bool isByDisplayName = IsAlertOrFault(attribute) || IsAlertOrFault(*same);
+      findings.Add(RuleId::kSharedName, spot, message,
+                   isByDisplayName ? "none: alerts and faults go by their display names"
+                                   : "none: one is only written, the other only read",
+                   mend);
+    }
+  }
+
+ private:
+  const LintEntity& entity_;
+  FirstWith<std::string> written_;
+  FirstWith<std::string> read_;
+  FirstWith<std::string> any_;
+};
+
+void LintName(const LintEntity& entity, const Attribute& attribute, Findings& findings) {
   const Spot spot = entity.At(attribute, {"name"});
   if (attribute.name.empty()) {
     findings.Add(RuleId::kEmptyName, spot, entity.Label(static_cast<size_t>(attribute.id)) + " has an empty name",
@@ -488,24 +529,6 @@ void LintName(const LintEntity& entity, const Attribute& attribute, const Attrib
     findings.Add(RuleId::kNulInName, spot, Quoted(attribute.name) + " holds a NUL",
                  "encoding looks for its value under " + Quoted(UpToNul(attribute.name)), "remove the NUL");
   }
-  if (sameName == nullptr) return;
-  const std::string message = LabelOf(entity, *sameName) + " has the name " + Quoted(attribute.name) + " as well";
-  if (IsAlertOrFault(attribute) || IsAlertOrFault(*sameName)) {
-    findings.Add(RuleId::kSharedName, spot, message, "none: alerts and faults go by their display names",
-                 "give each attribute its own name");
-    return;
-  }
-  const auto isRead = [&entity](const Attribute& one) {
-    return entity.ReadRecord(static_cast<size_t>(one.id)) != nullptr;
-  };
-  std::string effect;
-  if (IsWritable(attribute) && IsWritable(*sameName)) effect = "one value in a document is written to both";
-  if (isRead(attribute) && isRead(*sameName)) {
-    effect += std::string(effect.empty() ? "" : "; ") + "the decoded document holds the later one only";
-  }
-  findings.Add(RuleId::kDuplicateName, spot, message,
-               effect.empty() ? "none: one is written only, the other read only" : effect,
-               "give each attribute its own name");
 }
 
 void LintKey(const LintEntity& entity, const Attribute& attribute, const Attribute& sameKey, const std::string& key,
@@ -521,12 +544,13 @@ void LintKey(const LintEntity& entity, const Attribute& attribute, const Attribu
 }  // namespace
 
 void LintNames(const LintEntity& entity, Findings& findings) {
-  FirstWith<std::string> names;
+  NamesSoFar names(entity);
   FirstWith<std::string> keys;
   FirstWith<int32_t> ids;
   for (const Attribute* record : entity.Records()) {
     const Attribute& attribute = *record;
-    LintName(entity, attribute, names.Add(attribute.name, attribute), findings);
+    LintName(entity, attribute, findings);
+    names.Add(attribute, findings);
     const bool isRead = entity.ReadRecord(static_cast<size_t>(attribute.id)) != nullptr;
     const std::string key = DecodedKey(attribute);
     if (const Attribute* sameKey = !isRead ? nullptr : keys.Add(key, attribute))

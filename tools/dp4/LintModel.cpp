@@ -468,36 +468,47 @@ bool IsScaled(const Attribute& attribute) {
 
 namespace {
 
+bool HasNoItems(const Attribute& field) {
+  return field.data_type == MorvixProtocolDataTypeEnum_4_0 && field.enumList.empty();
+}
+
+// The line with which the module refuses, for a sentence: its number depends on the value.
+std::string LineText(const std::string& line) {
+  constexpr char kInvalid[] = "Invalid enum value";
+  return line.find(kInvalid) == 0 ? "an \"" + std::string(kInvalid) + "\" line" : "\"" + line + "\"";
+}
+
 // What a write that carries the attribute does; empty when it works.
 std::string EffectOnWriting(const Attribute& field, size_t payloadLength) {
-  if (!Locate(field, payloadLength).IsEmpty()) return "";
+  if (!Locate(field, payloadLength).IsEmpty() && !HasNoItems(field)) return "";
   if (payloadLength == 0) return "every write ends with \"No data will encode.\" and sends nothing";
   const Window window = WindowOn({field}, payloadLength);
-  // A scaling that takes no value refuses it before the place does.
-  Attribute probe = IsScaled(field) ? OpenField(window.fields[0], "field") : Keyed(window.fields[0], "field");
-  probe.enumList.assign(1, "item");
+  // What no value gets past refuses before the place does.
+  const Attribute probe = IsScaled(field) ? OpenField(window.fields[0], "field") : Keyed(window.fields[0], "field");
   Json::Value values;
   values["field"] = field.data_type == MorvixProtocolDataTypeBinary_4_0 ? Json::Value("") : Json::Value(0);
   const Encoded encoded = EncodeFields({probe}, values, window.length);
   if (encoded.refusal.empty()) return "a write that carries it changes nothing";
-  return "every write that carries it ends with \"" + encoded.refusal + "\" and sends nothing";
+  return "every write that carries it ends with " + LineText(encoded.refusal) + " and sends nothing";
 }
 
 std::string EffectOnReading(const Attribute& field, size_t payloadLength) {
-  if (!Locate(field, payloadLength).IsEmpty()) return "";
-  // A payload that is longer than the module makes it may hold the field; there is none of no bytes.
-  const bool liesBehind = !Locate(field, payloadLength + field.position.groupByteLength).IsEmpty();
-  if (liesBehind && payloadLength == 0) return "";
+  if (!Locate(field, payloadLength).IsEmpty() && !HasNoItems(field)) return "";
+  const size_t longer = field.position.groupByteLength + 1;  // than the module makes it; there it may hold the field
+  if (payloadLength == 0 && !Locate(field, longer).IsEmpty()) return "";
   const Window window = WindowOn({field}, payloadLength);
-  Attribute probe = IsNumber(field) ? OpenField(window.fields[0], "field") : Keyed(window.fields[0], "field");
-  probe.enumList.assign(1, "item");
+  const Attribute probe = Keyed(window.fields[0], "field");
   const Decoded decoded = DecodeFields({probe}, std::vector<byte>(window.length));
+  const Decoded fromLonger = DecodeFields({probe}, std::vector<byte>(window.length + longer));
+  const bool isSame = decoded.refusal == fromLonger.refusal && decoded.values == fromLonger.values;
+  const std::string decode = "decode" + (isSame ? "" : " of " + Count(payloadLength, "byte") + " of payload");
   if (!decoded.refusal.empty()) {
-    return "every decode" + (liesBehind ? " of " + Count(payloadLength, "byte") + " of payload" : "") +
-           " ends with \"" + decoded.refusal + "\" and loses the whole entity";
+    return "every " + decode + " ends with " + LineText(decoded.refusal) +
+           (HasNoItems(field) ? ", and the attributes behind it are missing" : " and loses the whole entity");
   }
-  if (!decoded.values.isMember("field")) return "no decode shows it";
-  return std::string("every decode shows it as ") + (decoded.values["field"].isBool() ? "false" : "the raw value 0");
+  if (!decoded.values.isMember("field")) return "no " + decode + " shows it";
+  const Json::Value& shown = decoded.values["field"];
+  return "every " + decode + " shows it as " + (shown.isBool() ? "false" : Quoted(shown.asString()));
 }
 
 }  // namespace

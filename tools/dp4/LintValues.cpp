@@ -40,12 +40,17 @@ std::string EncodeText(const Attribute& alone, const std::string& text) {
 
 // ---- Scaling ----
 
+// A write of no bytes carries nothing.
+bool IsWritten(const LintEntity& entity, const Attribute& number) {
+  return IsWritable(number) && (entity.writeLength != 0 || !entity.isWriteInMemory);
+}
+
 void LintUnusableScaling(const LintEntity& entity, const Attribute& number, Findings& findings) {
   const MorvixProtocolUIntSpec_4_0& uintSpec = number.uint_spec;
   const std::string min = std::to_string(uintSpec.min);
   const std::string max = std::to_string(uintSpec.max);
   std::string effect = "no decode shows it";
-  if (IsWritable(number) && (entity.writeLength != 0 || !entity.isWriteInMemory)) {
+  if (IsWritten(entity, number)) {
     effect += "; every write that carries it ends with " +
               EncodeText(Alone(number), NumberText(number.uint_spec.addition)) + " and sends nothing";
   }
@@ -84,7 +89,7 @@ bool LintFactors(const LintEntity& entity, const Attribute& number, Findings& fi
   std::string text;
   DecodeRaw(Alone(number), static_cast<uint64_t>(uintSpec.max), text);
   std::string effect = "every raw value decodes as " + Quoted(text);
-  if (IsWritable(number)) {
+  if (IsWritten(entity, number)) {
     const std::string exact = ShortestText(uintSpec.addition);
     const std::string back = EncodeText(Alone(number), exact);
     if (back[0] == '"') {
@@ -308,8 +313,7 @@ void LintItemTexts(const LintEntity& entity, const Attribute& field, Findings& f
   const Spot spot{&items[first], member.pointer + "/" + std::to_string(first)};
   if (field.enumList.empty()) {
     findings.Add(RuleId::kEnumWithoutTexts, spot, entity.Label(field) + " has no item that is a text",
-                 "no index is accepted: writes that carry it and all decodes end with an \"Invalid enum value\" line",
-                 "list texts");
+                 EffectOfUnusable(entity, static_cast<size_t>(field.id)), "list texts");
     return;
   }
   std::string shift = "it has " + CountText(field.enumList.size()) + " instead of " + std::to_string(items.size());

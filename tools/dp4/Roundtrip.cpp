@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -206,10 +207,18 @@ class Roundtrip {
   void Compare(const std::vector<size_t>& indexes, const std::vector<Attribute>& readers,
                const std::vector<byte>& payload, const std::string& how, Choice choice) {
     const Decoded decoded = DecodeFields(readers, payload);
+    std::map<std::string, size_t> holders;
+    for (size_t i = 0; i < indexes.size(); ++i) holders[DecodedKey(readers[i])] = i;
     for (size_t i = 0; i < indexes.size(); ++i) {
+      const std::string key = DecodedKey(readers[i]);
       const Json::Value value = ValueOf(subjects_[indexes[i]].Either(), choice);
-      const Json::Value& back = decoded.values[DecodedKey(readers[i])];
-      if (back != value) Report(indexes[i], how, choice, value, Result(decoded, back));
+      const Json::Value& back = decoded.values[key];
+      if (holders[key] != i && !back.isNull()) {
+        const std::string holder = entity_.Label(subjects_[indexes[holders[key]]].element);
+        Report(indexes[i], how, choice, value, "is replaced by the later " + holder);
+      } else if (back != value) {
+        Report(indexes[i], how, choice, value, Result(decoded, back));
+      }
     }
   }
 
