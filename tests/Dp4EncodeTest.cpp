@@ -534,6 +534,13 @@ TEST(EncodeCut, IsReportedWhereAShortBinaryLeavesAnEarlierValue) {
             "dp4: --set x=\"AQID\": \"x\" overwritten: was 01 02 03 until \"y\" was written\n"
             "dp4: --set y=\"BA==\": \"y\" mixed: what it does not set is an earlier value's\n");
   EXPECT_EQ(run.out, "01 03 01 04 03\n");
+  // What another one changes later is told instead.
+  const ToolRun three =
+      RunTool({"encode", "-", "--set", "x=\"AQID\"", "--set", "y=\"BA==\"", "--set", "z=\"BQ==\""},
+              Fan(binary("x", R"("byte_offset": 0, "len": 3)") + "," + binary("y", R"("byte_offset": 1, "len": 2)") +
+                  "," + binary("z", R"("byte_offset": 1, "len": 1)")));
+  EXPECT_THAT(three.err, testing::HasSubstr("\"y\" overwritten: was 04 00 until \"z\" was written\n"));
+  EXPECT_EQ(three.out, "01 07 01 05 03\n");
 }
 
 TEST(EncodeCut, IsNoneForCompleteAndShortBinaries) {

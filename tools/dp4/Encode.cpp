@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -287,30 +288,32 @@ std::vector<Outcome> FindOutcomes(const ParsedEntity& entity, const Encoder& enc
   return outcomes;
 }
 
-// For each attribute whose bits in `payload` are not as it would write them alone: the one whose writing changed them,
-// which is itself where it leaves bits of an earlier one.
+// For each attribute whose bits in `payload` are not as it would write them alone: the first one whose writing changed
+// them, or itself where it left bits of an earlier one and nobody changed them later.
 std::map<size_t, size_t> FindOverwriters(const ParsedEntity& entity, const Encoder& encoder, const Values& values,
                                          const std::vector<Outcome>& outcomes, const byte* payload) {
-  const auto isChanged = [&outcomes](size_t i, const byte* now) {
-    return BitsText(outcomes[i].bits, now) != BitsText(outcomes[i].bits, outcomes[i].payload.data());
-  };
   std::map<size_t, size_t> overwriters;
   for (size_t i = 0; i < outcomes.size(); ++i) {
-    if (outcomes[i].kind == Outcome::kWritten && isChanged(i, payload)) overwriters[i] = i;
+    const Outcome& outcome = outcomes[i];
+    const bool isWritten = outcome.kind == Outcome::kWritten;
+    if (isWritten && BitsText(outcome.bits, payload) != BitsText(outcome.bits, outcome.payload.data())) {
+      overwriters[i] = i;
+    }
   }
-  std::vector<size_t> whole;  // those of them that have been written and not yet changed
+  std::map<size_t, std::string> whole;  // what is in the bits of those that have been written and not yet changed
   std::vector<std::pair<size_t, Json::Value>> some;
   for (size_t i = 0; i < outcomes.size() && !overwriters.empty(); ++i) {
     if (outcomes[i].kind != Outcome::kWritten) continue;
     some.emplace_back(i, values.document[entity.info.name][NameOf(entity.attributes[i])]);
-    if (overwriters.count(i) != 0) whole.push_back(i);
-    if (whole.empty()) continue;
+    if (whole.empty() && overwriters.count(i) == 0) continue;
     std::vector<LoggedLine> lines;
     const std::vector<byte> now = encoder.EncodeSome(some, lines);
-    const auto firstChanged =
-        std::partition(whole.begin(), whole.end(), [&](size_t k) { return !isChanged(k, now.data()); });
-    for (auto changed = firstChanged; changed != whole.end(); ++changed) overwriters[*changed] = i;
-    whole.erase(firstChanged, whole.end());
+    for (auto one = whole.begin(); one != whole.end();) {
+      const bool isChanged = BitsText(outcomes[one->first].bits, now.data()) != one->second;
+      if (isChanged) overwriters[one->first] = i;
+      one = isChanged ? whole.erase(one) : std::next(one);
+    }
+    if (overwriters.count(i) != 0) whole[i] = BitsText(outcomes[i].bits, now.data());
   }
   return overwriters;
 }
