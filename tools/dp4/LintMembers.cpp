@@ -4,7 +4,6 @@
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <unordered_map>
 #include <utility>
@@ -425,9 +424,10 @@ class DropWalk {
 
   // The flags are whole bytes.
   void AddLostFlags() {
+    if (dropped_ == 0 || taken_ == 0) return;
     const size_t bytes = FlagBytes(taken_);
     const size_t needed = FlagBytes(taken_ + dropped_);
-    if (bytes == needed || taken_ == 0) return;
+    if (bytes == needed) return;
     const std::string label = entity_.Label(lastDropped_);
     findings_.Add(RuleId::kFlagBitsShifted, entity_.At(lastDropped_),
                   "dropping " + (dropped_ == 1 ? label : Count(dropped_, "writable attribute")) + " leaves " +
@@ -553,8 +553,8 @@ void LintNames(const LintEntity& entity, Findings& findings) {
     names.Add(attribute, findings);
     const bool isRead = entity.ReadRecord(static_cast<size_t>(attribute.id)) != nullptr;
     const std::string key = DecodedKey(attribute);
-    if (const Attribute* sameKey = !isRead ? nullptr : keys.Add(key, attribute))
-      LintKey(entity, attribute, *sameKey, key, findings);
+    const Attribute* sameKey = isRead ? keys.Add(key, attribute) : nullptr;
+    if (sameKey != nullptr) LintKey(entity, attribute, *sameKey, key, findings);
     if (IsAlertOrFault(attribute) && key.empty()) {
       findings.Add(RuleId::kEmptyName, entity.At(attribute, {"display_name"}),
                    entity.Label(static_cast<size_t>(attribute.id)) + " has an empty display name",
