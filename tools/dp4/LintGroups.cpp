@@ -222,7 +222,7 @@ std::map<size_t, std::string> EffectsOnGroups(const LintEntity& entity) {
     size_t size = 0;
     for (const Attribute* member : run.members) {
       const Attribute* read = entity.ReadRecord(static_cast<size_t>(member->id));
-      if (read == nullptr || read->position.unit != MorvixProtocolUnitBit_4_0) continue;
+      if (read == nullptr || !IsInBits(*read)) continue;
       size = read->position.groupByteLength;
       if (size != run.Size()) moved.push_back(entity.Label(*read));
     }
