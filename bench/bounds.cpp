@@ -28,6 +28,8 @@ namespace {
 // texts that are nested as deeply as the reader lets them be.
 constexpr size_t kStackBytes = size_t{64} * 1024;
 constexpr size_t kNestedStackBytes = size_t{384} * 1024;
+constexpr size_t kNestedCopyStackBytes = size_t{128} * 1024;  // to copy such a value
+constexpr size_t kDeepest = 900;                              // nearly as deep as the reader lets texts be
 
 size_t heapBytes = 0;
 size_t heapPeak = 0;
@@ -230,9 +232,10 @@ Input ConvertManyAlerts(size_t count) {
 
 // Arrays in each other, side by side, each as deep as the reader lets it be.
 Input ConvertNested(size_t count) {
-  constexpr size_t kDepth = 900;
   std::string text = "{\"version\":4.0,\"e\":[";
-  for (size_t i = 0; i < count; ++i) text += (i == 0 ? "" : ",") + std::string(kDepth, '[') + std::string(kDepth, ']');
+  for (size_t i = 0; i < count; ++i) {
+    text += (i == 0 ? "" : ",") + std::string(kDeepest, '[') + std::string(kDeepest, ']');
+  }
   return ConvertText(text + "]}");
 }
 
@@ -260,13 +263,15 @@ Input ReduceAlerts(size_t count) {
           }};
 }
 
-Input FilterDevices(size_t count) {
+// Every device has one more member, `more`.
+Input FilterDevicesWith(const Json::Value& more, size_t count) {
   Json::Value devices(Json::arrayValue);
   for (size_t i = 0; i < count; ++i) {
     Json::Value& device = devices.append(Json::objectValue);
     device["protocolType"] = "data-point";
     device["packetVersion"] = "0x4";
     device["product_key"] = "key";
+    device["more"] = more;
   }
   TavelConfig::sharedInstance()->SetAllDevices(devices);
   return {count, [count] {
@@ -276,6 +281,18 @@ Input FilterDevices(size_t count) {
                    !ProtocolGetDevice_4_0(matching, "another key", device) &&
                    ProtocolGetProductList_4_0(matching).size() == count;
           }};
+}
+
+Input FilterDevices(size_t count) { return FilterDevicesWith(Json::Value(), count); }
+
+Input FilterNestedDevices(size_t count) {
+  Json::Value nested;
+  for (size_t i = 0; i < kDeepest; ++i) {
+    Json::Value around(Json::arrayValue);
+    around.append(std::move(nested));
+    nested = std::move(around);
+  }
+  return FilterDevicesWith(nested, count);
 }
 
 Input DecodeBase64(size_t size) {
@@ -301,6 +318,7 @@ const Scenario kScenarios[] = {
     {"convert-long-number", "byte of text", 20000, 200000, ConvertLongNumber},
     {"reduce-alerts", "alert", 500, 5000, ReduceAlerts},
     {"filter-devices", "device", 500, 5000, FilterDevices},
+    {"filter-nested-devices", "device", 5, 50, FilterNestedDevices, kNestedCopyStackBytes},
     {"decode-base64", "character", 20000, 200000, DecodeBase64},
 };
 

@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/MorvixProtocol)
 
 install(TARGETS morvix_protocol_v4 morvix_host EXPORT MorvixProtocolTargets)
-install(FILES Protocol/AllVersions/v4/ProtocolInternal_v4.0.h
+install(FILES Protocol/AllVersions/v4/ProtocolInternal_v4.0.h Protocol/AllVersions/v4/ProtocolInspection_v4.0.h
         DESTINATION ${MORVIX_INCLUDE_DIR}/Protocol/AllVersions/v4)
 install(FILES host/Base64.h host/Logging.h host/TavelConfig.h host/Text.h DESTINATION ${MORVIX_INCLUDE_DIR}/host)
 

@@ -16,7 +16,7 @@ char* __internal_base64_encode(char* output, uint32_t capacity, const byte* inpu
 
 /// Decodes the NUL-terminated `text` into `output` and returns the number of bytes written, never more than `capacity`.
 /// White space is skipped. The text ends at the first other character outside the alphabet, '=' included; two symbols
-/// of an incomplete group give one byte, three give two, one gives none.
+/// of an incomplete group give one byte, three give two, a single one is dropped.
 int __internal_base64_decode(byte* output, const char* text, uint32_t capacity);
 
 #endif

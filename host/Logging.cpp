@@ -75,9 +75,18 @@ std::string FormatMessage(const char* format, va_list arguments) {
   return message;
 }
 
+// The lines of the calling thread's innermost capture; null when they go to the sink.
+thread_local std::vector<LogCapture::Line>* capturedLines = nullptr;
+
+bool IsDropped(int level) { return level > maxLevel.load(std::memory_order_relaxed) && capturedLines == nullptr; }
+
 void Log(int level, const char* functionName, const char* format, va_list arguments) noexcept {
   try {
-    const std::string message = FormatMessage(format, arguments);
+    std::string message = FormatMessage(format, arguments);
+    if (capturedLines != nullptr) {
+      capturedLines->push_back({level, functionName == nullptr ? "" : functionName, std::move(message)});
+      return;
+    }
     std::shared_ptr<const LogSink> sink;
     {
       Sink& shared = Sink::Instance();
@@ -98,7 +107,7 @@ void Log(int level, const char* functionName, const char* format, va_list argume
 
 // NOLINTNEXTLINE(cert-dcl50-cpp): C-style variadic is how the module calls it; compilers check the format
 void logMsg(int level, const char* format, ...) {
-  if (level > maxLevel.load(std::memory_order_relaxed)) return;
+  if (IsDropped(level)) return;
   va_list arguments;
   va_start(arguments, format);
   Log(level, nullptr, format, arguments);
@@ -107,7 +116,7 @@ void logMsg(int level, const char* format, ...) {
 
 // NOLINTNEXTLINE(cert-dcl50-cpp): as logMsg
 void logMsgEx(int level, const char* functionName, const char* format, ...) {
-  if (level > maxLevel.load(std::memory_order_relaxed)) return;
+  if (IsDropped(level)) return;
   va_list arguments;
   va_start(arguments, format);
   Log(level, functionName, format, arguments);
@@ -125,3 +134,9 @@ LogSink SetLogSink(LogSink sink) {
 }
 
 int SetLogLevel(int level) { return maxLevel.exchange(level); }
+
+LogCapture::LogCapture() : outerLines_(capturedLines) { capturedLines = &lines_; }
+
+LogCapture::~LogCapture() { capturedLines = outerLines_; }
+
+std::vector<LogCapture::Line> LogCapture::Take() { return std::exchange(lines_, {}); }

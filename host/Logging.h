@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 /// Logs one printf-style line. Messages of any length are kept whole.
 void logMsg(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -27,5 +28,33 @@ LogSink SetLogSink(LogSink sink);
 
 /// Lines of a higher level than this are dropped before they are formatted. Returns the previous level. 1 by default.
 int SetLogLevel(int level);
+
+/// While one lives, the lines of the calling thread, whatever their level, go to it instead of the sink. Lines of other
+/// threads are not affected. Captures may be nested: the innermost one gets the lines. Destroy a capture on the thread
+/// that made it, the innermost one first.
+class LogCapture {
+ public:
+  /// One line.
+  struct Line {
+    int level = 0;         ///< As it was logged.
+    std::string function;  ///< The reporting operation; empty for logMsg.
+    std::string text;      ///< The message.
+  };
+
+  LogCapture();
+  ~LogCapture();
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  /// The lines so far, in order. Valid until the next line or call.
+  const std::vector<Line>& Lines() const { return lines_; }
+
+  /// The lines so far; the capture starts anew.
+  std::vector<Line> Take();
+
+ private:
+  std::vector<Line> lines_;
+  std::vector<Line>* const outerLines_;  // of the capture around this one, or null
+};
 
 #endif

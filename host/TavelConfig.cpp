@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <iterator>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -55,13 +55,15 @@ void TavelConfig::SetAllDevices(const Json::Value& devices) {
 void TavelConfig::SetDebug(bool debug) { debug_ = debug; }
 
 bool TavelConfig::LoadFromFile(const std::string& path, std::string& error) {
+  std::string text;
+  std::vector<char> block(65536);
   std::ifstream file(path, std::ios::binary);
-  const bool isOpen = file.is_open();
-  file.peek();  // a directory opens, but reading it fails
-  if (!isOpen || file.bad()) {
+  while (file.read(block.data(), static_cast<std::streamsize>(block.size())) || file.gcount() != 0) {
+    text.append(block.data(), static_cast<size_t>(file.gcount()));
+  }
+  if (!file.is_open() || file.bad()) {  // a directory opens, but reading it fails
     return Fail(error, path, "cannot be read: " + std::generic_category().message(errno));
   }
-  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   Json::Value root;
   try {
     Json::CharReaderBuilder builder;
@@ -76,7 +78,7 @@ bool TavelConfig::LoadFromFile(const std::string& path, std::string& error) {
   }
   // The reader takes it for the end of the text.
   if (text.find('\0', static_cast<size_t>(root.getOffsetLimit())) != std::string::npos) {
-    return Fail(error, path, "is not JSON: a NUL behind the document");
+    return Fail(error, path, "is not JSON: a NUL after the document");
   }
   if (!root.isObject()) return Fail(error, path, "should hold an object with \"debug\" and \"devices\"");
   const Json::Value& debug = root["debug"];

@@ -99,6 +99,13 @@ TEST(GetAlertsOrFaults, SkipsTheGapsOfAnArray) {
   EXPECT_EQ(ActiveOf(alerts), (Records{{"early", 2}, {"late", 1}}));
 }
 
+// The last index of all makes an array's size wrap to 0.
+TEST(GetAlertsOrFaults, TakesAnArrayWhoseSizeWrapsForAnEmptyOne) {
+  Json::Value alerts(Json::arrayValue);
+  alerts[Json::ArrayIndex{4294967295}] = ParseJson(R"({"name": "late", "value": 1})");
+  EXPECT_EQ(ActiveOf(alerts), Records());
+}
+
 TEST(GetAlertsOrFaults, LeavesTheListAsItIs) {
   Json::Value alerts = ParseJson(R"([{"value":1},{"name":"a"},{"name":"b","value":1}])");
   alerts[5] = 1;

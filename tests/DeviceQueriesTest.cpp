@@ -165,6 +165,14 @@ TEST_F(FilterDevices, PassesOverTheGapsOfAnArray) {
   EXPECT_EQ(Selected("point", 4), (Numbers{1, 2}));
 }
 
+// The last index of all makes an array's size wrap to 0.
+TEST_F(FilterDevices, FindsNothingInAnArrayWhoseSizeWraps) {
+  Json::Value known(Json::arrayValue);
+  known[Json::ArrayIndex{4294967295}] = ParseJson(R"({"n":1,"protocolType":"point","packetVersion":"0x4"})");
+  Know(known);
+  EXPECT_EQ(Selected("point", 4), Numbers{});
+}
+
 TEST_F(FilterDevices, ComparesTheProtocolByteForByte) {
   Know(ParseJson(R"([{"n":1,"protocolType":"Point","packetVersion":"0x4"},
                      {"n":2,"protocolType":"points","packetVersion":"0x4"},
@@ -431,5 +439,12 @@ TEST_F(GetProductList, IsEmptyForAnArrayThatClaimsTooMuch) {
   devices[Json::ArrayIndex{2147483646}]["product_key"] = "k";
   EXPECT_EQ(ProtocolGetProductList_4_0(devices), Keys{"k"});
   devices[Json::ArrayIndex{3000000000}]["product_key"] = "k";
+  EXPECT_EQ(ProtocolGetProductList_4_0(devices), Keys{});
+}
+
+// The last index of all makes an array's size wrap to 0.
+TEST_F(GetProductList, IsEmptyForAnArrayWhoseSizeWraps) {
+  Json::Value devices(Json::arrayValue);
+  devices[Json::ArrayIndex{4294967295}]["product_key"] = "k";
   EXPECT_EQ(ProtocolGetProductList_4_0(devices), Keys{});
 }

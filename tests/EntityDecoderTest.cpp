@@ -467,6 +467,28 @@ TEST(DecodeEntity, RemovesTheEntityForABoolOrBinaryThatCannotBeRead) {
   }
 }
 
+// A sink may look at the document: what is taken back is gone before the line says why.
+TEST(DecodeEntity, RemovesTheEntityBeforeItLogsTheLine) {
+  std::vector<MorvixProtocolAttribute_4_0> attributes = Records({Number("a", 0, 1), Bool("b", 5, 0)});
+  std::vector<MorvixProtocolAttribute_4_0> ofUnknownType = Records({Number("a", 0, 1), Number("b", 0, 1)});
+  ofUnknownType[1].data_type = MorvixProtocolDataType_4_0(8);
+  for (const auto& records : {attributes, ofUnknownType}) {
+    std::vector<std::string> documents;
+    Json::Value document = ParseJson(R"({"main": {"old": 1}, "other": 2})");
+    const LogSink previous = SetLogSink(
+        [&](int, const char*, const std::string& line) { documents.push_back(line + " " + WriteJson(document)); });
+    MorvixProtocolEntity_4_0 entityInfo;
+    entityInfo.name = "main";
+    std::vector<byte> payload = {5};
+    ProtocolDecodeAttributes_4_0(entityInfo, records, PackageOf(payload), document);
+    SetLogSink(previous);
+    const bool isUnreadable = records[1].data_type == MorvixProtocolDataTypeBool_4_0;
+    EXPECT_EQ(documents, std::vector<std::string>{
+                             std::string(isUnreadable ? "Decode value is invalid." : "Unknown attribute type.") +
+                             " {\"other\":2}"});
+  }
+}
+
 TEST(DecodeEntity, ReadsABoolBeforeItsGroupAsFalse) {
   // Bit -1 of the one-byte group at byte 0 would be in byte 1.
   const Json::Value entity = Entity({Bool("b", 0, -1), Bool("c", 0, 0)});
@@ -560,6 +582,15 @@ TEST(DecodeEntity, DecodesIntoADocumentThatHoldsItsConfiguration) {
   ProtocolDecodeEntity_4_0(list[0], PackageOf(payload), list);
   EXPECT_EQ(list["main"][longName]["value"], "5");
   EXPECT_EQ(list["main"]["last"]["value"], "6");
+
+  // The last index of all makes an array's size wrap to 0, although it holds the configuration.
+  constexpr Json::ArrayIndex kLastIndex = 4294967295U;
+  Json::Value sparse(Json::arrayValue);
+  sparse[kLastIndex] = Entity({Number(longName, 0, 1), Number("last", 1, 1)});
+  ASSERT_EQ(sparse.size(), 0u);
+  ProtocolDecodeEntity_4_0(sparse[kLastIndex], PackageOf(payload), sparse);
+  EXPECT_EQ(sparse["main"][longName]["value"], "5");
+  EXPECT_EQ(sparse["main"]["last"]["value"], "6");
 }
 
 TEST(DecodeEntity, TakesNamesWholeThatHoldANul) {

@@ -206,18 +206,24 @@ TEST(GetIntegerValue, ReadsTextAsUnsignedDecimal) {
 }
 
 TEST(GetIntegerValue, RefusesOtherKindsLettersAndWhatIsMissing) {
+  // What the integer reader refuses, or does not find, is stored as 0.
   for (const Json::Value& refused : ParseJson(R"([null, 1.0, 0.0, 1.5, 4294967296, -2147483649, [1], {}])")) {
     SCOPED_TRACE(WriteJson(refused));
-    uint64_t value = 0;
+    uint64_t value = 99;
     EXPECT_FALSE(GetIntegerValue(OneValue(refused), "main", "a", value));
+    EXPECT_EQ(value, 0u);
   }
   uint64_t value = 99;
+  EXPECT_FALSE(GetIntegerValue(OneValue(1), "main", "b", value));
+  EXPECT_EQ(value, 0u);
+  // A text that is refused leaves the output alone, and so does an absent entity.
+  value = 99;
   EXPECT_FALSE(GetIntegerValue(OneValue("letters"), "main", "a", value));
   EXPECT_FALSE(GetIntegerValue(OneValue("x1"), "main", "a", value));
-  EXPECT_EQ(value, 99u);
-  EXPECT_FALSE(GetIntegerValue(OneValue(1), "main", "b", value));
   EXPECT_FALSE(GetIntegerValue(OneValue(1), "other", "a", value));
+  EXPECT_FALSE(GetIntegerValue(ParseJson(R"({"main": [1]})"), "main", "a", value));
   EXPECT_FALSE(GetIntegerValue(Json::Value(), "main", "a", value));
+  EXPECT_EQ(value, 99u);
 }
 
 TEST(GetIntegerValue, LooksAnAttributeUpByItsNameBeforeTheNul) {

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <json/json.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <bitset>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +23,22 @@
 #include "host/Logging.h"
 #include "host/TavelConfig.h"
 #include "host/Text.h"
+
+namespace {
+
+int goodReads = -1;  // how many reads succeed before all others fail; below 0 all of them do
+
+}  // namespace
+
+// Stands in for the C library's, so that a file can fail half-way.
+extern "C" ssize_t read(int file, void* buffer, size_t size) {
+  if (goodReads == 0) {
+    errno = EIO;
+    return -1;
+  }
+  if (goodReads > 0) --goodReads;
+  return syscall(SYS_read, file, buffer, size);
+}
 
 namespace {
 
@@ -159,6 +177,39 @@ TEST_F(Logging, HandsTheTextOverUnescaped) {
   const std::string text = "\n\r\t\x1b[31m \\ \x7f caf\xc3\xa9 \xff";
   logMsg(1, "%s", text.c_str());
   EXPECT_EQ(texts, Texts{text});
+}
+
+TEST_F(Logging, HandsTheLinesOfItsThreadToTheCapture) {
+  Texts texts;
+  Collect(texts);
+  {
+    LogCapture capture;
+    logMsg(2, "info %d", 1);
+    logMsgEx(1, "Operation", "warning");
+    std::thread([] { logMsg(1, "of another thread"); }).join();
+    EXPECT_EQ(capture.Lines(), (LogLines{{2, "", "info 1"}, {1, "Operation", "warning"}}));
+    EXPECT_EQ(capture.Take().size(), 2u);
+    EXPECT_EQ(capture.Lines(), LogLines());
+    SetLogLevel(0);
+    logMsg(9, "whatever the level");
+    EXPECT_EQ(capture.Lines(), (LogLines{{9, "", "whatever the level"}}));
+    SetLogLevel(1);
+  }
+  logMsg(1, "after it");
+  logMsg(2, "below the level");
+  EXPECT_EQ(texts, (Texts{"of another thread", "after it"}));
+}
+
+TEST_F(Logging, HandsLinesToTheInnermostCapture) {
+  const LogCapture outer;
+  logMsg(1, "before");
+  {
+    const LogCapture inner;
+    logMsg(1, "inside");
+    EXPECT_EQ(inner.Lines(), (LogLines{{1, "", "inside"}}));
+  }
+  logMsg(1, "after");
+  EXPECT_EQ(outer.Lines(), (LogLines{{1, "", "before"}, {1, "", "after"}}));
 }
 
 TEST_F(Logging, SwallowsWhatTheSinkThrows) {
@@ -611,6 +662,19 @@ TEST_F(Config, RefusesFilesThatCannotBeRead) {
   ExpectFailure(path_);
   ExpectFailure(path_ + "/below/nothing.json");
   ExpectFailure(testing::TempDir());
+}
+
+// It used to throw when the first block could be read and a later one could not.
+TEST_F(Config, RefusesAFileThatFailsHalfWay) {
+  Write(R"({"devices":[]})" + std::string(200000, ' '));
+  for (int reads = 0; reads < 3; ++reads) {
+    std::string error;
+    goodReads = reads;
+    const bool isLoaded = config_->LoadFromFile(path_, error);
+    goodReads = -1;
+    EXPECT_FALSE(isLoaded) << reads;
+    EXPECT_EQ(error, path_ + ": cannot be read: Input/output error");
+  }
 }
 
 TEST_F(Config, RefusesFilesWithoutAnObject) {

@@ -290,9 +290,10 @@ TEST(BitCopyRead, RefusesWhatDoesNotFitAWordAndLeavesItAlone) {
     int32_t length;
     size_t byteLength;
   };
-  for (const Case& one : {Case{-1, 1, 1}, Case{-8, 1, 1}, Case{kMinInt, 1, 1}, Case{0, 0, 1}, Case{0, -1, 1},
-                          Case{0, kMinInt, 1}, Case{0, 65, 8}, Case{0, kMaxInt, 8}, Case{0, 1, 0}, Case{0, 1, 9},
-                          Case{0, 1, kHugeSize}, Case{1, 64, 8}, Case{7, 58, 8}, Case{kMaxInt, 58, 8}, Case{7, kMaxInt, 8}}) {
+  for (const Case& one :
+       {Case{-1, 1, 1}, Case{-8, 1, 1}, Case{kMinInt, 1, 1}, Case{0, 0, 1}, Case{0, -1, 1}, Case{0, kMinInt, 1},
+        Case{0, 65, 8}, Case{0, kMaxInt, 8}, Case{0, 1, 0}, Case{0, 1, 9}, Case{0, 1, kHugeSize}, Case{1, 64, 8},
+        Case{7, 58, 8}, Case{kMaxInt, 58, 8}, Case{7, kMaxInt, 8}}) {
     uint64_t u = 0x0123456789ABCDEF;
     EXPECT_FALSE(BitCopy(run.data(), one.start, one.length, one.byteLength, u))
         << one.start << ' ' << one.length << ' ' << one.byteLength;

@@ -22,6 +22,7 @@ std::string encodedText;                 // what the encoder below gives for any
 uint32_t encoderCapacity = 0;            // what it was told last
 int buildQuestions = 0;                  // how often the build kind was asked for
 std::vector<std::string> loggedFormats;  // of every line
+std::vector<std::string> lowerCased;     // every text that was to be lower-cased
 
 }  // namespace
 
@@ -41,7 +42,11 @@ int __internal_base64_decode(byte* output, const char* text, uint32_t capacity) 
   return static_cast<int>(size);
 }
 
-char* strlwr(char* text) { return text; }  // knows keywords in lower case only
+// Lets keywords as they are, so that those in upper case are unknown.
+char* strlwr(char* text) {
+  lowerCased.emplace_back(text);
+  return text;
+}
 
 TavelConfig::TavelConfig() : devices_(std::make_shared<const Json::Value>(Json::arrayValue)) {}
 
@@ -85,10 +90,14 @@ const byte kPacket[] = {4, 'a', 'b', 'c'};
 
 TEST(ReplacedHost, LowerCasesKeywords) {
   loggedFormats.clear();
+  lowerCased.clear();
   const Product product;
   EXPECT_EQ(product.attributes.size(), 2u) << "ALERT stays as it is, and is no keyword";
   EXPECT_EQ(loggedFormats, (std::vector<std::string>{"Filter entity: id='%i' name='%s' display_name='%s'",
                                                      "Warning: '%s' is invalid, skip."}));
+  // A copy of every keyword that is compared, whatever it looks like; both of an attribute before either counts.
+  EXPECT_EQ(lowerCased, (std::vector<std::string>{"status_writable", "binary", "byte", "alert", "binary", "byte",
+                                                  "ALERT", "bool"}));
 }
 
 TEST(ReplacedHost, DecodesBase64IntoTheFieldItself) {

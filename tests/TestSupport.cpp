@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <tuple>
 #include <utility>
@@ -16,26 +18,11 @@ std::ostream& operator<<(std::ostream& stream, const LogLine& line) {
   return stream << '[' << line.level << "] " << line.function << ": " << line.text;
 }
 
-LogCapture::LogCapture(int level) : previousLevel_(SetLogLevel(level)) {
-  previousSink_ = SetLogSink([this](int lineLevel, const char* functionName, const std::string& message) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    lines_.push_back({lineLevel, functionName == nullptr ? "" : functionName, message});
-  });
-}
-
-LogCapture::~LogCapture() {
-  SetLogSink(previousSink_);
-  SetLogLevel(previousLevel_);
-}
-
-std::vector<LogLine> LogCapture::Lines() const {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return lines_;
-}
-
-std::vector<LogLine> LogCapture::Take() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return std::exchange(lines_, {});
+LogLines Warnings(const LogLines& lines) {
+  LogLines warnings;
+  std::copy_if(lines.begin(), lines.end(), std::back_inserter(warnings),
+               [](const LogLine& line) { return line.level == 1; });
+  return warnings;
 }
 
 LogLine SkipLine(const std::string& key) { return {1, "FilterConfigType", "Warning: '" + key + "' is invalid, skip."}; }

@@ -6,7 +6,6 @@
 #include <json/json.h>
 
 #include <cstdint>
-#include <mutex>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -14,37 +13,15 @@
 #include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.h"
 #include "host/Logging.h"
 
-// One logged line. A line of logMsg has no function name; it is held as "".
-struct LogLine {
-  int level = 0;
-  std::string function;
-  std::string text;
-};
+using LogLine = LogCapture::Line;
 
 bool operator==(const LogLine& left, const LogLine& right);
 std::ostream& operator<<(std::ostream& stream, const LogLine& line);
 
-// While it lives, takes every log line up to the given level instead of the standard error.
-class LogCapture {
- public:
-  explicit LogCapture(int level = 2);
-  ~LogCapture();
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
-
-  // The lines so far, in order.
-  std::vector<LogLine> Lines() const;
-  // The lines so far; the capture starts anew.
-  std::vector<LogLine> Take();
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<LogLine> lines_;
-  LogSink previousSink_;
-  int previousLevel_ = 0;
-};
-
 using LogLines = std::vector<LogLine>;
+
+// Those of level 1.
+LogLines Warnings(const LogLines& lines);
 
 // The parser's line that skips an attribute because of the member `key`.
 LogLine SkipLine(const std::string& key);

@@ -191,6 +191,7 @@ class Threads : public testing::Test {
  protected:
   Threads() : devices_(*config_->GetAllDevices()), debug_(config_->IsDebug()) {}
   ~Threads() override {
+    SetLogSink(sink_);
     config_->SetAllDevices(devices_);
     config_->SetDebug(debug_);
   }
@@ -199,7 +200,7 @@ class Threads : public testing::Test {
   const Json::Value entity_ = ParseJson(kEntity);
 
  private:
-  const LogCapture log_;
+  const LogSink sink_ = SetLogSink([](int, const char*, const std::string&) {});
   const Json::Value devices_;
   const bool debug_;
 };

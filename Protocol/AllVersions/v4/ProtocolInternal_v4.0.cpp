@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cfenv>
+#include <cfloat>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -14,12 +15,15 @@
 #include <string_view>
 #include <utility>
 
+#include "ProtocolInspection_v4.0.h"
 #include "host/Base64.h"
 #include "host/Logging.h"
 #include "host/TavelConfig.h"
 #include "host/Text.h"
 
 static_assert(std::numeric_limits<double>::is_iec559 && sizeof(double) == 8, "numbers are scaled in IEEE doubles");
+static_assert(FLT_EVAL_METHOD == 0 || FLT_EVAL_METHOD == 1,
+              "doubles must not be evaluated with extra precision; on 32-bit x86 compile with -msse2 -mfpmath=sse");
 
 // Log levels of the host.
 static constexpr int kLevelWarning = 1;
@@ -33,7 +37,7 @@ static constexpr int kLevelInformation = 2;
 // outside of 32 bits counts as a real. Members are read in place.
 // =====================================================================================================================
 
-// The member named by the bytes from `key` to `keyEnd`; null when it is missing or `object` is no object. No reader
+// The member named by the bytes from `key` to `keyEnd`; null when it is missing or `object` is not an object. No reader
 // below takes a JSON null.
 static inline const Json::Value* FindMember(const Json::Value& object, const char* key, const char* keyEnd) {
   return object.isObject() ? object.find(key, keyEnd) : nullptr;
@@ -74,8 +78,8 @@ static constexpr bool IsSorted(const std::string_view (&names)[count]) {
   return true;
 }
 
-// Several members at once, in one walk: `names` are sorted, in the byte order in which objects hold their members. What
-// is missing stays as it is in `members`, which is everything when `object` is no object.
+// Several members at once, in one walk: `names` are sorted, in the byte order in which objects hold their members.
+// Entries of absent members are left untouched in `members`, all of them when `object` is not an object.
 template <size_t count>
 static void FindMembers(const Json::Value& object, const std::string_view (&names)[count],
                         const Json::Value* (&members)[count]) {
@@ -96,7 +100,7 @@ static void FindMembers(const Json::Value& object, const std::string_view (&name
   }
 }
 
-// The whole text of a text value, NULs included; no data when it is none. In the value, a NUL follows the text.
+// The whole text of a string value, NULs included, followed by one more NUL; without data for other values.
 static inline std::string_view TextOf(const Json::Value& value) {
   const char* begin = nullptr;
   const char* end = nullptr;
@@ -299,32 +303,27 @@ static bool IsBitPacked(MorvixProtocolDataType_4_0 type) {
   return type == MorvixProtocolDataTypeBool_4_0 || type == MorvixProtocolDataTypeEnum_4_0;
 }
 
+namespace {
+
 template <typename Value>
 struct KeywordMeaning {
-  const char* keyword;
+  std::string_view keyword;
   Value value;
 };
 
-template <typename Value, size_t count>
-static const KeywordMeaning<Value>* FindExactKeyword(const char* text, const KeywordMeaning<Value> (&meanings)[count]) {
-  for (const KeywordMeaning<Value>& meaning : meanings) {
-    if (*text == *meaning.keyword && std::strcmp(text, meaning.keyword) == 0) return &meaning;
-  }
-  return nullptr;
-}
+}  // namespace
 
-// Keywords match without regard to case; nearly all come in lower case as it is. Of longer texts only the first 32
-// characters count, so they match nothing.
+// Keywords match without regard to case. Of longer texts only the first 32 characters count, so they match nothing.
 template <typename Value, size_t count>
 static Value FindKeyword(const char* text, const KeywordMeaning<Value> (&meanings)[count], Value unknown) {
   constexpr size_t kMaxKeywordLength = 32;
-  const KeywordMeaning<Value>* meaning = FindExactKeyword(text, meanings);
-  if (meaning == nullptr) {
-    char keyword[kMaxKeywordLength + 1] = {};
-    std::strncpy(keyword, text, kMaxKeywordLength);
-    meaning = FindExactKeyword(strlwr(keyword), meanings);
+  char copy[kMaxKeywordLength + 1];
+  copy[std::string_view(text).copy(copy, kMaxKeywordLength)] = '\0';
+  const std::string_view keyword = strlwr(copy);
+  for (const KeywordMeaning<Value>& meaning : meanings) {
+    if (keyword == meaning.keyword) return meaning.value;
   }
-  return meaning == nullptr ? unknown : meaning->value;
+  return unknown;
 }
 
 static MorvixProtocolType_4_0 ProtocolGetType_4_0(const char* type) {
@@ -358,6 +357,8 @@ static MorvixProtocolUnit_4_0 ProtocolGetUnit_4_0(const char* type) {
 
 // The parser fills records, which own their texts, for callers who keep them; and views, whose texts belong to the
 // configuration, for the one-call operations. Both have the same field names, and the codec works on either.
+namespace {
+
 struct AttributeView {
   struct ItemCount {
     size_t count = 0;
@@ -374,10 +375,12 @@ struct AttributeView {
   ItemCount enumList;
 };
 
+}  // namespace
+
 // Gives the attributes from `start` to `end` inclusive, clamped to the list, the byte length of their bit group. The
 // length comes from the last attribute of the whole list only, so a configuration lists a group's highest bits last.
-template <typename Attribute = MorvixProtocolAttribute_4_0>
-static void CalculateAttributesGroupByteSizeWithRange(std::vector<Attribute>& attributes, size_t start, size_t end) {
+template <typename Attribute>
+static void SizeBitGroup(std::vector<Attribute>& attributes, size_t start, size_t end) {
   if (attributes.empty() || !IsBitPacked(attributes.back().data_type)) return;
   const MorvixProtocolPosition_4_0& last = attributes.back().position;
   // The sum wraps in 32 bits.
@@ -386,6 +389,13 @@ static void CalculateAttributesGroupByteSizeWithRange(std::vector<Attribute>& at
   for (size_t i = start; i <= end && i < attributes.size(); ++i) attributes[i].position.groupByteLength = bytes;
 }
 
+[[maybe_unused]] static void CalculateAttributesGroupByteSizeWithRange(
+    std::vector<MorvixProtocolAttribute_4_0>& attributes, size_t start, size_t end) {
+  SizeBitGroup(attributes, start, end);
+}
+
+namespace {
+
 // The run of bit-packed attributes of one group that the walk is in, as indices into the attribute list.
 struct BitGroupRun {
   uint32_t currentType = MorvixProtocolTypeUnknown_4_0;
@@ -393,8 +403,10 @@ struct BitGroupRun {
   size_t groupMax = SIZE_MAX;
 };
 
+}  // namespace
+
 // To be called before `next` is appended to `attributes`. Anything but one more bit-packed attribute of the same group
-// ends the run. Behind an attribute that is not bit-packed the run's end lies one index too far, which the clamp of the
+// ends the run. After an attribute that is not bit-packed the run's end lies one index too far, which the clamp of the
 // sizing makes harmless.
 template <typename Attribute>
 static void AdvanceBitGroup(std::vector<Attribute>& attributes, const Attribute& next, BitGroupRun& run) {
@@ -403,29 +415,33 @@ static void AdvanceBitGroup(std::vector<Attribute>& attributes, const Attribute&
     ++run.groupMax;
     return;
   }
-  CalculateAttributesGroupByteSizeWithRange(attributes, run.groupMin, run.groupMax);
+  SizeBitGroup(attributes, run.groupMin, run.groupMax);
   run.groupMin = run.groupMax = attributes.size() + (isExpectedType ? 0 : 1);
   run.currentType = next.type;
 }
 
 // The scaling and items that were fetched last in the walk over the attributes. Only the data types that own them fetch
 // them, and every later attribute inherits them; that decides which attributes are skipped, and is intended.
+namespace {
+
 template <typename Items>
 struct CarriedMembers {
-  const Json::Value* uintSpecMember = nullptr;  // null where there is none
+  const Json::Value* uintSpecMember = nullptr;  // null: nothing is inherited
   bool isUIntSpecRead = false;                  // the two below hold what the member says
   MorvixProtocolUIntSpec_4_0 uintSpec;
   const char* invalidUIntSpecKey = nullptr;
   Items enumList;
 };
 
-// The readers of an attribute's parts return the key at fault, or null.
-
 enum AttributeMember { kDataType, kDesc, kDisplayName, kEnum, kId, kName, kPosition, kType, kUIntSpec, kAttributeSize };
 static constexpr std::string_view kAttributeMembers[] = {"data_type", "desc",     "display_name", "enum",     "id",
                                                          "name",      "position", "type",         "uint_spec"};
 static_assert(IsSorted(kAttributeMembers));
 using AttributeMembers = const Json::Value* [kAttributeSize];
+
+}  // namespace
+
+// The readers of an attribute's parts return the key at fault, or null.
 
 template <typename Attribute>
 static const char* ReadIdentity(const AttributeMembers& members, Attribute& attribute) {
@@ -438,8 +454,8 @@ static const char* ReadIdentity(const AttributeMembers& members, Attribute& attr
   std::string_view dataType;
   if (!ReadMember(members[kDataType], StringOf, dataType)) return "data_type";
   attribute.type = ProtocolGetType_4_0(type.data());
-  if (attribute.type == MorvixProtocolTypeUnknown_4_0) return "type";
   attribute.data_type = GetDataType_4_0(dataType.data());
+  if (attribute.type == MorvixProtocolTypeUnknown_4_0) return "type";
   if (attribute.data_type == MorvixProtocolDataTypeUnknown_4_0) return "data_type";
   return nullptr;
 }
@@ -473,7 +489,7 @@ static const char* ReadUIntSpec(const Json::Value& json, MorvixProtocolUIntSpec_
   return nullptr;
 }
 
-// Elements that are no text are left out, so the indices of later items shift.
+// Elements that are not strings are left out, so the indices of later items shift.
 
 static void AppendEnumItem(const Json::Value& item, std::vector<std::string>& items) {
   items.emplace_back(TextOf(item));
@@ -538,41 +554,55 @@ static const char* ReadEncoding(const AttributeMembers& members, CarriedMembers<
 // Room for most entities; an array that leaves elements out may claim any number.
 static constexpr size_t kFirstAttributes = 64;
 
+// The record of an element about which the parser says `invalidKey`, null for nothing. Its keywords are read whatever
+// else is wrong with it.
+static MorvixProtocolElement_4_0 DescribeElement(const AttributeMembers& members, const char* invalidKey) {
+  MorvixProtocolElement_4_0 element;
+  if (invalidKey != nullptr) element.invalid = invalidKey;
+  std::string_view keyword;
+  if (ReadMember(members[kType], StringOf, keyword)) element.type = ProtocolGetType_4_0(keyword.data());
+  if (ReadMember(members[kDataType], StringOf, keyword)) element.data_type = GetDataType_4_0(keyword.data());
+  return element;
+}
+
+namespace {
+
 // The walk over the attributes of an entity, which gathers the usable ones of the selected groups.
 template <typename Attribute>
 class AttributeWalk {
  public:
-  AttributeWalk(int matchTypes, std::vector<Attribute>& attributes)
-      : matchTypes_(static_cast<uint32_t>(matchTypes)), attributes_(attributes) {}
+  // `elements` may be null.
+  AttributeWalk(int matchTypes, std::vector<Attribute>& attributes, std::vector<MorvixProtocolElement_4_0>* elements)
+      : matchTypes_(static_cast<uint32_t>(matchTypes)), attributes_(attributes), elements_(elements) {}
 
   void Visit(const Json::Value& attr) {
+    AttributeMembers members = {};
+    FindMembers(attr, kAttributeMembers, members);
     Attribute attribute;
-    const char* invalidKey = "attr";
-    if (attr.isObject()) {
-      AttributeMembers members = {};
-      FindMembers(attr, kAttributeMembers, members);
-      invalidKey = ReadIdentity(members, attribute);
-      if (invalidKey == nullptr) {
-        if ((attribute.type & matchTypes_) == 0) return;
-        invalidKey = ReadEncoding(members, carried_, attribute);
-      }
-    }
+    const char* invalidKey = attr.isObject() ? ReadIdentity(members, attribute) : "attr";
+    const bool isSelected = (attribute.type & matchTypes_) != 0;
+    if (invalidKey == nullptr && isSelected) invalidKey = ReadEncoding(members, carried_, attribute);
+    if (elements_ != nullptr) elements_->push_back(DescribeElement(members, invalidKey));
     if (invalidKey != nullptr) {
       logMsgEx(kLevelWarning, "FilterConfigType", "Warning: '%s' is invalid, skip.", invalidKey);
-      return;
+    } else if (isSelected) {
+      if (elements_ != nullptr) elements_->back().attribute = attributes_.size();
+      AdvanceBitGroup(attributes_, attribute, run_);
+      attributes_.push_back(std::move(attribute));
     }
-    AdvanceBitGroup(attributes_, attribute, run_);
-    attributes_.push_back(std::move(attribute));
   }
 
-  void Finish() { CalculateAttributesGroupByteSizeWithRange(attributes_, run_.groupMin, run_.groupMax); }
+  void Finish() { SizeBitGroup(attributes_, run_.groupMin, run_.groupMax); }
 
  private:
   const uint32_t matchTypes_;
   std::vector<Attribute>& attributes_;
+  std::vector<MorvixProtocolElement_4_0>* const elements_;
   CarriedMembers<decltype(Attribute::enumList)> carried_;
   BitGroupRun run_;
 };
+
+}  // namespace
 
 // Reports the fault of an entity; always false.
 static bool RefuseEntity(const char* warning) {
@@ -596,14 +626,15 @@ static bool GetEntityInfo(const Json::Value& entity, MorvixProtocolEntity_4_0& e
   return true;
 }
 
-template <typename Attribute = MorvixProtocolAttribute_4_0>
-static bool FilterConfigType(const Json::Value& entity, int matchTypes, std::vector<Attribute>& attributes,
-                             MorvixProtocolEntity_4_0& entityInfo) {
+template <typename Attribute>
+static bool FilterAttributes(const Json::Value& entity, int matchTypes, std::vector<Attribute>& attributes,
+                             MorvixProtocolEntity_4_0& entityInfo,
+                             std::vector<MorvixProtocolElement_4_0>* elements = nullptr) {
   if (!GetEntityInfo(entity, entityInfo)) return false;
   logMsg(kLevelInformation, "Filter entity: id='%i' name='%s' display_name='%s'", entityInfo.id,
          entityInfo.name.c_str(), entityInfo.display_name.c_str());
 
-  AttributeWalk<Attribute> walk(matchTypes, attributes);
+  AttributeWalk<Attribute> walk(matchTypes, attributes, elements);
   const Json::Value& attrs = entity["attrs"];
   if (attributes.empty()) attributes.reserve(std::min<size_t>(attrs.size(), kFirstAttributes));
   if (attrs.end() - attrs.begin() == static_cast<ptrdiff_t>(attrs.size())) {
@@ -616,10 +647,22 @@ static bool FilterConfigType(const Json::Value& entity, int matchTypes, std::vec
   return true;
 }
 
+static bool FilterConfigType(const Json::Value& entity, int matchTypes,
+                             std::vector<MorvixProtocolAttribute_4_0>& attributes,
+                             MorvixProtocolEntity_4_0& entityInfo) {
+  return FilterAttributes(entity, matchTypes, attributes, entityInfo);
+}
+
 bool ProtocolParseEntity_4_0(const Json::Value& entity, int matchTypes,
                              std::vector<MorvixProtocolAttribute_4_0>& attributes,
                              MorvixProtocolEntity_4_0& entityInfo) {
   return FilterConfigType(entity, matchTypes, attributes, entityInfo);
+}
+
+bool ProtocolParseEntity_4_0(const Json::Value& entity, int matchTypes,
+                             std::vector<MorvixProtocolAttribute_4_0>& attributes, MorvixProtocolEntity_4_0& entityInfo,
+                             std::vector<MorvixProtocolElement_4_0>& elements) {
+  return FilterAttributes(entity, matchTypes, attributes, entityInfo, &elements);
 }
 
 // =====================================================================================================================
@@ -643,43 +686,77 @@ static uint64_t ShiftRight(uint64_t u, size_t bits) { return bits < kWordBits ? 
 
 static uint64_t SignExtend(int32_t value) { return static_cast<uint64_t>(int64_t{value}); }
 
-static byte* OffsetBytePosition(byte* data, uint64_t length, uint64_t byteOffset, uint64_t byteLength) {
-  const bool isInside =
-      byteOffset < length && byteLength <= length && byteLength != 0 && byteOffset + byteLength <= length;
-  return isInside ? data + byteOffset : nullptr;
+namespace {
+
+// The bytes that a field touches, in a payload of at least `needed` bytes; no payload is as long as kNowhere.
+struct FieldPlace {
+  uint64_t start;
+  uint64_t byteLength;
+  uint64_t needed;
+};
+
+}  // namespace
+
+static constexpr uint64_t kNowhere = UINT64_MAX;
+
+static inline FieldPlace BytePlace(uint64_t byteOffset, uint64_t byteLength) {
+  const bool canBeInside = byteLength != 0 && byteOffset != UINT64_MAX;
+  const uint64_t needed = std::max({byteOffset + 1, byteLength, byteOffset + byteLength});
+  return {byteOffset, byteLength, canBeInside ? needed : kNowhere};
 }
 
 // `bitOffset` is the field's start, counted from the payload's start, the most significant bit of byte 0 first.
-static byte* OffsetBitPosition(byte* data, uint64_t length, uint64_t bitOffset, uint64_t bitLength,
-                               size_t& byteLength) {
+static inline FieldPlace BitPlace(uint64_t bitOffset, uint64_t bitLength) {
   const uint64_t end = bitOffset + bitLength;
   const uint64_t startByte = bitOffset / 8;
   const uint64_t endsInsideByte = end % 8 != 0 ? 1 : 0;
   const uint64_t spannedBytes = (bitOffset % 8 + bitLength) / 8 + endsInsideByte;
-  byteLength = static_cast<size_t>(spannedBytes);
-  const bool isInside =
-      startByte < length && spannedBytes <= length && spannedBytes != 0 && end / 8 + endsInsideByte <= length;
-  return isInside ? data + startByte : nullptr;
+  const uint64_t needed = std::max({startByte + 1, spannedBytes, end / 8 + endsInsideByte});
+  return {startByte, spannedBytes, spannedBytes != 0 ? needed : kNowhere};
 }
 
-// The first byte of the field and the number of bytes it touches, or null. A bit field may reach into the bytes before
-// its group; only its lowest bit has to lie inside.
-static inline byte* OffsetPosition(byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
-                                   size_t& byteLength) {
+static inline byte* InPlace(byte* data, uint64_t length, const FieldPlace& place) {
+  return place.needed <= length ? data + place.start : nullptr;
+}
+
+[[maybe_unused]] static byte* OffsetBytePosition(byte* data, uint64_t length, uint64_t byteOffset,
+                                                 uint64_t byteLength) {
+  return InPlace(data, length, BytePlace(byteOffset, byteLength));
+}
+
+[[maybe_unused]] static byte* OffsetBitPosition(byte* data, uint64_t length, uint64_t bitOffset, uint64_t bitLength,
+                                                size_t& byteLength) {
+  const FieldPlace place = BitPlace(bitOffset, bitLength);
+  byteLength = static_cast<size_t>(place.byteLength);
+  return InPlace(data, length, place);
+}
+
+// False where the position names no bytes at all. A bit field may reach into the bytes before its group; only its
+// lowest bit has to lie inside.
+static inline bool FindPlace(const MorvixProtocolPosition_4_0& position, FieldPlace& place) {
   const uint64_t byteOffset = SignExtend(position.byte_offset);
   const uint64_t len = SignExtend(position.len);
   if (position.unit == MorvixProtocolUnitByte_4_0) {
-    byteLength = static_cast<size_t>(len);
-    return OffsetBytePosition(data, dataLen, byteOffset, len);
+    place = BytePlace(byteOffset, len);
+    return true;
   }
-  if (position.unit != MorvixProtocolUnitBit_4_0) return nullptr;
   const uint64_t groupBits = uint64_t{position.groupByteLength} * 8;
   const uint64_t bitOffset = SignExtend(position.bit_offset);
-  if (groupBits < bitOffset + 1) return nullptr;
-  return OffsetBitPosition(data, dataLen, byteOffset * 8 + groupBits - bitOffset - len, len, byteLength);
+  if (position.unit != MorvixProtocolUnitBit_4_0 || groupBits < bitOffset + 1) return false;
+  place = BitPlace(byteOffset * 8 + groupBits - bitOffset - len, len);
+  return true;
 }
 
-// Keeps the field's bits, in place, and clears all others. A length below 0 is none.
+// The first byte of the field and the number of bytes it touches, or null.
+static inline byte* OffsetPosition(byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
+                                   size_t& byteLength) {
+  FieldPlace place;
+  if (!FindPlace(position, place)) return nullptr;
+  byteLength = static_cast<size_t>(place.byteLength);
+  return InPlace(data, dataLen, place);
+}
+
+// Keeps the field's bits, in place, and clears all others. A length below 0 counts as 0.
 static void FixIntegerInBitRange(uint64_t& u, int32_t start, int32_t length) {
   const auto shift = static_cast<size_t>(start);
   u = ShiftLeft(ShiftRight(u, shift) & Mask(static_cast<size_t>(std::max(length, 0))), shift);
@@ -688,7 +765,7 @@ static void FixIntegerInBitRange(uint64_t& u, int32_t start, int32_t length) {
 static void ClearIntegerInBitRange(uint64_t& u, size_t start, size_t length) { u &= ~ShiftLeft(Mask(length), start); }
 
 // True when the field and the bits below it in its last byte fit one word of the spanned bytes.
-static bool FitsWord(int32_t start, int32_t length, size_t byteLength) {
+static bool FitsWord(int32_t start, int32_t length, uint64_t byteLength) {
   constexpr auto kMaxBits = static_cast<int32_t>(kWordBits);
   if (start < 0 || length < 1 || length > kMaxBits || byteLength > kWordBytes || byteLength == 0) return false;
   return start % 8 + length <= kMaxBits;
@@ -738,7 +815,7 @@ static bool IsBitRange(size_t shiftBits, size_t bitLength) {
   return shiftBits + bitLength <= kWordBits && shiftBits < kWordBits && bitLength != 0 && bitLength <= kWordBits;
 }
 
-// Puts the lowest `bitLength` bits of `u` into `value`; does nothing when the range is none of a word.
+// Puts the lowest `bitLength` bits of `u` into `value`; does nothing when the range does not lie in a word.
 static void EncodeBit(uint64_t u, size_t shiftBits, size_t bitLength, uint64_t& value) {
   if (!IsBitRange(shiftBits, bitLength)) return;
   ClearIntegerInBitRange(value, shiftBits, bitLength);
@@ -772,8 +849,8 @@ static bool IsUsableRange(uint64_t min, uint64_t max, uint64_t step) {
   return max >> kRawBits == 0 && max >= min && max - min >= step;
 }
 
-static bool EncodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double ratio, double addition, double y,
-                           uint64_t& x) {
+static inline bool EncodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double ratio, double addition, double y,
+                                  uint64_t& x) {
   if (!IsUsableRange(min, max, step)) return false;
   const double raw = (y - addition) / ratio;
   if (raw >= 0 && raw <= kMaxRawValue) {
@@ -802,11 +879,9 @@ static bool DecodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double rat
 // One raw value into or out of the payload. A failure leaves the payload unchanged; nothing is logged here.
 // =====================================================================================================================
 
-static constexpr size_t kMaxBinaryBytes = 65535;
-
 // Reading locates a field as writing does; what is found is only read.
-static const byte* OffsetPosition(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
-                                  size_t& byteLength) {
+static const byte* FindField(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
+                             size_t& byteLength) {
   return OffsetPosition(const_cast<byte*>(data), dataLen, position, byteLength);
 }
 
@@ -819,13 +894,17 @@ static size_t ShiftInByte(const MorvixProtocolPosition_4_0& position) {
   return static_cast<size_t>(position.bit_offset % 8);
 }
 
-// The field of a binary, or null: whole bytes, 1 to kMaxBinaryBytes of them.
-template <typename Byte>
-static Byte* OffsetBinaryPosition(Byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
+// The field of a binary, or null: whole bytes, as many as a binary may have.
+static byte* OffsetBinaryPosition(byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                                   size_t& byteLength) {
   if (position.unit != MorvixProtocolUnitByte_4_0) return nullptr;
-  Byte* field = OffsetPosition(data, dataLen, position, byteLength);
-  return byteLength <= kMaxBinaryBytes ? field : nullptr;
+  byte* field = OffsetPosition(data, dataLen, position, byteLength);
+  return byteLength <= MorvixProtocolMaxBinaryBytes_4_0 ? field : nullptr;
+}
+
+static const byte* FindBinaryField(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
+                                   size_t& byteLength) {
+  return OffsetBinaryPosition(const_cast<byte*>(data), dataLen, position, byteLength);
 }
 
 static inline bool WriteBoolValue(byte* data, size_t& dataLen, const MorvixProtocolPosition_4_0& position, bool value) {
@@ -853,20 +932,25 @@ static inline bool WriteUIntValue(byte* data, size_t& dataLen, const MorvixProto
   return BitCopy(u, position.bit_offset, position.len, byteLength, field);
 }
 
-// `value` is base64 text that ends at a NUL; text for fewer bytes than the field has leaves the rest alone.
-static bool WriteBinaryValue(byte* data, size_t& dataLen, const MorvixProtocolPosition_4_0& position,
-                             std::string_view value) {
+// `text` is base64 text; text for fewer bytes than the field has leaves the rest alone.
+static bool WriteBase64(byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position, const char* text) {
   size_t byteLength = 0;
   byte* field = OffsetBinaryPosition(data, dataLen, position, byteLength);
   if (field == nullptr) return false;
-  __internal_base64_decode(field, value.data(), static_cast<uint32_t>(byteLength));
+  __internal_base64_decode(field, text, static_cast<uint32_t>(byteLength));
   return true;
+}
+
+// The same for a text that a NUL may end early. The size is left alone: nobody asks for it.
+[[maybe_unused]] static bool WriteBinaryValue(byte* data, size_t& dataLen, const MorvixProtocolPosition_4_0& position,
+                                              const std::string& value) {
+  return WriteBase64(data, dataLen, position, value.c_str());
 }
 
 static bool ReadBoolValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position, bool& value) {
   if (!IsSingleBit(position)) return false;
   size_t byteLength = 0;
-  const byte* field = OffsetPosition(data, dataLen, position, byteLength);
+  const byte* field = FindField(data, dataLen, position, byteLength);
   if (field == nullptr) return false;
   uint64_t bit = 0;
   DecodeBit(*field, ShiftInByte(position), 1, bit);
@@ -874,11 +958,12 @@ static bool ReadBoolValue(const byte* data, size_t dataLen, const MorvixProtocol
   return true;
 }
 
-// The caller zeroes `value`: bytes above the field, and everything when the bit range is none, keep what it put there.
+// The caller zeroes `value`: bytes above the field keep what it put there, and so does all of it when the bit range
+// does not lie in a word.
 static bool ReadUIntValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                           uint64_t& value) {
   size_t byteLength = 0;
-  const byte* field = OffsetPosition(data, dataLen, position, byteLength);
+  const byte* field = FindField(data, dataLen, position, byteLength);
   if (field == nullptr || byteLength > kWordBytes) return false;
   if (position.unit == MorvixProtocolUnitByte_4_0) return DecodeUInt(field, byteLength, byteLength, value);
   uint64_t u = 0;
@@ -891,7 +976,7 @@ static bool ReadUIntValue(const byte* data, size_t dataLen, const MorvixProtocol
 static bool ReadBinaryValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                             std::string& value) {
   size_t byteLength = 0;
-  const byte* field = OffsetBinaryPosition(data, dataLen, position, byteLength);
+  const byte* field = FindBinaryField(data, dataLen, position, byteLength);
   if (field == nullptr) return false;
   value.resize(2 * byteLength + 10);
   const auto capacity = static_cast<uint32_t>(2 * byteLength + 9);
@@ -905,8 +990,6 @@ static bool ReadBinaryValue(const byte* data, size_t dataLen, const MorvixProtoc
 // Between a package record and packet bytes. No length field and no checksum: the transport below delimits packets.
 // =====================================================================================================================
 
-static constexpr size_t kMaxFlagBytes = 1024;
-static constexpr size_t kMaxPayloadBytes = 16384;
 static constexpr size_t kMinWriteBytes = 3;  // a command and two bytes of flags and payload
 static constexpr size_t kMinReceivedBytes = 2;
 static constexpr uint32_t kMaxPackedCommand = MorvixProtocolCommandCCGetSubDevicesReq_4_0;
@@ -939,7 +1022,9 @@ static size_t AppendBytes(const byte* bytes, size_t size, byte* out) {
 }
 
 size_t ProtocolPackPackage_4_0(MorvixProtocolPackage_4_0 package, byte* buffer, size_t bufLen) {
-  if (buffer == nullptr || package.sizeFlags > kMaxFlagBytes || package.sizeValue > kMaxPayloadBytes) return 0;
+  if (buffer == nullptr || package.sizeFlags > MorvixProtocolMaxFlagBytes_4_0 ||
+      package.sizeValue > MorvixProtocolMaxPayloadBytes_4_0)
+    return 0;
   const bool isWrite = IsCommandIn(package.cmd, kWriteCommands);
   if (!isWrite && !IsCommandIn(package.cmd, kRequestCommands)) {
     logMsgEx(kLevelWarning, "ProtocolPackPackage_4_0", "Invalid command %d", static_cast<int>(package.cmd));
@@ -977,7 +1062,7 @@ bool ProtocolUnpackPackage_4_0(const byte* data, size_t dataLen, MorvixProtocolP
   package.cmd = static_cast<MorvixProtocolCommand_4_0>(data[0]);
   if (!IsResponse(package.cmd)) return false;
   package.sizeValue = dataLen - 1;
-  if (package.sizeValue > kMaxPayloadBytes) return false;
+  if (package.sizeValue > MorvixProtocolMaxPayloadBytes_4_0) return false;
   package.value = static_cast<byte*>(std::malloc(package.sizeValue));
   if (package.value == nullptr) return false;
   std::memcpy(package.value, data + 1, package.sizeValue);
@@ -999,17 +1084,18 @@ static const Json::Value* FindEntity(const Json::Value& result, const std::strin
   return entity != nullptr && entity->isObject() ? entity : nullptr;
 }
 
-// The value of one attribute. `values` are those of its entity, null when there are none; the look-up ends at a NUL in
-// the name.
+// The value of one attribute. `values` are those of its entity, null when the document has no such entity; the look-up
+// ends at a NUL in the name.
 
 static const Json::Value* FindValue(const Json::Value* values, const char* attributeName) {
   return values == nullptr ? nullptr : values->find(attributeName, attributeName + std::strlen(attributeName));
 }
 
+// A value that is refused, or absent, is stored as 0; only an absent entity leaves the output alone.
 static bool ReadInteger(const Json::Value* values, const char* attributeName, uint64_t& value) {
+  if (values == nullptr) return false;
   const Json::Value* member = FindValue(values, attributeName);
-  if (member == nullptr) return false;
-  const Json::ValueType type = member->type();
+  const Json::ValueType type = member == nullptr ? Json::nullValue : member->type();
   if (type == Json::stringValue) {
     unsigned long long number = 0;
     // NOLINTNEXTLINE(cert-err34-c): saturates on purpose
@@ -1017,9 +1103,9 @@ static bool ReadInteger(const Json::Value* values, const char* attributeName, ui
     return StoreScanned(scanned, number, value);
   }
   int32_t number = 0;
-  if (!WholeNumberOf(*member, type, number)) return false;
+  const bool isTaken = member != nullptr && WholeNumberOf(*member, type, number);
   value = SignExtend(number);
-  return true;
+  return isTaken;
 }
 
 template <typename Text>
@@ -1057,8 +1143,8 @@ static bool ReadDouble(const Json::Value* values, const char* attributeName, dou
 
 // The end of the furthest-reaching attribute. Gaps and overlaps are the configuration's affair; what ends at or before
 // 0 adds nothing.
-template <typename Attribute = MorvixProtocolAttribute_4_0>
-static size_t EncodeCalculateBytes(const std::vector<Attribute>& attributes) {
+template <typename Attribute>
+static size_t PayloadBytes(const std::vector<Attribute>& attributes) {
   int64_t encodeSize = 0;
   for (const Attribute& attribute : attributes) {
     const MorvixProtocolPosition_4_0& position = attribute.position;
@@ -1072,12 +1158,14 @@ static size_t EncodeCalculateBytes(const std::vector<Attribute>& attributes) {
   return static_cast<size_t>(encodeSize);
 }
 
-enum class Encoded { kWritten, kSkipped, kFatal };
+static size_t EncodeCalculateBytes(const std::vector<MorvixProtocolAttribute_4_0>& attributes) {
+  return PayloadBytes(attributes);
+}
 
 // Logs why the call ends here.
-static Encoded Refuse(const char* message) {
+static MorvixProtocolOutcome_4_0 Refuse(MorvixProtocolOutcome_4_0 outcome, const char* message) {
   logMsgEx(kLevelWarning, kEncoderName, "%s", message);
-  return Encoded::kFatal;
+  return outcome;
 }
 
 // The upper bound that is logged is the count, not the last index; log readers know it so.
@@ -1086,65 +1174,83 @@ static void LogInvalidEnumValue(const char* functionName, uint64_t value, size_t
            static_cast<int>(itemCount));
 }
 
-template <typename Attribute>
-static Encoded EncodeBool(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
-  uint64_t value = 0;
-  if (!ReadInteger(values, attribute.name.data(), value)) return Encoded::kSkipped;
-  if (!WriteBoolValue(data, length, attribute.position, value != 0)) return Refuse("Write bool value failed.");
-  return Encoded::kWritten;
-}
+// One attribute each: "absent" goes on with the next attribute, and so does "done"; all else ends the call. `raw` is
+// set once there is a raw value.
 
 template <typename Attribute>
-static Encoded EncodeEnum(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
+static MorvixProtocolOutcome_4_0 EncodeBool(const Attribute& attribute, const Json::Value* values, byte* data,
+                                            size_t length, uint64_t& raw) {
   uint64_t value = 0;
-  if (!ReadInteger(values, attribute.name.data(), value)) return Encoded::kSkipped;
-  if (value >= attribute.enumList.size()) {
-    LogInvalidEnumValue(kEncoderName, value, attribute.enumList.size());
-    return Encoded::kFatal;
+  if (!ReadInteger(values, attribute.name.data(), value)) return MorvixProtocolOutcomeAbsent_4_0;
+  raw = value != 0 ? 1 : 0;
+  if (!WriteBoolValue(data, length, attribute.position, raw != 0)) {
+    return Refuse(MorvixProtocolOutcomeRefusedByPlace_4_0, "Write bool value failed.");
   }
-  if (!WriteUIntValue(data, length, attribute.position, value)) return Refuse("Write enum value failed.");
-  return Encoded::kWritten;
+  return MorvixProtocolOutcomeDone_4_0;
 }
 
 template <typename Attribute>
-static Encoded EncodeBinary(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
+static MorvixProtocolOutcome_4_0 EncodeEnum(const Attribute& attribute, const Json::Value* values, byte* data,
+                                            size_t length, uint64_t& raw) {
+  if (!ReadInteger(values, attribute.name.data(), raw)) return MorvixProtocolOutcomeAbsent_4_0;
+  if (raw >= attribute.enumList.size()) {
+    LogInvalidEnumValue(kEncoderName, raw, attribute.enumList.size());
+    return MorvixProtocolOutcomeRefusedByItems_4_0;
+  }
+  if (!WriteUIntValue(data, length, attribute.position, raw)) {
+    return Refuse(MorvixProtocolOutcomeRefusedByPlace_4_0, "Write enum value failed.");
+  }
+  return MorvixProtocolOutcomeDone_4_0;
+}
+
+template <typename Attribute>
+static MorvixProtocolOutcome_4_0 EncodeBinary(const Attribute& attribute, const Json::Value* values, byte* data,
+                                              size_t length) {
   std::string_view value;
-  if (!ReadText(values, attribute.name.data(), value)) return Encoded::kSkipped;
-  if (!WriteBinaryValue(data, length, attribute.position, value)) return Refuse("Write binary value failed.");
-  return Encoded::kWritten;
-}
-
-template <typename Attribute>
-static Encoded EncodeNumber(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
-  double value = 0;
-  if (!ReadDouble(values, attribute.name.data(), value)) return Encoded::kSkipped;
-  const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
-  uint64_t raw = 0;
-  if (!EncodeUIntSpec(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max), SignExtend(scaling.step),
-                      scaling.ratio, scaling.addition, value, raw)) {
-    return Refuse("Validate uint value failed.");
+  if (!ReadText(values, attribute.name.data(), value)) return MorvixProtocolOutcomeAbsent_4_0;
+  if (!WriteBase64(data, length, attribute.position, value.data())) {
+    return Refuse(MorvixProtocolOutcomeRefusedByPlace_4_0, "Write binary value failed.");
   }
-  if (!WriteUIntValue(data, length, attribute.position, raw)) return Refuse("Write uint value failed.");
-  return Encoded::kWritten;
+  return MorvixProtocolOutcomeDone_4_0;
+}
+
+static inline bool ScaleToRaw(const MorvixProtocolUIntSpec_4_0& scaling, double value, uint64_t& raw) {
+  return EncodeUIntSpec(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max),
+                        SignExtend(scaling.step), scaling.ratio, scaling.addition, value, raw);
 }
 
 template <typename Attribute>
-static Encoded EncodeAttribute(const Attribute& attribute, const Json::Value* values, byte* data, size_t length) {
+static MorvixProtocolOutcome_4_0 EncodeNumber(const Attribute& attribute, const Json::Value* values, byte* data,
+                                              size_t length, uint64_t& raw) {
+  double value = 0;
+  if (!ReadDouble(values, attribute.name.data(), value)) return MorvixProtocolOutcomeAbsent_4_0;
+  if (!ScaleToRaw(attribute.uint_spec, value, raw)) {
+    return Refuse(MorvixProtocolOutcomeRefusedByScaling_4_0, "Validate uint value failed.");
+  }
+  if (!WriteUIntValue(data, length, attribute.position, raw)) {
+    return Refuse(MorvixProtocolOutcomeRefusedByPlace_4_0, "Write uint value failed.");
+  }
+  return MorvixProtocolOutcomeDone_4_0;
+}
+
+template <typename Attribute>
+static MorvixProtocolOutcome_4_0 EncodeAttribute(const Attribute& attribute, const Json::Value* values, byte* data,
+                                                 size_t length, uint64_t& raw) {
   switch (attribute.data_type) {
     case MorvixProtocolDataTypeBool_4_0:
-      return EncodeBool(attribute, values, data, length);
+      return EncodeBool(attribute, values, data, length, raw);
     case MorvixProtocolDataTypeEnum_4_0:
-      return EncodeEnum(attribute, values, data, length);
+      return EncodeEnum(attribute, values, data, length, raw);
     case MorvixProtocolDataTypeBinary_4_0:
       return EncodeBinary(attribute, values, data, length);
     case MorvixProtocolDataTypeUInt8_4_0:
     case MorvixProtocolDataTypeUInt16_4_0:
     case MorvixProtocolDataTypeUInt32_4_0:
     case MorvixProtocolDataTypeUInt64_4_0:
-      return EncodeNumber(attribute, values, data, length);
+      return EncodeNumber(attribute, values, data, length, raw);
     default:
       // The call ends here although the text says "skip"; log readers know both, so both stay.
-      return Refuse("Attribute type is unknown, skip.");
+      return Refuse(MorvixProtocolOutcomeRefusedByPlace_4_0, "Attribute type is unknown, skip.");
   }
 }
 
@@ -1154,10 +1260,12 @@ static void SetFlag(byte* flag, size_t flagLength, size_t index) {
   flagByte = static_cast<byte>(flagByte | 1U << index % 8);
 }
 
+// `results` may be null; otherwise it has a result for each attribute.
 template <typename Attribute>
 static void EncodeAttributes(const MorvixProtocolEntity_4_0& entityInfo, const std::vector<Attribute>& attributes,
-                             MorvixProtocolPackage_4_0& package, const Json::Value& root) {
-  const size_t length = EncodeCalculateBytes(attributes);
+                             MorvixProtocolPackage_4_0& package, const Json::Value& root,
+                             MorvixProtocolResult_4_0* results = nullptr) {
+  const size_t length = PayloadBytes(attributes);
   if (length == 0) {
     logMsgEx(kLevelWarning, kEncoderName, "No data will encode.");
     return;
@@ -1178,9 +1286,15 @@ static void EncodeAttributes(const MorvixProtocolEntity_4_0& entityInfo, const s
   const Json::Value* values = FindEntity(root, entityInfo.name);
   bool isSet = false;
   for (size_t i = 0; i < attributes.size(); ++i) {
-    const Encoded encoded = EncodeAttribute(attributes[i], values, data, length);
-    if (encoded == Encoded::kFatal) return;
-    if (encoded == Encoded::kSkipped) continue;
+    uint64_t raw = 0;
+    const MorvixProtocolOutcome_4_0 outcome = EncodeAttribute(attributes[i], values, data, length, raw);
+    if (results != nullptr) results[i] = {outcome, raw};
+    if (outcome == MorvixProtocolOutcomeAbsent_4_0) {
+      const bool isGiven = results != nullptr && FindValue(values, attributes[i].name.data()) != nullptr;
+      if (isGiven) results[i].outcome = MorvixProtocolOutcomeWrongKind_4_0;
+      continue;
+    }
+    if (outcome != MorvixProtocolOutcomeDone_4_0) return;
     SetFlag(flag, flagLength, i);
     isSet = true;
   }
@@ -1196,10 +1310,18 @@ void ProtocolEncodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
   EncodeAttributes(entityInfo, attributes, package, root);
 }
 
+void ProtocolEncodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
+                                  const std::vector<MorvixProtocolAttribute_4_0>& attributes,
+                                  MorvixProtocolPackage_4_0& package, const Json::Value& root,
+                                  std::vector<MorvixProtocolResult_4_0>& results) {
+  results.assign(attributes.size(), MorvixProtocolResult_4_0());
+  EncodeAttributes(entityInfo, attributes, package, root, results.data());
+}
+
 void ProtocolEncodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0& package, const Json::Value& root) {
   std::vector<AttributeView> attributes;
   MorvixProtocolEntity_4_0 entityInfo;
-  if (!FilterConfigType(entity, MorvixProtocolTypeStatusWritable_4_0, attributes, entityInfo)) {
+  if (!FilterAttributes(entity, MorvixProtocolTypeStatusWritable_4_0, attributes, entityInfo)) {
     logMsgEx(kLevelWarning, kEncoderName, "Get entity info failed.");
     return;
   }
@@ -1226,7 +1348,7 @@ static int floatOffset(const char* str) {
   return point == nullptr ? -1 : static_cast<int>(point - str);
 }
 
-// The index of the first "E+", or -1. Fixed notation has none; the check is kept.
+// The index of the first "E+", or -1. Fixed notation never has one; the check is kept.
 static int scientistOffset(const char* str) {
   const char* exponent = std::strstr(str, "E+");
   return exponent == nullptr ? -1 : static_cast<int>(exponent - str);
@@ -1242,8 +1364,8 @@ static char* removeFloatLastZero(char* str) {
 }
 
 // What "%lf" prints, cut to the size of the text, without trailing zeros. True when `number` was printed here, with
-// `length` set; numbers that need the C library's care are left to it: huge ones, those that are no number, and those
-// whose digits behind the sixth decimal are close to one half. `number` is split exactly: both parts fit a double.
+// `length` set; the C library prints those that need its care: huge ones, infinities and NaNs, and those whose digits
+// after the sixth decimal are close to one half. `number` is split exactly: both parts fit a double.
 static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_t& length) {
   constexpr double kLimit = 1e15;
   constexpr double kTieDistance = 1e-6;  // far above the error of the multiplication
@@ -1274,12 +1396,14 @@ static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_
 }
 
 // True when the C library prints a plain decimal point and rounds to nearest, as PrintSmallNumber does. Another
-// locale's point is not seen as one, so the zeros behind it stay.
+// locale's decimal comma is not recognised, so the zeros after it stay.
 static bool LibraryPrintsPlainly() {
   char half[8] = {};
   static_cast<void>(std::snprintf(half, sizeof half, "%.1f", 0.5));
   return std::fegetround() == FE_TONEAREST && std::strcmp(half, "0.5") == 0;
 }
+
+namespace {
 
 // The text of one value, which a NUL ends: `number` has those of numbers and enums, `binary` keeps its memory for the
 // next binary. One serves a whole call.
@@ -1288,6 +1412,8 @@ struct ValueText {
   std::string binary;
   const bool isPlain = LibraryPrintsPlainly();
 };
+
+}  // namespace
 
 // Six decimals without trailing zeros. Numbers too long for the text lose their end.
 static std::string_view NumberText(double number, ValueText& text) {
@@ -1306,10 +1432,11 @@ static std::string_view EnumText(uint64_t index, ValueText& text) {
   return {text.number, length};
 }
 
+namespace {
+
 // What an attribute's field holds. The bytes of a binary stay in the payload.
 struct DecodedValue {
-  bool bit = false;
-  uint64_t index = 0;
+  uint64_t raw = 0;  // 0 or 1 of a bool, the index of an enum
   double number = 0;
 };
 
@@ -1318,38 +1445,56 @@ struct Payload {
   size_t size;
 };
 
-enum class Decoded { kSet, kSkipped, kInvalidEnum, kUnreadable, kUnknownType };
+enum class Decoded { kSet, kOutOfReach, kRefused, kInvalidEnum, kUnreadable, kUnknownType };
+
+}  // namespace
+
+static MorvixProtocolOutcome_4_0 OutcomeOf(Decoded decoded) {
+  switch (decoded) {
+    case Decoded::kSet:
+      return MorvixProtocolOutcomeDone_4_0;
+    case Decoded::kRefused:
+      return MorvixProtocolOutcomeRefusedByScaling_4_0;
+    case Decoded::kInvalidEnum:
+      return MorvixProtocolOutcomeRefusedByItems_4_0;
+    default:
+      return MorvixProtocolOutcomeUnreadable_4_0;
+  }
+}
 
 template <typename Attribute>
 static Decoded DecodeEnum(const Attribute& attribute, Payload payload, DecodedValue& value) {
-  if (!ReadUIntValue(payload.data, payload.size, attribute.position, value.index)) return Decoded::kSkipped;
-  if (value.index < attribute.enumList.size()) return Decoded::kSet;
-  LogInvalidEnumValue(kDecoderName, value.index, attribute.enumList.size());
+  if (!ReadUIntValue(payload.data, payload.size, attribute.position, value.raw)) return Decoded::kOutOfReach;
+  if (value.raw < attribute.enumList.size()) return Decoded::kSet;
+  LogInvalidEnumValue(kDecoderName, value.raw, attribute.enumList.size());
   return Decoded::kInvalidEnum;
+}
+
+static bool ScaleFromRaw(const MorvixProtocolUIntSpec_4_0& scaling, uint64_t raw, double& value) {
+  return DecodeUIntSpec(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max),
+                        SignExtend(scaling.step), scaling.ratio, scaling.addition, raw, value);
 }
 
 template <typename Attribute>
 static Decoded DecodeNumber(const Attribute& attribute, Payload payload, DecodedValue& value) {
-  uint64_t raw = 0;
-  const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
-  const bool isUsable = ReadUIntValue(payload.data, payload.size, attribute.position, raw) &&
-                        DecodeUIntSpec(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max),
-                                       SignExtend(scaling.step), scaling.ratio, scaling.addition, raw, value.number);
-  return isUsable ? Decoded::kSet : Decoded::kSkipped;
+  if (!ReadUIntValue(payload.data, payload.size, attribute.position, value.raw)) return Decoded::kOutOfReach;
+  return ScaleFromRaw(attribute.uint_spec, value.raw, value.number) ? Decoded::kSet : Decoded::kRefused;
 }
 
 template <typename Attribute>
 static Decoded DecodeAttribute(const Attribute& attribute, Payload payload, DecodedValue& value) {
   switch (attribute.data_type) {
     case MorvixProtocolDataTypeBool_4_0: {
-      const bool isRead = ReadBoolValue(payload.data, payload.size, attribute.position, value.bit);
+      bool bit = false;
+      const bool isRead = ReadBoolValue(payload.data, payload.size, attribute.position, bit);
+      value.raw = bit ? 1 : 0;
       return isRead ? Decoded::kSet : Decoded::kUnreadable;
     }
     case MorvixProtocolDataTypeEnum_4_0:
       return DecodeEnum(attribute, payload, value);
     case MorvixProtocolDataTypeBinary_4_0: {
       size_t byteLength = 0;
-      const byte* field = OffsetBinaryPosition(payload.data, payload.size, attribute.position, byteLength);
+      const byte* field = FindBinaryField(payload.data, payload.size, attribute.position, byteLength);
       return field != nullptr ? Decoded::kSet : Decoded::kUnreadable;
     }
     case MorvixProtocolDataTypeUInt8_4_0:
@@ -1362,30 +1507,33 @@ static Decoded DecodeAttribute(const Attribute& attribute, Payload payload, Deco
   }
 }
 
-// Decodes the attributes in order and hands each value to `store`. False, with a log line, when what was stored has to
-// be taken back. The asymmetry is intended: a number or enum that cannot be read is left out, an enum index out of
-// range ends the call, and a bool or binary that cannot be read takes the whole entity with it.
+// Decodes the attributes in order and hands each value to `store`. When what was stored has to be taken back, the
+// result is the line to log after that; otherwise it is null. The asymmetry is intended: a number or enum that cannot
+// be read is left out, an enum index out of range ends the call, and a bool or binary that cannot be read takes the
+// whole entity with it. `results` may be null; otherwise it has a result for each attribute.
 template <typename Attribute, typename Store>
-static bool DecodeEach(const std::vector<Attribute>& attributes, Payload payload, Store store) {
-  for (const Attribute& attribute : attributes) {
+static const char* DecodeEach(const std::vector<Attribute>& attributes, Payload payload,
+                              MorvixProtocolResult_4_0* results, Store store) {
+  for (size_t i = 0; i < attributes.size(); ++i) {
     DecodedValue value;
-    switch (DecodeAttribute(attribute, payload, value)) {
+    const Decoded decoded = DecodeAttribute(attributes[i], payload, value);
+    if (results != nullptr) results[i] = {OutcomeOf(decoded), value.raw};
+    switch (decoded) {
       case Decoded::kSet:
-        store(attribute, value);
+        store(attributes[i], value);
         break;
-      case Decoded::kSkipped:
+      case Decoded::kOutOfReach:
+      case Decoded::kRefused:
         break;
       case Decoded::kInvalidEnum:
-        return true;
+        return nullptr;
       case Decoded::kUnreadable:
-        logMsgEx(kLevelWarning, kDecoderName, "Decode value is invalid.");
-        return false;
+        return "Decode value is invalid.";
       case Decoded::kUnknownType:
-        logMsgEx(kLevelWarning, kDecoderName, "Unknown attribute type.");
-        return false;
+        return "Unknown attribute type.";
     }
   }
-  return true;
+  return nullptr;
 }
 
 template <typename Attribute>
@@ -1403,11 +1551,11 @@ static const std::string& StringOfKey(const std::string& key) { return key; }
 
 static std::string StringOfKey(std::string_view key) { return std::string(key); }
 
-// The text of a value that is no bool.
+// The text of a value of any type but bool.
 template <typename Attribute>
 static std::string_view TextOfValue(const Attribute& attribute, const DecodedValue& value, Payload payload,
                                     ValueText& text) {
-  if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) return EnumText(value.index, text);
+  if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) return EnumText(value.raw, text);
   if (attribute.data_type != MorvixProtocolDataTypeBinary_4_0) return NumberText(value.number, text);
   ReadBinaryValue(payload.data, payload.size, attribute.position, text.binary);
   return text.binary;
@@ -1416,12 +1564,12 @@ static std::string_view TextOfValue(const Attribute& attribute, const DecodedVal
 template <typename Attribute>
 static Json::Value JsonOfValue(const Attribute& attribute, const DecodedValue& value, Payload payload,
                                ValueText& text) {
-  if (attribute.data_type == MorvixProtocolDataTypeBool_4_0) return value.bit;
+  if (attribute.data_type == MorvixProtocolDataTypeBool_4_0) return value.raw != 0;
   const std::string_view characters = TextOfValue(attribute, value, payload, text);
   return {characters.data(), characters.data() + characters.size()};
 }
 
-// Makes anything else an empty object.
+// Replaces any non-object with {}.
 static Json::Value& MakeObject(Json::Value& value) {
   if (!value.isObject()) value = Json::Value(Json::objectValue);
   return value;
@@ -1452,16 +1600,20 @@ static void StoreItem(Json::Value& entity, const std::string& attributeName, Mor
 
 template <typename Attribute>
 static void DecodeAttributes(const MorvixProtocolEntity_4_0& entityInfo, const std::vector<Attribute>& attributes,
-                             const MorvixProtocolPackage_4_0& package, Json::Value& decodeResult) {
+                             const MorvixProtocolPackage_4_0& package, Json::Value& decodeResult,
+                             MorvixProtocolResult_4_0* results = nullptr) {
   const Payload payload = {package.value, package.sizeValue};
   Json::Value* entity = nullptr;
   ValueText text;
-  const bool isKept = DecodeEach(attributes, payload, [&](const Attribute& attribute, const DecodedValue& value) {
+  const auto store = [&](const Attribute& attribute, const DecodedValue& value) {
     if (entity == nullptr) entity = &MakeObject(MakeObject(decodeResult)[entityInfo.name]);
     StoreItem(*entity, StringOfKey(DocumentKey(attribute)), attribute.type,
               JsonOfValue(attribute, value, payload, text));
-  });
-  if (!isKept) ClearEntityValue(decodeResult, entityInfo.name);
+  };
+  if (const char* failure = DecodeEach(attributes, payload, results, store)) {
+    ClearEntityValue(decodeResult, entityInfo.name);
+    logMsgEx(kLevelWarning, kDecoderName, "%s", failure);
+  }
 }
 
 static bool HasPayload(const MorvixProtocolPackage_4_0& package) {
@@ -1476,12 +1628,20 @@ void ProtocolDecodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
   if (HasPayload(package)) DecodeAttributes(entityInfo, attributes, package, decodeResult);
 }
 
+void ProtocolDecodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
+                                  const std::vector<MorvixProtocolAttribute_4_0>& attributes,
+                                  const MorvixProtocolPackage_4_0& package, Json::Value& decodeResult,
+                                  std::vector<MorvixProtocolResult_4_0>& results) {
+  results.assign(attributes.size(), MorvixProtocolResult_4_0());
+  if (HasPayload(package)) DecodeAttributes(entityInfo, attributes, package, decodeResult, results.data());
+}
+
 template <typename Attribute>
 static void ParseAndDecode(const Json::Value& entity, const MorvixProtocolPackage_4_0& package,
                            Json::Value& decodeResult) {
   std::vector<Attribute> attributes;
   MorvixProtocolEntity_4_0 entityInfo;
-  if (!FilterConfigType(entity, kAllGroups, attributes, entityInfo)) {
+  if (!FilterAttributes(entity, kAllGroups, attributes, entityInfo)) {
     logMsgEx(kLevelWarning, kDecoderName, "Get entity info failed.");
     return;
   }
@@ -1490,7 +1650,7 @@ static void ParseAndDecode(const Json::Value& entity, const MorvixProtocolPackag
 
 void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0 package, Json::Value& decodeResult) {
   if (!HasPayload(package)) return;
-  if (decodeResult.empty()) {
+  if (decodeResult.begin() == decodeResult.end()) {
     ParseAndDecode<AttributeView>(entity, package, decodeResult);
   } else {
     // The configuration may be part of the document, which is about to change: records own their texts.
@@ -1518,13 +1678,13 @@ static bool IsDocument(const Json::Value& root) {
   return version != nullptr && version->type() == Json::realValue && version->asDouble() == kDocumentVersion;
 }
 
-// Equal in kind and value: a 4.0 or "4" is no alert.
+// Equal in kind and value: a 4.0 or "4" does not make an alert.
 static bool IsItemOfGroup(const Json::Value& item, MorvixProtocolType_4_0 group) {
   const Json::Value* type = FindMember(item, "type");
   return type != nullptr && type->type() == Json::intValue && type->asLargestInt() == Json::LargestInt{group};
 }
 
-// Takes a member out of an object; null when there is none.
+// Takes a member out of an object; null when it is missing.
 static Json::Value TakeMember(Json::Value& object, std::string_view key) {
   Json::Value member;
   object.removeMember(key.data(), key.data() + key.size(), &member);
@@ -1597,7 +1757,7 @@ static void AppendActive(std::string_view name, int32_t value, std::vector<Tavel
 }
 
 void ProtocolGetAlertsOrFaults_4_0(const Json::Value& alerts, std::vector<TavelReceiveInfo>& valert) {
-  if (!alerts.isArray()) return;
+  if (!alerts.isArray() || alerts.empty()) return;
   for (const Json::Value& alert : alerts) {
     const Json::Value* value = FindMember(alert, "value");
     const int32_t activeValue = value == nullptr ? 0 : ActiveValue(*value);
@@ -1622,6 +1782,8 @@ void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value
 // would escape, or that might not survive their way through it, take the long way through a document.
 // =====================================================================================================================
 
+namespace {
+
 // One decoded value and the key it goes by. The prefix is the key's first eight bytes as one number, the first byte
 // highest: it tells the order of most keys.
 struct ReceivedItem {
@@ -1637,6 +1799,8 @@ struct ReceivedResults {
   std::vector<TavelReceiveInfo>& alerts;
   std::vector<TavelReceiveInfo>& faults;
 };
+
+}  // namespace
 
 static uint64_t PrefixOf(std::string_view key) {
   uint64_t prefix = 0;
@@ -1670,7 +1834,7 @@ static void AppendQuoted(std::string_view text, std::string& document) {
   document += '"';
 }
 
-// The characters of a value that is no bool; none for a bool.
+// The characters of a value; empty for a bool.
 static std::string_view CharactersOf(const ReceivedItem& item, Payload payload, ValueText& text) {
   if (item.attribute->data_type == MorvixProtocolDataTypeBool_4_0) return "";
   return TextOfValue(*item.attribute, item.value, payload, text);
@@ -1682,7 +1846,7 @@ static bool WriteStatus(const ReceivedItem& item, std::string_view characters, s
   AppendQuoted(item.key, document);
   document += ':';
   if (item.attribute->data_type == MorvixProtocolDataTypeBool_4_0) {
-    document += item.value.bit ? "true" : "false";
+    document += item.value.raw != 0 ? "true" : "false";
   } else {
     AppendQuoted(characters, document);
   }
@@ -1697,7 +1861,7 @@ static bool WriteActive(const std::vector<ReceivedItem>& items, MorvixProtocolTy
     const std::string_view characters = CharactersOf(item, payload, text);
     if (!IsPlain(item.key) || !IsPlain(characters)) return false;
     const bool isBool = item.attribute->data_type == MorvixProtocolDataTypeBool_4_0;
-    const int32_t value = isBool ? int32_t{item.value.bit} : ActiveValue(characters.data());
+    const int32_t value = isBool ? int32_t{item.value.raw != 0} : ActiveValue(characters.data());
     if (value != 0) AppendActive(item.key, value, active);
   }
   return true;
@@ -1747,20 +1911,23 @@ bool ProtocolReceivePacket_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                size_t dataLen, std::string& document, std::vector<TavelReceiveInfo>& valert,
                                std::vector<TavelReceiveInfo>& vfault) {
   document.clear();
-  if (data == nullptr || dataLen < kMinReceivedBytes || dataLen - 1 > kMaxPayloadBytes ||
+  if (data == nullptr || dataLen < kMinReceivedBytes || dataLen - 1 > MorvixProtocolMaxPayloadBytes_4_0 ||
       !IsResponse(static_cast<MorvixProtocolCommand_4_0>(data[0]))) {
     return false;
   }
   const Payload payload = {data + 1, dataLen - 1};
   std::vector<ReceivedItem> items;
   items.reserve(attributes.size());
-  const bool isKept =
-      DecodeEach(attributes, payload, [&](const MorvixProtocolAttribute_4_0& attribute, const DecodedValue& value) {
-        const std::string_view key = DocumentKey(attribute);
-        items.push_back({PrefixOf(key), key, &attribute, value});
-      });
+  const auto store = [&items](const MorvixProtocolAttribute_4_0& attribute, const DecodedValue& value) {
+    const std::string_view key = DocumentKey(attribute);
+    items.push_back({PrefixOf(key), key, &attribute, value});
+  };
+  if (const char* failure = DecodeEach(attributes, payload, nullptr, store)) {
+    items.clear();
+    logMsgEx(kLevelWarning, kDecoderName, "%s", failure);
+  }
   // An entity called "version" gives way to the document's version.
-  if (!isKept || entityInfo.name == kVersionKey) items.clear();
+  if (entityInfo.name == kVersionKey) items.clear();
   SortAsInDocument(items);
 
   const ReceivedResults results = {document, valert, vfault};
@@ -1777,7 +1944,8 @@ bool ProtocolReceivePacket_4_0(const MorvixProtocolEntity_4_0& entityInfo,
 // =====================================================================================================================
 // Device queries
 //
-// Over arrays of device descriptions. What is no array has no elements; elements that are no objects are passed over.
+// Over arrays of device descriptions. Anything but an array has no elements; elements that are not objects are passed
+// over. So is what a sparse array holds when its size has wrapped to 0.
 // =====================================================================================================================
 
 static bool IsEmptyText(const char* text) { return text == nullptr || *text == '\0'; }
@@ -1793,7 +1961,7 @@ bool ProtocolFilterDevices_4_0(const char* protocolName, dword packetVersion, Js
   const Json::Value* known = TavelConfig::sharedInstance()->GetAllDevices();
   Json::Value matching(Json::arrayValue);
   const bool canFilter = !known->isNull() && !IsEmptyText(protocolName);
-  if (canFilter && known->isArray()) {
+  if (canFilter && known->isArray() && !known->empty()) {
     for (const Json::Value& device : *known) {
       if (SpeaksProtocol(device, protocolName, packetVersion)) matching.append(device);
     }
@@ -1824,7 +1992,7 @@ bool ProtocolGetDevice_4_0(const Json::Value& devices, const char* deviceKey, Js
       return true;
     }
   }
-  // A failed search leaves the last element behind; callers look at the result first.
+  // A failed search leaves the last element in the output; callers look at the result first.
   device = devices[devices.size() - 1];
   return false;
 }
@@ -1834,10 +2002,58 @@ std::string ProtocolGetProductKey_4_0(const Json::Value& device) { return std::s
 std::vector<std::string> ProtocolGetProductList_4_0(const Json::Value& devices) {
   std::vector<std::string> keys;
   // Sizes count as signed, so an array that claims more elements has none.
-  if (!devices.isArray() || devices.size() > INT32_MAX) return keys;
+  if (!devices.isArray() || devices.empty() || devices.size() > INT32_MAX) return keys;
   for (const Json::Value& device : devices) {
     const std::string_view key = ProductKeyOf(device);
     if (!key.empty()) keys.emplace_back(key);
   }
   return keys;
+}
+
+// =====================================================================================================================
+// Inspection
+//
+// What the parser and the codec would do, told without a packet.
+// =====================================================================================================================
+
+size_t ProtocolPayloadBytes_4_0(const std::vector<MorvixProtocolAttribute_4_0>& attributes) {
+  return EncodeCalculateBytes(attributes);
+}
+
+// Whether a value of this type can be both written to and read from a field that touches `byteLength` bytes.
+static bool CanHold(const MorvixProtocolPosition_4_0& position, MorvixProtocolDataType_4_0 type, uint64_t byteLength) {
+  const bool isInBytes = position.unit == MorvixProtocolUnitByte_4_0;
+  if (type == MorvixProtocolDataTypeBool_4_0) return IsSingleBit(position) && position.bit_offset >= 0;
+  if (type == MorvixProtocolDataTypeBinary_4_0) return isInBytes && byteLength <= MorvixProtocolMaxBinaryBytes_4_0;
+  if (type != MorvixProtocolDataTypeEnum_4_0 && !ProtocolDataTypeIsUInt(type)) return false;
+  return isInBytes ? byteLength <= kWordBytes : FitsWord(position.bit_offset, position.len, byteLength);
+}
+
+bool ProtocolLocateAttribute_4_0(const MorvixProtocolAttribute_4_0& attribute, size_t payloadBytes, size_t& firstBit,
+                                 size_t& bitCount) {
+  const MorvixProtocolPosition_4_0& position = attribute.position;
+  FieldPlace place;
+  if (!FindPlace(position, place) || place.needed > payloadBytes) return false;
+  if (!CanHold(position, attribute.data_type, place.byteLength)) return false;
+  const bool isInBits = position.unit == MorvixProtocolUnitBit_4_0;
+  const uint64_t count = SignExtend(position.len) * (isInBits ? 1 : 8);
+  const uint64_t first = (place.start + place.byteLength) * 8 - (isInBits ? ShiftInByte(position) : 0) - count;
+  firstBit = static_cast<size_t>(first);
+  bitCount = static_cast<size_t>(count);
+  return firstBit == first;  // it may not be where a size has 32 bits
+}
+
+bool ProtocolRawToText_4_0(const MorvixProtocolAttribute_4_0& attribute, uint64_t raw, std::string& text) {
+  double number = 0;
+  if (!ProtocolDataTypeIsUInt(attribute.data_type) || !ScaleFromRaw(attribute.uint_spec, raw, number)) return false;
+  ValueText buffer;
+  text = NumberText(number, buffer);
+  return true;
+}
+
+bool ProtocolValueToRaw_4_0(const MorvixProtocolAttribute_4_0& attribute, double value, uint64_t& raw) {
+  uint64_t scaled = 0;
+  if (!ProtocolDataTypeIsUInt(attribute.data_type) || !ScaleToRaw(attribute.uint_spec, value, scaled)) return false;
+  raw = scaled;
+  return true;
 }

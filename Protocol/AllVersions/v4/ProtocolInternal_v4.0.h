@@ -26,9 +26,12 @@
 /// ProtocolEncodeAttributes_4_0, ProtocolDecodeAttributes_4_0, or ProtocolReceivePacket_4_0, which does all five steps
 /// of a receive at once.
 ///
-/// **Failures** show in the result only: a false, a 0, an empty text, an output left empty. Nothing throws, with one
-/// exception that ProtocolGetAttrInteger64_4_0 describes. What is worth a line is logged through logMsgEx at level 1;
-/// the parser also logs one line for every entity through logMsg at level 2.
+/// **Failures** show in the result only: a false, a 0, an empty text, an output left empty. No input makes an operation
+/// throw, with one exception that ProtocolGetAttrInteger64_4_0 describes. Failures worth a line are logged through
+/// logMsgEx at level 1; the parser also logs one line for every usable entity through logMsg at level 2.
+///
+/// **Memory**: a payload that cannot be allocated is an ordinary failure. Where strings, lists or JSON values cannot be
+/// allocated, std::bad_alloc is thrown, or Json::RuntimeError for a text inside a JSON value.
 ///
 /// **Threads**: the module has no state. Calls on different threads are safe as long as they share no output.
 ///
@@ -47,7 +50,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// The version of this library, "major.minor.patch". The first two numbers are the protocol's.
@@ -55,6 +60,18 @@
 
 using byte = unsigned char;  ///< One byte of a packet or payload. Next to `using namespace std`, write `::byte`.
 using dword = uint32_t;      ///< A packet version.
+
+/// @name Limits
+/// What packets on the wire can hold; never change.
+/// @{
+constexpr size_t MorvixProtocolMaxFlagBytes_4_0 = 1024;      ///< Flag bitmap of a write.
+constexpr size_t MorvixProtocolMaxPayloadBytes_4_0 = 16384;  ///< Payload, sent or received.
+constexpr size_t MorvixProtocolMaxBinaryBytes_4_0 = 65535;   ///< Field of a binary attribute.
+constexpr size_t MorvixProtocolSubDidBytes_4_0 = 4;          ///< Sub-device id in a packet.
+/// The longest packet: command, sub-device id, flag bitmap, payload.
+constexpr size_t MorvixProtocolMaxPacketBytes_4_0 =
+    1 + MorvixProtocolSubDidBytes_4_0 + MorvixProtocolMaxFlagBytes_4_0 + MorvixProtocolMaxPayloadBytes_4_0;
+/// @}
 
 /// How an attribute's value is encoded in the payload. The four unsigned integers are numbered 4 to 7 so that one mask
 /// recognises them (ProtocolDataTypeIsUInt); never renumber.
@@ -134,8 +151,8 @@ struct tagMorvixProtocolPosition_4_0 {
 using MorvixProtocolPosition_4_0 = tagMorvixProtocolPosition_4_0;
 
 /// The scaling of a number: user value = raw value * `ratio` + `addition`. Raw values from `min` to `max` are accepted
-/// as far as they are on the step grid. `min`, `max` and `step` are compared as unsigned 64-bit; nothing is accepted
-/// unless `max` is below 2 to the power 52 and at least `min` + `step`.
+/// if they are on the step grid. `min`, `max` and `step` are compared as unsigned 64-bit; nothing is accepted unless
+/// `max` is below 2 to the power 52 and at least `min` + `step`.
 struct tagMorvixProtocolUIntSpec_4_0 {
   int64_t min = 0;      ///< Smallest accepted raw value.
   int64_t max = 0;      ///< Largest accepted raw value.
@@ -172,7 +189,8 @@ struct tagMorvixProtocolEntity_4_0 {
 using MorvixProtocolEntity_4_0 = tagMorvixProtocolEntity_4_0;
 
 /// One packet in memory, between the codec and the framing. The two buffers come from the C heap and are the
-/// caller's: release each with `free`. Nothing in this module releases them.
+/// caller's: release each with `free`. No operation of this module releases them;
+/// MorvixProtocolOwnedPackage_4_0 does it at its end.
 struct tagMorvixProtocolPackage_4_0 {
   MorvixProtocolCommand_4_0 cmd = MorvixProtocolCommand_4_0(0);  ///< The command; 0 is none.
   int32_t subDid = 0;         ///< Sub-device id. Travels in host byte order, unlike every other number.
@@ -185,6 +203,35 @@ struct tagMorvixProtocolPackage_4_0 {
 /// See tagMorvixProtocolPackage_4_0.
 using MorvixProtocolPackage_4_0 = tagMorvixProtocolPackage_4_0;
 
+/// A package that releases its buffers at its end. It passes wherever a package does. Encoding and unpacking overwrite
+/// the pointers without releasing them, so hand it in empty: new, or after Reset(). A moved-from package is empty.
+struct MorvixProtocolOwnedPackage_4_0 : MorvixProtocolPackage_4_0 {
+  MorvixProtocolOwnedPackage_4_0() = default;
+  MorvixProtocolOwnedPackage_4_0(const MorvixProtocolOwnedPackage_4_0&) = delete;
+  MorvixProtocolOwnedPackage_4_0& operator=(const MorvixProtocolOwnedPackage_4_0&) = delete;
+  /// Takes the buffers over.
+  MorvixProtocolOwnedPackage_4_0(MorvixProtocolOwnedPackage_4_0&& other) noexcept : MorvixProtocolPackage_4_0(other) {
+    other.Record() = MorvixProtocolPackage_4_0();
+  }
+  /// Releases its own buffers and takes the others over.
+  MorvixProtocolOwnedPackage_4_0& operator=(MorvixProtocolOwnedPackage_4_0&& other) noexcept {
+    std::swap(Record(), other.Record());
+    if (this != &other) other.Reset();
+    return *this;
+  }
+  ~MorvixProtocolOwnedPackage_4_0() { Reset(); }
+
+  /// Releases the buffers and clears every field.
+  void Reset() {
+    std::free(flags);
+    std::free(value);
+    Record() = MorvixProtocolPackage_4_0();
+  }
+
+ private:
+  MorvixProtocolPackage_4_0& Record() { return *this; }
+};
+
 /// One active alert or fault.
 struct TavelReceiveInfo {
   std::string name;   ///< The attribute's key in the decoded document, which is its display name.
@@ -195,16 +242,16 @@ struct TavelReceiveInfo {
 bool ProtocolDataTypeIsUInt(MorvixProtocolDataType_4_0 type);
 
 /// @name Lenient readers of one member of a JSON object
-/// Numbers may stand in a document as numbers or as text. Each reader gives false when `attr` is no object, when
-/// `strKey` is null, or when the member is missing, null, of a kind that the reader does not take, or text that is no
-/// number; the output is then untouched (ProtocolGetAttrObject_4_0 differs). Text that ends before it says anything is
-/// a success that leaves the output as it was, so preset the output: for integers and doubles that is empty or blank
-/// text, for hexadecimal numbers the empty text, "0", and "0x" with nothing but blanks behind it.
+/// Numbers may stand in a document as numbers or as text. Each reader gives false when `attr` is not an object, when
+/// `strKey` is null, or when the member is missing, null, of a kind that the reader does not take, or text that does
+/// not begin with a number; the output is then untouched (ProtocolGetAttrObject_4_0 differs). Text that ends before a
+/// number begins is a success that leaves the output as it was, so preset the output: for integers and doubles that is
+/// empty or blank text, for hexadecimal numbers the empty text, "0", and "0x" followed by nothing or blanks.
 /// @{
 
-/// Integers; bools as 1 and 0; unsigned integers above 2147483647 wrap to negative; text is read as decimal, 0x
-/// hexadecimal or 0 octal ("%i"), and a number out of range is cut to 32 bits after saturating at 64. Reals are
-/// refused.
+/// Integers of 32 bits; bools as 1 and 0; unsigned integers above 2147483647 wrap to negative; text is read as decimal,
+/// 0x hexadecimal or 0 octal ("%i"), and a number out of range is cut to 32 bits after saturating at 64. Reals are
+/// refused, and so are integers outside 32 bits, which count as real.
 bool ProtocolGetAttrInteger_4_0(const Json::Value& attr, const char* strKey, int32_t& value);
 
 /// Like ProtocolGetAttrInteger_4_0 with 64 bits ("%lli"), where unsigned integers do not wrap; also integers beyond 32
@@ -227,12 +274,12 @@ bool ProtocolGetAttrString_4_0(const Json::Value& attr, const char* strKey, std:
 bool ProtocolGetAttrObject_4_0(const Json::Value& attr, const char* strKey, Json::Value& value);
 /// @}
 
-/// Lays a request out as packet bytes: command, sub-device id where it belongs, flag bitmap, payload.
+/// Serializes a request to packet bytes: command, sub-device id where it belongs, flag bitmap, payload.
 ///
 /// `bufLen` is checked against the packet *without* the 4 bytes of the sub-device id, so `buffer` must have room for 4
 /// bytes more than `bufLen` says whenever `needInsertSubDid` is set. The flag bitmap may have up to 1024 bytes, the
 /// payload up to 16384, and a write (1, 7) needs at least 2 bytes of both together. A null `flags` or `value` with a
-/// size counts in the result, but its bytes are not written and what follows moves up.
+/// size counts in the result, but its bytes are not written and what follows it moves up.
 ///
 /// @return the packet's size in bytes. 0 when `buffer` is null, something is out of these limits, the packet does not
 /// fit, or a sub-device request (8, 12) comes without `needInsertSubDid`; and, with a line "Invalid command %d", when
@@ -240,7 +287,7 @@ bool ProtocolGetAttrObject_4_0(const Json::Value& attr, const char* strKey, Json
 [[nodiscard]] size_t ProtocolPackPackage_4_0(MorvixProtocolPackage_4_0 package, byte* buffer, size_t bufLen);
 
 /// Takes a received packet apart. `package` is cleared first (what its buffers pointed to is not released); then it
-/// holds the command, and as `value` a new C-heap copy of all bytes behind the command, which the caller releases with
+/// holds the command, and as `value` a new C-heap copy of all bytes after the command, which the caller releases with
 /// `free`.
 ///
 /// @return true for a read response or notification (3, 4) of 2 to 16385 bytes. On false there is nothing to release: a
@@ -250,9 +297,9 @@ bool ProtocolGetAttrObject_4_0(const Json::Value& attr, const char* strKey, Json
 
 /// Encodes the values that `root` holds for the entity's writable attributes: `root[entity name][attribute name]`.
 ///
-/// Bools and enums take an integer, a JSON bool (1 or 0) or decimal text, of which empty text is 0; numbers take a
-/// number or its text in user units; binaries take base64 text. A value that is missing or of another kind is left out
-/// without a word; its flag bit stays 0.
+/// Bools and enums take an integer of 32 bits, a JSON bool (1 or 0) or decimal text, of which empty text is 0; numbers
+/// take a number or its text in user units; binaries take base64 text. A value that is missing or of another kind is
+/// silently left out; its flag bit stays 0.
 ///
 /// Hand in a package without buffers. `flags` and `value` become new zero-filled C-heap buffers, which the caller
 /// releases with `free` *also when nothing was encoded*; earlier buffers are not released. `sizeFlags` and `sizeValue`
@@ -272,12 +319,14 @@ void ProtocolEncodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4
 ///
 /// The key is the attribute's name, or its display name for alerts and faults. The value is a bool for bools and a
 /// text for everything else: an enum's index, a number in user units, a binary's bytes in base64. `decodeResult` is
-/// not cleared; it is made an object when it is none and something is stored or removed. It may be `entity` itself.
+/// not cleared; if it is not an object, it becomes one as soon as something is stored or removed. It may be `entity`
+/// itself, or hold it.
 ///
-/// A number or enum outside the payload, and a number that its scaling refuses, are left out without a word. Logged
-/// beside the parser's lines, each ending the call: "No data to decode." and "Get entity info failed." (document
-/// untouched), "Invalid enum value: %i, range: 0-%i" (earlier attributes stay), "Unknown attribute type." and "Decode
-/// value is invalid." (a bool or binary that cannot be read; the whole entity is removed from the document).
+/// A number or enum outside the payload, and a number that its scaling refuses, are silently left out. Logged beside
+/// the parser's lines, each ending the call: "No data to decode." and "Get entity info failed." (document untouched),
+/// "Invalid enum value: %i, range: 0-%i" (earlier attributes stay), "Unknown attribute type." and "Decode value is
+/// invalid." (a bool or binary that cannot be read). With the last two the whole entity is removed from the document
+/// first, then the line is logged.
 ///
 /// Throws what ProtocolGetAttrInteger64_4_0 throws, with the document untouched.
 void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0 package, Json::Value& decodeResult);
@@ -295,7 +344,7 @@ void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4
 /// fault. An attribute inherits the scaling and items last read for an earlier one, and is skipped when the inherited
 /// scaling lacks a member.
 ///
-/// @return false, with a line that names the reason, when the entity is unusable: no object, or "id", "name",
+/// @return false, with a line that names the reason, when the entity is unusable: it is not an object, or "id", "name",
 /// "display_name" or the array "attrs" is missing. `attributes` is then untouched and `entityInfo` holds what was read
 /// before the fault. Throws what ProtocolGetAttrInteger64_4_0 throws, with the attributes before the fault appended.
 [[nodiscard]] bool ProtocolParseEntity_4_0(const Json::Value& entity, int matchTypes,
@@ -325,8 +374,10 @@ bool ProtocolGetEntitiesFromDevice_4_0(const Json::Value& device, Json::Value& e
 ///
 /// `alerts` and `faults` always become arrays. Entities and items come in the byte order of their names.
 ///
-/// @return the application's document as one line of JSON text; an empty text when `result` is no JSON object or its
-/// "version" is not the real number 4.0 (4 is not).
+/// Text after the document is ignored.
+///
+/// @return the application's document as one line of JSON text; an empty text when `result` is not a JSON object, its
+/// "version" is not the real number 4.0 (4 is not), or there is no memory for a text while it is read.
 std::string ProtocolConvertReceiveResult_4_0(const std::string& result, Json::Value& alerts, Json::Value& faults);
 
 /// Appends the active ones of `alerts` to `valert`, in order: elements with a text "name" whose "value" is a non-zero
@@ -339,15 +390,16 @@ void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value
                                     std::vector<TavelReceiveInfo>& valert, std::vector<TavelReceiveInfo>& vfault);
 
 /// The application's document as text, and the active alerts and faults (appended), of one received packet, in
-/// one pass over its bytes. Only names or texts that JSON has to escape take the way through a document.
+/// one pass over its bytes. Only where a name is not printable ASCII, or holds a quotation mark or backslash, it goes
+/// through a document.
 ///
 /// Exactly what these calls give, log lines included: ProtocolUnpackPackage_4_0, ProtocolDecodeAttributes_4_0 into an
 /// empty document, its member "version" set to 4.0, written as text, ProtocolConvertReceiveResult_4_0,
 /// ProtocolGetAlertsAndFaults_4_0. `attributes` are those of all groups. What `document` held is replaced; reuse it,
 /// and its memory is reused. It must not be part of the inputs.
 ///
-/// @return false, with `document` empty and the lists untouched, when the packet is no read response or notification of
-/// 2 to 16385 bytes.
+/// @return false, with `document` empty and the lists untouched, when the packet is not a read response or notification
+/// of 2 to 16385 bytes.
 [[nodiscard]] bool ProtocolReceivePacket_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                              const std::vector<MorvixProtocolAttribute_4_0>& attributes,
                                              const byte* data, size_t dataLen, std::string& document,
@@ -355,7 +407,8 @@ void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value
                                              std::vector<TavelReceiveInfo>& vfault);
 
 /// Replaces `devices` by an array of those known devices (TavelConfig::GetAllDevices) whose "protocolType" is
-/// `protocolName`, letter case included, and whose "packetVersion" is `packetVersion`.
+/// `protocolName`, letter case included, and whose "packetVersion" is `packetVersion`. The texts "", "0" and "0x" are
+/// version 0.
 ///
 /// @return false, with `devices` an empty array, when `protocolName` is null or empty or the known devices are null.
 bool ProtocolFilterDevices_4_0(const char* protocolName, dword packetVersion, Json::Value& devices);
