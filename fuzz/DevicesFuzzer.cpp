@@ -9,6 +9,8 @@
 
 #include "Support.h"
 #include "host/TavelConfig.h"
+#include "inspect/json/Document.h"
+#include "inspect/text/Error.h"
 #include "tools/dp4/Commands.h"
 
 namespace {
@@ -123,9 +125,10 @@ void CheckFile(const std::string& path, const std::string& text) {
     fuzz::ExpectEqual(Config().IsDebug(), wasDebug, "a file that cannot be used changes no build");
     return;
   }
-  Json::Value root;
-  dp4::JsonError problem;
-  if (!dp4::ParseJsonText(text, root, problem)) fuzz::Fail("a file that can be used is JSON", fuzz::Show(text));
+  morvix::inspect::json::SyntaxError problem;
+  const auto document = morvix::inspect::json::Document::Read("file", text, problem);
+  if (!document) fuzz::Fail("a file that can be used is JSON", fuzz::Show(text));
+  const Json::Value& root = document->Root();
   fuzz::ExpectEqual(after, fuzz::MemberOf(root, "devices"), "the devices are those of the file");
   fuzz::ExpectEqual(Config().IsDebug(), fuzz::MemberOf(root, "debug") == Json::Value(true), "so is the build");
 }
@@ -135,10 +138,12 @@ void CheckTool(const std::string& path) {
   dp4::DevicesOptions options;
   options.list = path;
   options.keys = true;
+  std::istringstream in;
   std::ostringstream out;
   std::ostringstream err;
+  dp4::Environment environment{in, out, err};
   try {
-    const int code = dp4::Devices(options, out, err);
+    const int code = dp4::Devices(options, environment);
     std::string expected;
     for (const std::string& key : ProtocolGetProductList_4_0(*Config().GetAllDevices())) {
       Json::Value value;
@@ -147,7 +152,7 @@ void CheckTool(const std::string& path) {
     fuzz::ExpectEqual(out.str(), expected, "the tool lists the keys");
     fuzz::ExpectEqual(code == dp4::kFine, !expected.empty(), "the tool tells that there are none");
     fuzz::ExpectEqual(err.str().empty(), code == dp4::kFine, "it does so in words");
-  } catch (const dp4::UsageError& error) {
+  } catch (const morvix::inspect::InputError& error) {
     const std::string text = error.what();
     if (text.empty() || text.find('\n') != std::string::npos) fuzz::Fail("a refusal is one line", fuzz::Show(text));
   }

@@ -5,26 +5,24 @@
 #include <string>
 
 #include "Properties.h"
-#include "tools/dp4/LintModel.h"
-#include "tools/dp4/LintRules.h"
-#include "tools/dp4/Text.h"
+#include "inspect/lint/Lint.h"
+#include "inspect/lint/Rules.h"
+#include "inspect/text/Error.h"
+
+using morvix::inspect::Finding;
+using morvix::inspect::Severity;
 
 namespace {
 
 constexpr uint64_t kMostZeros = 16384;
 
-std::vector<dp4::Finding> FindingsOf(const std::string& text, dp4::Severity least, bool withRoundtrip) {
-  dp4::LintChoices choices;
-  choices.roundtrip = withRoundtrip;
-  dp4::Findings findings(least);
-  dp4::LintText("input", text, choices, findings);
-  return findings.Sorted();
+std::vector<Finding> FindingsOf(const std::string& text, Severity least, bool withRoundtrip) {
+  return morvix::inspect::Lint("input", text, least, {"", withRoundtrip});
 }
 
-std::string Described(const dp4::Finding& finding) {
-  return std::string(dp4::RuleOf(finding.rule).name) + " at " + std::to_string(finding.offset) + " " +
-         fuzz::Show(finding.pointer) + "\n  " + fuzz::Show(finding.message) + "\n  " + fuzz::Show(finding.effect) +
-         "\n  " + fuzz::Show(finding.mend);
+std::string Described(const Finding& finding) {
+  return std::string(finding.rule->name) + " at " + std::to_string(finding.offset) + " " + fuzz::Show(finding.pointer) +
+         "\n  " + fuzz::Show(finding.message) + "\n  " + fuzz::Show(finding.effect) + "\n  " + fuzz::Show(finding.fix);
 }
 
 // The value that a JSON pointer names; null for none.
@@ -50,15 +48,16 @@ const Json::Value* Resolve(const Json::Value& root, const std::string& pointer) 
   return value;
 }
 
-void CheckFinding(const dp4::Finding& finding, const std::string& text, const Json::Value& root) {
-  for (const std::string* part : {&finding.message, &finding.effect, &finding.mend}) {
+void CheckFinding(const Finding& finding, const std::string& text, const Json::Value& root) {
+  for (const std::string* part : {&finding.message, &finding.effect, &finding.fix}) {
     if (part->empty() || std::any_of(part->begin(), part->end(), [](char c) { return c >= 0 && c < ' '; })) {
       fuzz::Fail("a finding tells in one line what it is", Described(finding));
     }
   }
   if (finding.offset > text.size()) fuzz::Fail("a finding has a place in the text", Described(finding));
   // Of repeated members, only the last is in the value.
-  if (finding.rule == dp4::RuleId::kRepeatedMember || finding.rule == dp4::RuleId::kJsonSyntax) return;
+  if (finding.rule == &morvix::inspect::rules::kRepeatedMember || finding.rule == &morvix::inspect::rules::kJsonSyntax)
+    return;
   const Json::Value* value = Resolve(root, finding.pointer);
   if (value == nullptr) fuzz::Fail("the pointer of a finding names a value", Described(finding));
   fuzz::ExpectEqual(int64_t{value->getOffsetStart()}, static_cast<int64_t>(finding.offset),
@@ -66,12 +65,11 @@ void CheckFinding(const dp4::Finding& finding, const std::string& text, const Js
 }
 
 // The same findings, without those that are less severe.
-void CheckSeverity(const std::string& text, bool withRoundtrip, const std::vector<dp4::Finding>& all,
-                   dp4::Severity least) {
-  const std::vector<dp4::Finding> severe = FindingsOf(text, least, withRoundtrip);
+void CheckSeverity(const std::string& text, bool withRoundtrip, const std::vector<Finding>& all, Severity least) {
+  const std::vector<Finding> severe = FindingsOf(text, least, withRoundtrip);
   size_t next = 0;
-  for (const dp4::Finding& finding : all) {
-    if (dp4::RuleOf(finding.rule).severity < least) continue;
+  for (const Finding& finding : all) {
+    if (finding.rule->severity < least) continue;
     if (next == severe.size() || Described(severe[next]) != Described(finding)) {
       fuzz::Fail("a severity leaves out what is below it, and nothing else", Described(finding));
     }
@@ -81,18 +79,17 @@ void CheckSeverity(const std::string& text, bool withRoundtrip, const std::vecto
 }
 
 // What the linter says of an entity against what the module does with it.
-void CheckEntityFindings(const Json::Value& entity, const std::string& pointer,
-                         const std::vector<dp4::Finding>& findings) {
+void CheckEntityFindings(const Json::Value& entity, const std::string& pointer, const std::vector<Finding>& findings) {
   std::set<std::string> unclean;
   bool hasError = false;
-  for (const dp4::Finding& finding : findings) {
+  for (const Finding& finding : findings) {
     if (finding.pointer.compare(0, pointer.size() + 1, pointer + "/") != 0 && finding.pointer != pointer) continue;
-    if (dp4::RuleOf(finding.rule).severity == dp4::Severity::kError) hasError = true;
+    if (finding.rule->severity == Severity::kError) hasError = true;
     const std::string attrs = pointer + "/attrs/";
     if (finding.pointer.compare(0, attrs.size(), attrs) != 0) continue;
     unclean.insert(finding.pointer.substr(0, finding.pointer.find('/', attrs.size())));
   }
-  model::Parsed parsed = model::Parse(entity, dp4::kAllGroups);
+  model::Parsed parsed = model::Parse(entity, fuzz::kAllGroups);
   if (parsed.hasThrown) {
     if (!hasError) fuzz::Fail("what throws is an error", pointer);
     return;
@@ -121,12 +118,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(data, data + size);
   const bool withRoundtrip = size % 4 == 0;
-  const std::vector<dp4::Finding> findings = FindingsOf(text, dp4::Severity::kInfo, withRoundtrip);
-  Json::Value root;
-  dp4::JsonError error;
-  const bool isJson = dp4::ParseJsonText(text, root, error);
-  if (!isJson) root = Json::Value();  // of which a part may have been read
-  fuzz::ExpectEqual(findings.size() == 1 && findings[0].rule == dp4::RuleId::kJsonSyntax, !isJson,
+  std::vector<Finding> findings;
+  try {
+    findings = FindingsOf(text, Severity::kInfo, withRoundtrip);
+  } catch (const morvix::inspect::InputError&) {
+    return 0;  // more inherited items than there is memory for
+  }
+  morvix::inspect::json::SyntaxError error;
+  const auto document = morvix::inspect::json::Document::Read("input", text, error);
+  const bool isJson = document.has_value();
+  const Json::Value root = isJson ? document->Root() : Json::Value();
+  fuzz::ExpectEqual(findings.size() == 1 && findings[0].rule == &morvix::inspect::rules::kJsonSyntax, !isJson,
                     "what is not JSON is the only thing that is found");
   for (size_t i = 0; i < findings.size(); ++i) {
     CheckFinding(findings[i], text, root);
@@ -134,7 +136,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       fuzz::Fail("findings stand in the order of the text", Described(findings[i]));
     }
   }
-  CheckSeverity(text, withRoundtrip, findings, size % 2 == 0 ? dp4::Severity::kError : dp4::Severity::kWarning);
+  CheckSeverity(text, withRoundtrip, findings, size % 2 == 0 ? Severity::kError : Severity::kWarning);
   const Json::Value& entities = fuzz::MemberOf(root, "entities");
   for (Json::ArrayIndex i = 0; entities.isArray() && i < entities.size(); ++i) {
     CheckEntityFindings(entities[i], "/entities/" + std::to_string(i), findings);

@@ -8,11 +8,12 @@
 #include <string>
 
 #include "Properties.h"
-#include "tools/dp4/DecodeForms.h"
-#include "tools/dp4/JsonLine.h"
+#include "inspect/capture/JsonLine.h"
+#include "inspect/packets/Reading.h"
+#include "inspect/packets/ResultForms.h"
 #include "tools/dp4/LineReader.h"
-#include "tools/dp4/Packets.h"
-#include "tools/dp4/Text.h"
+
+namespace inspect = morvix::inspect;
 
 namespace {
 
@@ -76,7 +77,7 @@ void CheckLines(const std::string& text, const std::vector<Line>& lines) {
   if (begin < text.size()) fuzz::Fail("every line is read", fuzz::Show(text.substr(begin)));
 }
 
-void CheckError(const dp4::HexError& error, const std::string& text) {
+void CheckError(const inspect::HexError& error, const std::string& text) {
   if (error.message.empty() || error.column < 1 || error.column > text.size() + 1) {
     fuzz::Fail("an error has a message and a column of its text",
                fuzz::Show(text) + "\ncolumn " + std::to_string(error.column) + ": " + error.message);
@@ -89,14 +90,16 @@ void CheckError(const dp4::HexError& error, const std::string& text) {
 // Text for text, the packet's forms say the same.
 void CheckForms(const fuzz::Bytes& bytes) {
   fuzz::Bytes again;
-  dp4::HexError error;
-  if (!dp4::ParseHex(dp4::PacketText(bytes, "hex"), again, error)) fuzz::Fail("hex can be read", fuzz::Show(bytes));
+  inspect::HexError error;
+  if (!inspect::ParseHex(inspect::PacketText(bytes, inspect::PacketForm::kHex), again, error))
+    fuzz::Fail("hex can be read", fuzz::Show(bytes));
   fuzz::ExpectEqual(again, bytes, "hex is read as what was written");
-  fuzz::ExpectEqual(dp4::PacketText(bytes, "base64"), model::Base64Text(bytes) + "\n", "base64 is the model's");
-  std::string array = dp4::PacketText(bytes, "c-array");
+  fuzz::ExpectEqual(inspect::PacketText(bytes, inspect::PacketForm::kBase64), model::Base64Text(bytes) + "\n",
+                    "base64 is the model's");
+  std::string array = inspect::PacketText(bytes, inspect::PacketForm::kCArray);
   array = array.substr(array.find('{') + 1);
   array.resize(array.rfind(','));
-  if (!dp4::ParseHex(array, again, error)) fuzz::Fail("the items of an array can be read", fuzz::Show(array));
+  if (!inspect::ParseHex(array, again, error)) fuzz::Fail("the items of an array can be read", fuzz::Show(array));
   fuzz::ExpectEqual(again, bytes, "an array has the packet's bytes");
 }
 
@@ -129,8 +132,8 @@ bool IsHexText(const std::string& text) {
 }
 
 bool CheckHex(const std::string& text, fuzz::Bytes& bytes) {
-  dp4::HexError error;
-  const bool isTaken = dp4::ParseHex(text, bytes, error);
+  inspect::HexError error;
+  const bool isTaken = inspect::ParseHex(text, bytes, error);
   fuzz::ExpectEqual(isTaken, IsHexText(text), "what is taken is hexadecimal digits");
   if (!isTaken) {
     CheckError(error, text);
@@ -163,30 +166,32 @@ bool IsPlainBetweenTexts(const std::string& json) {
 
 // What a line of JSON holds is found, and what is put in its place leaves the rest as it was.
 bool CheckJsonLine(const std::string& line, std::string& packet) {
-  dp4::JsonLine parts;
-  dp4::HexError error;
-  if (!dp4::ReadJsonLine(line, parts, error)) {
+  inspect::JsonLine parts;
+  inspect::HexError error;
+  if (!inspect::ReadJsonLine(line, parts, error)) {
     CheckError(error, line);
     return false;
   }
-  if (!IsPlainBetweenTexts(line)) fuzz::Fail("a line that is taken is JSON without comments", fuzz::Show(line));
   packet = parts.packet;
-  const std::string quoted = line.substr(parts.before.size(), line.size() - parts.before.size() - parts.after.size());
-  Json::Value value;
-  if (parts.before + quoted + parts.after != line || !fuzz::ParseText("[" + quoted + "]", value) ||
-      value[0] != Json::Value(packet)) {
-    fuzz::Fail("the parts of a line make the line", fuzz::Show(line));
+  if (parts.before.empty() || parts.before[parts.before.find_first_not_of(' ')] != '{') {
+    fuzz::Fail("a line that is taken is an object", fuzz::Show(line));
   }
-  const std::string replaced = dp4::WithoutControls(parts.before) + "7" + dp4::WithoutControls(parts.after);
+  Json::Value value;
+  const std::string replaced = parts.before + "7" + parts.after;
+  if (!IsPlainBetweenTexts(replaced)) fuzz::Fail("a line that is taken is JSON without comments", fuzz::Show(line));
   if (std::any_of(replaced.begin(), replaced.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; })) {
     fuzz::Fail("a line holds no controls", fuzz::Show(replaced));
   }
-  Json::Value expected = parts.others;
-  expected["packet"] = 7;
-  // By the same reader: the module's stores some large integers as another kind.
-  dp4::JsonError problem;
-  if (!dp4::ParseJsonText(replaced, value, problem) || value != expected) {
+  if (!fuzz::ParseText(replaced, value) || value["packet"] != Json::Value(7) || parts.hasOthers != (value.size() > 1)) {
     fuzz::Fail("the rest of a line stays", fuzz::Show(line) + "\nbecame " + fuzz::Show(replaced));
+  }
+  // Where there are no controls, what stands around the packet is untouched.
+  const bool isClean =
+      std::none_of(line.begin(), line.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; });
+  const bool isSame = line.compare(0, parts.before.size(), parts.before) == 0 && line.size() >= parts.after.size() &&
+                      line.compare(line.size() - parts.after.size(), std::string::npos, parts.after) == 0;
+  if (isClean && line.find('\xc2') == std::string::npos && !isSame) {
+    fuzz::Fail("the parts of a line make the line", fuzz::Show(line));
   }
   return true;
 }
@@ -197,45 +202,44 @@ std::string ActiveText(const std::vector<TavelReceiveInfo>& active) {
   return fuzz::Written(values);
 }
 
+std::unique_ptr<inspect::ResultForm> FormOf(const inspect::EntityModel& entity, size_t index) {
+  return index == 0   ? inspect::FlatForm(entity)
+         : index == 1 ? inspect::DecodedForm(entity)
+                      : inspect::TableForm(entity, false);
+}
+
 // Tables take longer than the other forms.
-void CheckPacket(const dp4::ParsedEntity& entity, const fuzz::Bytes& packet, bool withTable) {
+void CheckPacket(const inspect::EntityModel& entity, const fuzz::Bytes& packet, bool withTable) {
   std::string document;
   std::vector<TavelReceiveInfo> alerts;
   std::vector<TavelReceiveInfo> faults;
   fuzz::TakeLines();
-  const bool isReceived =
-      ProtocolReceivePacket_4_0(entity.info, entity.attributes, packet.data(), packet.size(), document, alerts, faults);
+  const bool isReceived = ProtocolReceivePacket_4_0(entity.Info(), entity.Reading().records, packet.data(),
+                                                    packet.size(), document, alerts, faults);
   const fuzz::Lines lines = fuzz::TakeLines();
-  for (const char* name : {"flat", "decoded", "table"}) {
-    if (name == std::string("table") && !withTable) break;
-    const std::unique_ptr<dp4::Form> form = dp4::MakeForm(name, entity, false);
-    const std::optional<std::string> result = form->ResultOf(packet);
-    fuzz::ExpectEqual(result.has_value(), isReceived, "a packet has a result if the module takes it");
-    if (!result) {
-      if (dp4::RefusalText(packet).empty()) fuzz::Fail("a refusal has a reason", fuzz::Show(packet));
-      continue;
-    }
-    fuzz::ExpectEqual(form->Lines().size(), lines.size(), "the module's lines are told");
-    for (const dp4::LoggedLine& line : form->Lines()) {
-      if (dp4::FailureText(entity, packet, line.text).empty()) fuzz::Fail("a failure has a text", line.text);
-    }
-    if (result->empty() || result->back() != '\n') fuzz::Fail("a result ends its line", fuzz::Show(*result));
-    if (name == std::string("table")) continue;
+  fuzz::ExpectEqual(inspect::RefusalOf(packet).empty(), isReceived, "a packet has a result if the module takes it");
+  if (!isReceived) return;
+  for (size_t i = 0; i < (withTable ? 3 : 2); ++i) {
+    std::string failure;
+    const std::string result = FormOf(entity, i)->ResultOf(packet, failure);
+    fuzz::ExpectEqual(fuzz::TakeLines(), lines, "the module's lines are logged once");
+    fuzz::ExpectEqual(failure.empty(), lines.empty(), "a failure has a text");
+    if (result.empty() || result.back() != '\n') fuzz::Fail("a result ends its line", fuzz::Show(result));
     Json::Value value;
-    if (!fuzz::ParseText(*result, value)) fuzz::Fail("a result is JSON", fuzz::Show(*result));
-    if (name != std::string("flat")) continue;
+    if (i < 2 && !fuzz::ParseText(result, value)) fuzz::Fail("a result is JSON", fuzz::Show(result));
+    if (i != 0) continue;
     fuzz::ExpectEqual(fuzz::Written(value["values"]), document, "the values are the module's");
     fuzz::ExpectEqual(fuzz::Written(value["active"]["alerts"]), ActiveText(alerts), "so are the active alerts");
     fuzz::ExpectEqual(fuzz::Written(value["active"]["faults"]), ActiveText(faults), "so are the active faults");
   }
-  fuzz::TakeLines();
 }
 
-const std::vector<dp4::ParsedEntity>& ParsedExamples() {
-  static const std::vector<dp4::ParsedEntity>& entities = *[] {
-    auto* all = new std::vector<dp4::ParsedEntity>;
+const std::vector<inspect::EntityModel>& ExampleModels() {
+  static const std::vector<inspect::EntityModel>& entities = *[] {
+    auto* all = new std::vector<inspect::EntityModel>;
+    inspect::EntityFault fault;
     for (const fuzz::Example& example : fuzz::Examples()) {
-      all->push_back(dp4::ParseEntity(dp4::JsonText(), example.entity, dp4::kAllGroups, nullptr));
+      all->push_back(std::move(*inspect::EntityModel::Parse(example.entity, "", fault)));
     }
     return all;
   }();
@@ -247,7 +251,7 @@ const std::vector<dp4::ParsedEntity>& ParsedExamples() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
-  const std::vector<dp4::ParsedEntity>& entities = ParsedExamples();
+  const std::vector<inspect::EntityModel>& entities = ExampleModels();
   std::string text(data + 2, data + size);
   const bool isLong = data[0] == 0xff && data[1] == 0xff;
   if (isLong) text.insert(0, dp4::kMaxLineBytes - size / 2, ' ');

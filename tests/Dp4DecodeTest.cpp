@@ -474,8 +474,8 @@ TEST(DecodeJsonLine, IsReportedWithItsPlace) {
     std::string report;
   };
   for (const Case& test : std::vector<Case>{
-           {R"({"packet": 4})", ":1: expected a member \"packet\", a text of hexadecimal digits"},
-           {R"({"Packet": "04"})", ":1: expected a member \"packet\", a text of hexadecimal digits"},
+           {R"({"packet": 4})", ":1: expected a member \"packet\", a string of hexadecimal digits"},
+           {R"({"Packet": "04"})", ":1: expected a member \"packet\", a string of hexadecimal digits"},
            {R"({"n": 1, "packet": "04 0g"})", ":25: expected the second hexadecimal digit of a byte, found 'g'"},
            {R"({"packet": "02"})", ": too short; expected a command byte and at least one byte of payload"},
            {R"({"packet": "0201"})",
@@ -496,7 +496,7 @@ TEST(DecodeJsonLine, IsStrictJson) {
     EXPECT_THAT(run.err, StartsWith("dp4: standard input:1:")) << line;
     EXPECT_THAT(run.err, HasSubstr(": not JSON: ")) << line;
   }
-  ExpectProblem(DecodeKettle({}, "{\"packet\": " + std::string(5000, '[')), "",
+  ExpectProblem(DecodeKettle({}, "{\"packet\": " + std::string(5000, '[') + std::string(5000, ']') + "}"), "",
                 "dp4: standard input:1:1: not JSON: nested too deep\n");
 }
 
@@ -795,11 +795,16 @@ TEST(DecodeStream, PassesNothingThroughThatIsNoJson) {
   const std::string packet = "\"packet\":\"04055a019f0100\"}\n";
   const ToolRun run = DecodeKettle({}, "{\"v\":01," + packet + "{\"v\":1.," + packet + "{\"v\":\"\xff\"," + packet +
                                            "{/**/" + packet + "{\"v\":-0.5e3,\"\\\"/\":\"01\"," + packet);
-  EXPECT_EQ(run.err,
-            "dp4: standard input:1:6: not JSON: a number that is written in another way\n"
-            "dp4: standard input:2:6: not JSON: a number that is written in another way\n"
-            "dp4: standard input:3:7: not JSON: a byte that is no UTF-8\n"
-            "dp4: standard input:4:2: not JSON: a comment, where none was expected\n");
+  EXPECT_EQ(
+      run.err,
+      "dp4: standard input:1:7: not JSON: syntax error while parsing object - unexpected number literal; "
+      "expected '}'\n"
+      "dp4: standard input:2:8: not JSON: syntax error while parsing value - invalid number; expected digit after "
+      "'.'; last read: '1.,'\n"
+      "dp4: standard input:3:7: not JSON: syntax error while parsing value - invalid string: ill-formed UTF-8 "
+      "byte; last read: '\"\\xff'\n"
+      "dp4: standard input:4:2: not JSON: syntax error while parsing object key - invalid literal; last read: "
+      "'{/'; expected string literal\n");
   EXPECT_EQ(run.out.compare(0, 40, "{\"v\":-0.5e3,\"\\\"/\":\"01\",\"packet\":{\"values"), 0) << run.out;
   EXPECT_EQ(run.exitCode, 1);
 }
@@ -810,9 +815,12 @@ TEST(DecodeStream, TakesNoPlusAndNothingBehindANul) {
   const ToolRun run =
       DecodeKettle({}, "{\"at\": +1, " + packet + "\n{" + packet + std::string(1, '\0') + " \"more\"\n");
   EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err,
-            "dp4: standard input:1:8: not JSON: a number that is written in another way\n"
-            "dp4: standard input:2:29: not JSON: a NUL, at which reading ends\n");
+  EXPECT_EQ(
+      run.err,
+      "dp4: standard input:1:8: not JSON: syntax error while parsing value - invalid literal; last read: "
+      "'\"at\": +'\n"
+      "dp4: standard input:2:36: not JSON: syntax error while parsing value - unexpected string literal; expected "
+      "end of input\n");
 }
 
 TEST(DecodeStream, MayBeginWithAByteOrderMark) {

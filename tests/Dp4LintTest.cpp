@@ -16,7 +16,7 @@
 
 #include "TestSupport.h"
 #include "ToolSupport.h"
-#include "tools/dp4/LintCoverage.h"
+#include "inspect/lint/Coverage.h"
 
 namespace {
 
@@ -198,9 +198,9 @@ TEST(Lint, NamesTheFirstOfTheFieldsThatOneOverlapsAndCountsTheOthers) {
 
 // ---- Fields on payload bits ----
 
-using dp4::BitRange;
-using dp4::Coverage;
-using dp4::FewFields;
+using morvix::inspect::BitRange;
+using morvix::inspect::Coverage;
+using morvix::inspect::FewFields;
 
 // The same, by a look at every field.
 FewFields SlowOver(const std::vector<BitRange>& laid, const BitRange& range) {

@@ -293,9 +293,10 @@ TEST(Show, TellsWhenAWriteIsTooShort) {
   EXPECT_EQ(LinesOf(run.out).at(0), "box \"Box\", id 7: 2 attributes, 6 bytes of payload, all in a write");
   EXPECT_EQ(CellOf(run.out, "far", "PLACE"), "8.0");
   EXPECT_EQ(CellOf(run.out, "near", "PLACE"), "0");
-  EXPECT_EQ(NotesOf(run.out),
-            (std::vector<std::string>{"attrs[0] (far) is read at 8.0 but has no place in a write",
-                                      "attrs[0] (far) lies behind the payload and is read from longer ones only"}));
+  EXPECT_EQ(
+      NotesOf(run.out),
+      (std::vector<std::string>{"attrs[0] (far) is read at 8.0 but has no place in a write",
+                                "attrs[0] (far) lies after the payload's end and is read from longer payloads only"}));
 }
 
 TEST(Show, CountsNoBytesForAFieldOfLengthZero) {

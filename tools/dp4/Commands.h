@@ -1,72 +1,78 @@
-// The commands of dp4. Each takes its options, writes results to `out` and everything else to `err`, and returns the
-// exit code. Arguments and files that cannot be used are thrown as UsageError.
+// The commands of dp4. Each takes its options, writes results to the environment's `out` and everything else to its
+// `err`, and returns the exit code. Arguments and files that cannot be used are thrown as InputError.
 
 #ifndef MORVIX_DP4_COMMANDS_H
 #define MORVIX_DP4_COMMANDS_H
 
-#include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "Input.h"
+#include "Environment.h"
+#include "inspect/findings/Finding.h"
+#include "inspect/packets/Packet.h"
 
 namespace dp4 {
 
-// What all commands know.
-struct CommonOptions {
-  std::string entity;           // name or id; empty for the only one
-  std::ostream* log = nullptr;  // where the module's log lines go; null for nowhere
-  bool color = false;           // whether results are coloured
-};
-
 struct ShowOptions {
   std::string configuration;
+  std::string entity;  // name or id; empty for all
+  bool color = false;
 };
-int Show(const ShowOptions& options, const CommonOptions& common, std::ostream& out);
+int Show(const ShowOptions& options, Environment& environment);
 
 struct LayoutOptions {
   std::string configuration;
-  std::string svg;  // the file of the picture; empty for the text form on standard output
+  std::string entity;  // empty for the only one
+  std::string svg;     // the file of the picture; empty for the text form
+  bool color = false;
 };
-int Layout(const LayoutOptions& options, const CommonOptions& common, std::ostream& out);
+int Layout(const LayoutOptions& options, Environment& environment);
+
+enum class FindingsForm { kText, kJson, kSarif };
 
 struct LintOptions {
   std::vector<std::string> configurations;
-  std::string format = "text";       // text, json or sarif
-  std::string severity = "warning";  // findings below it are not shown and do not count: error, warning or info
-  bool listRules = false;            // instead of linting
-  bool roundtrip = false;            // encodes and decodes limits and middles as well
+  std::string entity;  // empty for all
+  FindingsForm format = FindingsForm::kText;
+  morvix::inspect::Severity severity = morvix::inspect::Severity::kWarning;
+  bool listRules = false;  // instead of linting
+  bool roundtrip = false;
+  bool color = false;
 };
-int Lint(const LintOptions& options, const CommonOptions& common, std::ostream& out);
+int Lint(const LintOptions& options, Environment& environment);
 
 struct EncodeOptions {
   std::string configuration;
-  std::string values;             // file of a value document, "-" for standard input; empty with --set only
-  std::vector<std::string> set;   // "name=value" each; after the document's values
-  std::string command = "write";  // write or cc-write
-  bool hasSubDevice = false;
-  int subDevice = 0;
-  std::string output = "hex";  // hex, c-array, base64 or binary
+  std::string entity;            // empty for the only one
+  std::string values;            // file of a value document, "-" for standard input; empty with --set only
+  std::vector<std::string> set;  // "name=value" each; after the document's values
+  MorvixProtocolCommand_4_0 command = MorvixProtocolCommandWriteReq_4_0;
+  std::optional<int32_t> subDevice;
+  morvix::inspect::PacketForm output = morvix::inspect::PacketForm::kHex;
   bool explain = false;
   bool strict = false;  // a value that is left out is a problem
+  bool color = false;
 };
-int Encode(const EncodeOptions& options, const CommonOptions& common, std::ostream& out, std::ostream& err);
+int Encode(const EncodeOptions& options, Environment& environment);
 
 struct RequestOptions {
   std::string command;  // read, cc-read, cc-add, cc-delete or cc-list
-  bool hasSubDevice = false;
-  int subDevice = 0;
-  std::string output = "hex";
+  std::optional<int32_t> subDevice;
+  morvix::inspect::PacketForm output = morvix::inspect::PacketForm::kHex;
 };
-int Request(const RequestOptions& options, std::ostream& out);
+int Request(const RequestOptions& options, Environment& environment);
+
+enum class DocumentForm { kFlat, kDecoded, kTable };
 
 struct DecodeOptions {
   std::string configuration;
+  std::string entity;                // empty for the only one
   std::vector<std::string> packets;  // empty: a stream on standard input
-  std::string document = "flat";     // decoded, flat or table
+  DocumentForm document = DocumentForm::kFlat;
+  bool color = false;
 };
-int Decode(const DecodeOptions& options, const CommonOptions& common, std::istream& in, std::ostream& out,
-           std::ostream& err);
+int Decode(const DecodeOptions& options, Environment& environment);
 
 struct DevicesOptions {
   std::string list;
@@ -74,9 +80,9 @@ struct DevicesOptions {
   std::string packetVersion;  // as text, 0x4
   std::string find;           // a product key
   bool keys = false;          // lists the product keys
-  int build = 0;              // 1 --debug, -1 --release, 0 as the file says
+  std::optional<bool> debug;  // the build whose keys are taken; nothing: as the file says
 };
-int Devices(const DevicesOptions& options, std::ostream& out, std::ostream& err);
+int Devices(const DevicesOptions& options, Environment& environment);
 
 }  // namespace dp4
 

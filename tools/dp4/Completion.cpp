@@ -1,190 +1,132 @@
 #include "Completion.h"
 
-#include <functional>
-#include <sstream>
-#include <vector>
+#include <algorithm>
 
 namespace dp4 {
 
 namespace {
 
-struct Completable {
-  std::string name;  // --option
-  std::string description;
-  bool takesValue = false;
-  std::string words;  // what it takes, blank-separated; empty for files and free text
-};
-
-struct Command {
-  std::string name;
-  std::string description;
-  std::vector<Completable> options;
-  std::string words;  // what its first argument takes
-};
-
-// `text` with every character that stands in `characters` replaced by what `replacement` gives for it.
-std::string Replaced(const std::string& text, const std::string& characters,
-                     const std::function<std::string(char)>& replacement) {
-  std::string replaced;
-  for (const char c : text) {
-    if (characters.find(c) == std::string::npos) {
-      replaced += c;
-    } else {
-      replaced += replacement(c);
-    }
-  }
-  return replaced;
+// In bash "=" is a word of its own.
+const char kBash[] =
+    R"sh(_dp4() {
+  local IFS=$'\n' word=${COMP_WORDS[COMP_CWORD]}
+  COMPREPLY=($(compgen -W "$("${COMP_WORDS[0]}" complete -- "${COMP_WORDS[@]:1:COMP_CWORD}" | cut -f 1)" -- "${word#=}"))
 }
+complete -o default -F _dp4 dp4
+)sh";
 
-std::string WithBackslash(char c) { return {'\\', c}; }
+const char kZsh[] =
+    R"sh(#compdef dp4
+_dp4() {
+  local -a lines
+  lines=("${(@f)$("${words[1]}" complete -- "${(@)words[2,CURRENT]}")}")
+  if [[ -n ${lines[1]} ]]; then
+    _describe dp4 lines "${(@)lines%%$'\t'*}"
+  else
+    _files
+  fi
+}
+# Sourced, it registers itself; found by name in fpath, it is the first completion.
+if [[ ${funcstack[1]} == _dp4 ]]; then
+  _dp4 "$@"
+else
+  compdef _dp4 dp4
+fi
+)sh";
+
+const char kFish[] =
+    R"sh(complete -c dp4 -a '(dp4 complete -- (commandline -opc)[2..-1] (commandline -ct))'
+)sh";
+
+struct Candidate {
+  std::string text;
+  std::string description;
+};
 
 // The words of a check that names them: "{auto,always,never}".
-std::string WordsOf(const CLI::Option& option) {
+std::vector<Candidate> WordsOf(const CLI::Option& option) {
   const std::string type = option.get_type_name();
   const size_t begin = type.find('{');
   const size_t end = type.find('}');
-  if (begin == std::string::npos || end == std::string::npos) return "";
-  return Replaced(type.substr(begin + 1, end - begin - 1), ",", [](char) { return " "; });
+  std::vector<Candidate> words;
+  if (begin == std::string::npos || end == std::string::npos) return words;
+  for (const std::string& word : CLI::detail::split(type.substr(begin + 1, end - begin - 1), ',')) {
+    words.push_back({word, ""});
+  }
+  return words;
 }
 
-std::vector<Command> CommandsOf(const CLI::App& app) {
-  std::vector<Command> commands;
-  for (const CLI::App* subcommand : app.get_subcommands(std::function<bool(const CLI::App*)>())) {
-    Command command;
-    command.name = subcommand->get_name();
-    command.description = subcommand->get_description();
-    for (const CLI::Option* option : subcommand->get_options()) {
-      if (option->get_positional()) {
-        if (command.words.empty()) command.words = WordsOf(*option);
-      } else if (!option->get_lnames().empty()) {
-        command.options.push_back({"--" + option->get_lnames()[0], option->get_description(),
-                                   option->get_items_expected_max() != 0, WordsOf(*option)});
-      }
-    }
-    commands.push_back(command);
+std::vector<Candidate> CommandsOf(const CLI::App& app) {
+  std::vector<Candidate> commands;
+  for (const CLI::App* command : app.get_subcommands(nullptr)) {
+    if (!command->get_group().empty()) commands.push_back({command->get_name(), command->get_description()});
   }
+  for (const char* option : {"--help", "--version"}) commands.push_back({option, ""});
   return commands;
 }
 
-std::string NamesOf(const std::vector<Command>& commands) {
-  std::string names;
-  for (const Command& command : commands) names += (names.empty() ? "" : " ") + command.name;
-  return names;
-}
-
-std::string Bash(const std::vector<Command>& commands) {
-  std::ostringstream script;
-  script << "_dp4() {\n"
-            "  local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command=${COMP_WORDS[1]}\n"
-            "  local words= given\n"
-            "  if [ \"$word\" = = ]; then  # of --option=\n"
-            "    word=\n"
-            "  elif [ \"$previous\" = = ]; then\n"
-            "    previous=${COMP_WORDS[COMP_CWORD-2]}\n"
-            "  fi\n"
-            "  if [ \"$COMP_CWORD\" -eq 1 ]; then\n"
-            "    COMPREPLY=($(compgen -W '"
-         << NamesOf(commands)
-         << " --help --version' -- \"$word\"))\n"
-            "    return\n"
-            "  fi\n"
-            "  case $command/$previous in\n";
-  for (const Command& command : commands) {
-    std::string options;
-    for (const Completable& option : command.options) {
-      options += (options.empty() ? "" : " ") + option.name;
-      if (!option.words.empty()) {
-        script << "    " << command.name << '/' << option.name << ") words='" << option.words << "' ;;\n";
-      }
-    }
-    script << "    " << command.name << "/*)\n"
-           << "      case $word in -*) words='" << options << "' ;; *) words='" << command.words << "' ;; esac\n";
-    if (!command.words.empty()) {
-      script << "      for given in \"${COMP_WORDS[@]:2:COMP_CWORD-2}\"; do  # one of them is enough\n"
-                "        [[ \" "
-             << command.words << " \" == *\" $given \"* && $word != -* ]] && words=\n      done\n";
-    }
-    script << "      ;;\n";
+// What fits in place of the last word of a command's arguments.
+std::vector<Candidate> ArgumentsOf(const CLI::App& command, std::vector<std::string> words) {
+  std::string& last = words.back();
+  std::string before = words.size() > 1 ? words[words.size() - 2] : "";
+  std::string prefix;
+  const size_t equals = last.find('=');
+  if (last.compare(0, 2, "--") == 0 && equals != std::string::npos) {  // --option=va
+    before = last.substr(0, equals);
+    prefix = last.substr(0, equals + 1);
+  } else if (before == "=" && words.size() > 2) {  // --option = va
+    before = words[words.size() - 3];
+  } else if (last == "=") {  // --option =
+    last.clear();
   }
-  script << "  esac\n"
-            "  COMPREPLY=($(compgen -W \"$words\" -- \"$word\"))\n"
-            "}\n"
-            "complete -o default -F _dp4 dp4\n";
-  return script.str();
-}
-
-// Quoted for zsh's _arguments, which gives a meaning to brackets and colons.
-std::string ZshText(const std::string& text) {
-  return Replaced(Replaced(text, "[]:", WithBackslash), "'", [](char) { return "'\\''"; });
-}
-
-std::string Zsh(const std::vector<Command>& commands) {
-  std::ostringstream script;
-  script << "#compdef dp4\n"
-            "_dp4() {\n"
-            "  if (( CURRENT == 2 )) && [[ $PREFIX == -* ]]; then\n"
-            "    compadd -- --help --version\n"
-            "    return\n"
-            "  fi\n"
-            "  if (( CURRENT == 2 )); then\n"
-            "    local -a commands=(\n";
-  for (const Command& command : commands) {
-    script << "      '" << command.name << ':' << ZshText(command.description) << "'\n";
+  const CLI::Option* option = command.get_option_no_throw(before);
+  const bool isValue = option != nullptr && before.compare(0, 2, "--") == 0 && option->get_items_expected_max() != 0;
+  std::vector<Candidate> candidates;
+  if (isValue) {
+    candidates = WordsOf(*option);
+    for (Candidate& candidate : candidates) candidate.text.insert(0, prefix);
+    return candidates;
   }
-  script << "    )\n"
-            "    _describe command commands\n"
-            "    return\n"
-            "  fi\n"
-            "  case ${words[2]} in\n";
-  for (const Command& command : commands) {
-    script << "    " << command.name << ")\n      _arguments '1:command:'";
-    for (const Completable& option : command.options) {
-      script << " \\\n        '" << option.name << (option.takesValue ? "=[" : "[") << ZshText(option.description)
-             << ']';
-      if (option.takesValue) script << ":value:" << (option.words.empty() ? "_files" : "(" + option.words + ")");
-      script << '\'';
-    }
-    script << " \\\n        '" << (command.words.empty() ? "*:argument:_files" : "2:argument:(" + command.words + ")")
-           << "' ;;\n";
-  }
-  script << "  esac\n"
-            "}\n"
-            "# Sourced, it registers itself; found by name in fpath, it is the first completion.\n"
-            "if [[ ${funcstack[1]} == _dp4 ]]; then\n"
-            "  _dp4 \"$@\"\n"
-            "else\n"
-            "  compdef _dp4 dp4\n"
-            "fi\n";
-  return script.str();
-}
-
-std::string FishText(const std::string& text) { return Replaced(text, "'\\", WithBackslash); }
-
-std::string Fish(const std::vector<Command>& commands) {
-  std::ostringstream script;
-  for (const char* option : {"help", "version"}) {
-    script << "complete -c dp4 -n __fish_use_subcommand -f -l " << option << '\n';
-  }
-  for (const Command& command : commands) {
-    script << "complete -c dp4 -n __fish_use_subcommand -f -a " << command.name << " -d '"
-           << FishText(command.description) << "'\n";
-    const std::string seen = "-n '__fish_seen_subcommand_from " + command.name + "'";
-    if (!command.words.empty()) script << "complete -c dp4 " << seen << " -f -a '" << command.words << "'\n";
-    for (const Completable& option : command.options) {
-      script << "complete -c dp4 " << seen << " -l " << option.name.substr(2);
-      if (option.takesValue) script << (option.words.empty() ? " -r" : " -x -a '" + option.words + "'");
-      script << " -d '" << FishText(option.description) << "'\n";
+  for (const CLI::Option* other : command.get_options()) {
+    const bool isPositional = other->get_positional();
+    if (!isPositional && !last.empty() && last[0] == '-' && !other->get_lnames().empty()) {
+      candidates.push_back({"--" + other->get_lnames()[0], other->get_description()});
+    } else if (isPositional && (last.empty() || last[0] != '-') && candidates.empty()) {
+      candidates = WordsOf(*other);
     }
   }
-  return script.str();
+  // One of a choice of words is enough.
+  const auto isGiven = [&words](const Candidate& candidate) {
+    return std::find(words.begin(), words.end() - 1, candidate.text) != words.end() - 1;
+  };
+  const bool isWord = last.empty() || last[0] != '-';
+  if (isWord && std::any_of(candidates.begin(), candidates.end(), isGiven)) candidates.clear();
+  return candidates;
 }
 
 }  // namespace
 
-std::string CompletionScript(const CLI::App& app, const std::string& shell) {
-  const std::vector<Command> commands = CommandsOf(app);
-  if (shell == "bash") return Bash(commands);
-  return shell == "zsh" ? Zsh(commands) : Fish(commands);
+const char* CompletionScript(const std::string& shell) {
+  return shell == "bash" ? kBash : shell == "zsh" ? kZsh : kFish;
+}
+
+std::string Completions(const CLI::App& app, const std::vector<std::string>& words) {
+  std::vector<Candidate> candidates;
+  if (words.size() < 2) {
+    candidates = CommandsOf(app);
+  } else {
+    for (const CLI::App* command : app.get_subcommands(nullptr)) {
+      if (command->get_name() == words[0]) candidates = ArgumentsOf(*command, {words.begin() + 1, words.end()});
+    }
+  }
+  const std::string& prefix = words.empty() ? std::string() : words.back();
+  std::string lines;
+  for (const Candidate& candidate : candidates) {
+    const bool isFitting = prefix == "=" || candidate.text.compare(0, prefix.size(), prefix) == 0;
+    if (!isFitting) continue;
+    lines += candidate.text + (candidate.description.empty() ? "" : "\t" + candidate.description) + '\n';
+  }
+  return lines;
 }
 
 }  // namespace dp4

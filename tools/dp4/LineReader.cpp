@@ -4,7 +4,7 @@
 #include <istream>
 #include <utility>
 
-#include "Input.h"
+#include "inspect/text/Error.h"
 
 namespace dp4 {
 
@@ -52,7 +52,7 @@ bool LineReader::Fill() {
     begin_ = 0;
     end_ = static_cast<size_t>(std::max<std::streamsize>(source_.sgetn(buffer_.data(), count), 0));
   } catch (const std::ios_base::failure&) {
-    throw UsageError(FileName("-") + ":" + std::to_string(number_ + 1) + ": cannot be read");
+    throw morvix::inspect::InputError("standard input:" + std::to_string(number_ + 1) + ": cannot be read");
   }
   bytesTaken_ += end_;
   return end_ != 0;

@@ -19,7 +19,7 @@ class LineReader {
   // `beforeWaiting` is called whenever reading on may have to wait for more to come.
   LineReader(std::istream& in, std::function<void()> beforeWaiting);
 
-  // The next line, cut at the limit, the first without a byte-order mark; false at the end. Throws UsageError when the
+  // The next line, cut at the limit, the first without a byte-order mark; false at the end. Throws InputError when the
   // stream cannot be read.
   bool Next(std::string& line);
 

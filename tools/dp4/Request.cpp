@@ -3,8 +3,6 @@
 #include <ostream>
 
 #include "Commands.h"
-#include "Packets.h"
-#include "Text.h"
 
 namespace dp4 {
 
@@ -15,27 +13,15 @@ MorvixProtocolCommand_4_0 CommandOf(const std::string& name) {
   if (name == "cc-read") return MorvixProtocolCommandCCReadReq_4_0;
   if (name == "cc-add") return MorvixProtocolCommandCCAddSubDeviceReq_4_0;
   if (name == "cc-delete") return MorvixProtocolCommandCCDelSubDeviceReq_4_0;
-  if (name == "cc-list") return MorvixProtocolCommandCCGetSubDevicesReq_4_0;
-  throw UsageError(Escaped(name) + " is no request; expected read, cc-read, cc-add, cc-delete or cc-list");
+  return MorvixProtocolCommandCCGetSubDevicesReq_4_0;
 }
 
 }  // namespace
 
-int Request(const RequestOptions& options, std::ostream& out) {
-  MorvixProtocolPackage_4_0 package;
-  package.cmd = CommandOf(options.command);
-  const std::vector<byte> anonymous = PackPackage(package);
-  package.subDid = options.subDevice;
-  package.needInsertSubDid = 1;
-  const std::vector<byte> addressed = PackPackage(package);
-  // The module refuses a request that lacks its sub-device, and passes over a sub-device that a request does not name.
-  if (!options.hasSubDevice && anonymous.empty()) {
-    throw UsageError(options.command + " is for one sub-device; expected --sub-device ID");
-  }
-  if (options.hasSubDevice && addressed == anonymous) {
-    throw UsageError(options.command + " names no sub-device; expected no --sub-device");
-  }
-  out << PacketText(options.hasSubDevice ? addressed : anonymous, options.output);
+int Request(const RequestOptions& options, Environment& environment) {
+  using namespace morvix::inspect;
+  const Bytes packet = RequestPacket(CommandOf(options.command), options.command, options.subDevice);
+  environment.out << PacketText(packet, options.output);
   return kFine;
 }
 

@@ -1,0 +1,28 @@
+# Builds what needs further libraries where they are installed.
+#
+# morvix_wanted(<result> <option> <what> [<package> <Debian package>]...) sets <result> to whether <what> is built. The
+# option OFF leaves it out. AUTO leaves it out, with a message, if a package is missing. ON fails then.
+function(morvix_wanted result option what)
+  set(${result} OFF PARENT_SCOPE)
+  if(NOT ${option})
+    return()
+  endif()
+  set(packages ${ARGN})
+  set(missing "")
+  while(packages)
+    list(GET packages 0 package)
+    list(GET packages 1 debianPackage)
+    list(REMOVE_AT packages 0 1)
+    find_package(${package} QUIET)
+    if(NOT ${package}_FOUND)
+      string(APPEND missing " ${debianPackage}")
+    endif()
+  endwhile()
+  if(NOT missing)
+    set(${result} ON PARENT_SCOPE)
+  elseif(${option} STREQUAL "AUTO")
+    message(STATUS "Leaving out ${what}. To build it, install the Debian packages:${missing}")
+  else()
+    message(FATAL_ERROR "${option} is ON, but these Debian packages, which ${what} needs, are missing:${missing}")
+  endif()
+endfunction()

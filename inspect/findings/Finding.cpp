@@ -1,0 +1,65 @@
+#include "inspect/findings/Finding.h"
+
+#include <algorithm>
+#include <map>
+
+namespace morvix::inspect {
+
+const char* SeverityName(Severity severity) {
+  switch (severity) {
+    case Severity::kError:
+      return "error";
+    case Severity::kWarning:
+      return "warning";
+    default:
+      return "info";
+  }
+}
+
+void Findings::Add(Finding finding) {
+  if (Wants(*finding.rule)) findings_.push_back(std::move(finding));
+}
+
+void Findings::Add(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix) {
+  const auto offset = static_cast<size_t>(std::max<ptrdiff_t>(spot.value->getOffsetStart(), 0));
+  Add({&rule, offset, spot.pointer, std::move(message), std::move(effect), std::move(fix)});
+}
+
+void Findings::AddOnce(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix) {
+  if (!Wants(rule) || !known_.insert({&rule, spot.pointer}).second) return;
+  Add(rule, spot, std::move(message), std::move(effect), std::move(fix));
+}
+
+std::vector<Finding> Findings::Sorted() const {
+  std::map<const Rule*, size_t> ranks;
+  for (const Rule* rule : rules_) ranks.emplace(rule, ranks.size());
+  std::vector<Finding> sorted = findings_;
+  std::stable_sort(sorted.begin(), sorted.end(), [&ranks](const Finding& left, const Finding& right) {
+    if (left.offset != right.offset) return left.offset < right.offset;
+    return ranks.at(left.rule) < ranks.at(right.rule);
+  });
+  return sorted;
+}
+
+std::vector<PlacedFinding> PlaceAll(const std::string& text, std::vector<Finding> findings) {
+  std::vector<PlacedFinding> placed;
+  json::Place place;
+  size_t utf16Column = 1;
+  size_t offset = 0;
+  for (Finding& finding : findings) {
+    for (; offset < std::min(finding.offset, text.size()); ++offset) {
+      const auto unit = static_cast<unsigned char>(text[offset]);
+      if (unit == '\n') {
+        place = {place.line + 1, 1};
+        utf16Column = 1;
+      } else {
+        ++place.column;
+        if ((unit & 0xc0) != 0x80) utf16Column += unit >= 0xf0 ? 2 : 1;
+      }
+    }
+    placed.push_back({std::move(finding), place, utf16Column});
+  }
+  return placed;
+}
+
+}  // namespace morvix::inspect

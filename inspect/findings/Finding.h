@@ -1,0 +1,88 @@
+// What there is to say about configurations: rules, findings, and their forms for people and programs.
+
+#ifndef MORVIX_INSPECT_FINDINGS_FINDING_H
+#define MORVIX_INSPECT_FINDINGS_FINDING_H
+
+#include <cstddef>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "inspect/json/Document.h"
+#include "inspect/model/EntityModel.h"
+
+namespace morvix::inspect {
+
+enum class Severity { kInfo, kWarning, kError };
+
+const char* SeverityName(Severity severity);  // "info", "warning", "error"
+
+// One kind of finding. Rules are constants; a finding points at its rule.
+struct Rule {
+  const char* name;
+  Severity severity;
+  const char* sentence;
+};
+
+// Rules in the order in which they are listed, which also decides between findings at one place.
+using Rules = std::vector<const Rule*>;
+
+struct Finding {
+  const Rule* rule;
+  size_t offset;  // of the value in the text
+  std::string pointer;
+  std::string message;
+  std::string effect;  // what the SDK or the device will do
+  std::string fix;     // how to put it right
+};
+
+// The findings of one document, as far as they are severe enough.
+class Findings {
+ public:
+  Findings(const Rules& rules, Severity least) : rules_(rules), least_(least) {}
+
+  void Add(Finding finding);
+  void Add(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix);
+  // The same, unless the rule has a finding at this spot already.
+  void AddOnce(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix);
+
+  // In the order of the text, then of the rules.
+  std::vector<Finding> Sorted() const;
+
+ private:
+  bool Wants(const Rule& rule) const { return rule.severity >= least_; }
+
+  const Rules& rules_;
+  Severity least_;
+  std::vector<Finding> findings_;
+  std::set<std::pair<const Rule*, std::string>> known_;
+};
+
+// A finding with its place. Columns count bytes; in SARIF they count units of UTF-16.
+struct PlacedFinding {
+  Finding finding;
+  json::Place place;
+  size_t utf16Column;
+};
+
+// Places findings that are in the order of the text.
+std::vector<PlacedFinding> PlaceAll(const std::string& text, std::vector<Finding> findings);
+
+// The findings of one file.
+struct FileFindings {
+  std::string path;  // as it was given; "-" for standard input
+  std::string name;  // what messages call it
+  std::vector<PlacedFinding> findings;
+};
+
+// All forms end their last line.
+std::string FindingsText(const std::vector<FileFindings>& files, bool color);
+std::string FindingsJson(const std::vector<FileFindings>& files);
+std::string FindingsSarif(const std::vector<FileFindings>& files, const Rules& rules);  // SARIF 2.1.0
+std::string RulesText(const Rules& rules, bool color);
+std::string RulesJson(const Rules& rules);
+
+}  // namespace morvix::inspect
+
+#endif

@@ -1,0 +1,123 @@
+#include "inspect/json/Scan.h"
+
+#include <algorithm>
+#include <cctype>
+#include <nlohmann/json.hpp>
+#include <set>
+
+namespace morvix::inspect::json {
+
+namespace {
+
+// The next place from `offset` on that is neither blank nor part of a comment.
+size_t SkipBlanks(const std::string& text, size_t offset) {
+  while (offset < text.size()) {
+    if (std::isspace(static_cast<unsigned char>(text[offset])) != 0) {
+      ++offset;
+    } else if (text.compare(offset, 2, "//") == 0) {
+      offset = std::min(text.find('\n', offset), text.size());
+    } else if (text.compare(offset, 2, "/*") == 0) {
+      const size_t end = text.find("*/", offset + 2);
+      offset = end == std::string::npos ? text.size() : end + 2;
+    } else {
+      break;
+    }
+  }
+  return offset;
+}
+
+// The place after the text literal whose opening quote is at `offset`.
+size_t EndOfText(const std::string& text, size_t offset) {
+  for (++offset; offset < text.size() && text[offset] != '"'; ++offset) {
+    if (text[offset] == '\\') ++offset;
+  }
+  return std::min(offset + 1, text.size());
+}
+
+// What the literal, quotes included, spells; the literal itself when it is not JSON.
+std::string TextOf(const std::string& literal) {
+  if (literal.find('\\') == std::string::npos) return literal.substr(1, literal.size() - 2);
+  SyntaxError error;
+  const std::optional<Document> text = Document::Read("", literal, error);
+  return text && text->Root().isString() ? text->Root().asString() : literal;
+}
+
+// One open object or array.
+struct Level {
+  bool isObject = false;
+  bool isNameNext = false;
+  std::string member;  // the last name, or
+  size_t index = 0;    // the current element
+  std::set<std::string> names;
+};
+
+std::string PointerOf(const std::vector<Level>& levels) {
+  std::string pointer;
+  for (const Level& level : levels) {
+    pointer += PointerToken(level.isObject ? level.member : std::to_string(level.index));
+  }
+  return pointer;
+}
+
+}  // namespace
+
+std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text) {
+  std::vector<RepeatedMember> repeated;
+  std::vector<Level> levels;
+  for (size_t i = SkipBlanks(text, 0); i < text.size(); i = SkipBlanks(text, i)) {
+    const char c = text[i];
+    if (c == '"') {
+      const size_t end = EndOfText(text, i);
+      if (!levels.empty() && levels.back().isNameNext) {
+        Level& level = levels.back();
+        level.isNameNext = false;
+        level.member = TextOf(text.substr(i, end - i));
+        if (!level.names.insert(level.member).second) repeated.push_back({i, PointerOf(levels), level.member});
+      }
+      i = end;
+    } else {
+      if (c == '{' || c == '[') {
+        levels.emplace_back();
+        levels.back().isObject = levels.back().isNameNext = c == '{';
+      } else if ((c == '}' || c == ']') && !levels.empty()) {
+        levels.pop_back();
+      } else if (c == ',' && !levels.empty()) {
+        ++levels.back().index;
+        levels.back().isNameNext = levels.back().isObject;
+      }
+      ++i;
+      if (levels.empty()) break;  // what follows is not part of the value
+    }
+  }
+  return repeated;
+}
+
+bool IsStrictJson(std::string_view text, size_t& offset, std::string& message) {
+  if (nlohmann::json::accept(text)) return true;
+  try {
+    [[maybe_unused]] const nlohmann::json value = nlohmann::json::parse(text);
+  } catch (const nlohmann::json::parse_error& error) {
+    offset = error.byte == 0 ? 0 : error.byte - 1;
+    // "[json.exception.parse_error.101] parse error at line 1, column 3: syntax error while parsing ..."
+    message = error.what();
+    message.erase(0, message.find(": ") + 2);
+  } catch (const nlohmann::json::out_of_range& error) {
+    offset = 0;  // not told
+    // "[json.exception.out_of_range.406] number overflow parsing '1e999'"
+    message = error.what();
+    message.erase(0, message.find("] ") + 2);
+  }
+  return false;
+}
+
+size_t OffsetOf(const std::string& text, const Place& place) {
+  size_t offset = 0;
+  for (size_t line = 1; line < place.line; ++line) {
+    const size_t end = text.find('\n', offset);
+    if (end == std::string::npos) break;
+    offset = end + 1;
+  }
+  return std::min(offset + place.column - 1, text.size());
+}
+
+}  // namespace morvix::inspect::json

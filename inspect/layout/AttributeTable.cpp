@@ -1,0 +1,107 @@
+#include "inspect/layout/AttributeTable.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+#include <vector>
+
+#include "inspect/model/Summary.h"
+#include "inspect/text/Escape.h"
+#include "inspect/text/Format.h"
+
+namespace morvix::inspect {
+
+const char kAttributeTableKey[] =
+    "FLAG is the attribute's bit in a write's flag bitmap. PLACE counts bytes, or byte.bit with bit 0 the lowest.\n";
+
+namespace {
+
+constexpr size_t kItemColumns = 48;
+
+std::string ScalingText(const Scaling& scaling) {
+  std::string text = "raw";
+  if (scaling.ratio != 1) text += " * " + ShortestText(scaling.ratio);
+  if (scaling.addition < 0) return text + " - " + ShortestText(-scaling.addition);
+  return scaling.addition == 0 ? text : text + " + " + ShortestText(scaling.addition);
+}
+
+// What the limits leave open, the width of the field may close.
+std::string RangeText(const Attribute& number, const BitRange& bits) {
+  if (bits.IsEmpty()) return "";
+  const uint64_t highest = bits.Length() < 64 ? (uint64_t{1} << bits.Length()) - 1 : UINT64_MAX;
+  std::string low = UserText(number, static_cast<uint64_t>(number.uint_spec.min));
+  std::string high = UserText(number, std::min(static_cast<uint64_t>(number.uint_spec.max), highest));
+  if (low.empty() || high.empty()) return "no value is accepted";
+  if (std::strtod(low.c_str(), nullptr) > std::strtod(high.c_str(), nullptr)) std::swap(low, high);
+  return low + " to " + high;
+}
+
+std::string ItemText(const std::string& item) {
+  const std::string text = Escaped(item);
+  const bool isPlain =
+      !text.empty() && text.find_first_of(",\"") == std::string::npos && text.front() != ' ' && text.back() != ' ';
+  if (isPlain) return text;
+  std::string quoted = "\"";
+  for (const char c : text) quoted += c == '"' ? std::string("\\\"") : std::string(1, c);
+  return quoted + "\"";
+}
+
+std::string ItemsText(const std::vector<std::string>& items) {
+  std::string text;
+  size_t used = 0;
+  for (size_t i = 0; i < items.size(); ++i) {
+    const std::string item = fmt::format("{} {}{}", i, ItemText(items[i]), i + 1 < items.size() ? "," : "");
+    const size_t width = TextWidth(item);
+    if (used != 0 && used + 1 + width > kItemColumns) {
+      text += "\n";
+      used = 0;
+    }
+    text += (used == 0 ? "" : " ") + item;
+    used += (used == 0 ? 0 : 1) + width;
+  }
+  return text;
+}
+
+std::string ValuesText(const Attribute& attribute, const BitRange& bits) {
+  if (IsNumber(attribute)) return RangeText(attribute, bits);
+  if (IsEnum(attribute)) return ItemsText(attribute.enumList);
+  if (IsBinary(attribute)) return bits.IsEmpty() ? "" : Count(bits.EndByte() - bits.FirstByte(), "byte");
+  return "false, true";
+}
+
+TableRow AttributeRow(const EntityModel& entity, const Field& field, bool color) {
+  const Attribute& attribute = *field.attribute;
+  const Field* written = entity.Written(field.element);
+  const Places places = PlacesOf(entity, field.element);
+  const BitRange bits = entity.Read(field.element) != nullptr ? places.read : places.written;
+  return {{NameText(attribute.name)},
+          {NameText(attribute.display_name)},
+          {GroupName(attribute.type), color ? GroupColor(attribute.type) : ""},
+          {written != nullptr ? std::to_string(written->flag) : ""},
+          {DataTypeName(attribute.data_type)},
+          {PlaceText(bits)},
+          {IsNumber(attribute) ? ScalingText(attribute.uint_spec) : ""},
+          {ValuesText(attribute, bits)}};
+}
+
+}  // namespace
+
+std::string AttributeTable(const EntityModel& entity, bool color) {
+  const std::vector<const Field*> fields = entity.Fields();
+  std::string text = fmt::format("{}: {}, {}\n", Colored(EntityTitle(entity), color ? kBold : ""),
+                                 Count(fields.size(), "attribute"), PayloadSummary(entity));
+  if (!fields.empty()) {
+    std::vector<TableRow> rows = {
+        HeadingRow({"NAME", "DISPLAY NAME", "GROUP", "FLAG", "TYPE", "PLACE", "SCALING", "VALUES"}, color)};
+    for (const Field* field : fields) rows.push_back(AttributeRow(entity, *field, color));
+    text += "\n" + AlignedTable(rows);
+  }
+  const std::vector<std::string> notes = Notes(entity);
+  if (!notes.empty()) text += "\n";
+  for (const std::string& note : notes) text += "Note: " + note + "\n";
+  return text + "\n";
+}
+
+}  // namespace morvix::inspect

@@ -1,0 +1,101 @@
+// The payload of an entity as a map of bits, and the two forms in which it is drawn.
+
+#ifndef MORVIX_INSPECT_LAYOUT_PAYLOAD_MAP_H
+#define MORVIX_INSPECT_LAYOUT_PAYLOAD_MAP_H
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "inspect/model/EntityModel.h"
+
+namespace morvix::inspect {
+
+// One attribute with its place.
+struct MapField {
+  std::string name;  // escaped, as is the next
+  std::string displayName;
+  Group group;
+  DataType dataType;
+  BitRange bits;         // of what is read; empty when it has no place there
+  BitRange writtenBits;  // of a write, in the same way
+};
+
+// Neighbouring bits of one byte that lie in the same fields. Column 0 is bit 7.
+struct MapPiece {
+  size_t column;
+  size_t columns;
+  std::vector<size_t> fields;  // indexes; none where nothing lies, several where fields overlap
+};
+
+// Consecutive bytes that look alike; more than one only where whole bytes lie in the same fields.
+struct MapBlock {
+  size_t first;
+  size_t last;
+  std::vector<MapPiece> pieces;
+};
+
+// Adjacent bits that lie in the same fields, as many as there are.
+struct MapStretch {
+  BitRange bits;
+  std::vector<size_t> fields;  // as in a piece
+};
+
+struct PayloadMap {
+  std::string title;
+  std::string summary;
+  std::vector<MapField> fields;  // in the order of their places; at the end those that have one on writing only
+  std::vector<MapField> unplaced;
+  std::vector<MapBlock> blocks;
+  std::vector<MapStretch> overlaps;         // those in several fields
+  std::vector<MapStretch> writtenOverlaps;  // the same of a write, where a field lies elsewhere in it
+  std::vector<std::string> notes;
+};
+
+PayloadMap MapPayload(const EntityModel& entity);
+
+// Whether a bit lies in no field.
+bool HasGaps(const PayloadMap& map);
+
+// What such bits are: "not used", or "not read" where a write may use them.
+const char* GapText(const PayloadMap& map);
+
+// "2-3", or "2-3 on writing" for a field that has a place there only.
+std::string FieldPlaceText(const MapField& field);
+
+// The bits of the field's value in a piece of a byte, "[5:3]", when it has more of them elsewhere.
+std::string ValueBitsText(const MapField& field, size_t byteIndex, const MapPiece& piece);
+
+// Whether value bits are written anywhere.
+bool HasValueBits(const PayloadMap& map);
+
+std::string NamesText(const PayloadMap& map, const std::vector<size_t>& fields, const std::string& separator);
+
+// The lines below a map: what it cannot show.
+std::vector<std::string> Remarks(const PayloadMap& map);
+
+// Of more bytes that look alike only the first and the last are drawn.
+constexpr size_t kShownBytes = 3;
+
+// What stands for the others: "40 bytes not used".
+std::string LeftOutText(const PayloadMap& map, const MapBlock& block);
+
+// The fields in each column of a drawn row; null outside of the map.
+using MapColumns = std::array<const std::vector<size_t>*, 8>;
+MapColumns ColumnsOf(const std::vector<MapPiece>& pieces);
+
+// Whether a line runs between two neighbouring cells.
+bool Differ(const std::vector<size_t>* one, const std::vector<size_t>* other);
+
+// Whether a line runs on the left of the column; column 8 is the right end.
+bool HasLineLeftOf(const MapColumns& columns, size_t column);
+
+// The map in characters, with a list of the fields below it.
+std::string MapText(const PayloadMap& map, bool color);
+
+// The map as a picture: SVG 1.1 that needs nothing from outside.
+std::string MapSvg(const PayloadMap& map);
+
+}  // namespace morvix::inspect
+
+#endif

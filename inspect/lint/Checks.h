@@ -1,0 +1,43 @@
+// The subjects of lint. Each check looks at one entity.
+
+#ifndef MORVIX_INSPECT_LINT_CHECKS_H
+#define MORVIX_INSPECT_LINT_CHECKS_H
+
+#include <map>
+#include <string>
+
+#include "inspect/findings/Finding.h"
+#include "inspect/model/EntityModel.h"
+
+namespace morvix::inspect {
+
+// Members of an entity's own object; LintMembers looks at those and at all below it.
+void LintEntityMembers(const Json::Value& entity, const std::string& pointer, Findings& findings);
+
+void LintMembers(const EntityModel& entity, Findings& findings);    // of objects: unknown, unused, misread
+void LintDropped(const EntityModel& entity, Findings& findings);    // what the parser drops, and what that shifts
+void LintNames(const EntityModel& entity, Findings& findings);      // of attributes, in documents
+void LintFields(const EntityModel& entity, Findings& findings);     // each field's place, and the whole payload
+void LintOverlaps(const EntityModel& entity, Findings& findings);   // fields that share bits, or corrupt others
+void LintGroups(const EntityModel& entity, Findings& findings);     // sizes of bit groups
+void LintNumbers(const EntityModel& entity, Findings& findings);    // widths and scalings
+void LintEnums(const EntityModel& entity, Findings& findings);      // items
+void LintAlerts(const EntityModel& entity, Findings& findings);     // alerts and faults that are never active
+void LintRoundtrip(const EntityModel& entity, Findings& findings);  // values that do not come back
+
+// What becomes of an attribute whose field has no usable place, or of an enum without items.
+std::string EffectOfUnusable(const EntityModel& entity, size_t element);
+
+// By element: what the bit group of a dropped attribute loses with it, where that sized the group.
+std::map<size_t, std::string> EffectsOnGroups(const EntityModel& entity);
+
+// The keyword of the member "type", "data_type" or "unit" that `value` was probably meant to be; empty when it is one,
+// or when that cannot be told.
+std::string MeantKeyword(const std::string& member, const Json::Value& value);
+
+// "3 bytes instead of 2"
+std::string SizesText(size_t size, size_t needed);
+
+}  // namespace morvix::inspect
+
+#endif

@@ -1,0 +1,94 @@
+// Items of enums.
+
+#include <fmt/format.h>
+
+#include <set>
+
+#include "inspect/lint/Checks.h"
+#include "inspect/lint/Rules.h"
+#include "inspect/text/Escape.h"
+#include "inspect/text/Format.h"
+
+namespace morvix::inspect {
+
+namespace {
+
+std::string CountText(size_t count) { return Count(count, "item"); }
+
+void LintItemTexts(const EntityModel& entity, const Field& field, Findings& findings) {
+  const Spot member = entity.At(field.element, {"enum"});
+  const Json::Value& items = *member.value;
+  if (!items.isArray()) return;
+  const std::string label = entity.Label(field.element);
+  size_t dropped = 0;
+  Json::ArrayIndex first = 0;
+  std::set<std::string> known;
+  for (Json::ArrayIndex i = 0; i < items.size(); ++i) {
+    if (!items[i].isString()) {
+      if (dropped++ == 0) first = i;
+    } else if (!known.insert(items[i].asString()).second) {
+      findings.Add(rules::kDuplicateItem, {&items[i], fmt::format("{}/{}", member.pointer, i)},
+                   fmt::format("{} has the item {} twice", label, Quoted(items[i].asString())),
+                   "none: values are indices", "give each item its own text");
+    }
+  }
+  if (dropped == 0) return;
+  const Spot spot{&items[first], fmt::format("{}/{}", member.pointer, first)};
+  const size_t count = field.attribute->enumList.size();
+  if (count == 0) {
+    return findings.Add(rules::kEnumWithoutTexts, spot, label + " has no item that is a string",
+                        EffectOfUnusable(entity, field.element), "list strings");
+  }
+  std::string shift = fmt::format("it has {} instead of {}", CountText(count), items.size());
+  for (Json::ArrayIndex i = first; i < items.size(); ++i) {
+    if (!items[i].isString()) continue;
+    shift += fmt::format("; {} is index {} instead of {}", Quoted(items[i].asString()), first, i);
+    break;
+  }
+  findings.Add(
+      rules::kEnumItemNotText, spot,
+      fmt::format("{} has {} that {}", label, CountText(dropped), dropped == 1 ? "is not a string" : "are not strings"),
+      shift, "list strings only");
+}
+
+void LintItemCount(const EntityModel& entity, const Field& field, Findings& findings) {
+  constexpr size_t kPrintedIndices = 1000000000;  // of nine digits
+  const Attribute& attribute = *field.attribute;
+  const Spot spot = entity.At(field.element, {"enum"});
+  const size_t count = attribute.enumList.size();
+  const std::string label = entity.Label(field.element);
+  if (count > kPrintedIndices) {
+    findings.Add(rules::kEnumIndexCut, spot, fmt::format("{} has {}", label, CountText(count)),
+                 fmt::format("indices from {} on lose their last digit when decoded", kPrintedIndices),
+                 "use fewer items, or a number");
+  }
+  if (field.bits.IsEmpty() || count == 0) return;
+  const uint64_t full = field.bits.Length() >= 64 ? UINT64_MAX : (uint64_t{1} << field.bits.Length()) - 1;
+  const std::string message =
+      fmt::format("{} has {} in {}", label, CountText(count), Count(field.bits.Length(), "bit"));
+  if (count - 1 > full) {
+    findings.Add(
+        rules::kEnumTooManyItems, spot, message,
+        fmt::format("the highest bits are silently lost: index {} becomes index {}", count - 1, (count - 1) & full),
+        "use more bits or fewer items");
+  }
+  if (entity.Read(field.element) == nullptr || full < count) return;
+  // A device that sets all bits.
+  const Result result{MorvixProtocolOutcomeRefusedByItems_4_0, full};
+  findings.Add(rules::kEnumIncomplete, spot, message,
+               fmt::format("a device that sends {} ends the decode with \"{}\"; the attributes after it are missing",
+                           full, DecodeLine(attribute, result)),
+               "list an item for each number that the device may send");
+}
+
+}  // namespace
+
+void LintEnums(const EntityModel& entity, Findings& findings) {
+  for (const Field* field : entity.Fields()) {
+    if (!IsEnum(*field->attribute)) continue;
+    LintItemTexts(entity, *field, findings);
+    LintItemCount(entity, *field, findings);
+  }
+}
+
+}  // namespace morvix::inspect

@@ -1,0 +1,26 @@
+// The members that configuration objects have, and how a finding describes a value.
+
+#ifndef MORVIX_INSPECT_LINT_MEMBERS_H
+#define MORVIX_INSPECT_LINT_MEMBERS_H
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+namespace morvix::inspect {
+
+using Names = std::vector<std::string>;
+
+extern const Names kAttributeMembers;
+extern const Names kPositionMembers;
+extern const Names kScalingMembers;
+
+bool Contains(const Names& names, const std::string& name);
+
+// "null", "the number 5", "the text 'x'", "an empty array" ...
+std::string Described(const Json::Value& value);
+
+}  // namespace morvix::inspect
+
+#endif

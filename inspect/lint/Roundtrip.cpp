@@ -1,0 +1,283 @@
+// Values that do not come back as they were sent: limits and middles of every attribute, alone and all together.
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <map>
+#include <utility>
+
+#include "host/Logging.h"
+#include "inspect/lint/Checks.h"
+#include "inspect/lint/Rules.h"
+#include "inspect/packets/Packet.h"
+#include "inspect/packets/Reading.h"
+#include "inspect/text/Escape.h"
+
+namespace morvix::inspect {
+
+namespace {
+
+enum Choice { kMinimum, kMaximum, kMiddle };
+
+constexpr Choice kAllChoices[] = {kMinimum, kMaximum, kMiddle};
+
+const char* NameOf(Choice choice) {
+  return choice == kMinimum ? "minimum" : choice == kMaximum ? "maximum" : "middle value";
+}
+
+uint64_t Chosen(uint64_t min, uint64_t max, Choice choice) {
+  return choice == kMinimum ? min : choice == kMaximum ? max : min + (max - min) / 2;
+}
+
+// A value of an attribute.
+struct Value {
+  std::string text;  // as decoding shows it; empty when the attribute can have no value
+  uint64_t raw = 0;
+  Bytes bytes;  // of a binary
+};
+
+Value ValueOf(const Attribute& attribute, Choice choice) {
+  if (IsBinary(attribute)) {
+    constexpr auto kLongest = static_cast<int32_t>(MorvixProtocolMaxBinaryBytes_4_0);
+    Value value;
+    value.bytes.resize(static_cast<size_t>(std::clamp(attribute.position.len, 0, kLongest)));
+    for (size_t i = 0; i < value.bytes.size(); ++i) {
+      value.bytes[i] = choice == kMinimum ? byte{0} : choice == kMaximum ? byte{255} : static_cast<byte>(i * 37 + 129);
+    }
+    value.text = PacketText(value.bytes, PacketForm::kBase64);
+    value.text.pop_back();  // its line end
+    return value;
+  }
+  if (IsBool(attribute)) return {choice == kMinimum ? "false" : "true", choice == kMinimum ? 0U : 1U, {}};
+  if (IsEnum(attribute)) {
+    const uint64_t count = attribute.enumList.size();
+    if (count == 0) return {};
+    const uint64_t index = choice == kMiddle ? count / 2 : Chosen(0, count - 1, choice);
+    return {std::to_string(index), index, {}};
+  }
+  const uint64_t raw =
+      Chosen(static_cast<uint64_t>(attribute.uint_spec.min), static_cast<uint64_t>(attribute.uint_spec.max), choice);
+  return {UserText(attribute, raw), raw, {}};
+}
+
+// Sets the bits of a field that are set in a value.
+void Put(const BitRange& bits, const Value& value, Bytes& payload) {
+  for (size_t i = 0; i < value.bytes.size() && !bits.IsEmpty(); ++i) {
+    byte& target = payload[bits.FirstByte() + i];
+    target = static_cast<byte>(target | value.bytes[i]);
+  }
+  uint64_t raw = value.raw;
+  for (uint64_t bit = bits.end; raw != 0 && bit-- > bits.begin; raw >>= 1) {
+    byte& target = payload[static_cast<size_t>(bit / 8)];
+    target = static_cast<byte>(target | (raw & 1) << (7 - bit % 8));
+  }
+}
+
+std::string Shown(const Attribute& attribute, const std::string& text) {
+  if (text.empty() && !IsBinary(attribute)) return "nothing";
+  return IsBool(attribute) ? text : Quoted(text);
+}
+
+// An attribute in both directions; one that is dropped in one of them has one field only.
+struct Subject {
+  size_t element;
+  const Field* written;
+  const Field* read;
+
+  const Attribute& Either() const { return *(read == nullptr ? written : read)->attribute; }
+  bool IsWritable() const { return inspect::IsWritable(Either()); }
+};
+
+// How the module takes one value of an attribute alone.
+struct Passage {
+  bool isEncoded = false;
+  bool isDecoded = false;  // as the value or as another one
+};
+
+// What came back.
+struct Answer {
+  std::string text;  // empty for nothing
+  std::string line;  // with which decoding ended
+};
+
+// The check of one entity.
+class Roundtrip {
+ public:
+  Roundtrip(const EntityModel& entity, Findings& findings)
+      : entity_(entity), findings_(findings), readBytes_(entity.Reading().payloadBytes) {
+    for (const Field* field : entity.Fields()) {
+      subjects_.push_back({field->element, entity.Written(field->element), entity.Read(field->element)});
+    }
+    isReported_.resize(subjects_.size());
+  }
+
+  void Check() {
+    // A longer payload has no packet.
+    const size_t longest = std::max(readBytes_, entity_.Writing().payloadBytes);
+    payload_.resize(std::min(longest, MorvixProtocolMaxPayloadBytes_4_0));
+    std::vector<Passage> alone[std::size(kAllChoices)];
+    for (const Choice choice : kAllChoices) {
+      for (size_t i = 0; i < subjects_.size(); ++i) alone[choice].push_back(CheckAlone(i, choice));
+    }
+    if (readBytes_ == 0 || longest > MorvixProtocolMaxPayloadBytes_4_0) return;
+    for (const Choice choice : kAllChoices) CheckWrite(alone[choice], choice);
+    for (const Choice choice : kAllChoices) CheckResponse(alone[choice], choice);
+  }
+
+ private:
+  void Report(size_t index, const char* how, Choice choice, const std::string& result) {
+    if (isReported_[index]) return;
+    isReported_[index] = true;
+    const Subject& subject = subjects_[index];
+    const Attribute& attribute = subject.Either();
+    findings_.Add(rules::kRoundtrip, entity_.At(subject.element),
+                  fmt::format("the {} of {} does not come back{}", NameOf(choice), entity_.Label(subject.element), how),
+                  fmt::format("{} {}", Shown(attribute, ValueOf(attribute, choice).text), result),
+                  "see the other findings of this attribute and of its neighbours");
+  }
+
+  static std::string ResultText(const Attribute& attribute, const Answer& answer) {
+    if (!answer.text.empty()) return "is decoded as " + Shown(attribute, answer.text);
+    return answer.line.empty() ? "is not decoded" : "is decoded with \"" + answer.line + "\"";
+  }
+
+  // What decoding gives for these fields, in their order.
+  std::vector<Answer> Decode(const std::vector<const Field*>& fields, Bytes& payload) const {
+    std::vector<Attribute> records;
+    for (const Field* field : fields) records.push_back(*field->attribute);
+    MorvixProtocolPackage_4_0 package;
+    package.value = payload.data();
+    package.sizeValue = std::min(payload.size(), readBytes_);
+    Json::Value unused;
+    std::vector<Result> results;
+    const LogCapture silent;
+    ProtocolDecodeAttributes_4_0(entity_.Info(), records, package, unused, results);
+    std::vector<Answer> answers;
+    for (size_t i = 0; i < fields.size(); ++i) {
+      answers.push_back(
+          {ValueText(*fields[i], results[i], payload.data()), DecodeLine(*fields[i]->attribute, results[i])});
+    }
+    return answers;
+  }
+
+  // The raw value that a device sends or a write carries; false, with the line, where encoding refuses.
+  static bool ToSend(const Subject& subject, Value& value, std::string& line) {
+    const Field& sender = subject.IsWritable() ? *subject.written : *subject.read;
+    const Attribute& attribute = *sender.attribute;
+    Result result{MorvixProtocolOutcomeDone_4_0, value.raw};
+    if (subject.IsWritable() && IsNumber(attribute) &&
+        !ProtocolValueToRaw_4_0(attribute, std::strtod(value.text.c_str(), nullptr), value.raw)) {
+      result.outcome = MorvixProtocolOutcomeRefusedByScaling_4_0;
+    } else if (sender.bits.IsEmpty() && !(IsBool(attribute) && attribute.position.bit_offset == -1)) {
+      result.outcome = MorvixProtocolOutcomeRefusedByPlace_4_0;
+    }
+    line = EncodeLine(attribute, result);
+    return line.empty();
+  }
+
+  Passage CheckAlone(size_t index, Choice choice) {
+    const Subject& subject = subjects_[index];
+    const Attribute& attribute = subject.Either();
+    Value value = ValueOf(attribute, choice);
+    Passage passage;
+    const auto report = [&](const std::string& result) {
+      Report(index, "", choice, result);
+      return passage;
+    };
+    if (value.text.empty() && !IsBinary(attribute)) {
+      return report("can be sent: its scaling or items refuse everything");
+    }
+    if (subject.IsWritable() && subject.written == nullptr) {
+      return report("is not encoded: encoding drops the attribute");
+    }
+    const std::string expected = value.text;
+    std::string line;
+    if (!ToSend(subject, value, line)) return report("is refused with \"" + line + "\"");
+    passage.isEncoded = true;
+    if (subject.read == nullptr) return report("is not decoded: decoding drops the attribute");
+    const BitRange& bits = (subject.IsWritable() ? subject.written : subject.read)->bits;
+    if (bits.EndByte() > payload_.size()) return passage;  // in no packet
+    Put(bits, value, payload_);
+    const Answer answer = Decode({subject.read}, payload_)[0];
+    std::fill_n(payload_.begin() + static_cast<ptrdiff_t>(bits.FirstByte()), bits.EndByte() - bits.FirstByte(),
+                byte{0});
+    passage.isDecoded = answer.line.empty();
+    return answer.text == expected ? passage : report(ResultText(attribute, answer));
+  }
+
+  // All writable attributes in one write, in the order of the list. What ends a decode alone is left out of that.
+  void CheckWrite(const std::vector<Passage>& alone, Choice choice) {
+    std::vector<Attribute> writers = entity_.Writing().records;
+    for (size_t i = 0; i < writers.size(); ++i) writers[i].name = std::to_string(i);  // whatever names repeat
+    const MorvixProtocolEntity_4_0& info = entity_.Info();
+    Json::Value document;
+    std::vector<size_t> indexes;
+    for (size_t i = 0; i < subjects_.size(); ++i) {
+      const Subject& subject = subjects_[i];
+      if (!alone[i].isEncoded || !subject.IsWritable()) continue;
+      const std::string text = ValueOf(subject.Either(), choice).text;
+      document[info.name][writers[subject.written->flag].name] =
+          IsBool(subject.Either()) ? Json::Value(text == "true") : Json::Value(text);
+      if (alone[i].isDecoded) indexes.push_back(i);
+    }
+    if (indexes.empty()) return;
+    MorvixProtocolOwnedPackage_4_0 package;
+    {
+      const LogCapture silent;
+      ProtocolEncodeAttributes_4_0(info, writers, package, document);
+    }
+    Bytes payload(package.value, package.value + package.sizeValue);
+    payload.resize(readBytes_);
+    Compare(indexes, payload, " from a write of all attributes", choice, false);
+  }
+
+  // A device sets the bits of every attribute.
+  void CheckResponse(const std::vector<Passage>& alone, Choice choice) {
+    std::vector<size_t> indexes;
+    Bytes payload(readBytes_);
+    for (size_t i = 0; i < subjects_.size(); ++i) {
+      if (!alone[i].isDecoded) continue;
+      indexes.push_back(i);
+      Value value = ValueOf(subjects_[i].Either(), choice);
+      std::string line;
+      ToSend(subjects_[i], value, line);
+      Put(subjects_[i].read->bits, value, payload);
+    }
+    if (!indexes.empty()) Compare(indexes, payload, " from a response with all attributes", choice, true);
+  }
+
+  void Compare(const std::vector<size_t>& indexes, Bytes& payload, const char* how, Choice choice, bool hasRealNames) {
+    std::vector<const Field*> fields;
+    std::map<std::string, size_t> holders;  // the last of each key
+    for (const size_t index : indexes) fields.push_back(subjects_[index].read);
+    const std::vector<Answer> answers = Decode(fields, payload);
+    for (size_t i = 0; i < fields.size(); ++i) {
+      if (!answers[i].text.empty()) holders[DocumentKey(*fields[i]->attribute)] = i;
+    }
+    for (size_t i = 0; i < fields.size(); ++i) {
+      const Attribute& attribute = *fields[i]->attribute;
+      const auto holder = holders.find(DocumentKey(attribute));
+      if (hasRealNames && holder != holders.end() && holder->second != i) {
+        Report(indexes[i], how, choice,
+               "is replaced by the later " + entity_.Label(subjects_[indexes[holder->second]].element));
+      } else if (answers[i].text != ValueOf(attribute, choice).text) {
+        Report(indexes[i], how, choice, ResultText(attribute, answers[i]));
+      }
+    }
+  }
+
+  const EntityModel& entity_;
+  Findings& findings_;
+  const size_t readBytes_;
+  std::vector<Subject> subjects_;
+  std::vector<bool> isReported_;
+  Bytes payload_;  // of zeros, between uses
+};
+
+}  // namespace
+
+void LintRoundtrip(const EntityModel& entity, Findings& findings) { Roundtrip(entity, findings).Check(); }
+
+}  // namespace morvix::inspect

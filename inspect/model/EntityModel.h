@@ -1,0 +1,130 @@
+// One entity of a configuration as the module sees it, in both directions. Everything else in this library asks it.
+
+#ifndef MORVIX_INSPECT_MODEL_ENTITY_MODEL_H
+#define MORVIX_INSPECT_MODEL_ENTITY_MODEL_H
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "inspect/json/Document.h"
+#include "inspect/model/Attribute.h"
+#include "inspect/model/BitRange.h"
+
+namespace morvix::inspect {
+
+constexpr size_t kNoElement = SIZE_MAX;
+
+// An attribute in one direction.
+struct Field {
+  const Attribute* attribute;  // its record, whose bit group is sized as this direction sizes it
+  size_t element;              // its index in "attrs"
+  size_t flag;                 // its index among the attributes of the direction; in a write its bit in the flag bitmap
+  BitRange bits;               // its place in a payload of the direction's length; empty when it has none
+  BitRange bitsInLonger;       // the same in a payload that is long enough
+};
+
+// The attributes that are read, or those that are written.
+struct Direction {
+  std::vector<Attribute> records;  // in configuration order; only enums have items
+  std::vector<Field> fields;       // one a record
+  size_t payloadBytes = 0;
+
+  // The field of an element; null when the direction does not take it.
+  const Field* Of(size_t element) const;
+};
+
+// The bytes of a write's flag bitmap, and the bit of an attribute in it, counted as payload bits are: the bitmap is
+// laid out like a bit group.
+size_t FlagBytes(const Direction& writing);
+size_t FlagBit(const Direction& writing, size_t flag);
+
+// One element of "attrs". The groups that are read and those that are written are parsed apart, so that the two
+// directions can differ.
+struct Element {
+  const Json::Value* json;
+  std::string
+      droppedOnReading;  // the member that the parser names as the reason for dropping it; empty when it took it
+  std::string droppedOnWriting;  // empty as well when it is of another group
+  Group group;                   // as its keyword says, whatever else is wrong with it
+  DataType dataType;
+
+  bool IsWritable() const { return group == MorvixProtocolTypeStatusWritable_4_0; }
+};
+
+// A value of a configuration and its JSON pointer.
+struct Spot {
+  const Json::Value* value;
+  std::string pointer;
+};
+
+// Why an entity is unusable: the member that the parser does not find; empty when it is not even an object.
+struct EntityFault {
+  std::string member;
+  std::string line;  // the parser's
+};
+
+// Immutable. The configuration outlives it.
+class EntityModel {
+ public:
+  // Nothing, with `fault` set, when the entity is unusable. The parser's lines are logged, once for both directions.
+  // Throws InputError when its enums and attributes are so many that the records would not fit into memory.
+  static std::optional<EntityModel> Parse(const Json::Value& entity, std::string pointer, EntityFault& fault);
+
+  EntityModel(EntityModel&&) = default;
+  EntityModel& operator=(EntityModel&&) = default;
+
+  const Json::Value& Json() const { return *json_; }
+  const std::string& Pointer() const { return pointer_; }
+  const MorvixProtocolEntity_4_0& Info() const { return info_; }
+  const std::vector<Element>& Elements() const { return elements_; }
+  const Direction& Reading() const { return reading_; }
+  const Direction& Writing() const { return writing_; }
+
+  // Whether the parser throws on a "min" or "max" that is an array or object. Here such limits count as null.
+  bool IsThrowing() const { return isThrowing_; }
+
+  const Field* Read(size_t element) const { return reading_.Of(element); }
+  const Field* Written(size_t element) const { return writing_.Of(element); }
+
+  // Those that are read or written, in the order of the elements, as reading knows them if it does.
+  std::vector<const Field*> Fields() const;
+
+  // The element itself or a member deep in it; as far down as there is one.
+  Spot At(size_t element, std::initializer_list<const char*> members = {}) const;
+
+  // "'power'", or "attribute 3" when it has no name.
+  std::string Label(size_t element) const;
+
+ private:
+  EntityModel() = default;
+
+  const Json::Value* json_ = nullptr;
+  std::string pointer_;
+  MorvixProtocolEntity_4_0 info_;
+  std::vector<Element> elements_;
+  Direction reading_;
+  Direction writing_;
+  bool isThrowing_ = false;
+};
+
+// The entities of a configuration. Throws InputError when it has no array of them.
+const Json::Value& EntitiesOf(const json::Document& configuration);
+
+// The entity that `choice` names by its name or else its id; an empty choice is for the only one. Throws InputError.
+const Json::Value& ChooseEntity(const json::Document& configuration, const std::string& choice);
+
+// The model of an entity that is to be used. Throws InputError when it is unusable or makes the parser throw.
+EntityModel ModelOf(const json::Document& configuration, const Json::Value& entity);
+
+// The bits in which a record would lie in a payload that is long enough; empty when its data type cannot live there.
+BitRange Locate(const Attribute& attribute);
+
+}  // namespace morvix::inspect
+
+#endif

@@ -1,0 +1,42 @@
+// Packets between bytes and text, and the commands by their names.
+
+#ifndef MORVIX_INSPECT_PACKETS_PACKET_H
+#define MORVIX_INSPECT_PACKETS_PACKET_H
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.h"
+
+namespace morvix::inspect {
+
+using Bytes = std::vector<byte>;
+
+// Why a text is not a packet, and the column of it, counted from 1, where that shows.
+struct HexError {
+  size_t column = 1;
+  std::string message;
+};
+
+// The bytes of hexadecimal text: two digits a byte, with or without blanks, one colon or one comma between bytes, and
+// 0x before the first of digits that stand together. False with `error` set for anything else.
+bool ParseHex(const std::string& text, Bytes& bytes, HexError& error);
+
+// The forms in which a packet is given out.
+enum class PacketForm { kHex, kCArray, kBase64, kBinary };
+
+// All but binary end their line.
+std::string PacketText(const Bytes& packet, PacketForm form);
+
+// The bytes to which the module serializes `package`; empty when it refuses.
+Bytes PackPackage(const MorvixProtocolPackage_4_0& package);
+
+// The packet of a request without payload. Throws InputError when the command needs a sub-device and has none, or the
+// other way round; `name` is what the message calls it.
+Bytes RequestPacket(MorvixProtocolCommand_4_0 command, const std::string& name, std::optional<int32_t> subDevice);
+
+}  // namespace morvix::inspect
+
+#endif

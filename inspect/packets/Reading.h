@@ -1,0 +1,38 @@
+// Received packets, taken apart attribute by attribute.
+
+#ifndef MORVIX_INSPECT_PACKETS_READING_H
+#define MORVIX_INSPECT_PACKETS_READING_H
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+#include "inspect/model/EntityModel.h"
+#include "inspect/packets/Packet.h"
+
+namespace morvix::inspect {
+
+// Why the module does not accept a received packet; empty when it does.
+std::string RefusalOf(const Bytes& packet);
+
+// One accepted packet.
+struct PacketReading {
+  MorvixProtocolCommand_4_0 command;
+  Json::Value document;         // the decoded document
+  std::vector<Result> results;  // one for each field that is read
+  const Field* culprit;         // the field at which decoding ended; null when it did not end early
+};
+
+// Reads a packet that RefusalOf has nothing against. The module's lines are logged.
+PacketReading ReadPacket(const EntityModel& entity, const Bytes& packet);
+
+// The text of a field's value in a payload that was read with this result; empty when there is no value.
+std::string ValueText(const Field& field, const Result& result, const byte* payload);
+
+// Why decoding ended at the culprit, with what was expected.
+std::string FailureText(const EntityModel& entity, const PacketReading& reading, const Bytes& packet);
+
+}  // namespace morvix::inspect
+
+#endif

@@ -1,0 +1,93 @@
+#include "inspect/text/Escape.h"
+
+#include <fmt/format.h>
+#include <utf8proc.h>
+
+#include <algorithm>
+
+namespace morvix::inspect {
+
+namespace {
+
+// Controls, line separators, what turns the direction of writing, and what cannot be seen. Variation selectors stay:
+// they follow visible characters.
+bool IsHarmful(int32_t code) {
+  const utf8proc_property_t& property = *utf8proc_get_property(code);
+  switch (property.category) {
+    case UTF8PROC_CATEGORY_CC:
+    case UTF8PROC_CATEGORY_CF:
+    case UTF8PROC_CATEGORY_ZL:
+    case UTF8PROC_CATEGORY_ZP:
+      return true;
+    default:
+      break;
+  }
+  const bool isVariationSelector = code >= 0xfe00 && code <= 0xfe0f;
+  const bool isNoncharacter = (code & 0xfffe) == 0xfffe || (code >= 0xfdd0 && code <= 0xfdef);
+  return (property.ignorable && !isVariationSelector) || isNoncharacter;
+}
+
+std::string EscapeOf(int32_t code) {
+  switch (code) {
+    case '\n':
+      return "\\n";
+    case '\r':
+      return "\\r";
+    case '\t':
+      return "\\t";
+    default:
+      return fmt::format(code < 0x80 ? "\\x{:02x}" : code < 0x10000 ? "\\u{:04x}" : "\\U{:08x}", code);
+  }
+}
+
+}  // namespace
+
+size_t ReadCharacter(std::string_view text, size_t at, int32_t& code) {
+  constexpr size_t kLongest = 4;
+  const auto* begin = reinterpret_cast<const utf8proc_uint8_t*>(text.data() + at);
+  const auto length = static_cast<utf8proc_ssize_t>(std::min(text.size() - at, kLongest));
+  return static_cast<size_t>(std::max<utf8proc_ssize_t>(utf8proc_iterate(begin, length, &code), 0));
+}
+
+std::string Escaped(std::string_view text) {
+  std::string escaped;
+  escaped.reserve(text.size());
+  for (size_t at = 0; at < text.size();) {
+    int32_t code = 0;
+    const size_t length = ReadCharacter(text, at, code);
+    if (length == 0) {
+      escaped += fmt::format("\\x{:02x}", static_cast<unsigned char>(text[at]));
+    } else if (code == '\\') {
+      escaped += "\\\\";
+    } else if (code < 0x20 || code == 0x7f || (code > 0x7f && IsHarmful(code))) {
+      escaped += EscapeOf(code);
+    } else {
+      escaped += text.substr(at, length);
+    }
+    at += std::max<size_t>(length, 1);
+  }
+  return escaped;
+}
+
+std::string NameText(std::string_view name) { return name.empty() ? "\"\"" : Escaped(name); }
+
+std::string InQuotes(std::string_view text) { return '"' + Escaped(text) + '"'; }
+
+std::string Quoted(std::string_view text) {
+  constexpr size_t kMaxLength = 60;
+  if (text.size() <= kMaxLength) return "'" + Escaped(text) + "'";
+  size_t end = kMaxLength;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) --end;  // not inside a character
+  return "'" + Escaped(text.substr(0, end)) + "...'";
+}
+
+size_t FindInvalidUtf8(std::string_view text) {
+  int32_t code = 0;
+  for (size_t at = 0, length = 0; at < text.size(); at += length) {
+    length = ReadCharacter(text, at, code);
+    if (length == 0) return at;
+  }
+  return std::string_view::npos;
+}
+
+}  // namespace morvix::inspect

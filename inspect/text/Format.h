@@ -1,0 +1,56 @@
+// Small pieces of text for people: counts, lists, numbers, wrapped text, colours and tables.
+
+#ifndef MORVIX_INSPECT_TEXT_FORMAT_H
+#define MORVIX_INSPECT_TEXT_FORMAT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace morvix::inspect {
+
+// "1 byte", "2 bytes".
+std::string Count(uint64_t number, std::string_view noun);
+
+// "'a'", "'a' and 'b'", "'a', 'b', 'c', 'd' and 5 more": `labels` holds all `count` texts or at least the first five.
+std::string Listed(const std::vector<std::string>& labels, size_t count);
+
+// The shortest text that is read as this number.
+std::string ShortestText(double number);
+
+// The columns that an escaped text takes.
+size_t TextWidth(std::string_view text);
+
+// An escaped text in lines of at most `width` columns, if possible broken at its separators. What does not fit into
+// `maxLines` is cut off and ends with `ellipsis`, one column wide.
+std::vector<std::string> Wrapped(std::string_view text, size_t width, size_t maxLines, const char* ellipsis);
+
+// An escaped text of at most `columns` columns, the last of which shows when it was longer.
+std::string Shortened(std::string_view text, size_t columns);
+
+// The text filled up with blanks to this width.
+std::string PaddedTo(size_t width, std::string_view text);
+
+// SGR parameters of a terminal.
+constexpr char kBold[] = "1";
+
+// The text in a colour, given as SGR parameters; an empty colour changes nothing.
+std::string Colored(std::string_view text, std::string_view color);
+
+// Cells of the last column may have several lines.
+struct TableCell {
+  std::string text;
+  std::string color = {};
+};
+using TableRow = std::vector<TableCell>;
+
+// The first row of a table.
+TableRow HeadingRow(const std::vector<std::string>& headings, bool color);
+
+std::string AlignedTable(const std::vector<TableRow>& rows);
+
+}  // namespace morvix::inspect
+
+#endif

@@ -1,0 +1,89 @@
+#include "inspect/text/Similar.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+#include "inspect/text/Escape.h"
+
+namespace morvix::inspect {
+
+namespace {
+
+constexpr size_t kLongestName = 256;  // longer ones are not slips of the keyboard
+
+// A name without what people mix up: case, hyphens, underscores and blanks.
+std::string Plain(const std::string& name) {
+  std::string plain;
+  for (const char c : name) {
+    if (c != '-' && c != '_' && c != ' ') plain += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return plain;
+}
+
+// How many letters have to be added, removed, replaced or swapped with the next one.
+size_t EditDistance(const std::string& left, const std::string& right) {
+  std::vector<size_t> last(right.size() + 1);
+  std::vector<size_t> current(right.size() + 1);
+  for (size_t j = 0; j <= right.size(); ++j) current[j] = j;
+  for (size_t i = 1; i <= left.size(); ++i) {
+    const std::vector<size_t> beforeLast = std::exchange(last, current);
+    current[0] = i;
+    for (size_t j = 1; j <= right.size(); ++j) {
+      const size_t replaced = last[j - 1] + (left[i - 1] == right[j - 1] ? 0 : 1);
+      current[j] = std::min({replaced, last[j] + 1, current[j - 1] + 1});
+      if (i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1]) {
+        current[j] = std::min(current[j], beforeLast[j - 2] + 1);
+      }
+    }
+  }
+  return current[right.size()];
+}
+
+// A known name and how far away it is: edits first, then names of which one is a part of the other.
+using Candidate = std::pair<size_t, std::string>;
+
+std::vector<Candidate> NearNames(const std::string& name, const std::vector<std::string>& known) {
+  constexpr size_t kShortestPart = 3;
+  constexpr size_t kFarthest = 1000;
+  std::vector<Candidate> near;
+  if (name.size() > kLongestName) return near;
+  const std::string plain = Plain(name);
+  for (const std::string& other : known) {
+    if (other.size() > kLongestName) continue;
+    const std::string plainOther = Plain(other);
+    const size_t longer = std::max(plain.size(), plainOther.size());
+    const size_t shorter = std::min(plain.size(), plainOther.size());
+    const size_t distance = EditDistance(plain, plainOther);
+    const bool isPart = plain.find(plainOther) != std::string::npos || plainOther.find(plain) != std::string::npos;
+    if (3 * distance <= longer || (distance == 1 && longer > 1)) {
+      near.emplace_back(distance, other);
+    } else if (isPart && shorter >= kShortestPart) {
+      near.emplace_back(kFarthest - shorter, other);
+    }
+  }
+  std::stable_sort(near.begin(), near.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  return near;
+}
+
+}  // namespace
+
+std::string SimilarName(const std::string& name, const std::vector<std::string>& known) {
+  const std::vector<Candidate> near = NearNames(name, known);
+  const bool isClear = near.size() == 1 || (near.size() > 1 && near[0].first < near[1].first);
+  return isClear ? near[0].second : "";
+}
+
+std::string DidYouMean(const std::string& name, const std::vector<std::string>& known) {
+  constexpr size_t kMostOffered = 3;
+  std::vector<Candidate> near = NearNames(name, known);
+  near.resize(std::min(near.size(), kMostOffered));
+  if (near.empty()) return "";
+  std::string text = "; did you mean ";
+  for (size_t i = 0; i < near.size(); ++i) {
+    text += (i == 0 ? "" : i + 1 == near.size() ? " or " : ", ") + InQuotes(near[i].second);
+  }
+  return text + "?";
+}
+
+}  // namespace morvix::inspect

@@ -1,0 +1,19 @@
+// Names that were probably meant.
+
+#ifndef MORVIX_INSPECT_TEXT_SIMILAR_H
+#define MORVIX_INSPECT_TEXT_SIMILAR_H
+
+#include <string>
+#include <vector>
+
+namespace morvix::inspect {
+
+// The known name that `name` was probably meant to be; empty when there is none, or when it could be several.
+std::string SimilarName(const std::string& name, const std::vector<std::string>& known);
+
+// "; did you mean "a" or "b"?" with up to three known names, or an empty text.
+std::string DidYouMean(const std::string& name, const std::vector<std::string>& known);
+
+}  // namespace morvix::inspect
+
+#endif

@@ -1,0 +1,28 @@
+// What a command works with: streams and what is known about them.
+
+#ifndef MORVIX_DP4_ENVIRONMENT_H
+#define MORVIX_DP4_ENVIRONMENT_H
+
+#include <cstddef>
+#include <functional>
+#include <iosfwd>
+
+namespace dp4 {
+
+struct Environment {
+  std::istream& in;
+  std::ostream& out;
+  std::ostream& err;
+  bool hasColors = false;                       // results may be coloured unless the user says otherwise
+  bool isOutTerminal = false;                   // results are read as they come
+  bool isProgressShown = false;                 // somebody looks at `err` and not at `out`
+  size_t inBytes = 0;                           // how much there is to read; 0 when that is not known
+  std::function<void()> clearProgress = [] {};  // before anything else is written to `err`
+};
+
+// Exit codes of the tool.
+enum ExitCode { kFine = 0, kProblems = 1, kUnusable = 2 };
+
+}  // namespace dp4
+
+#endif

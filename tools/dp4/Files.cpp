@@ -1,0 +1,66 @@
+#include "Files.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <fstream>
+#include <istream>
+#include <ostream>
+#include <system_error>
+#include <vector>
+
+#include "inspect/text/Error.h"
+#include "inspect/text/Escape.h"
+
+namespace dp4 {
+
+using morvix::inspect::Escaped;
+using morvix::inspect::InputError;
+
+namespace {
+
+// Nobody writes a longer document by hand; without a limit an endless one would fill the memory.
+constexpr size_t kMaxFileBytes = size_t{1} << 26;
+
+std::string Reason() { return std::generic_category().message(errno != 0 ? errno : EIO); }
+
+}  // namespace
+
+std::string NameOfFile(const std::string& path) { return path == "-" ? "standard input" : path; }
+
+std::string ReadFile(const std::string& path, Environment& environment) {
+  const std::string name = Escaped(NameOfFile(path));
+  errno = 0;
+  std::ifstream file;
+  if (path != "-") file.open(path, std::ios::binary);
+  std::istream& in = path == "-" ? environment.in : file;
+  std::string text;
+  std::vector<char> buffer(65536);
+  while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() != 0) {
+    text.append(buffer.data(), static_cast<size_t>(in.gcount()));
+    if (text.size() > kMaxFileBytes)
+      throw InputError(fmt::format("{}: expected at most {} bytes", name, kMaxFileBytes));
+  }
+  if (path == "-" && in.bad()) throw InputError(name + ": cannot be read");
+  if (path != "-" && (!file.is_open() || in.bad())) throw InputError(name + ": cannot be read: " + Reason());
+  if (text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3);
+  return text;
+}
+
+morvix::inspect::json::Document ReadJsonFile(const std::string& path, Environment& environment) {
+  return {NameOfFile(path), ReadFile(path, environment)};
+}
+
+void WriteFile(const std::string& path, const std::string& text, Environment& environment) {
+  if (path == "-") {
+    environment.out << text;
+    return;
+  }
+  errno = 0;
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  file.close();
+  if (!file) throw InputError(Escaped(path) + ": cannot be written: " + Reason());
+}
+
+}  // namespace dp4

@@ -1,0 +1,28 @@
+// Files of the tool, of which one may be standard input or output.
+
+#ifndef MORVIX_DP4_FILES_H
+#define MORVIX_DP4_FILES_H
+
+#include <string>
+
+#include "Environment.h"
+#include "inspect/json/Document.h"
+
+namespace dp4 {
+
+// A file in messages, not yet escaped: its path, or "standard input" for "-".
+std::string NameOfFile(const std::string& path);
+
+// The whole of a file, or of standard input for "-", without a byte-order mark. Throws InputError, also when it is
+// longer than 64 MiB.
+std::string ReadFile(const std::string& path, Environment& environment);
+
+// Throws InputError as ReadFile and json::Document do.
+morvix::inspect::json::Document ReadJsonFile(const std::string& path, Environment& environment);
+
+// Replaces a file, or writes to standard output for "-". Throws InputError.
+void WriteFile(const std::string& path, const std::string& text, Environment& environment);
+
+}  // namespace dp4
+
+#endif

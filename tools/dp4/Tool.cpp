@@ -1,0 +1,391 @@
+// The command line. Knows the options and nothing of the work.
+
+#include "Tool.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <new>
+#include <ostream>
+#include <utility>
+
+#include "Commands.h"
+#include "Completion.h"
+#include "host/Logging.h"
+#include "inspect/text/Error.h"
+#include "inspect/text/Escape.h"
+#include "inspect/text/Similar.h"
+
+namespace dp4 {
+
+using morvix::inspect::Escaped;
+using morvix::inspect::PacketForm;
+using morvix::inspect::Severity;
+
+namespace {
+
+const char kDescription[] =
+    "Shows what a product configuration means to the version 4.0 data-point protocol, and talks to its devices in "
+    "packets.";
+
+const char kNeededEntity[] = "the entity, by name or id; needed when there are several";
+const char kOneEntity[] = "only this entity, by name or id; all without it";
+
+const char kDecodeExample[] =
+    "dp4 decode kettle.json 04055a019f0100\n"
+    "  dp4 decode kettle.json --document table < capture.txt\n"
+    "\n"
+    "Forms of --document:\n"
+    "  flat     a line of JSON: \"values\", the application's document; \"alerts\" and \"faults\", the value of each "
+    "by its\n"
+    "           name; \"active\", the integers of those that are active\n"
+    "  decoded  a line of JSON: the decoded document, each value with the type of its group\n"
+    "  table    every attribute with its place, bits and value, for people\n"
+    "\n"
+    "A line of standard input is a packet, or a JSON object whose member \"packet\" is replaced by the result.";
+
+const char kFooter[] =
+    "Exit codes: 0 fine, 1 the input has problems, 2 unusable arguments or unreadable files.\n"
+    "dp4 COMMAND --help tells more about a command, with an example.";
+
+// For texts that mean nothing when they are empty.
+const CLI::Validator kNotEmpty(
+    [](const std::string& text) { return text.empty() ? "expected a text, found none" : ""; }, "");
+
+// Without leading zeros, which would make a number octal.
+const CLI::Validator kDecimal(
+    [](std::string& text) {
+      const size_t first = text.find_first_not_of("+-");
+      while (first != std::string::npos && first + 1 < text.size() && text[first] == '0' &&
+             std::isdigit(static_cast<unsigned char>(text[first + 1])) != 0) {
+        text.erase(first, 1);
+      }
+      return std::string();
+    },
+    "");
+
+template <typename Value>
+using Choices = std::vector<std::pair<std::string, Value>>;
+
+const Choices<PacketForm> kPacketForms = {{"hex", PacketForm::kHex},
+                                          {"c-array", PacketForm::kCArray},
+                                          {"base64", PacketForm::kBase64},
+                                          {"binary", PacketForm::kBinary}};
+const Choices<MorvixProtocolCommand_4_0> kWriteCommands = {{"write", MorvixProtocolCommandWriteReq_4_0},
+                                                           {"cc-write", MorvixProtocolCommandCCWriteReq_4_0}};
+const Choices<FindingsForm> kFindingsForms = {
+    {"text", FindingsForm::kText}, {"json", FindingsForm::kJson}, {"sarif", FindingsForm::kSarif}};
+const Choices<Severity> kSeverities = {
+    {"error", Severity::kError}, {"warning", Severity::kWarning}, {"info", Severity::kInfo}};
+const Choices<DocumentForm> kDocumentForms = {
+    {"flat", DocumentForm::kFlat}, {"decoded", DocumentForm::kDecoded}, {"table", DocumentForm::kTable}};
+
+std::string Listed(const std::vector<std::string>& names) {
+  std::string text;
+  for (size_t i = 0; i < names.size(); ++i) {
+    text += (i == 0 ? "" : i + 1 == names.size() ? " or " : ", ") + names[i];
+  }
+  return text;
+}
+
+// An option whose value is one of a few words. `value` holds the default.
+template <typename Value>
+CLI::Option* AddChoice(CLI::App& command, const std::string& name, const Choices<Value>& choices, Value& value,
+                       const std::string& help = "") {
+  std::vector<std::string> names;
+  std::string byDefault;
+  for (const auto& [word, meaning] : choices) {
+    names.push_back(word);
+    if (meaning == value) byDefault = word;
+  }
+  const auto choose = [&choices, &value](const std::string& word) {
+    value =
+        std::find_if(choices.begin(), choices.end(), [&](const auto& choice) { return choice.first == word; })->second;
+  };
+  return command.add_option_function<std::string>(name, choose, help.empty() ? Listed(names) : help + Listed(names))
+      ->check(CLI::IsMember(names))
+      ->default_str(byDefault);
+}
+
+// The commands with their options. `run` becomes what the chosen command does.
+class CommandLine {
+ public:
+  explicit CommandLine(Environment& environment) : environment_(environment) {
+    app_.footer(kFooter);
+    app_.set_version_flag("--version", std::string("dp4 ") + MORVIX_PROTOCOL_VERSION);
+    app_.require_subcommand(1);
+    app_.failure_message([](const CLI::App*, const CLI::Error& error) {
+      return "dp4: " + Escaped(error.what()) + "\ndp4 --help tells more.\n";
+    });
+    AddShow();
+    AddLayout();
+    AddLint();
+    AddEncode();
+    AddRequest();
+    AddDecode();
+    AddDevices();
+    AddCompletion();
+  }
+
+  int Run(const std::vector<std::string>& arguments) {
+    CheckCommand(arguments);
+    try {
+      app_.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::ParseError& error) {
+      return app_.exit(error, environment_.out, environment_.err) == 0 ? kFine : kUnusable;
+    }
+    const LogSink previousSink = SetLogSink([this](int level, const char* functionName, const std::string& message) {
+      if (isLogged_) WriteLog(level, functionName, message);
+    });
+    const int previousLevel = SetLogLevel(2);
+    const auto restore = [&] {
+      SetLogSink(previousSink);
+      SetLogLevel(previousLevel);
+    };
+    try {
+      const int exitCode = run_();
+      restore();
+      return exitCode;
+    } catch (...) {
+      restore();
+      throw;
+    }
+  }
+
+ private:
+  // A word where a command should be is told apart from no word at all, which CLI11 does not do.
+  void CheckCommand(const std::vector<std::string>& arguments) const {
+    if (arguments.empty() || arguments[0].empty() || arguments[0][0] == '-') return;
+    std::vector<std::string> known;
+    std::string all;
+    for (const CLI::App* command : app_.get_subcommands(nullptr)) {
+      if (command->get_name() == arguments[0]) return;
+      if (command->get_group().empty()) continue;
+      known.push_back(command->get_name());
+      all += (all.empty() ? "; expected one of " : ", ") + known.back();
+    }
+    const std::string similar = morvix::inspect::DidYouMean(arguments[0], known);
+    throw morvix::inspect::InputError("no command is called " + morvix::inspect::InQuotes(arguments[0]) +
+                                      (similar.empty() ? all : similar));
+  }
+
+  void WriteLog(int level, const char* functionName, const std::string& message) const {
+    environment_.clearProgress();
+    const std::string function = functionName == nullptr ? "" : std::string(functionName) + ": ";
+    environment_.err << '[' << level << "] " << Escaped(function + message) << '\n';
+  }
+
+  CLI::App& Add(const char* name, const char* description, const char* example) {
+    CLI::App& command = *app_.add_subcommand(name, description);
+    command.footer(std::string("Example:\n  ") + example);
+    return command;
+  }
+
+  // What most commands take.
+  void AddShared(CLI::App& command, std::string& entity, const char* entityHelp, bool& color) {
+    command.add_option("--entity", entity, entityHelp)->type_name("NAME|ID")->check(kNotEmpty);
+    command.add_flag("--log", isLogged_, "shows the protocol module's log lines on standard error");
+    color = environment_.hasColors;
+    command
+        .add_option_function<std::string>(
+            "--color",
+            [this, &color](const std::string& when) {
+              color = when == "always" || (when == "auto" && environment_.hasColors);
+            },
+            "colours in results: auto (on a terminal), always or never")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
+  }
+
+  static void AddConfiguration(CLI::App& command, std::string& configuration) {
+    command.add_option("CONFIG", configuration, "product configuration (JSON); - for standard input")
+        ->required()
+        ->check(kNotEmpty);
+  }
+
+  static void AddSubDevice(CLI::App& command, std::optional<int32_t>& subDevice) {
+    constexpr int64_t kLeast = std::numeric_limits<int32_t>::min();
+    constexpr int64_t kMost = std::numeric_limits<uint32_t>::max();
+    command
+        .add_option_function<int64_t>(
+            "--sub-device", [&subDevice](int64_t id) { subDevice = static_cast<int32_t>(id); },
+            "id of the sub-device, of 32 bits; travels in this machine's byte order")
+        ->type_name("ID")
+        ->transform(kDecimal)
+        ->check(CLI::Range(kLeast, kMost).description(""));
+  }
+
+  static void AddOutput(CLI::App& command, PacketForm& output) {
+    AddChoice(command, "--output", kPacketForms, output)->type_name("FORM");
+  }
+
+  void AddShow() {
+    CLI::App& command = Add("show", "Lists the entities and attributes of a configuration.", "dp4 show kettle.json");
+    AddShared(command, show_.entity, kOneEntity, show_.color);
+    AddConfiguration(command, show_.configuration);
+    command.callback([this] { run_ = [this] { return Show(show_, environment_); }; });
+  }
+
+  void AddLayout() {
+    CLI::App& command = Add("layout", "Draws the payload as a map of bits.", "dp4 layout kettle.json --svg kettle.svg");
+    AddShared(command, layout_.entity, kNeededEntity, layout_.color);
+    AddConfiguration(command, layout_.configuration);
+    command.add_option("--svg", layout_.svg, "writes a picture to this file instead; - for standard output")
+        ->type_name("FILE")
+        ->check(kNotEmpty);
+    command.callback([this] { run_ = [this] { return Layout(layout_, environment_); }; });
+  }
+
+  void AddLint() {
+    CLI::App& command = Add("lint", "Finds the problems of configurations, and says what a device will make of them.",
+                            "dp4 lint --severity info --roundtrip kettle.json");
+    AddShared(command, lint_.entity, kOneEntity, lint_.color);
+    auto* files =
+        command.add_option("CONFIG", lint_.configurations, "product configurations (JSON); - for standard input")
+            ->check(kNotEmpty);
+    AddChoice(command, "--format", kFindingsForms, lint_.format)->type_name("FORMAT");
+    AddChoice(command, "--severity", kSeverities, lint_.severity, "minimum severity to report: ")
+        ->type_name("SEVERITY");
+    command.add_flag("--roundtrip", lint_.roundtrip,
+                     "encodes and decodes limits and middles of every attribute as well");
+    auto* rules = command.add_flag("--rules", lint_.listRules, "lists the rules instead");
+    command.callback([this, files, rules] {
+      if (files->count() == 0 && rules->count() == 0) throw CLI::RequiredError("CONFIG");
+      run_ = [this] { return Lint(lint_, environment_); };
+    });
+  }
+
+  void AddEncode() {
+    CLI::App& command = Add("encode", "Turns values into a write packet.",
+                            "dp4 encode kettle.json --set power=1 --set target=85 --explain");
+    AddShared(command, encode_.entity, kNeededEntity, encode_.color);
+    AddConfiguration(command, encode_.configuration);
+    command.add_option("VALUES", encode_.values, "value document (JSON); - for standard input")->check(kNotEmpty);
+    command.add_option("--set", encode_.set, "one value, after those of the document")
+        ->type_name("NAME=VALUE")
+        ->expected(1)
+        ->take_all()
+        ->allow_extra_args(false);
+    AddChoice(command, "--command", kWriteCommands, encode_.command)->type_name("COMMAND");
+    AddSubDevice(command, encode_.subDevice);
+    AddOutput(command, encode_.output);
+    command.add_flag("--explain", encode_.explain, "prints attribute by attribute what was set, or why it was not");
+    command.add_flag("--strict", encode_.strict, "a value that is left out is a problem");
+    command.callback([this] { run_ = [this] { return Encode(encode_, environment_); }; });
+  }
+
+  void AddRequest() {
+    CLI::App& command = Add("request", "Makes a request without payload.", "dp4 request cc-read --sub-device 7");
+    command.add_option("COMMAND", request_.command, "read, cc-read, cc-add, cc-delete or cc-list")
+        ->required()
+        ->check(CLI::IsMember({"read", "cc-read", "cc-add", "cc-delete", "cc-list"}));
+    AddSubDevice(command, request_.subDevice);
+    AddOutput(command, request_.output);
+    command.callback([this] { run_ = [this] { return Request(request_, environment_); }; });
+  }
+
+  void AddDecode() {
+    CLI::App& command =
+        Add("decode", "Decodes received packets, given or one a line on standard input.", kDecodeExample);
+    AddShared(command, decode_.entity, kNeededEntity, decode_.color);
+    AddConfiguration(command, decode_.configuration);
+    command.add_option("PACKET", decode_.packets, "packets in hexadecimal, with or without 0x, blanks and colons");
+    AddChoice(command, "--document", kDocumentForms, decode_.document)->type_name("FORM");
+    command.callback([this] { run_ = [this] { return Decode(decode_, environment_); }; });
+  }
+
+  void AddDevices() {
+    CLI::App& command = Add("devices", "Answers queries over a device list.",
+                            "dp4 devices devices.json --protocol data-point --packet-version 0x4");
+    command
+        .add_option("LIST", devices_.list,
+                    "device list (JSON): an array, or an object with \"debug\" and \"devices\"; - for standard input")
+        ->required()
+        ->check(kNotEmpty);
+    auto* protocol = command.add_option("--protocol", devices_.protocol, "the devices that speak this protocol ...")
+                         ->type_name("NAME")
+                         ->check(kNotEmpty);
+    auto* version =
+        command.add_option("--packet-version", devices_.packetVersion, "... at this packet version, as 0x4")
+            ->type_name("VERSION");
+    protocol->needs(version);
+    version->needs(protocol);
+    auto* find = command.add_option("--find", devices_.find, "the first device with this product key")
+                     ->type_name("KEY")
+                     ->check(kNotEmpty);
+    auto* keys = command.add_flag("--keys", devices_.keys, "the product keys of all devices");
+    protocol->excludes(find)->excludes(keys);
+    find->excludes(keys);
+    auto* debug = command.add_flag("--debug", "takes the keys of debug builds");
+    auto* release = command.add_flag("--release", "takes the keys of release builds");
+    debug->excludes(release);
+    command.callback([this, protocol, find, keys, debug, release] {
+      if (protocol->count() + find->count() + keys->count() == 0) {
+        throw CLI::RequiredError("One of --protocol, --find and --keys");
+      }
+      const auto isSet = [](const CLI::Option* flag) { return flag->count() != 0 && flag->as<bool>(); };
+      if (isSet(debug) || isSet(release)) devices_.debug = isSet(debug);
+      run_ = [this] { return Devices(devices_, environment_); };
+    });
+  }
+
+  void AddCompletion() {
+    CLI::App& command = Add("completion", "Prints a completion script for a shell.",
+                            "dp4 completion bash > ~/.local/share/bash-completion/completions/dp4");
+    command.add_option("SHELL", shell_, "bash, zsh or fish")->required()->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    command.callback([this] {
+      run_ = [this] {
+        environment_.out << CompletionScript(shell_);
+        return kFine;
+      };
+    });
+    // What those scripts ask.
+    CLI::App& complete = *app_.add_subcommand("complete")->group("");
+    complete.add_option("WORD", words_);
+    complete.callback([this] {
+      run_ = [this] {
+        environment_.out << Completions(app_, words_);
+        return kFine;
+      };
+    });
+  }
+
+  Environment& environment_;
+  CLI::App app_{kDescription, "dp4"};
+  bool isLogged_ = false;
+  ShowOptions show_;
+  LayoutOptions layout_;
+  LintOptions lint_;
+  EncodeOptions encode_;
+  RequestOptions request_;
+  DecodeOptions decode_;
+  DevicesOptions devices_;
+  std::string shell_;
+  std::vector<std::string> words_;
+  std::function<int()> run_;
+};
+
+}  // namespace
+
+int RunTool(const std::vector<std::string>& arguments, Environment& environment) {
+  std::string problem;
+  int exitCode = kUnusable;
+  try {
+    exitCode = CommandLine(environment).Run(arguments);
+  } catch (const morvix::inspect::InputError& error) {
+    problem = error.what();
+  } catch (const std::bad_alloc&) {
+    problem = "there is not enough memory for this";
+  } catch (const std::exception& error) {
+    problem = std::string("internal error: ") + error.what();
+  }
+  if (!environment.out.flush() && problem.empty()) problem = "standard output cannot be written";
+  if (problem.empty()) return exitCode;
+  environment.err << "dp4: " << problem << '\n';
+  return kUnusable;
+}
+
+}  // namespace dp4
