@@ -13,13 +13,14 @@ namespace morvix::inspect {
 
 namespace {
 
-Json::CharReader& StrictReader() {
-  thread_local const std::unique_ptr<Json::CharReader> reader = [] {
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+bool ParseStrictly(const std::string& text, Json::Value& value, std::string& report) {
+  static const Json::CharReaderBuilder builder = [] {
+    Json::CharReaderBuilder strict;
+    Json::CharReaderBuilder::strictMode(&strict.settings_);
+    return strict;
   }();
-  return *reader;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  return reader->parse(text.data(), text.data() + text.size(), &value, &report);
 }
 
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == '\x7f'; }
@@ -57,9 +58,9 @@ bool ReadJsonLine(const std::string& text, JsonLine& parts, HexError& error) {
     return false;
   }
   Json::Value object;
-  std::string report;
   try {
-    if (!StrictReader().parse(line.data(), line.data() + line.size(), &object, &report)) {
+    std::string report;
+    if (!ParseStrictly(line, object, report)) {
       const json::SyntaxError first = json::FirstError(report);
       error = {first.place.column, "not JSON: " + first.message};
       return false;

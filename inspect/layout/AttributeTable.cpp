@@ -39,7 +39,7 @@ std::string RangeText(const Attribute& number, const BitRange& bits) {
 }
 
 std::string ItemText(const std::string& item) {
-  const std::string text = Escaped(item);
+  std::string text = Escaped(item);
   const bool isPlain =
       !text.empty() && text.find_first_of(",\"") == std::string::npos && text.front() != ' ' && text.back() != ' ';
   if (isPlain) return text;

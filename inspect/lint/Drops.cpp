@@ -50,13 +50,13 @@ bool IsIdentity(const std::string& member) {
 
 // The path to a member from its attribute.
 std::vector<const char*> PathOf(const std::string& member) {
-  for (const std::string& known : kPositionMembers) {
+  for (const std::string& known : PositionMembers()) {
     if (known == member) return {"position", known.c_str()};
   }
-  for (const std::string& known : kScalingMembers) {
+  for (const std::string& known : ScalingMembers()) {
     if (known == member) return {"uint_spec", known.c_str()};
   }
-  for (const std::string& known : kAttributeMembers) {
+  for (const std::string& known : AttributeMembers()) {
     if (known == member) return {known.c_str()};
   }
   return {};
@@ -93,9 +93,9 @@ Fault FaultOf(const EntityModel& entity, size_t element, const std::string& memb
   }
   if (!object->isMember(member)) {
     return MissingMember(*object, member,
-                         path.size() == 1                    ? kAttributeMembers
-                         : Contains(kScalingMembers, member) ? kScalingMembers
-                                                             : kPositionMembers);
+                         path.size() == 1                    ? AttributeMembers()
+                         : Contains(ScalingMembers(), member) ? ScalingMembers()
+                                                             : PositionMembers());
   }
   const Json::Value& value = (*object)[member];
   const std::string needed = Needed(member);
@@ -147,8 +147,8 @@ class DropWalk {
     const bool isWritable = element.IsWritable();
     const size_t readHolder = reading_.Advance(index, element, onReading);
     const size_t writeHolder = isWritable ? writing_.Advance(index, element, onWriting) : kNoElement;
-    if (Contains(kScalingMembers, onReading)) uses_[readHolder].onReading = true;
-    if (Contains(kScalingMembers, onWriting)) uses_[writeHolder].onWriting = true;
+    if (Contains(ScalingMembers(), onReading)) uses_[readHolder].onReading = true;
+    if (Contains(ScalingMembers(), onWriting)) uses_[writeHolder].onWriting = true;
     if (isWritable && onWriting.empty()) ++taken_;
     const size_t laterFlags = NoteShift(index);
     const bool isOneReason = onReading == onWriting && readHolder == writeHolder;
@@ -249,7 +249,7 @@ class DropWalk {
     const bool isAlways = drop.onReading == drop.onWriting || !entity_.Elements()[drop.element].IsWritable();
     const char* when = isAlways ? "" : drop.onReading ? " on reading" : " on writing";
     const std::string subject = fmt::format("{} is dropped{}: ", entity_.Label(drop.element), when);
-    if (Contains(kScalingMembers, drop.member)) return AddScalingDrop(drop, subject);
+    if (Contains(ScalingMembers(), drop.member)) return AddScalingDrop(drop, subject);
     const Fault fault = FaultOf(entity_, drop.element, drop.member);
     findings_.Add(rules::kAttributeDropped, SpotOf(entity_, drop.element, drop.member), subject + fault.text,
                   EffectOf(drop), fault.fix);

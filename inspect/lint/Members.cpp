@@ -29,9 +29,9 @@ void LintUnknown(const Spot& object, const Names& known, const char* kind, Findi
     if (!similar.empty()) {
       fix = object.value->isMember(similar) ? "remove it; " + Quoted(similar) + " is there already"
                                             : "did you mean " + Quoted(similar) + "?";
-    } else if (Contains(kPositionMembers, name)) {
+    } else if (Contains(PositionMembers(), name)) {
       fix = "move it into 'position'";
-    } else if (Contains(kScalingMembers, name)) {
+    } else if (Contains(ScalingMembers(), name)) {
       fix = "move it into 'uint_spec'";
     }
     findings.Add(rules::kUnknownMember, {&*it, object.pointer + json::PointerToken(name)},
@@ -111,14 +111,14 @@ void LintUnused(const EntityModel& entity, size_t index, Findings& findings) {
 
 void LintAttributeMembers(const EntityModel& entity, size_t index, Findings& findings) {
   const Spot attribute = entity.At(index);
-  LintUnknown(attribute, kAttributeMembers, "an attribute", findings);
+  LintUnknown(attribute, AttributeMembers(), "an attribute", findings);
   LintMisread(attribute, {"id"}, findings);
   LintUnused(entity, index, findings);
   const Json::Value& position = (*attribute.value)["position"];
   const Json::Value& uintSpec = (*attribute.value)["uint_spec"];
   if (position.isObject()) {
     const Spot spot{&position, attribute.pointer + "/position"};
-    LintUnknown(spot, kPositionMembers, "a position", findings);
+    LintUnknown(spot, PositionMembers(), "a position", findings);
     LintMisread(spot, {"byte_offset", "bit_offset", "len"}, findings);
     if (position["unit"].isString() && *position["unit"].asCString() == '\0') {
       findings.Add(rules::kEmptyUnit, entity.At(index, {"position", "unit"}),
@@ -127,17 +127,28 @@ void LintAttributeMembers(const EntityModel& entity, size_t index, Findings& fin
   }
   if (uintSpec.isObject() && ProtocolDataTypeIsUInt(entity.Elements()[index].dataType)) {
     const Spot spot{&uintSpec, attribute.pointer + "/uint_spec"};
-    LintUnknown(spot, kScalingMembers, "a uint_spec", findings);
-    LintMisread(spot, kScalingMembers, findings);
+    LintUnknown(spot, ScalingMembers(), "a uint_spec", findings);
+    LintMisread(spot, ScalingMembers(), findings);
   }
 }
 
 }  // namespace
 
-const Names kAttributeMembers = {"id",        "name",     "display_name", "desc", "type",
-                                 "data_type", "position", "uint_spec",    "enum"};
-const Names kPositionMembers = {"byte_offset", "bit_offset", "unit", "len"};
-const Names kScalingMembers = {"min", "max", "ratio", "addition"};
+const Names& AttributeMembers() {
+  static const Names names = {"id",        "name",     "display_name", "desc", "type",
+                              "data_type", "position", "uint_spec",    "enum"};
+  return names;
+}
+
+const Names& PositionMembers() {
+  static const Names names = {"byte_offset", "bit_offset", "unit", "len"};
+  return names;
+}
+
+const Names& ScalingMembers() {
+  static const Names names = {"min", "max", "ratio", "addition"};
+  return names;
+}
 
 bool Contains(const Names& names, const std::string& name) {
   return std::find(names.begin(), names.end(), name) != names.end();

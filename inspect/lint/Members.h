@@ -12,9 +12,9 @@ namespace morvix::inspect {
 
 using Names = std::vector<std::string>;
 
-extern const Names kAttributeMembers;
-extern const Names kPositionMembers;
-extern const Names kScalingMembers;
+const Names& AttributeMembers();
+const Names& PositionMembers();
+const Names& ScalingMembers();
 
 bool Contains(const Names& names, const std::string& name);
 

@@ -213,7 +213,7 @@ struct Passage {
   }
 
   std::string Effect(const Attribute& number, uint64_t raw) const {
-    const std::string shown = fmt::format("raw {} decodes as {}", raw, Quoted(text));
+    std::string shown = fmt::format("raw {} decodes as {}", raw, Quoted(text));
     if (!isLost || !IsWritable(number)) return shown;
     return fmt::format("{}, which encodes as {}{}", shown, back == kRefusal ? "" : "raw ", back);
   }

@@ -16,6 +16,7 @@ namespace {
 
 std::vector<BitRange> RangesOf(const Direction& direction) {
   std::vector<BitRange> ranges;
+  ranges.reserve(direction.fields.size());
   for (const Field& field : direction.fields) ranges.push_back(field.bits);
   return ranges;
 }
@@ -23,6 +24,7 @@ std::vector<BitRange> RangesOf(const Direction& direction) {
 std::vector<std::string> LabelsOf(const EntityModel& entity, const Direction& direction,
                                   const std::vector<size_t>& fields) {
   std::vector<std::string> labels;
+  labels.reserve(fields.size());
   for (const size_t field : fields) labels.push_back(entity.Label(direction.fields[field].element));
   return labels;
 }
@@ -76,8 +78,8 @@ bool OverlapsOnReading(const Overlap& onWriting, const EntityModel& entity) {
                      [&](size_t other) { return bits.Overlaps(bitsOf(onWriting.direction.fields[other])); });
 }
 
-void AddOverlap(const EntityModel& entity, const Overlap* onReading, const Overlap* onWriting, Findings& findings) {
-  const size_t element = (onReading != nullptr ? onReading : onWriting)->field.element;
+void AddOverlap(const EntityModel& entity, size_t element, const Overlap* onReading, const Overlap* onWriting,
+                Findings& findings) {
   const std::string label = entity.Label(element);
   const bool isElsewhere = onReading != nullptr && onWriting != nullptr && !OverlapsOnReading(*onWriting, entity);
   std::string message = label + " overlaps ";
@@ -110,10 +112,10 @@ void LintSharedBits(const EntityModel& entity, Findings& findings) {
     const bool isRead = onReading != nullptr && !read[onReading->flag].IsEmpty();
     const bool isWritten = onWriting != nullptr && !written[onWriting->flag].IsEmpty();
     if (!isRead && !isWritten) continue;
-    const FewFields none;
+    const FewFields none = {};
     const Overlap readOverlap{reading, *field, isRead ? read[onReading->flag] : none};
     const Overlap writtenOverlap{writing, isWritten ? *onWriting : *field, isWritten ? written[onWriting->flag] : none};
-    AddOverlap(entity, isRead ? &readOverlap : nullptr, isWritten ? &writtenOverlap : nullptr, findings);
+    AddOverlap(entity, field->element, isRead ? &readOverlap : nullptr, isWritten ? &writtenOverlap : nullptr, findings);
   }
 }
 

@@ -146,6 +146,7 @@ class Roundtrip {
   // What decoding gives for these fields, in their order.
   std::vector<Answer> Decode(const std::vector<const Field*>& fields, Bytes& payload) const {
     std::vector<Attribute> records;
+    records.reserve(fields.size());
     for (const Field* field : fields) records.push_back(*field->attribute);
     MorvixProtocolPackage_4_0 package;
     package.value = payload.data();
@@ -250,6 +251,7 @@ class Roundtrip {
 
   void Compare(const std::vector<size_t>& indexes, Bytes& payload, const char* how, Choice choice, bool hasRealNames) {
     std::vector<const Field*> fields;
+    fields.reserve(indexes.size());
     std::map<std::string, size_t> holders;  // the last of each key
     for (const size_t index : indexes) fields.push_back(subjects_[index].read);
     const std::vector<Answer> answers = Decode(fields, payload);

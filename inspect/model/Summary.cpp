@@ -75,7 +75,7 @@ std::vector<std::string> Notes(const EntityModel& entity) {
     const Element& element = entity.Elements()[i];
     const std::string difference = DifferenceText(entity, i);
     const std::string reason = element.droppedOnReading.empty() ? "" : ", for its '" + element.droppedOnReading + "'";
-    if (!difference.empty()) notes.push_back(ElementText(element, i) + difference + reason);
+    if (!difference.empty()) notes.push_back(fmt::format("{}{}{}", ElementText(element, i), difference, reason));
     if (PlacesOf(entity, i).read.EndByte() > payloadBytes) {
       notes.push_back(ElementText(element, i) + " lies after the payload's end and is read from longer payloads only");
     }

@@ -80,6 +80,12 @@ std::unique_ptr<ResultForm> MakeForm(const EntityModel& entity, const DecodeOpti
   }
 }
 
+// What messages and titles call a packet's source.
+struct Source {
+  std::string place;
+  std::string title;
+};
+
 class Decoder {
  public:
   Decoder(const EntityModel& entity, const DecodeOptions& options, Environment& environment)
@@ -97,7 +103,7 @@ class Decoder {
     }
     for (size_t i = 0; i < packets.size(); ++i) {
       const std::string place = fmt::format("packet {}", i + 1);
-      DecodeHex(packets[i], place, place);
+      DecodeHex(packets[i], {place, place});
     }
   }
 
@@ -106,15 +112,14 @@ class Decoder {
     LineReader lines(environment_.in, [this] { environment_.out.flush(); });
     std::string line;
     while (environment_.out && lines.Next(line)) {
-      const std::string place = fmt::format("standard input:{}", lines.Number());
-      const std::string title = fmt::format("line {}", lines.Number());
+      const Source source = {fmt::format("standard input:{}", lines.Number()), fmt::format("line {}", lines.Number())};
       const size_t first = line.find_first_not_of(" \t\r\n\v\f");
       if (lines.IsTooLong()) {
-        Report(place, fmt::format("expected a line of at most {} bytes", kMaxLineBytes));
+        Report(source.place, fmt::format("expected a line of at most {} bytes", kMaxLineBytes));
       } else if (first != std::string::npos && line[first] == '{') {
-        DecodeJsonLine(line, place, title);
+        DecodeJsonLine(line, source);
       } else if (first != std::string::npos) {
-        DecodeHex(line, place, title);
+        DecodeHex(line, source);
       }
       if (environment_.isOutTerminal) environment_.out.flush();
       progress.Update(lines, problems_);
@@ -147,24 +152,24 @@ class Decoder {
     return result;
   }
 
-  void DecodeHex(const std::string& hex, const std::string& place, const std::string& title) {
-    const std::optional<std::string> result = ResultOf(hex, place, 0);
+  void DecodeHex(const std::string& hex, const Source& source) {
+    const std::optional<std::string> result = ResultOf(hex, source.place, 0);
     if (!result) return;
-    if (isTable_) WriteTitle(title);
+    if (isTable_) WriteTitle(source.title);
     environment_.out << *result;
   }
 
-  void DecodeJsonLine(const std::string& line, const std::string& place, const std::string& title) {
+  void DecodeJsonLine(const std::string& line, const Source& source) {
     JsonLine parts;
     HexError error;
     if (!ReadJsonLine(line, parts, error)) {
-      Report(fmt::format("{}:{}", place, error.column), error.message);
+      Report(fmt::format("{}:{}", source.place, error.column), error.message);
       return;
     }
-    std::optional<std::string> result = ResultOf(parts.packet, place, parts.before.size() + 1);
+    std::optional<std::string> result = ResultOf(parts.packet, source.place, parts.before.size() + 1);
     if (!result) return;
     if (isTable_) {
-      WriteTitle(parts.hasOthers ? fmt::format("{} {}...{}", title, parts.before, parts.after) : title);
+      WriteTitle(parts.hasOthers ? fmt::format("{} {}...{}", source.title, parts.before, parts.after) : source.title);
       environment_.out << *result;
       return;
     }
