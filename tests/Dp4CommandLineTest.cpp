@@ -1,11 +1,8 @@
-// What dp4 does with its arguments before a command is at work: help, mistakes, colours, completion scripts.
+// What dp4 does with its arguments before a command is at work: help, mistakes, colours, completion.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -15,7 +12,6 @@
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 void ExpectUsageError(const std::vector<std::string>& arguments, const std::string& err) {
@@ -23,17 +19,6 @@ void ExpectUsageError(const std::vector<std::string>& arguments, const std::stri
   EXPECT_EQ(run.exitCode, 2);
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.err, err);
-}
-
-// What a shell command prints.
-std::string OutputOf(const std::string& command) {
-  std::FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return "cannot be started";
-  std::string output;
-  char buffer[4096];
-  for (size_t size = 0; (size = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;) output.append(buffer, size);
-  pclose(pipe);
-  return output;
 }
 
 TEST(CommandLine, NamesACommandThatThereIsNot) {
@@ -78,20 +63,6 @@ TEST(CommandLine, TakesNoEmptyTexts) {
   }
 }
 
-TEST(CommandLine, TellsWhenNothingCanBeWritten) {
-  for (const char* arguments : {"--help", "show kettle.json", "completion bash"}) {
-    const std::string command =
-        std::string("cd " EXAMPLES_DIR " && " DP4_PATH " ") + arguments + " 2>&1 >/dev/full; echo $?";
-    EXPECT_EQ(OutputOf(command), "dp4: standard output cannot be written\n2\n") << arguments;
-  }
-}
-
-TEST(CommandLine, EndsInOneLineWhateverTheInput) {
-  EXPECT_EQ(OutputOf(DP4_PATH " show - < / 2>&1; echo $?"), "dp4: standard input: cannot be read\n2\n");
-  EXPECT_EQ(OutputOf(DP4_PATH " lint - <&- 2>&1; echo $?"), "dp4: standard input: cannot be read\n2\n");
-  EXPECT_EQ(OutputOf(DP4_PATH " show /dev/zero 2>&1; echo $?"), "dp4: /dev/zero: expected at most 67108864 bytes\n2\n");
-}
-
 TEST(CommandLine, ChoosesAnEntityByItsNameBeforeItsId) {
   const std::string entity = R"("display_name": "", "attrs": []})";
   const std::string configuration =
@@ -107,38 +78,12 @@ TEST(CommandLine, ReadsStandardInputOnce) {
   ExpectUsageError({"decode", "-"}, "dp4: standard input cannot be both the configuration and the packets\n");
 }
 
-// On a terminal; its lines end in a carriage return and a line feed.
-std::string OnTerminal(const std::string& environment) {
-  return OutputOf("cd " EXAMPLES_DIR " && script -qec '" + environment + " " DP4_PATH " show kettle.json' /dev/null");
-}
-
-TEST(CommandLine, ColoursOnATerminalUnlessNoColorSaysOtherwise) {
-  EXPECT_THAT(OnTerminal("env -u NO_COLOR"), HasSubstr("\x1b[1mkettle"));
-  EXPECT_THAT(OnTerminal("NO_COLOR="), HasSubstr("\x1b[1mkettle"));
-  EXPECT_THAT(OnTerminal("NO_COLOR=1"), Not(HasSubstr("\x1b[1mkettle")));
+TEST(CommandLine, ColoursWhereItIsTold) {
   EXPECT_THAT(RunTool({"show", "kettle.json"}).out, StartsWith("kettle"));
   EXPECT_THAT(RunTool({"show", "kettle.json", "--color", "always"}).out, StartsWith("\x1b[1mkettle"));
 }
 
 // ---- Completion ----
-
-// What bash offers for the last of these words.
-std::string BashOffers(const std::string& words, int last) {
-  return OutputOf("bash -c 'PATH=$(dirname " DP4_PATH "):$PATH; source <(dp4 completion bash); COMP_WORDS=(" + words +
-                  "); COMP_CWORD=" + std::to_string(last) + "; _dp4; echo ${COMPREPLY[*]}'");
-}
-
-TEST(Completion, OffersWhatFitsInBash) {
-  EXPECT_EQ(BashOffers("dp4 de", 1), "decode devices\n");
-  EXPECT_EQ(BashOffers("dp4 --v", 1), "--version\n");
-  EXPECT_EQ(BashOffers("dp4 lint --roundtrip --f", 3), "--format\n");
-  EXPECT_EQ(BashOffers("dp4 lint --format s", 3), "sarif\n");
-  EXPECT_EQ(BashOffers("dp4 lint --format =", 3), "text json sarif\n");
-  EXPECT_EQ(BashOffers("dp4 lint --format = te", 4), "text\n");
-  EXPECT_EQ(BashOffers("dp4 request cc-", 2), "cc-read cc-add cc-delete cc-list\n");
-  EXPECT_EQ(BashOffers("dp4 request read c", 3), "\n");
-  EXPECT_EQ(BashOffers("dp4 request read --o", 3), "--output\n");
-}
 
 TEST(Completion, DescribesWhatFits) {
   EXPECT_EQ(RunTool({"complete", "--", "sh"}).out, "show\tLists the entities and attributes of a configuration.\n");

@@ -1,4 +1,4 @@
-// Runs the command-line tool as its users do.
+// The command-line tool, run in the process of the test.
 
 #ifndef MORVIX_TESTS_TOOL_SUPPORT_H
 #define MORVIX_TESTS_TOOL_SUPPORT_H
@@ -7,13 +7,13 @@
 #include <vector>
 
 struct ToolRun {
-  int exitCode = -1;  // -1 when the tool was ended by a signal
+  int exitCode = -1;
   std::string out;
   std::string err;
 };
 
-// The tool with these arguments and this text on its standard input. The working directory is the folder of the
-// examples, so that file names in messages are short. NO_COLOR and the like are not set.
+// The tool with these arguments and this text on its standard input; nothing is a terminal. The working directory
+// becomes the folder of the examples, so that file names in messages are short.
 ToolRun RunTool(const std::vector<std::string>& arguments, const std::string& standardInput = "");
 
 #endif
