@@ -1,5 +1,6 @@
 # Installs headers, libraries, the CMake package MorvixProtocol and the pkg-config file morvix-protocol.
 include(CMakePackageConfigHelpers)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
 
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/MorvixProtocol)
 
@@ -15,8 +16,24 @@ write_basic_package_version_file(MorvixProtocolConfigVersion.cmake COMPATIBILITY
 install(FILES ${PROJECT_BINARY_DIR}/MorvixProtocolConfig.cmake ${PROJECT_BINARY_DIR}/MorvixProtocolConfigVersion.cmake
               cmake/JsonCpp.cmake DESTINATION ${packageDir})
 
-file(RELATIVE_PATH pcToPrefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
-configure_file(cmake/morvix-protocol.pc.in morvix-protocol.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/morvix-protocol.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# Arguments after the folder go to install().
+function(install_pkg_config folder)
+  file(RELATIVE_PATH pcToPrefix /prefix/${folder} /prefix)
+  configure_file(cmake/morvix-protocol.pc.in ${folder}/morvix-protocol.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${folder}/morvix-protocol.pc DESTINATION ${folder} ${ARGN})
+endfunction()
+set(pcDir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(debianPcDir lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig)
+if(CMAKE_LIBRARY_ARCHITECTURE AND NOT pcDir STREQUAL debianPcDir)
+  # In a Debian package, pkg-config looks in this folder when it works for another machine.
+  install_pkg_config(${pcDir} COMPONENT local)
+  install_pkg_config(${debianPcDir} EXCLUDE_FROM_ALL)
+else()
+  install_pkg_config(${pcDir})
+endif()
 
-install(FILES schemas/product-configuration.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/morvix)
+install(FILES schemas/product-configuration.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/morvix COMPONENT tool)
+
+if(isTopLevel)
+  include(cmake/Debian.cmake)
+endif()
