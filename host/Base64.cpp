@@ -11,7 +11,7 @@ constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx
 constexpr int8_t kEnd = -1;         // a character outside the alphabet
 constexpr int8_t kWhiteSpace = -2;  // one that is skipped
 
-// What each character stands for: a number from 0 to 63 or one of the two above.
+// The value of each character, 0 to 63, or one of the two above.
 constexpr std::array<int8_t, 256> MakeSymbolValues() {
   std::array<int8_t, 256> values = {};
   for (int8_t& value : values) value = kEnd;
@@ -30,7 +30,7 @@ char* __internal_base64_encode(char* output, uint32_t capacity, const byte* inpu
     return empty;
   }
   output[0] = '\0';
-  // The text is longer than its bytes, so the first test keeps the second from overflowing.
+  // Base64 is longer than its bytes; with the first test the second cannot overflow.
   if (length >= capacity || (length + 2) / 3 > (capacity - 1) / 4) return output;
 
   char* out = output;

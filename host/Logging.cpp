@@ -13,7 +13,7 @@ std::atomic<int> maxLevel{1};
 
 // Never destroyed, so that lines logged while the process ends still have a sink.
 struct Sink {
-  std::mutex mutex;  // guards current; not held while a sink is at work
+  std::mutex mutex;  // guards current; not held while a sink runs
   std::shared_ptr<const LogSink> current = std::make_shared<const LogSink>();
 
   static Sink& Instance() {
@@ -22,7 +22,7 @@ struct Sink {
   }
 };
 
-// Of the control characters above ASCII, which are two bytes in UTF-8, the second byte tells.
+// For control characters above ASCII, which are two bytes in UTF-8, true for the second byte.
 bool IsControlCharacter(unsigned char previous, unsigned char code) {
   return code < 0x20 || code == 0x7f || (previous == 0xc2 && code >= 0x80 && code < 0xa0);
 }
@@ -67,7 +67,7 @@ std::string FormatMessage(const char* format, va_list arguments) {
   va_copy(again, arguments);
   const int length = std::vsnprintf(buffer, sizeof buffer, format, again);
   va_end(again);
-  if (length < 0) return format;  // an argument that cannot be printed; the format still tells what happened
+  if (length < 0) return format;  // an argument cannot be printed; the format is still useful
   const auto size = static_cast<size_t>(length);
   if (size < sizeof buffer) return std::string(buffer, size);
   std::string message(size, '\0');
@@ -99,7 +99,7 @@ void Log(int level, const char* functionName, const char* format, va_list argume
       WriteToStandardError(level, functionName, message);
     }
   } catch (...) {
-    // Logging never fails in a way that its caller sees.
+    // Logging never fails into its caller.
   }
 }
 

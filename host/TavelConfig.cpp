@@ -33,7 +33,7 @@ TavelConfig* TavelConfig::sharedInstance() {
 }
 
 const Json::Value* TavelConfig::GetAllDevices() {
-  // Keeps the list that this thread was given last alive, even when another thread sets a new one.
+  // Keeps alive the list that this thread got last, even if another thread sets a new one.
   thread_local std::shared_ptr<const Json::Value> inUse;
   std::shared_ptr<const Json::Value> current;
   {
@@ -76,7 +76,7 @@ bool TavelConfig::LoadFromFile(const std::string& path, std::string& error) {
   } catch (const Json::Exception& exception) {  // nested too deep
     return Fail(error, path, std::string("is not JSON: ") + exception.what());
   }
-  // The reader takes it for the end of the text.
+  // The reader takes a NUL for the end of the text.
   if (text.find('\0', static_cast<size_t>(root.getOffsetLimit())) != std::string::npos) {
     return Fail(error, path, "is not JSON: a NUL after the document");
   }

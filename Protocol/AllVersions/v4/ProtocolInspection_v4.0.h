@@ -1,7 +1,7 @@
 /// @file
-/// Questions that tools and hosts ask about a configuration and about single values: what became of each element, where
-/// an attribute lies, what encoding and decoding did with each attribute. The answers come from the same code that
-/// parses, encodes and decodes; the log lines are the same, too.
+/// Details for tools and hosts: which elements of a configuration the parser kept, where an attribute lies, what
+/// encoding and decoding did with each attribute. The answers come from the code that parses, encodes and decodes, and
+/// the log lines are the same.
 ///
 /// Implemented in the module's source unit. Failures, threads and JSON kinds are as in ProtocolInternal_v4.0.h.
 
@@ -17,77 +17,76 @@
 
 #include "ProtocolInternal_v4.0.h"
 
-/// What became of one element of an entity's "attrs".
+/// What the parser did with one element of an entity's "attrs".
 struct MorvixProtocolElement_4_0 {
-  size_t attribute = SIZE_MAX;  ///< Its index in the attribute list; SIZE_MAX when it is not in it.
-  std::string invalid;  ///< The member that the parser's line names; empty when the element was taken or is of another
+  size_t attribute = SIZE_MAX;  ///< Its index in the attribute list; SIZE_MAX when it was skipped.
+  std::string invalid;  ///< The member that the parser's line names; empty when the element was kept or is of another
                         ///< group.
-  MorvixProtocolType_4_0 type = MorvixProtocolTypeUnknown_4_0;  ///< What its "type" says, whatever else is wrong.
-  MorvixProtocolDataType_4_0 data_type = MorvixProtocolDataTypeUnknown_4_0;  ///< The same of its "data_type".
+  MorvixProtocolType_4_0 type = MorvixProtocolTypeUnknown_4_0;  ///< Its "type", also when the element was skipped.
+  MorvixProtocolDataType_4_0 data_type = MorvixProtocolDataTypeUnknown_4_0;  ///< Its "data_type", likewise.
 };
 
-/// ProtocolParseEntity_4_0 that also reports, for every element of "attrs" in order, what became of it. The reports are
-/// appended to `elements`: none when the entity is unusable; when the parser throws, those of the elements before the
-/// fault.
+/// ProtocolParseEntity_4_0 that also appends to `elements` one report for each element of "attrs", in order: none when
+/// the entity is unusable; when the parser throws, those of the earlier elements.
 [[nodiscard]] bool ProtocolParseEntity_4_0(const Json::Value& entity, int matchTypes,
                                            std::vector<MorvixProtocolAttribute_4_0>& attributes,
                                            MorvixProtocolEntity_4_0& entityInfo,
                                            std::vector<MorvixProtocolElement_4_0>& elements);
 
-/// The bytes of a payload that ends with the furthest-reaching of these attributes: what encoding them allocates. 0
-/// when there are none or all of them end at or before 0; up to 4 GiB for hostile positions. Allocates nothing.
+/// The bytes of a payload that ends with the last of these attributes' bytes: what encoding them allocates. 0 when
+/// there are no attributes or all of them end at or before 0; up to 4 GiB for malicious positions. Allocates nothing.
 size_t ProtocolPayloadBytes_4_0(const std::vector<MorvixProtocolAttribute_4_0>& attributes);
 
 /// Where the codec reads and writes the attribute in a payload of `payloadBytes` bytes: `bitCount` bits from `firstBit`
-/// on, counted from 0, the most significant bit of byte 0. The value's highest bit comes first.
+/// on. Bit 0 is the most significant bit of byte 0, and `firstBit` is the value's highest bit.
 ///
-/// @return false, with the outputs untouched, when the codec finds no place for it in such a payload, or when its data
-/// type cannot be both written and read there: a bool that is not one bit, a binary in bits, a number or enum of more
+/// @return false, with the outputs untouched, when the attribute does not fit such a payload, or when its data type
+/// cannot be both written and read there: a bool that is not one bit, a binary in bits, a number or enum of more
 /// than 8 bytes, a bit field that does not fit a 64-bit word with the bits below it in its last byte, a negative
 /// bit_offset.
 [[nodiscard]] bool ProtocolLocateAttribute_4_0(const MorvixProtocolAttribute_4_0& attribute, size_t payloadBytes,
                                                size_t& firstBit, size_t& bitCount);
 
-/// What became of one attribute. A number that its scaling refuses ends an encode, and is left out of a decode. What is
-/// unreadable ends a decode when it is a bool, a binary or of unknown data type, and is left out otherwise.
+/// What encoding or decoding did with one attribute. A number that its scaling refuses ends an encode, and is left out
+/// of a decode. An unreadable attribute ends a decode if it is a bool, a binary or of unknown data type, and is left
+/// out otherwise.
 enum MorvixProtocolOutcome_4_0 : uint32_t {
-  MorvixProtocolOutcomeNotReached_4_0 = 0,  ///< The call ended before it.
-  MorvixProtocolOutcomeDone_4_0 = 1,        ///< Written, or decoded into the document.
-  MorvixProtocolOutcomeAbsent_4_0 = 2,      ///< Encoding: no value is given for it.
-  MorvixProtocolOutcomeWrongKind_4_0 = 3,   ///< Encoding: its value is of a kind that it does not take, null included.
-  MorvixProtocolOutcomeRefusedByScaling_4_0 =
-      4,                                        ///< A number out of its range or off its grid, or an unusable scaling.
-  MorvixProtocolOutcomeRefusedByItems_4_0 = 5,  ///< An enum's index without an item. Ends the call.
+  MorvixProtocolOutcomeNotReached_4_0 = 0,        ///< The call ended before it.
+  MorvixProtocolOutcomeDone_4_0 = 1,              ///< Written, or decoded into the document.
+  MorvixProtocolOutcomeAbsent_4_0 = 2,            ///< Encoding: the document has no value for it.
+  MorvixProtocolOutcomeWrongKind_4_0 = 3,         ///< Encoding: its value is of a kind that it does not take, or null.
+  MorvixProtocolOutcomeRefusedByScaling_4_0 = 4,  ///< A number out of range or off its grid, or an unusable scaling.
+  MorvixProtocolOutcomeRefusedByItems_4_0 = 5,    ///< An enum's index without an item. Ends the call.
   MorvixProtocolOutcomeRefusedByPlace_4_0 = 6,  ///< Encoding: no place for it, or an unknown data type. Ends the call.
-  MorvixProtocolOutcomeUnreadable_4_0 = 7,      ///< Decoding: the payload has no such field, or an unknown data type.
+  MorvixProtocolOutcomeUnreadable_4_0 = 7,      ///< Decoding: not in the payload, or an unknown data type.
 };
 
-/// What became of one attribute, and its raw value.
+/// The outcome of one attribute, and its raw value.
 struct MorvixProtocolResult_4_0 {
-  MorvixProtocolOutcome_4_0 outcome = MorvixProtocolOutcomeNotReached_4_0;  ///< What became of it.
-  uint64_t raw = 0;  ///< A bool's bit, an enum's index, a number before scaling; also when it is then refused. Else 0.
+  MorvixProtocolOutcome_4_0 outcome = MorvixProtocolOutcomeNotReached_4_0;  ///< What was done with it.
+  uint64_t raw = 0;  ///< A bool's bit, an enum's index, a number before scaling, even if refused later. Else 0.
 };
 
-/// ProtocolEncodeAttributes_4_0 that also sets `results` to one result an attribute. All are "not reached" when the
-/// package is left alone. What was done before a refusal is "done", although such a package is not to be sent.
+/// ProtocolEncodeAttributes_4_0 that also sets `results` to one result per attribute. All are "not reached" when the
+/// package stays untouched. Attributes written before a refusal are "done", although such a package is not to be sent.
 void ProtocolEncodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                   const std::vector<MorvixProtocolAttribute_4_0>& attributes,
                                   MorvixProtocolPackage_4_0& package, const Json::Value& root,
                                   std::vector<MorvixProtocolResult_4_0>& results);
 
-/// ProtocolDecodeAttributes_4_0 that also sets `results` to one result an attribute. All are "not reached" when there
-/// is no payload. What was decoded before the entity was removed from the document is "done" nevertheless.
+/// ProtocolDecodeAttributes_4_0 that also sets `results` to one result per attribute. All are "not reached" when there
+/// is no payload. Attributes decoded before the entity was removed from the document are "done" nevertheless.
 void ProtocolDecodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                   const std::vector<MorvixProtocolAttribute_4_0>& attributes,
                                   const MorvixProtocolPackage_4_0& package, Json::Value& decodeResult,
                                   std::vector<MorvixProtocolResult_4_0>& results);
 
-/// The number text that decoding gives for a raw value of a number. False, with `text` untouched, when its scaling
-/// refuses the raw value or the attribute is not a number. The width of its field does not count.
+/// The string that decoding gives for a raw value of a number. False, with `text` untouched, when its scaling
+/// refuses the raw value or the attribute is not a number. The width of its field is ignored.
 [[nodiscard]] bool ProtocolRawToText_4_0(const MorvixProtocolAttribute_4_0& attribute, uint64_t raw, std::string& text);
 
 /// The raw value that encoding gives for a value of a number in user units. False, with `raw` untouched, when its
-/// scaling refuses the value or the attribute is not a number. The width of its field does not count.
+/// scaling refuses the value or the attribute is not a number. The width of its field is ignored.
 [[nodiscard]] bool ProtocolValueToRaw_4_0(const MorvixProtocolAttribute_4_0& attribute, double value, uint64_t& raw);
 
 #endif

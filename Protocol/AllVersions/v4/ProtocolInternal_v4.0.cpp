@@ -32,9 +32,9 @@ static constexpr int kLevelInformation = 2;
 // =====================================================================================================================
 // JSON access
 //
-// The one way of reading members out of JSON. Numbers are told apart by how they are stored and by the 32-bit ranges,
-// never by the library's range predicates, whose answers differ between its generations: what is stored as an integer
-// outside of 32 bits counts as a real. Members are read in place.
+// All members are read from JSON here, in place. Numbers are classified by how they are stored and by the 32-bit
+// ranges, never by the library's range predicates, whose answers differ between its versions: a number that is stored
+// as an integer outside of 32 bits counts as a real.
 // =====================================================================================================================
 
 // The member named by the bytes from `key` to `keyEnd`; null when it is missing or `object` is not an object. No reader
@@ -64,7 +64,7 @@ static inline bool EqualBytes(const char* left, const char* right, size_t length
   return !differs(uint64_t{0}, 0) && !differs(uint64_t{0}, length - 8);
 }
 
-// Below, at or above 0 as `left` comes before, is or comes after `right` in byte order. Most are equal.
+// Negative, 0 or positive as `left` is before, equal to or after `right` in byte order. Most are equal.
 static inline int CompareNames(std::string_view left, std::string_view right) {
   if (left.size() == right.size() && EqualBytes(left.data(), right.data(), left.size())) return 0;
   return left.compare(right);
@@ -94,13 +94,13 @@ static void FindMembers(const Json::Value& object, const std::string_view (&name
     for (; order < 0; order = CompareNames(names[next], name)) {
       if (++next == count) return;
     }
-    if (order > 0) continue;  // a member that nobody asked for
+    if (order > 0) continue;  // not one of `names`
     members[next] = &*it;
     if (++next == count) return;
   }
 }
 
-// The whole text of a string value, NULs included, followed by one more NUL; without data for other values.
+// A whole string value, NULs included, with a NUL after it; without data for values of other kinds.
 static inline std::string_view TextOf(const Json::Value& value) {
   const char* begin = nullptr;
   const char* end = nullptr;
@@ -108,16 +108,15 @@ static inline std::string_view TextOf(const Json::Value& value) {
   return {begin, static_cast<size_t>(end - begin)};
 }
 
-// A scan has failed only when it converts nothing although there was something to read. At the end of the input its
-// result is negative, which counts as a success that leaves the output as it was: an empty text stands for the caller's
-// preset value.
+// A scan fails only if it converts nothing although there is something to read. At the end of the input its result is
+// negative, which is a success that leaves the output untouched: an empty string means the caller's preset value.
 template <typename Number, typename Value>
 static bool StoreScanned(int scanned, Number number, Value& value) {
   if (scanned == 1) value = static_cast<Value>(number);
   return scanned != 0;
 }
 
-// Numbers out of range saturate at 64 bits and are then cut, on machines with 32-bit longs too.
+// Numbers out of range saturate at 64 bits and are then cut, also on machines with 32-bit longs.
 template <typename Integer>
 static bool ScanInteger(const char* text, Integer& value) {
   long long number = 0;
@@ -126,7 +125,7 @@ static bool ScanInteger(const char* text, Integer& value) {
   return StoreScanned(scanned, number, value);
 }
 
-// The readers take a member that is not null and give false for kinds that they do not take.
+// The readers take a member that is not null and return false for kinds that they do not accept.
 
 static inline bool WholeNumberOf(const Json::Value& member, Json::ValueType type, int32_t& value) {
   if (type == Json::intValue) {
@@ -182,7 +181,7 @@ static bool Integer64Of(const Json::Value& member, int64_t& value) {
   return true;
 }
 
-// Small numbers are signed in any text, so the plain numbers that get through come from 2147483648 upward.
+// JSON text gives small numbers as signed, so the plain numbers that are accepted are 2147483648 or more.
 static bool HexOf(const Json::Value& member, dword& value) {
   switch (member.type()) {
     case Json::stringValue: {
@@ -258,8 +257,8 @@ bool ProtocolGetAttrString_4_0(const Json::Value& attr, const char* strKey, std:
   return ReadMember(FindMember(attr, strKey), StringOf<std::string>, value);
 }
 
-// What an output gets of a member: it loses what it held whatever the member is. The member may be part of the output:
-// the assignment copies first.
+// The value that replaces an output, also when the member is missing. The member may be part of the output: the
+// assignment copies first.
 static const Json::Value& MemberOrNull(const Json::Value* member) {
   return member == nullptr ? Json::Value::nullSingleton() : *member;
 }
@@ -270,11 +269,11 @@ bool ProtocolGetAttrObject_4_0(const Json::Value& attr, const char* strKey, Json
   return value.isObject();
 }
 
-// The library's older reader and writer, whose texts the receive documents have; the only deprecated calls.
+// The library's older reader and writer, whose form of JSON receive documents have; the only deprecated calls.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
-// False also for a text on which the reader throws, which is one that is nested too deep.
+// False also where the reader throws: for JSON that is nested too deep.
 static bool ParseJsonText(const std::string& text, Json::Value& root) {
   try {
     return Json::Reader().parse(text.data(), text.data() + text.size(), root);
@@ -290,8 +289,8 @@ static std::string WriteJsonText(const Json::Value& root) { return Json::FastWri
 // =====================================================================================================================
 // Configuration parser
 //
-// From one entity of a product configuration to records. Lenient: an attribute that cannot be used is named in the log
-// and skipped; only an unusable entity fails the call. No range is checked here; the codec does so where it matters.
+// From one entity of a product configuration to records. Lenient: an attribute that cannot be used is logged and
+// skipped; only an unusable entity fails the call. Ranges are not checked here but in the codec, where they matter.
 // =====================================================================================================================
 
 bool ProtocolDataTypeIsUInt(MorvixProtocolDataType_4_0 type) {
@@ -313,7 +312,7 @@ struct KeywordMeaning {
 
 }  // namespace
 
-// Keywords match without regard to case. Of longer texts only the first 32 characters count, so they match nothing.
+// Keywords match without regard to case. Of longer strings only the first 32 characters count, so they match nothing.
 template <typename Value, size_t count>
 static Value FindKeyword(const char* text, const KeywordMeaning<Value> (&meanings)[count], Value unknown) {
   constexpr size_t kMaxKeywordLength = 32;
@@ -355,8 +354,8 @@ static MorvixProtocolUnit_4_0 ProtocolGetUnit_4_0(const char* type) {
   return FindKeyword(type, kMeanings, MorvixProtocolUnitUnknown_4_0);
 }
 
-// The parser fills records, which own their texts, for callers who keep them; and views, whose texts belong to the
-// configuration, for the one-call operations. Both have the same field names, and the codec works on either.
+// The parser fills records, which own their strings, for callers who keep them; and views into the configuration for
+// the one-call operations. Both have the same field names, and the codec works on either.
 namespace {
 
 struct AttributeView {
@@ -377,8 +376,8 @@ struct AttributeView {
 
 }  // namespace
 
-// Gives the attributes from `start` to `end` inclusive, clamped to the list, the byte length of their bit group. The
-// length comes from the last attribute of the whole list only, so a configuration lists a group's highest bits last.
+// Sets the byte length of the bit group in the attributes from `start` to `end` inclusive, clamped to the list. The
+// length follows from the last attribute of the whole list, so a configuration lists a group's highest bits last.
 template <typename Attribute>
 static void SizeBitGroup(std::vector<Attribute>& attributes, size_t start, size_t end) {
   if (attributes.empty() || !IsBitPacked(attributes.back().data_type)) return;
@@ -405,9 +404,9 @@ struct BitGroupRun {
 
 }  // namespace
 
-// To be called before `next` is appended to `attributes`. Anything but one more bit-packed attribute of the same group
-// ends the run. After an attribute that is not bit-packed the run's end lies one index too far, which the clamp of the
-// sizing makes harmless.
+// Call this before `next` is appended to `attributes`. Anything but another bit-packed attribute of the same group ends
+// the run. After an attribute that is not bit-packed the run's end is one index too far, which the clamp in
+// SizeBitGroup makes harmless.
 template <typename Attribute>
 static void AdvanceBitGroup(std::vector<Attribute>& attributes, const Attribute& next, BitGroupRun& run) {
   const bool isExpectedType = IsBitPacked(next.data_type);
@@ -420,14 +419,14 @@ static void AdvanceBitGroup(std::vector<Attribute>& attributes, const Attribute&
   run.currentType = next.type;
 }
 
-// The scaling and items that were fetched last in the walk over the attributes. Only the data types that own them fetch
-// them, and every later attribute inherits them; that decides which attributes are skipped, and is intended.
+// The scaling and items that were read last in the walk over the attributes. Only numbers and enums read them, and
+// every later attribute inherits them; that decides which attributes are skipped, and is intended.
 namespace {
 
 template <typename Items>
 struct CarriedMembers {
   const Json::Value* uintSpecMember = nullptr;  // null: nothing is inherited
-  bool isUIntSpecRead = false;                  // the two below hold what the member says
+  bool isUIntSpecRead = false;                  // the next two are read from the member
   MorvixProtocolUIntSpec_4_0 uintSpec;
   const char* invalidUIntSpecKey = nullptr;
   Items enumList;
@@ -441,7 +440,7 @@ using AttributeMembers = const Json::Value* [kAttributeSize];
 
 }  // namespace
 
-// The readers of an attribute's parts return the key at fault, or null.
+// The readers of an attribute's parts return the invalid key, or null.
 
 template <typename Attribute>
 static const char* ReadIdentity(const AttributeMembers& members, Attribute& attribute) {
@@ -506,8 +505,8 @@ static Items ReadEnumItems(const Json::Value& json) {
   return items;
 }
 
-// Fetches the scaling or the items that an attribute of this data type has to bring. On failure the walk carries on
-// with what was fetched, usable or not, and without items.
+// Fetches the scaling or the items that an attribute of this data type requires. On failure the walk continues with the
+// scaling that was fetched, usable or not, and without items.
 template <typename Items>
 static const char* FetchCarriedMembers(const AttributeMembers& members, MorvixProtocolDataType_4_0 dataType,
                                        CarriedMembers<Items>& carried) {
@@ -526,7 +525,7 @@ static const char* FetchCarriedMembers(const AttributeMembers& members, MorvixPr
   return nullptr;
 }
 
-// The carried scaling is read at its first use, since an attribute with an unusable position does not look at it.
+// The carried scaling is read at its first use, since an attribute with an unusable position does not use it.
 template <typename Items>
 static const char* InheritUIntSpec(CarriedMembers<Items>& carried, MorvixProtocolUIntSpec_4_0& uintSpec) {
   if (carried.uintSpecMember == nullptr) return nullptr;
@@ -539,7 +538,7 @@ static const char* InheritUIntSpec(CarriedMembers<Items>& carried, MorvixProtoco
   return carried.invalidUIntSpecKey;
 }
 
-// What follows the identity, for an attribute of a selected group.
+// The rest of an attribute of a selected group, after its identity.
 template <typename Attribute, typename Items>
 static const char* ReadEncoding(const AttributeMembers& members, CarriedMembers<Items>& carried, Attribute& attribute) {
   const Json::Value* position = members[kPosition];
@@ -551,11 +550,10 @@ static const char* ReadEncoding(const AttributeMembers& members, CarriedMembers<
   return nullptr;
 }
 
-// Room for most entities; an array that leaves elements out may claim any number.
+// Enough for most entities; a sparse array may claim any number of elements.
 static constexpr size_t kFirstAttributes = 64;
 
-// The record of an element about which the parser says `invalidKey`, null for nothing. Its keywords are read whatever
-// else is wrong with it.
+// The report on an element, with the invalid key or null. Its keywords are read even if other members are invalid.
 static MorvixProtocolElement_4_0 DescribeElement(const AttributeMembers& members, const char* invalidKey) {
   MorvixProtocolElement_4_0 element;
   if (invalidKey != nullptr) element.invalid = invalidKey;
@@ -567,7 +565,7 @@ static MorvixProtocolElement_4_0 DescribeElement(const AttributeMembers& members
 
 namespace {
 
-// The walk over the attributes of an entity, which gathers the usable ones of the selected groups.
+// The walk over the attributes of an entity, which collects the usable ones of the selected groups.
 template <typename Attribute>
 class AttributeWalk {
  public:
@@ -604,7 +602,7 @@ class AttributeWalk {
 
 }  // namespace
 
-// Reports the fault of an entity; always false.
+// Logs why an entity is unusable; always false.
 static bool RefuseEntity(const char* warning) {
   logMsgEx(kLevelWarning, "GetEntityInfo", "%s", warning);
   return false;
@@ -640,7 +638,7 @@ static bool FilterAttributes(const Json::Value& entity, int matchTypes, std::vec
   if (attrs.end() - attrs.begin() == static_cast<ptrdiff_t>(attrs.size())) {
     for (const Json::Value& attr : attrs) walk.Visit(attr);
   } else {
-    // An array may leave elements out; they count as nulls.
+    // A sparse array; its missing elements count as nulls.
     for (Json::ArrayIndex i = 0; i < attrs.size(); ++i) walk.Visit(attrs[i]);
   }
   walk.Finish();
@@ -668,10 +666,10 @@ bool ProtocolParseEntity_4_0(const Json::Value& entity, int matchTypes,
 // =====================================================================================================================
 // Payload positions and bits
 //
-// From a position to the run of payload bytes that holds the field, and from there to the field's bits in one 64-bit
-// word. Payload integers are big-endian; bits count from the least significant bit of their group's last byte. Offsets
-// and lengths are widened with their sign and compared unsigned in 64 bits on every machine: that refuses negative
-// ones, except for the few whose arithmetic wraps back into range.
+// From a position to the payload bytes that contain the field, and from there to the field's bits in one 64-bit word.
+// Payload integers are big-endian; bits count from the least significant bit of their group's last byte. Offsets and
+// lengths are sign-extended and compared unsigned in 64 bits on every machine: that refuses negative ones, except for
+// the few whose arithmetic wraps back into range.
 // =====================================================================================================================
 
 static constexpr size_t kWordBits = 64;
@@ -731,8 +729,8 @@ static inline byte* InPlace(byte* data, uint64_t length, const FieldPlace& place
   return InPlace(data, length, place);
 }
 
-// False where the position names no bytes at all. A bit field may reach into the bytes before its group; only its
-// lowest bit has to lie inside.
+// False if the position has no bytes at all. A bit field may extend into the bytes before its group; only its lowest
+// bit has to be inside.
 static inline bool FindPlace(const MorvixProtocolPosition_4_0& position, FieldPlace& place) {
   const uint64_t byteOffset = SignExtend(position.byte_offset);
   const uint64_t len = SignExtend(position.len);
@@ -777,7 +775,7 @@ static bool EncodeUInt(uint64_t u, size_t totalBytes, byte* data, [[maybe_unused
   return true;
 }
 
-// Bytes of `u` above the lowest `totalBytes` keep what the caller put there.
+// Bytes of `u` above the lowest `totalBytes` stay untouched.
 static bool DecodeUInt(const byte* data, [[maybe_unused]] size_t dataLen, size_t totalBytes, uint64_t& u) {
   if (totalBytes < 1 || totalBytes > kWordBytes) return false;
   uint64_t low = 0;
@@ -787,7 +785,7 @@ static bool DecodeUInt(const byte* data, [[maybe_unused]] size_t dataLen, size_t
   return true;
 }
 
-// The field's bits in place, out of the spanned bytes.
+// Reads the field's bits, in place, from the spanned bytes.
 static bool BitCopy(const byte* offset, int32_t start, int32_t length, size_t byteLength, uint64_t& u) {
   if (!FitsWord(start, length, byteLength)) return false;
   DecodeUInt(offset, byteLength, byteLength, u);
@@ -795,9 +793,9 @@ static bool BitCopy(const byte* offset, int32_t start, int32_t length, size_t by
   return true;
 }
 
-// The field's bits, in place, into the spanned bytes. The bits around the field are loaded with the first byte lowest
-// but stored with the first byte highest: over two or more bytes they come back in reversed byte order. That is
-// intended, devices in the field know it; the field itself is always placed right.
+// Writes the field's bits, in place, to the spanned bytes. The bits around the field are loaded with the first byte
+// lowest but stored with the first byte highest: over two or more bytes their byte order is reversed. That is intended,
+// since devices in the field rely on it; the field itself is always correct.
 static bool BitCopy(uint64_t u, int32_t start, int32_t length, size_t byteLength, byte* offset) {
   if (!FitsWord(start, length, byteLength)) return false;
   const int32_t shift = start % 8;
@@ -815,7 +813,7 @@ static bool IsBitRange(size_t shiftBits, size_t bitLength) {
   return shiftBits + bitLength <= kWordBits && shiftBits < kWordBits && bitLength != 0 && bitLength <= kWordBits;
 }
 
-// Puts the lowest `bitLength` bits of `u` into `value`; does nothing when the range does not lie in a word.
+// Puts the lowest `bitLength` bits of `u` into `value`; does nothing if the range exceeds a word.
 static void EncodeBit(uint64_t u, size_t shiftBits, size_t bitLength, uint64_t& value) {
   if (!IsBitRange(shiftBits, bitLength)) return;
   ClearIntegerInBitRange(value, shiftBits, bitLength);
@@ -831,8 +829,8 @@ static bool DecodeBit(uint64_t u, size_t shiftBits, size_t bitLength, uint64_t& 
 // =====================================================================================================================
 // Scaling
 //
-// Between the number that the user sees and the raw unsigned integer: user = raw * ratio + addition. Raw values stay
-// below 2 to the power 52, so that every one of them and every half is exact in a double.
+// Between user value and raw unsigned integer: user = raw * ratio + addition. Raw values are below 2 to the power 52,
+// so that every raw value and every half is exact in a double.
 // =====================================================================================================================
 
 static constexpr unsigned kRawBits = 52;
@@ -867,7 +865,7 @@ static inline bool EncodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, dou
 static bool DecodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double ratio, double addition, uint64_t x,
                            double& y) {
   if (x >> kRawBits != 0 || !IsUsableRange(min, max, step) || !IsOnStepGrid(min, max, step, x)) return false;
-  // The product is rounded before the sum on machines with a fused multiply-add too.
+  // The product is rounded before the sum, also on machines with a fused multiply-add.
   const volatile double product = static_cast<double>(x) * ratio;
   y = product + addition;
   return true;
@@ -879,7 +877,7 @@ static bool DecodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double rat
 // One raw value into or out of the payload. A failure leaves the payload unchanged; nothing is logged here.
 // =====================================================================================================================
 
-// Reading locates a field as writing does; what is found is only read.
+// Reading locates a field as writing does.
 static const byte* FindField(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                              size_t& byteLength) {
   return OffsetPosition(const_cast<byte*>(data), dataLen, position, byteLength);
@@ -889,12 +887,12 @@ static bool IsSingleBit(const MorvixProtocolPosition_4_0& position) {
   return position.unit == MorvixProtocolUnitBit_4_0 && position.len == 1;
 }
 
-// A field's shift inside its last byte. Below 0 for most negative offsets, which as a size makes no bit range.
+// A field's shift inside its last byte. Negative for most negative offsets, which as a size is never a bit range.
 static size_t ShiftInByte(const MorvixProtocolPosition_4_0& position) {
   return static_cast<size_t>(position.bit_offset % 8);
 }
 
-// The field of a binary, or null: whole bytes, as many as a binary may have.
+// The field of a binary, or null if it is not in bytes or too long.
 static byte* OffsetBinaryPosition(byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                                   size_t& byteLength) {
   if (position.unit != MorvixProtocolUnitByte_4_0) return nullptr;
@@ -932,7 +930,7 @@ static inline bool WriteUIntValue(byte* data, size_t& dataLen, const MorvixProto
   return BitCopy(u, position.bit_offset, position.len, byteLength, field);
 }
 
-// `text` is base64 text; text for fewer bytes than the field has leaves the rest alone.
+// Base64 for fewer bytes than the field has leaves the rest untouched.
 static bool WriteBase64(byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position, const char* text) {
   size_t byteLength = 0;
   byte* field = OffsetBinaryPosition(data, dataLen, position, byteLength);
@@ -941,7 +939,7 @@ static bool WriteBase64(byte* data, size_t dataLen, const MorvixProtocolPosition
   return true;
 }
 
-// The same for a text that a NUL may end early. The size is left alone: nobody asks for it.
+// The same for a string that a NUL may end early. The size stays untouched; no caller uses it.
 [[maybe_unused]] static bool WriteBinaryValue(byte* data, size_t& dataLen, const MorvixProtocolPosition_4_0& position,
                                               const std::string& value) {
   return WriteBase64(data, dataLen, position, value.c_str());
@@ -958,8 +956,8 @@ static bool ReadBoolValue(const byte* data, size_t dataLen, const MorvixProtocol
   return true;
 }
 
-// The caller zeroes `value`: bytes above the field keep what it put there, and so does all of it when the bit range
-// does not lie in a word.
+// The caller zeroes `value`: bytes above the field stay untouched, and so does all of it if the bit range exceeds a
+// word.
 static bool ReadUIntValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                           uint64_t& value) {
   size_t byteLength = 0;
@@ -972,7 +970,7 @@ static bool ReadUIntValue(const byte* data, size_t dataLen, const MorvixProtocol
   return true;
 }
 
-// `value` is its own work buffer; it becomes the field's bytes as base64 text.
+// `value` becomes the field's bytes in base64; it is also the work buffer.
 static bool ReadBinaryValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
                             std::string& value) {
   size_t byteLength = 0;
@@ -987,7 +985,7 @@ static bool ReadBinaryValue(const byte* data, size_t dataLen, const MorvixProtoc
 // =====================================================================================================================
 // Framing
 //
-// Between a package record and packet bytes. No length field and no checksum: the transport below delimits packets.
+// Between a package record and packet bytes. There is no length field and no checksum: the transport delimits packets.
 // =====================================================================================================================
 
 static constexpr size_t kMinWriteBytes = 3;  // a command and two bytes of flags and payload
@@ -1009,7 +1007,7 @@ static bool IsCommandIn(MorvixProtocolCommand_4_0 command, uint32_t commands) {
   return command <= kMaxPackedCommand && (CommandBit(command) & commands) != 0;
 }
 
-// Host byte order, on purpose: the one number on the wire that is not big-endian.
+// Host byte order, on purpose: the only number on the wire that is not big-endian.
 static size_t AppendSubDid(int32_t subDid, byte* out) {
   std::memcpy(out, &subDid, sizeof subDid);
   return sizeof subDid;
@@ -1073,7 +1071,7 @@ bool ProtocolUnpackPackage_4_0(const byte* data, size_t dataLen, MorvixProtocolP
 // Encoder
 //
 // From the application's values for one entity to the flag bitmap and payload of a package. The entity's values are
-// looked up once. The first value that cannot be written ends the call with both sizes 0, which says "send nothing".
+// looked up once. The first value that cannot be written ends the call with both sizes 0, which means "send nothing".
 // =====================================================================================================================
 
 static const char kEncoderName[] = "ProtocolEncodeEntity_4_0";
@@ -1141,8 +1139,7 @@ static bool ReadDouble(const Json::Value* values, const char* attributeName, dou
   return ReadDouble(FindEntity(result, entityName), attributeName.c_str(), value);
 }
 
-// The end of the furthest-reaching attribute. Gaps and overlaps are the configuration's affair; what ends at or before
-// 0 adds nothing.
+// The end of the last field. Gaps and overlaps are allowed; a field that ends at or before 0 adds nothing.
 template <typename Attribute>
 static size_t PayloadBytes(const std::vector<Attribute>& attributes) {
   int64_t encodeSize = 0;
@@ -1162,19 +1159,19 @@ static size_t EncodeCalculateBytes(const std::vector<MorvixProtocolAttribute_4_0
   return PayloadBytes(attributes);
 }
 
-// Logs why the call ends here.
+// Logs why the call ends.
 static MorvixProtocolOutcome_4_0 Refuse(MorvixProtocolOutcome_4_0 outcome, const char* message) {
   logMsgEx(kLevelWarning, kEncoderName, "%s", message);
   return outcome;
 }
 
-// The upper bound that is logged is the count, not the last index; log readers know it so.
+// The logged upper bound is the count, not the last index; log readers expect that.
 static void LogInvalidEnumValue(const char* functionName, uint64_t value, size_t itemCount) {
   logMsgEx(kLevelWarning, functionName, "Invalid enum value: %i, range: 0-%i", static_cast<int>(value),
            static_cast<int>(itemCount));
 }
 
-// One attribute each: "absent" goes on with the next attribute, and so does "done"; all else ends the call. `raw` is
+// One attribute each. After "absent" and "done" the next attribute follows; any other outcome ends the call. `raw` is
 // set once there is a raw value.
 
 template <typename Attribute>
@@ -1249,7 +1246,7 @@ static MorvixProtocolOutcome_4_0 EncodeAttribute(const Attribute& attribute, con
     case MorvixProtocolDataTypeUInt64_4_0:
       return EncodeNumber(attribute, values, data, length, raw);
     default:
-      // The call ends here although the text says "skip"; log readers know both, so both stay.
+      // The call ends here although the line says "skip"; log readers expect both, so both stay.
       return Refuse(MorvixProtocolOutcomeRefusedByPlace_4_0, "Attribute type is unknown, skip.");
   }
 }
@@ -1331,8 +1328,8 @@ void ProtocolEncodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4
 // =====================================================================================================================
 // Decoder
 //
-// From a payload to the decoded document: entity name -> attribute key -> {"type": group, "value": value}. Neither the
-// command nor the flags are looked at. Items are built in place; the entity's object appears with its first item.
+// From a payload to the decoded document: entity name -> attribute key -> {"type": group, "value": value}. Command and
+// flags are ignored. Items are built in place; the entity's object is created with its first item.
 // =====================================================================================================================
 
 static const char kDecoderName[] = "ProtocolDecodeEntity_4_0";
@@ -1348,13 +1345,13 @@ static int floatOffset(const char* str) {
   return point == nullptr ? -1 : static_cast<int>(point - str);
 }
 
-// The index of the first "E+", or -1. Fixed notation never has one; the check is kept.
+// The index of the first "E+", or -1. Fixed notation never has one.
 static int scientistOffset(const char* str) {
   const char* exponent = std::strstr(str, "E+");
   return exponent == nullptr ? -1 : static_cast<int>(exponent - str);
 }
 
-// Cuts trailing zeros and a bare trailing point off a number with a point, in place.
+// Removes trailing zeros and a trailing point from a number with a point, in place.
 static char* removeFloatLastZero(char* str) {
   const int point = floatOffset(str);
   if (point < 0) return str;
@@ -1363,9 +1360,9 @@ static char* removeFloatLastZero(char* str) {
   return str;
 }
 
-// What "%lf" prints, cut to the size of the text, without trailing zeros. True when `number` was printed here, with
-// `length` set; the C library prints those that need its care: huge ones, infinities and NaNs, and those whose digits
-// after the sixth decimal are close to one half. `number` is split exactly: both parts fit a double.
+// Prints like "%lf", truncated to the size of `text`, without trailing zeros, and sets `length`. False for numbers that
+// are left to the C library: huge ones, infinities, NaNs, and those whose digits after the sixth decimal are close to
+// one half. `number` is split exactly: both parts fit a double.
 static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_t& length) {
   constexpr double kLimit = 1e15;
   constexpr double kTieDistance = 1e-6;  // far above the error of the multiplication
@@ -1395,8 +1392,8 @@ static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_
   return true;
 }
 
-// True when the C library prints a plain decimal point and rounds to nearest, as PrintSmallNumber does. Another
-// locale's decimal comma is not recognised, so the zeros after it stay.
+// True if the C library prints a plain decimal point and rounds to nearest, as PrintSmallNumber does. The decimal comma
+// of other locales is not recognised, so the zeros after it stay.
 static bool LibraryPrintsPlainly() {
   char half[8] = {};
   static_cast<void>(std::snprintf(half, sizeof half, "%.1f", 0.5));
@@ -1405,8 +1402,8 @@ static bool LibraryPrintsPlainly() {
 
 namespace {
 
-// The text of one value, which a NUL ends: `number` has those of numbers and enums, `binary` keeps its memory for the
-// next binary. One serves a whole call.
+// Buffers for the string of one value, which ends with a NUL: `number` for numbers and enums, `binary` for binaries.
+// One object is used for a whole call, so that `binary` keeps its memory.
 struct ValueText {
   char number[kNumberTextSize];
   std::string binary;
@@ -1415,7 +1412,7 @@ struct ValueText {
 
 }  // namespace
 
-// Six decimals without trailing zeros. Numbers too long for the text lose their end.
+// Six decimals without trailing zeros. Numbers that are too long lose their end.
 static std::string_view NumberText(double number, ValueText& text) {
   size_t length = 0;
   if (text.isPlain && PrintSmallNumber(number, text.number, length)) return {text.number, length};
@@ -1434,7 +1431,7 @@ static std::string_view EnumText(uint64_t index, ValueText& text) {
 
 namespace {
 
-// What an attribute's field holds. The bytes of a binary stay in the payload.
+// The value of a field. The bytes of a binary stay in the payload.
 struct DecodedValue {
   uint64_t raw = 0;  // 0 or 1 of a bool, the index of an enum
   double number = 0;
@@ -1507,10 +1504,10 @@ static Decoded DecodeAttribute(const Attribute& attribute, Payload payload, Deco
   }
 }
 
-// Decodes the attributes in order and hands each value to `store`. When what was stored has to be taken back, the
+// Decodes the attributes in order and passes each value to `store`. If the stored values have to be removed again, the
 // result is the line to log after that; otherwise it is null. The asymmetry is intended: a number or enum that cannot
-// be read is left out, an enum index out of range ends the call, and a bool or binary that cannot be read takes the
-// whole entity with it. `results` may be null; otherwise it has a result for each attribute.
+// be read is left out, an enum index out of range ends the call, and a bool or binary that cannot be read removes the
+// whole entity. `results` may be null; otherwise it has one result per attribute.
 template <typename Attribute, typename Store>
 static const char* DecodeEach(const std::vector<Attribute>& attributes, Payload payload,
                               MorvixProtocolResult_4_0* results, Store store) {
@@ -1537,21 +1534,21 @@ static const char* DecodeEach(const std::vector<Attribute>& attributes, Payload 
 }
 
 template <typename Attribute>
-static bool IsToldToPeople(const Attribute& attribute) {
+static bool IsAlertOrFault(const Attribute& attribute) {
   return attribute.type == MorvixProtocolTypeAlert_4_0 || attribute.type == MorvixProtocolTypeFault_4_0;
 }
 
-// Alerts and faults go by their display name. A std::string for records, a std::string_view for views.
+// Alerts and faults are stored under their display name. A std::string for records, a std::string_view for views.
 template <typename Attribute>
 static const auto& DocumentKey(const Attribute& attribute) {
-  return IsToldToPeople(attribute) ? attribute.display_name : attribute.name;
+  return IsAlertOrFault(attribute) ? attribute.display_name : attribute.name;
 }
 
 static const std::string& StringOfKey(const std::string& key) { return key; }
 
 static std::string StringOfKey(std::string_view key) { return std::string(key); }
 
-// The text of a value of any type but bool.
+// The string of a value of any type but bool.
 template <typename Attribute>
 static std::string_view TextOfValue(const Attribute& attribute, const DecodedValue& value, Payload payload,
                                     ValueText& text) {
@@ -1580,7 +1577,7 @@ static void ClearEntityValue(Json::Value& result, const std::string& entityName)
   MakeObject(result).removeMember(entityName.data(), entityName.data() + entityName.size(), &removed);
 }
 
-// Sets the two members of one item, which is made if it is missing. The key is whole, NULs included.
+// Sets the two members of one item, which is created if it is missing. The key may contain NULs.
 static void StoreItem(Json::Value& entity, const std::string& attributeName, MorvixProtocolType_4_0 type,
                       Json::Value&& value) {
   Json::Value& item = MakeObject(entity[attributeName]);
@@ -1653,7 +1650,7 @@ void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4
   if (decodeResult.begin() == decodeResult.end()) {
     ParseAndDecode<AttributeView>(entity, package, decodeResult);
   } else {
-    // The configuration may be part of the document, which is about to change: records own their texts.
+    // The configuration may be part of the document, which is about to change: records own their strings.
     ParseAndDecode<MorvixProtocolAttribute_4_0>(entity, package, decodeResult);
   }
 }
@@ -1666,8 +1663,8 @@ bool ProtocolGetEntitiesFromDevice_4_0(const Json::Value& device, Json::Value& e
 // =====================================================================================================================
 // Receive results
 //
-// From the text of a decoded document to the application's text, with alerts and faults taken out. Values are taken
-// from where the reader put them.
+// From the text of a decoded document to the application's text, without alerts and faults. Values are moved, not
+// copied.
 // =====================================================================================================================
 
 static constexpr char kVersionKey[] = "version";
@@ -1678,7 +1675,7 @@ static bool IsDocument(const Json::Value& root) {
   return version != nullptr && version->type() == Json::realValue && version->asDouble() == kDocumentVersion;
 }
 
-// Equal in kind and value: a 4.0 or "4" does not make an alert.
+// Equal in kind and value: with a 4.0 or "4" an item is not an alert.
 static bool IsItemOfGroup(const Json::Value& item, MorvixProtocolType_4_0 group) {
   const Json::Value* type = FindMember(item, "type");
   return type != nullptr && type->type() == Json::intValue && type->asLargestInt() == Json::LargestInt{group};
@@ -1693,7 +1690,7 @@ static Json::Value TakeMember(Json::Value& object, std::string_view key) {
 
 static void FlattenEntity(Json::Value& entity, Json::Value& alerts, Json::Value& faults) {
   for (auto it = entity.begin(); it != entity.end();) {
-    auto current = it++;  // taking a member out ends its own iterator only
+    auto current = it++;  // removing a member invalidates its own iterator only
     Json::Value& item = *current;
     if (!item.isObject()) continue;
     const bool isAlert = IsItemOfGroup(item, MorvixProtocolTypeAlert_4_0);
@@ -1723,7 +1720,7 @@ std::string ProtocolConvertReceiveResult_4_0(const std::string& result, Json::Va
 // =====================================================================================================================
 // Alerts and faults
 //
-// From lists of all alerts and faults to those that are active, in order and unmerged.
+// From lists of all alerts and faults to the active ones, in order, including repeats.
 // =====================================================================================================================
 
 // The value of an alert or fault as an integer; 0 when it is not active. Reals never are, on purpose, nor are small
@@ -1777,15 +1774,15 @@ void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value
 // =====================================================================================================================
 // Receive in one pass
 //
-// Straight from the bytes to what receive results and alerts and faults give: the values are decoded first, which is
-// all that can fail or log, then sorted by key, the later of two equal keys winning, and written out. Texts that JSON
-// would escape, or that might not survive their way through it, take the long way through a document.
+// From the bytes to the results of the two sections above: the values are decoded, which is all that can fail or log,
+// then sorted by key, of equal keys only the last, and written. Strings that JSON would escape, or that might change on
+// their way through it, take the long way through a document.
 // =====================================================================================================================
 
 namespace {
 
-// One decoded value and the key it goes by. The prefix is the key's first eight bytes as one number, the first byte
-// highest: it tells the order of most keys.
+// One decoded value and its key in the document. The prefix is the key's first eight bytes as one number, the first
+// byte highest: it decides the order of most keys.
 struct ReceivedItem {
   uint64_t prefix;
   std::string_view key;
@@ -1793,7 +1790,7 @@ struct ReceivedItem {
   DecodedValue value;
 };
 
-// What one packet gives to the application.
+// The results of one packet for the application.
 struct ReceivedResults {
   std::string& document;
   std::vector<TavelReceiveInfo>& alerts;
@@ -1816,14 +1813,14 @@ static bool ComesBefore(const ReceivedItem& left, const ReceivedItem& right) {
   return order != 0 ? order < 0 : left.attribute < right.attribute;  // both are elements of one list
 }
 
-// Brings the items into the order of a document: by key, and of those with one key only the last.
+// Sorts the items as in a document: by key, and of equal keys only the last.
 static void SortAsInDocument(std::vector<ReceivedItem>& items) {
   std::sort(items.begin(), items.end(), ComesBefore);
   const auto hasSameKey = [](const ReceivedItem& left, const ReceivedItem& right) { return left.key == right.key; };
   items.erase(items.begin(), std::unique(items.rbegin(), items.rend(), hasSameKey).base());
 }
 
-// Printable ASCII that JSON writes as it is.
+// Printable ASCII that JSON writes unchanged.
 static bool IsPlain(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
 }
@@ -1834,13 +1831,13 @@ static void AppendQuoted(std::string_view text, std::string& document) {
   document += '"';
 }
 
-// The characters of a value; empty for a bool.
+// The string of a value; empty for a bool.
 static std::string_view CharactersOf(const ReceivedItem& item, Payload payload, ValueText& text) {
   if (item.attribute->data_type == MorvixProtocolDataTypeBool_4_0) return "";
   return TextOfValue(*item.attribute, item.value, payload, text);
 }
 
-// Appends a status to the document; false when it has a text that is not plain.
+// Appends a status to the document; false if one of its strings is not plain.
 static bool WriteStatus(const ReceivedItem& item, std::string_view characters, std::string& document) {
   if (document.back() != '{') document += ',';
   AppendQuoted(item.key, document);
@@ -1853,7 +1850,7 @@ static bool WriteStatus(const ReceivedItem& item, std::string_view characters, s
   return IsPlain(item.key) && IsPlain(characters);
 }
 
-// Appends the active items of one group; false when there is one that has a text that is not plain.
+// Appends the active items of one group; false if one of their strings is not plain.
 static bool WriteActive(const std::vector<ReceivedItem>& items, MorvixProtocolType_4_0 group, Payload payload,
                         ValueText& text, std::vector<TavelReceiveInfo>& active) {
   for (const ReceivedItem& item : items) {
@@ -1867,7 +1864,7 @@ static bool WriteActive(const std::vector<ReceivedItem>& items, MorvixProtocolTy
   return true;
 }
 
-// Writes the sorted items; false when there is a text that is not plain, with the results unfinished.
+// Writes the sorted items; false, with the results unfinished, if a string is not plain.
 static bool WriteItems(const std::string& entityName, const std::vector<ReceivedItem>& items, Payload payload,
                        const ReceivedResults& results) {
   std::string& document = results.document;
@@ -1881,11 +1878,11 @@ static bool WriteItems(const std::string& entityName, const std::vector<Received
   document += ":{";
   ValueText text;
   for (const ReceivedItem& item : items) {
-    if (IsToldToPeople(*item.attribute)) continue;
+    if (IsAlertOrFault(*item.attribute)) continue;
     if (!WriteStatus(item, CharactersOf(item, payload, text), document)) return false;
   }
   document += isBeforeVersion ? "},\"version\":4.0}\n" : "}}\n";
-  // One group after the other, for a caller who gathers both in one list.
+  // One group after the other, for a caller who passes the same list twice.
   return IsPlain(entityName) && WriteActive(items, MorvixProtocolTypeAlert_4_0, payload, text, results.alerts) &&
          WriteActive(items, MorvixProtocolTypeFault_4_0, payload, text, results.faults);
 }
@@ -1926,7 +1923,7 @@ bool ProtocolReceivePacket_4_0(const MorvixProtocolEntity_4_0& entityInfo,
     items.clear();
     logMsgEx(kLevelWarning, kDecoderName, "%s", failure);
   }
-  // An entity called "version" gives way to the document's version.
+  // The document's version replaces an entity with the name "version".
   if (entityInfo.name == kVersionKey) items.clear();
   SortAsInDocument(items);
 
@@ -1944,8 +1941,8 @@ bool ProtocolReceivePacket_4_0(const MorvixProtocolEntity_4_0& entityInfo,
 // =====================================================================================================================
 // Device queries
 //
-// Over arrays of device descriptions. Anything but an array has no elements; elements that are not objects are passed
-// over. So is what a sparse array holds when its size has wrapped to 0.
+// Over arrays of device descriptions. Anything but an array has no elements; elements that are not objects are ignored,
+// and so are those of a sparse array whose size has wrapped to 0.
 // =====================================================================================================================
 
 static bool IsEmptyText(const char* text) { return text == nullptr || *text == '\0'; }
@@ -1979,7 +1976,7 @@ static std::string_view ProductKeyOf(const Json::Value& device) {
     return text.empty() ? "Default" : text;
   }
   if (!key->isObject()) return {};
-  // "Default" stands for an empty key of a device only, not for an empty key of one build kind.
+  // "Default" replaces an empty key of a device only, not an empty key of one kind of build.
   const Json::Value* build = FindMember(*key, TavelConfig::sharedInstance()->IsDebug() ? "debug" : "release");
   return build != nullptr ? TextOf(*build) : std::string_view();
 }
@@ -1992,7 +1989,7 @@ bool ProtocolGetDevice_4_0(const Json::Value& devices, const char* deviceKey, Js
       return true;
     }
   }
-  // A failed search leaves the last element in the output; callers look at the result first.
+  // A failed search leaves the last element in the output; callers check the result first.
   device = devices[devices.size() - 1];
   return false;
 }
@@ -2001,7 +1998,7 @@ std::string ProtocolGetProductKey_4_0(const Json::Value& device) { return std::s
 
 std::vector<std::string> ProtocolGetProductList_4_0(const Json::Value& devices) {
   std::vector<std::string> keys;
-  // Sizes count as signed, so an array that claims more elements has none.
+  // Sizes count as signed, so an array of more elements has none.
   if (!devices.isArray() || devices.empty() || devices.size() > INT32_MAX) return keys;
   for (const Json::Value& device : devices) {
     const std::string_view key = ProductKeyOf(device);
@@ -2013,14 +2010,14 @@ std::vector<std::string> ProtocolGetProductList_4_0(const Json::Value& devices) 
 // =====================================================================================================================
 // Inspection
 //
-// What the parser and the codec would do, told without a packet.
+// What the codec would do, without a packet.
 // =====================================================================================================================
 
 size_t ProtocolPayloadBytes_4_0(const std::vector<MorvixProtocolAttribute_4_0>& attributes) {
   return EncodeCalculateBytes(attributes);
 }
 
-// Whether a value of this type can be both written to and read from a field that touches `byteLength` bytes.
+// Whether a value of this type can be both written to and read from a field in `byteLength` bytes.
 static bool CanHold(const MorvixProtocolPosition_4_0& position, MorvixProtocolDataType_4_0 type, uint64_t byteLength) {
   const bool isInBytes = position.unit == MorvixProtocolUnitByte_4_0;
   if (type == MorvixProtocolDataTypeBool_4_0) return IsSingleBit(position) && position.bit_offset >= 0;
@@ -2040,7 +2037,7 @@ bool ProtocolLocateAttribute_4_0(const MorvixProtocolAttribute_4_0& attribute, s
   const uint64_t first = (place.start + place.byteLength) * 8 - (isInBits ? ShiftInByte(position) : 0) - count;
   firstBit = static_cast<size_t>(first);
   bitCount = static_cast<size_t>(count);
-  return firstBit == first;  // it may not be where a size has 32 bits
+  return firstBit == first;  // false where a size has 32 bits and the field is beyond them
 }
 
 bool ProtocolRawToText_4_0(const MorvixProtocolAttribute_4_0& attribute, uint64_t raw, std::string& text) {
