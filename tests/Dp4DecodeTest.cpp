@@ -19,8 +19,6 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-std::string Golden(const std::string& name) { return ReadFile(std::string(GOLDEN_DIR) + "/dp4/" + name); }
-
 std::string Notification(const std::string& product) {
   return ReadFile(std::string(EXAMPLES_DIR) + "/" + product + ".notify.hex");
 }
@@ -92,14 +90,19 @@ class DecodeExample : public testing::TestWithParam<std::string> {
 };
 
 TEST_P(DecodeExample, GivesTheGoldenFlatResults) {
-  ExpectFine(Decode("flat"), Golden(GetParam() + ".decode.flat.jsonl"));
+  ExpectGolden(Decode("flat").out, GetParam() + ".decode.flat.jsonl");
 }
 
 TEST_P(DecodeExample, GivesTheGoldenDecodedDocument) {
-  ExpectFine(Decode("decoded"), Golden(GetParam() + ".decode.decoded.jsonl"));
+  ExpectGolden(Decode("decoded").out, GetParam() + ".decode.decoded.jsonl");
 }
 
-TEST_P(DecodeExample, GivesTheGoldenTable) { ExpectFine(Decode("table"), Golden(GetParam() + ".decode.table.txt")); }
+TEST_P(DecodeExample, GivesTheGoldenTable) {
+  const ToolRun run = Decode("table");
+  ExpectGolden(run.out, GetParam() + ".decode.table.txt");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.exitCode, 0);
+}
 
 TEST_P(DecodeExample, GivesFlatResultsWithoutBeingAsked) {
   const std::string line = WithoutBlanks(Notification(GetParam())) + "\n";

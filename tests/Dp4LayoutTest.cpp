@@ -127,8 +127,8 @@ std::ostream& operator<<(std::ostream& stream, const Example& example) { return 
 
 class LayoutGolden : public TestWithParam<Example> {
  protected:
-  static std::string Golden(const std::string& ending) {
-    return ReadFile(std::string(GOLDEN_DIR) + "/dp4/" + GetParam().golden + ".layout." + ending);
+  static std::string GoldenName(const std::string& ending) {
+    return std::string(GetParam().golden) + ".layout." + ending;
   }
 
   static ToolRun Run(std::vector<std::string> options) {
@@ -153,7 +153,7 @@ TEST_P(LayoutGolden, IsTheMapOfTheExample) {
   const ToolRun run = Run({});
   EXPECT_EQ(run.exitCode, 0);
   EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.out, Golden("txt"));
+  ExpectGolden(run.out, GoldenName("txt"));
 }
 
 TEST_P(LayoutGolden, IsThePictureOfTheExample) {
@@ -163,7 +163,7 @@ TEST_P(LayoutGolden, IsThePictureOfTheExample) {
   EXPECT_EQ(run.exitCode, 0);
   EXPECT_EQ(run.err, "");
   EXPECT_EQ(run.out, "");
-  EXPECT_EQ(ReadFile(path), Golden("svg"));
+  ExpectGolden(ReadFile(path), GoldenName("svg"));
   std::remove(path.c_str());
 }
 

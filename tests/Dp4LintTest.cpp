@@ -26,8 +26,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-std::string Golden(const std::string& name) { return ReadFile(std::string(GOLDEN_DIR) + "/dp4/" + name); }
-
 // The broken configurations, without ".json".
 std::vector<std::string> BrokenConfigurations() {
   std::vector<std::string> names;
@@ -105,7 +103,7 @@ std::string Bool(size_t index) {
 
 TEST(LintRules, AreListedWithSeverityAndASentence) {
   const ToolRun run = RunTool({"lint", "--rules"});
-  EXPECT_EQ(run.out, Golden("lint.rules.txt"));
+  ExpectGolden(run.out, "lint.rules.txt");
   EXPECT_EQ(run.err, "");
   EXPECT_EQ(run.exitCode, 0);
   EXPECT_EQ(RuleIds().size(), Rules().size()) << "two rules have one id";
@@ -152,7 +150,7 @@ TEST(Lint, FindsInEachBrokenConfigurationWhatItIsNamedAfter) {
     std::vector<std::string> arguments = {"lint", "--severity", "info", PathOf(name)};
     if (RuleOf(name) == "roundtrip") arguments.emplace_back("--roundtrip");
     const ToolRun run = RunTool(arguments);
-    EXPECT_EQ(run.out, Golden("lint/" + name + ".txt"));
+    ExpectGolden(run.out, "lint/" + name + ".txt");
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.exitCode, run.out.empty() ? 0 : 1);
     if (harmless.count(name) != 0) {
@@ -329,7 +327,7 @@ TEST(Lint, KnowsPlacesBehindAByteOrderMark) {
 TEST(LintJson, HoldsFindingsAndCounts) {
   const ToolRun run =
       RunTool({"lint", "--format", "json", "--severity", "info", PathOf("hostile-names"), PathOf("flag-bits-shifted")});
-  EXPECT_EQ(run.out, Golden("lint.json"));
+  ExpectGolden(run.out, "lint.json");
   EXPECT_EQ(run.exitCode, 1);
 }
 
@@ -342,7 +340,7 @@ TEST(LintJson, IsADocumentWithoutFindingsToo) {
 TEST(LintSarif, HoldsTheRulesAndResults) {
   const ToolRun run =
       RunTool({"lint", "--format", "sarif", "--severity", "info", PathOf("hostile-names"), PathOf("empty-unit")});
-  EXPECT_EQ(run.out, Golden("lint.sarif"));
+  ExpectGolden(run.out, "lint.sarif");
   EXPECT_EQ(run.exitCode, 1);
 }
 

@@ -65,7 +65,7 @@ TEST_P(ShowGolden, IsTheTableOfTheExample) {
   const ToolRun run = RunTool({"show", std::string(GetParam()) + ".json"});
   EXPECT_EQ(run.exitCode, 0);
   EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.out, ReadFile(std::string(GOLDEN_DIR) + "/dp4/" + GetParam() + ".show.txt"));
+  ExpectGolden(run.out, std::string(GetParam()) + ".show.txt");
 }
 
 INSTANTIATE_TEST_SUITE_P(Examples, ShowGolden, Values("kettle", "air_conditioner", "gateway", "power_meter"),

@@ -16,4 +16,8 @@ struct ToolRun {
 // becomes the folder of the examples, so that file names in messages are short.
 ToolRun RunTool(const std::vector<std::string>& arguments, const std::string& standardInput = "");
 
+// Results that are kept in tests/golden/dp4/. If MORVIX_UPDATE_GOLDEN is set, ExpectGolden writes `text` there.
+std::string Golden(const std::string& name);
+void ExpectGolden(const std::string& text, const std::string& name);
+
 #endif
