@@ -27,13 +27,13 @@ void LintItemTexts(const EntityModel& entity, const Field& field, Findings& find
     if (!items[i].isString()) {
       if (dropped++ == 0) first = i;
     } else if (!known.insert(items[i].asString()).second) {
-      findings.Add(rules::kDuplicateItem, {&items[i], fmt::format("{}/{}", member.pointer, i)},
+      findings.Add(rules::kDuplicateItem, member.Item(i),
                    fmt::format("{} has the item {} twice", label, Quoted(items[i].asString())),
                    "none: values are indices", "give each item its own text");
     }
   }
   if (dropped == 0) return;
-  const Spot spot{&items[first], fmt::format("{}/{}", member.pointer, first)};
+  const Spot spot = member.Item(first);
   const size_t count = field.attribute->enumList.size();
   if (count == 0) {
     return findings.Add(rules::kEnumWithoutTexts, spot, label + " has no item that is a string",
@@ -63,7 +63,7 @@ void LintItemCount(const EntityModel& entity, const Field& field, Findings& find
                  "use fewer items, or a number");
   }
   if (field.bits.IsEmpty() || count == 0) return;
-  const uint64_t full = field.bits.Length() >= 64 ? UINT64_MAX : (uint64_t{1} << field.bits.Length()) - 1;
+  const uint64_t full = field.bits.MaxValue();
   const std::string message =
       fmt::format("{} has {} in {}", label, CountText(count), Count(field.bits.Length(), "bit"));
   if (count - 1 > full) {
