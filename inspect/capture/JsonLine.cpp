@@ -1,9 +1,6 @@
 #include "inspect/capture/JsonLine.h"
 
-#include <json/reader.h>
-
 #include <algorithm>
-#include <memory>
 
 #include "inspect/json/Scan.h"
 #include "inspect/model/BitRange.h"
@@ -12,16 +9,6 @@
 namespace morvix::inspect {
 
 namespace {
-
-bool ParseStrictly(const std::string& text, Json::Value& value, std::string& report) {
-  static const Json::CharReaderBuilder builder = [] {
-    Json::CharReaderBuilder strict;
-    Json::CharReaderBuilder::strictMode(&strict.settings_);
-    return strict;
-  }();
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  return reader->parse(text.data(), text.data() + text.size(), &value, &report);
-}
 
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == '\x7f'; }
 
@@ -51,22 +38,10 @@ std::string WithoutControls(const std::string& json) {
 bool ReadJsonLine(const std::string& text, JsonLine& parts, HexError& error) {
   std::string line = text;
   std::replace_if(line.begin(), line.end(), IsControl, ' ');
-  size_t offset = 0;
-  std::string message;
-  if (!json::IsStrictJson(line, offset, message)) {
-    error = {offset + 1, "not JSON: " + Escaped(message)};
-    return false;
-  }
   Json::Value object;
-  try {
-    std::string report;
-    if (!ParseStrictly(line, object, report)) {
-      const json::SyntaxError first = json::FirstError(report);
-      error = {first.place.column, "not JSON: " + first.message};
-      return false;
-    }
-  } catch (const Json::Exception&) {
-    error = {1, "not JSON: nested too deep"};
+  json::SyntaxError problem;
+  if (!json::ReadStrict(line, object, problem)) {
+    error = {problem.place.column, "not JSON: " + Escaped(problem.message)};
     return false;
   }
   if (!object.isObject() || !object["packet"].isString()) {

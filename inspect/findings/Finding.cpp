@@ -6,14 +6,7 @@
 namespace morvix::inspect {
 
 const char* SeverityName(Severity severity) {
-  switch (severity) {
-    case Severity::kError:
-      return "error";
-    case Severity::kWarning:
-      return "warning";
-    default:
-      return "info";
-  }
+  return severity == Severity::kError ? "error" : severity == Severity::kWarning ? "warning" : "info";
 }
 
 void Findings::Add(Finding finding) {
@@ -21,8 +14,7 @@ void Findings::Add(Finding finding) {
 }
 
 void Findings::Add(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix) {
-  const auto offset = static_cast<size_t>(std::max<ptrdiff_t>(spot.value->getOffsetStart(), 0));
-  Add({&rule, offset, spot.pointer, std::move(message), std::move(effect), std::move(fix)});
+  Add({&rule, json::OffsetOf(*spot.value), spot.pointer, std::move(message), std::move(effect), std::move(fix)});
 }
 
 void Findings::AddOnce(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix) {

@@ -21,17 +21,17 @@ std::string Written(const Tree& tree) { return tree.dump(2, ' ', true, Tree::err
 
 // ---- Text ----
 
-std::string SeverityText(Severity severity, bool color) {
-  const char* code = severity == Severity::kError ? "1;31" : severity == Severity::kWarning ? "1;35" : "1;36";
-  return Colored(SeverityName(severity), color ? code : "");
+const char* SeverityColor(Severity severity) {
+  return severity == Severity::kError ? "1;31" : severity == Severity::kWarning ? "1;35" : "1;36";
 }
 
 std::string FindingText(const std::string& name, const PlacedFinding& placed, bool color) {
   const Finding& finding = placed.finding;
+  const Severity severity = finding.rule->severity;
   return fmt::format("{}: {}: {} [{}]\n  at      {}\n  effect  {}\n  fix     {}\n", json::PlaceName(name, placed.place),
-                     SeverityText(finding.rule->severity, color), finding.message, finding.rule->name,
-                     finding.pointer.empty() ? "the whole document" : Escaped(finding.pointer), finding.effect,
-                     finding.fix);
+                     Colored(SeverityName(severity), SeverityColor(severity), color), finding.message,
+                     finding.rule->name, finding.pointer.empty() ? "the whole document" : Escaped(finding.pointer),
+                     finding.effect, finding.fix);
 }
 
 // ---- SARIF ----
@@ -44,11 +44,8 @@ std::string UriOf(const std::string& path) {
   if (path == "-") return "stdin";
   std::string uri = path[0] == '/' ? "file://" : "";
   for (const char c : path) {
-    if (kPlain.find(c) != std::string::npos) {
-      uri += c;
-    } else {
-      uri += fmt::format("%{:02X}", static_cast<unsigned char>(c));
-    }
+    const bool isPlain = kPlain.find(c) != std::string::npos;
+    uri += isPlain ? std::string(1, c) : fmt::format("%{:02X}", static_cast<unsigned char>(c));
   }
   return uri;
 }
@@ -120,15 +117,11 @@ std::string FindingsSarif(const std::vector<FileFindings>& files, const Rules& r
 }
 
 std::string RulesText(const Rules& rules, bool color) {
-  size_t width = 0;
-  for (const Rule* rule : rules) width = std::max(width, std::string(rule->name).size());
-  std::string text;
+  std::vector<TableRow> rows;
   for (const Rule* rule : rules) {
-    const std::string padding(9 - std::string(SeverityName(rule->severity)).size(), ' ');
-    text += fmt::format("{:<{}}{}{}{}\n", rule->name, width + 2, SeverityText(rule->severity, color), padding,
-                        rule->sentence);
+    rows.push_back({{rule->name}, {SeverityName(rule->severity), SeverityColor(rule->severity)}, {rule->sentence}});
   }
-  return text;
+  return AlignedTable(rows, color);
 }
 
 std::string RulesJson(const Rules& rules) {

@@ -3,6 +3,7 @@
 #ifndef MORVIX_INSPECT_JSON_DOCUMENT_H
 #define MORVIX_INSPECT_JSON_DOCUMENT_H
 
+#include <json/reader.h>
 #include <json/value.h>
 
 #include <cstddef>
@@ -24,31 +25,27 @@ struct SyntaxError {
   std::string message;
 };
 
+// "NAME:LINE:COLUMN", escaped.
+std::string PlaceName(const std::string& name, const Place& place);
+
 // One document, read as the module reads JSON: comments are allowed, nesting is limited. Nothing may follow it.
 // Immutable.
 class Document {
  public:
-  // `name` is what messages call it. Throws InputError "NAME:LINE:COLUMN: not JSON: ...".
-  Document(std::string name, std::string text);
-
-  // The same without throwing: nothing, with `error` set, when the text is not JSON.
+  // `name` is what messages call it. Nothing, with `error` set, when the text is not JSON.
   static std::optional<Document> Read(std::string name, std::string text, SyntaxError& error);
 
   const std::string& Name() const { return name_; }
   const std::string& Text() const { return text_; }
   const Json::Value& Root() const { return root_; }
 
-  // Where `value`, which is a part of Root(), begins in the text.
-  size_t OffsetOf(const Json::Value& value) const;
-  Place PlaceOf(size_t offset) const;
-
-  // "NAME:LINE:COLUMN", escaped.
-  std::string PlaceName(const Json::Value& value) const { return PlaceName(OffsetOf(value)); }
-  std::string PlaceName(size_t offset) const;
+  // "NAME:LINE:COLUMN", escaped, of a part of Root() or of an offset in the text.
+  std::string PlaceName(const Json::Value& value) const;
+  std::string PlaceName(size_t offset) const { return json::PlaceName(name_, PlaceOf(offset)); }
 
  private:
   Document() = default;
-  bool Parse(SyntaxError& error);
+  Place PlaceOf(size_t offset) const;
 
   std::string name_;
   std::string text_;
@@ -56,17 +53,14 @@ class Document {
   std::vector<size_t> lineStarts_;
 };
 
-// "NAME:LINE:COLUMN", escaped.
-std::string PlaceName(const std::string& name, const Place& place);
+// Where a value of a document begins in its text.
+size_t OffsetOf(const Json::Value& value);
 
-// The first problem in a report of JsonCpp's reader.
-SyntaxError FirstError(const std::string& report);
+// Reads a value with JsonCpp. False, with the first problem in `error`, when the text is not JSON.
+bool Parse(const std::string& text, const Json::CharReaderBuilder& builder, Json::Value& value, SyntaxError& error);
 
 // JSON text on one line, without its end.
 std::string CompactText(const Json::Value& value);
-
-// "/name", as a JSON pointer spells it.
-std::string PointerToken(const std::string& name);
 
 }  // namespace morvix::inspect::json
 

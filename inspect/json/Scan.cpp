@@ -1,9 +1,10 @@
 #include "inspect/json/Scan.h"
 
 #include <algorithm>
-#include <cctype>
 #include <nlohmann/json.hpp>
 #include <set>
+
+#include "inspect/text/Format.h"
 
 namespace morvix::inspect::json {
 
@@ -12,7 +13,7 @@ namespace {
 // The next place from `offset` on that is neither blank nor part of a comment.
 size_t SkipBlanks(const std::string& text, size_t offset) {
   while (offset < text.size()) {
-    if (std::isspace(static_cast<unsigned char>(text[offset])) != 0) {
+    if (IsBlank(text[offset])) {
       ++offset;
     } else if (text.compare(offset, 2, "//") == 0) {
       offset = std::min(text.find('\n', offset), text.size());
@@ -26,16 +27,16 @@ size_t SkipBlanks(const std::string& text, size_t offset) {
   return offset;
 }
 
-// The place after the text literal whose opening quote is at `offset`.
-size_t EndOfText(const std::string& text, size_t offset) {
+// The place after the string whose opening quote is at `offset`.
+size_t EndOfString(const std::string& text, size_t offset) {
   for (++offset; offset < text.size() && text[offset] != '"'; ++offset) {
     if (text[offset] == '\\') ++offset;
   }
   return std::min(offset + 1, text.size());
 }
 
-// What the literal, quotes included, spells; the literal itself when it is not JSON.
-std::string TextOf(const std::string& literal) {
+// What a string in quotes spells; the same string when it is not JSON.
+std::string Unquoted(const std::string& literal) {
   if (literal.find('\\') == std::string::npos) return literal.substr(1, literal.size() - 2);
   SyntaxError error;
   const std::optional<Document> text = Document::Read("", literal, error);
@@ -67,11 +68,11 @@ std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text) {
   for (size_t i = SkipBlanks(text, 0); i < text.size(); i = SkipBlanks(text, i)) {
     const char c = text[i];
     if (c == '"') {
-      const size_t end = EndOfText(text, i);
+      const size_t end = EndOfString(text, i);
       if (!levels.empty() && levels.back().isNameNext) {
         Level& level = levels.back();
         level.isNameNext = false;
-        level.member = TextOf(text.substr(i, end - i));
+        level.member = Unquoted(text.substr(i, end - i));
         if (!level.names.insert(level.member).second) repeated.push_back({i, PointerOf(levels), level.member});
       }
       i = end;
@@ -92,23 +93,27 @@ std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text) {
   return repeated;
 }
 
-bool IsStrictJson(std::string_view text, size_t& offset, std::string& message) {
-  if (nlohmann::json::accept(text)) return true;
+bool ReadStrict(const std::string& text, Json::Value& value, SyntaxError& error) {
+  static const Json::CharReaderBuilder kBuilder = [] {
+    Json::CharReaderBuilder builder;
+    builder["rejectDupKeys"] = true;
+    return builder;
+  }();
+  if (nlohmann::json::accept(text)) return Parse(text, kBuilder, value, error);
   try {
-    [[maybe_unused]] const nlohmann::json value = nlohmann::json::parse(text);
-  } catch (const nlohmann::json::parse_error& error) {
-    offset = error.byte == 0 ? 0 : error.byte - 1;
-    // "[json.exception.parse_error.101] parse error at line 1, column 3: syntax error while parsing ..."
-    message = error.what();
-    message.erase(0, message.find(": ") + 2);
-  } catch (const nlohmann::json::out_of_range& error) {
-    offset = 0;  // not told
+    [[maybe_unused]] const nlohmann::json tree = nlohmann::json::parse(text);
+  } catch (const nlohmann::json::exception& problem) {
+    // "[json.exception.parse_error.101] parse error at line 1, column 3: syntax error while parsing ..." or
     // "[json.exception.out_of_range.406] number overflow parsing '1e999'"
-    message = error.what();
-    message.erase(0, message.find("] ") + 2);
+    const auto* syntax = dynamic_cast<const nlohmann::json::parse_error*>(&problem);
+    error.place.column = syntax == nullptr ? 1 : std::max<size_t>(syntax->byte, 1);
+    error.message = problem.what();
+    error.message.erase(0, error.message.find(syntax == nullptr ? "] " : ": ") + 2);
   }
   return false;
 }
+
+std::string PointerToken(const std::string& name) { return (nlohmann::json::json_pointer() / name).to_string(); }
 
 size_t OffsetOf(const std::string& text, const Place& place) {
   size_t offset = 0;

@@ -1,11 +1,10 @@
-// JSON as text: what a JSON value does not show any more.
+// JSON as text: what a JSON value does not show any more, and how strictly it was written.
 
 #ifndef MORVIX_INSPECT_JSON_SCAN_H
 #define MORVIX_INSPECT_JSON_SCAN_H
 
 #include <cstddef>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "inspect/json/Document.h"
@@ -25,9 +24,12 @@ std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text);
 // The offset of a place in a text; its end for a place after it.
 size_t OffsetOf(const std::string& text, const Place& place);
 
-// Whether `text` is strict JSON: UTF-8, no comments, numbers as JSON writes them and within the range of a double. If
-// not, `message` says why and `offset` where, or 0 for a number out of range.
-bool IsStrictJson(std::string_view text, size_t& offset, std::string& message);
+// Reads strict JSON: UTF-8, no comments, no repeated members, numbers as JSON writes them and within the range of a
+// double. False, with `error` set, for anything else; its column then counts all bytes of the text.
+bool ReadStrict(const std::string& text, Json::Value& value, SyntaxError& error);
+
+// "/name", as a JSON pointer spells it.
+std::string PointerToken(const std::string& name);
 
 }  // namespace morvix::inspect::json
 

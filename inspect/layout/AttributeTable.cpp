@@ -30,9 +30,8 @@ std::string ScalingText(const Scaling& scaling) {
 // What the limits leave open, the width of the field may close.
 std::string RangeText(const Attribute& number, const BitRange& bits) {
   if (bits.IsEmpty()) return "";
-  const uint64_t highest = bits.Length() < 64 ? (uint64_t{1} << bits.Length()) - 1 : UINT64_MAX;
-  std::string low = UserText(number, static_cast<uint64_t>(number.uint_spec.min));
-  std::string high = UserText(number, std::min(static_cast<uint64_t>(number.uint_spec.max), highest));
+  std::string low = MinText(number);
+  std::string high = UserText(number, std::min(static_cast<uint64_t>(number.uint_spec.max), bits.MaxValue()));
   if (low.empty() || high.empty()) return "no value is accepted";
   if (std::strtod(low.c_str(), nullptr) > std::strtod(high.c_str(), nullptr)) std::swap(low, high);
   return low + " to " + high;
@@ -71,14 +70,14 @@ std::string ValuesText(const Attribute& attribute, const BitRange& bits) {
   return "false, true";
 }
 
-TableRow AttributeRow(const EntityModel& entity, const Field& field, bool color) {
+TableRow AttributeRow(const EntityModel& entity, const Field& field) {
   const Attribute& attribute = *field.attribute;
   const Field* written = entity.Written(field.element);
   const Places places = PlacesOf(entity, field.element);
   const BitRange bits = entity.Read(field.element) != nullptr ? places.read : places.written;
   return {{NameText(attribute.name)},
           {NameText(attribute.display_name)},
-          {GroupName(attribute.type), color ? GroupColor(attribute.type) : ""},
+          {GroupName(attribute.type), GroupColor(attribute.type)},
           {written != nullptr ? std::to_string(written->flag) : ""},
           {DataTypeName(attribute.data_type)},
           {PlaceText(bits)},
@@ -90,13 +89,13 @@ TableRow AttributeRow(const EntityModel& entity, const Field& field, bool color)
 
 std::string AttributeTable(const EntityModel& entity, bool color) {
   const std::vector<const Field*> fields = entity.Fields();
-  std::string text = fmt::format("{}: {}, {}\n", Colored(EntityTitle(entity), color ? kBold : ""),
+  std::string text = fmt::format("{}: {}, {}\n", Colored(EntityTitle(entity), kBold, color),
                                  Count(fields.size(), "attribute"), PayloadSummary(entity));
   if (!fields.empty()) {
     std::vector<TableRow> rows = {
-        HeadingRow({"NAME", "DISPLAY NAME", "GROUP", "FLAG", "TYPE", "PLACE", "SCALING", "VALUES"}, color)};
-    for (const Field* field : fields) rows.push_back(AttributeRow(entity, *field, color));
-    text += "\n" + AlignedTable(rows);
+        HeadingRow({"NAME", "DISPLAY NAME", "GROUP", "FLAG", "TYPE", "PLACE", "SCALING", "VALUES"})};
+    for (const Field* field : fields) rows.push_back(AttributeRow(entity, *field));
+    text += "\n" + AlignedTable(rows, color);
   }
   const std::vector<std::string> notes = Notes(entity);
   if (!notes.empty()) text += "\n";

@@ -1,5 +1,7 @@
 // The map of a payload in characters.
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -13,13 +15,6 @@ namespace {
 
 const size_t kCellColumns = 8;  // of one bit, without the line to its left
 const size_t kCellLines = 3;
-
-// One drawn row. A row that stands for left-out bytes has no byte.
-struct TextRow {
-  std::string label;
-  const std::vector<MapPiece>* pieces;
-  std::vector<std::vector<std::string>> lines;  // of each piece
-};
 
 size_t PieceWidth(const MapPiece& piece) { return piece.columns * (kCellColumns + 1) - 1; }
 
@@ -48,36 +43,12 @@ std::vector<std::string> PieceLines(const std::string& name, const std::string& 
   return lines;
 }
 
-TextRow RowOfByte(const PayloadMap& map, const MapBlock& block, size_t byteIndex) {
-  TextRow row{std::to_string(byteIndex), &block.pieces, {}};
-  const bool isNamed = byteIndex == block.first;
-  for (const MapPiece& piece : block.pieces) {
-    const size_t width = PieceWidth(piece);
-    if (piece.fields.empty()) {
-      row.lines.push_back({GapLine(piece)});
-    } else if (piece.fields.size() == 1) {
-      const MapField& field = map.fields[piece.fields[0]];
-      row.lines.push_back(PieceLines(isNamed ? field.name : "", ValueBitsText(field, byteIndex, piece), width));
-    } else {
-      row.lines.push_back(PieceLines(isNamed ? "! " + NamesText(map, piece.fields, " + ") : "!", "", width));
-    }
-  }
-  return row;
-}
-
-std::vector<TextRow> TextRows(const PayloadMap& map) {
-  std::vector<TextRow> rows;
-  for (const MapBlock& block : map.blocks) {
-    const size_t bytes = block.last - block.first + 1;
-    rows.push_back(RowOfByte(map, block, block.first));
-    if (bytes > kShownBytes) {
-      rows.push_back({"..", &block.pieces, {{" " + LeftOutText(map, block)}}});
-    } else {
-      for (size_t i = block.first + 1; i < block.last; ++i) rows.push_back(RowOfByte(map, block, i));
-    }
-    if (bytes > 1) rows.push_back(RowOfByte(map, block, block.last));
-  }
-  return rows;
+std::vector<std::string> LinesOf(const PayloadMap& map, const MapRow& row, const MapPiece& piece) {
+  if (row.isLeftOut) return {" " + LeftOutText(map, *row.block)};
+  if (piece.fields.empty()) return {GapLine(piece)};
+  std::string name = row.IsFirst() ? NamesText(map, piece.fields, " + ") : "";
+  if (piece.fields.size() > 1) name = name.empty() ? "!" : "! " + name;
+  return PieceLines(name, ValueBitsText(map, row.byteIndex, piece), PieceWidth(piece));
 }
 
 // The line between two rows; empty when nothing ends there.
@@ -102,17 +73,21 @@ std::string PieceColor(const PayloadMap& map, const MapPiece& piece) {
   return piece.fields.size() > 1 ? "7" : GroupColor(map.fields[piece.fields[0]].group);
 }
 
-std::string RowText(const PayloadMap& map, const TextRow& row, size_t labelWidth, bool color) {
+std::string RowText(const PayloadMap& map, const MapRow& row, size_t labelWidth, bool color) {
+  std::vector<std::vector<std::string>> lines;  // of each piece
   size_t height = 1;
-  for (const auto& lines : row.lines) height = std::max(height, lines.size());
+  for (const MapPiece& piece : row.block->pieces) {
+    lines.push_back(LinesOf(map, row, piece));
+    height = std::max(height, lines.back().size());
+  }
   std::string text;
   for (size_t line = 0; line < height; ++line) {
-    const std::string label = line == 0 ? row.label : "";
-    text += std::string(labelWidth - label.size(), ' ') + label + " |";
-    for (size_t i = 0; i < row.pieces->size(); ++i) {
-      const MapPiece& piece = (*row.pieces)[i];
-      const std::string content = line < row.lines[i].size() ? row.lines[i][line] : "";
-      text += Colored(PaddedTo(PieceWidth(piece), content), color ? PieceColor(map, piece) : "") + "|";
+    const std::string label = row.isLeftOut ? ".." : std::to_string(row.byteIndex);
+    text += fmt::format("{:>{}} |", line == 0 ? label : "", labelWidth);
+    for (size_t i = 0; i < lines.size(); ++i) {
+      const MapPiece& piece = row.block->pieces[i];
+      const std::string content = PaddedTo(PieceWidth(piece), line < lines[i].size() ? lines[i][line] : "");
+      text += Colored(content, PieceColor(map, piece), color) + "|";
     }
     text += "\n";
   }
@@ -126,8 +101,8 @@ std::string GridText(const PayloadMap& map, bool color) {
   for (size_t bit = 8; bit-- > 0;) text += std::to_string(bit) + (bit == 0 ? "\n" : std::string(kCellColumns, ' '));
   const MapColumns outside{};
   MapColumns above = outside;
-  for (const TextRow& row : TextRows(map)) {
-    const MapColumns columns = ColumnsOf(*row.pieces);
+  for (const MapRow& row : RowsOf(map)) {
+    const MapColumns columns = ColumnsOf(row);
     const std::string rule = Rule(above, columns);
     if (!rule.empty()) text += margin + rule + "\n";
     text += RowText(map, row, labelWidth, color);
@@ -137,32 +112,30 @@ std::string GridText(const PayloadMap& map, bool color) {
 }
 
 std::string KeyText(const PayloadMap& map) {
-  std::string key;
-  const auto add = [&key](const char* part) { key += std::string(key.empty() ? "" : "   ") + part; };
-  if (HasGaps(map)) add((std::string(". ") + GapText(map)).c_str());
-  if (!map.overlaps.empty()) add("! fields overlap");
-  if (HasValueBits(map)) add("[7:0] bits of the value");
-  add("2-3 bytes, 0.2 byte and bit");
-  return key + "\n";
+  std::vector<std::string> parts;
+  if (map.hasGaps) parts.push_back(std::string(". ") + map.gapText);
+  if (!map.overlaps.empty()) parts.emplace_back("! fields overlap");
+  if (map.hasValueBits) parts.emplace_back("[7:0] bits of the value");
+  parts.emplace_back("2-3 bytes, 0.2 byte and bit");
+  return fmt::format("{}\n", fmt::join(parts, "   "));
 }
 
 std::string LegendText(const PayloadMap& map, bool color) {
-  std::vector<TableRow> rows = {HeadingRow({"PLACE", "NAME", "GROUP", "TYPE", "DISPLAY NAME"}, color)};
+  std::vector<TableRow> rows = {HeadingRow({"PLACE", "NAME", "GROUP", "TYPE", "DISPLAY NAME"})};
   for (const MapField& field : map.fields) {
-    const std::string groupColor = color ? GroupColor(field.group) : "";
-    rows.push_back({{FieldPlaceText(field), ""},
-                    {field.name, groupColor},
-                    {GroupName(field.group), groupColor},
-                    {DataTypeName(field.dataType), ""},
-                    {field.displayName, ""}});
+    rows.push_back({{FieldPlaceText(field)},
+                    {field.name, GroupColor(field.group)},
+                    {GroupName(field.group), GroupColor(field.group)},
+                    {DataTypeName(field.dataType)},
+                    {field.displayName}});
   }
-  return AlignedTable(rows);
+  return AlignedTable(rows, color);
 }
 
 }  // namespace
 
 std::string MapText(const PayloadMap& map, bool color) {
-  std::string text = Colored(map.title, color ? kBold : "") + ": " + map.summary + "\n";
+  std::string text = Colored(map.title, kBold, color) + ": " + map.summary + "\n";
   if (!map.blocks.empty()) text += "\n" + GridText(map, color) + KeyText(map);
   if (!map.fields.empty()) text += "\n" + LegendText(map, color);
   const std::vector<std::string> remarks = Remarks(map);

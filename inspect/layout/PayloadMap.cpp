@@ -1,5 +1,7 @@
 #include "inspect/layout/PayloadMap.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <iterator>
 #include <map>
@@ -29,26 +31,24 @@ MapField FieldOf(const EntityModel& entity, const Field& field) {
 
 // The payload cut wherever a field begins or ends; `place` is the one of the two that counts.
 std::vector<MapStretch> StretchesOf(const std::vector<MapField>& fields, BitRange MapField::*place, size_t bytes) {
-  std::set<uint64_t> cuts = {0};
-  std::multimap<uint64_t, size_t> begins;
-  std::multimap<uint64_t, size_t> ends;
+  struct Cut {
+    Indexes begins;
+    Indexes ends;
+  };
+  const uint64_t end = uint64_t{8} * bytes;
+  std::map<uint64_t, Cut> cuts = {{0, {}}, {end, {}}};
   for (size_t i = 0; i < fields.size(); ++i) {
     const BitRange& bits = fields[i].*place;
     if (bits.IsEmpty()) continue;
-    cuts.insert({bits.begin, bits.end});
-    begins.emplace(bits.begin, i);
-    ends.emplace(bits.end, i);
+    cuts[bits.begin].begins.push_back(i);
+    cuts[bits.end].ends.push_back(i);
   }
-  const uint64_t end = uint64_t{8} * bytes;
-  cuts.insert(end);
   std::vector<MapStretch> stretches;
   std::set<size_t> open;
-  for (auto cut = cuts.begin(); *cut != end; ++cut) {
-    const auto [firstEnd, lastEnd] = ends.equal_range(*cut);
-    for (auto ended = firstEnd; ended != lastEnd; ++ended) open.erase(ended->second);
-    const auto [firstBegin, lastBegin] = begins.equal_range(*cut);
-    for (auto begun = firstBegin; begun != lastBegin; ++begun) open.insert(begun->second);
-    stretches.push_back({{*cut, *std::next(cut)}, {open.begin(), open.end()}});
+  for (auto cut = cuts.begin(); cut->first != end; ++cut) {
+    for (const size_t field : cut->second.ends) open.erase(field);
+    open.insert(cut->second.begins.begin(), cut->second.begins.end());
+    stretches.push_back({{cut->first, std::next(cut)->first}, {open.begin(), open.end()}});
   }
   return stretches;
 }
@@ -80,12 +80,10 @@ PayloadMap MapPayload(const EntityModel& entity) {
   size_t bytes = std::min(PayloadBytesOf(entity), MorvixProtocolMaxPayloadBytes_4_0);
   for (const Field* known : entity.Fields()) {
     const MapField field = FieldOf(entity, *known);
-    if (field.bits.IsEmpty() && field.writtenBits.IsEmpty()) {
-      map.unplaced.push_back(field);
-      continue;
-    }
-    map.fields.push_back(field);
+    const bool isPlaced = !field.bits.IsEmpty() || !field.writtenBits.IsEmpty();
+    (isPlaced ? map.fields : map.unplaced).push_back(field);
     bytes = std::max(bytes, field.bits.EndByte());
+    if (!field.writtenBits.IsEmpty() && field.writtenBits != field.bits) map.gapText = "not read";
   }
   std::stable_sort(map.fields.begin(), map.fields.end(), [](const MapField& left, const MapField& right) {
     const bool isLeftNowhere = left.bits.IsEmpty();
@@ -95,6 +93,12 @@ PayloadMap MapPayload(const EntityModel& entity) {
   map.blocks = BlocksOf(stretches);
   std::copy_if(stretches.begin(), stretches.end(), std::back_inserter(map.overlaps),
                [](const MapStretch& stretch) { return stretch.fields.size() > 1; });
+  for (const MapBlock& block : map.blocks) {
+    for (const MapPiece& piece : block.pieces) {
+      map.hasGaps = map.hasGaps || piece.fields.empty();
+      map.hasValueBits = map.hasValueBits || !ValueBitsText(map, block.first, piece).empty();
+    }
+  }
   for (MapStretch& stretch : StretchesOf(map.fields, &MapField::writtenBits, bytes)) {
     const bool isMoved = std::any_of(stretch.fields.begin(), stretch.fields.end(), [&map](size_t field) {
       return map.fields[field].bits != map.fields[field].writtenBits;
@@ -104,38 +108,35 @@ PayloadMap MapPayload(const EntityModel& entity) {
   return map;
 }
 
-bool HasGaps(const PayloadMap& map) {
-  return std::any_of(map.blocks.begin(), map.blocks.end(), [](const MapBlock& block) {
-    return std::any_of(block.pieces.begin(), block.pieces.end(),
-                       [](const MapPiece& piece) { return piece.fields.empty(); });
-  });
+std::vector<MapRow> RowsOf(const PayloadMap& map) {
+  constexpr size_t kShownBytes = 3;
+  std::vector<MapRow> rows;
+  for (const MapBlock& block : map.blocks) {
+    const bool isCut = block.last - block.first >= kShownBytes;
+    rows.push_back({&block, block.first, false});
+    if (isCut) rows.push_back({&block, block.first + 1, true});
+    for (size_t i = isCut ? block.last : block.first + 1; i <= block.last; ++i) rows.push_back({&block, i, false});
+  }
+  return rows;
 }
 
-const char* GapText(const PayloadMap& map) {
-  const bool isWrittenElsewhere = std::any_of(map.fields.begin(), map.fields.end(), [](const MapField& field) {
-    return !field.writtenBits.IsEmpty() && field.writtenBits != field.bits;
-  });
-  return isWrittenElsewhere ? "not read" : "not used";
+std::string LeftOutText(const PayloadMap& map, const MapBlock& block) {
+  const std::string text = std::to_string(block.last - block.first + 1) + " bytes";
+  return block.pieces[0].fields.empty() ? text + " " + map.gapText : text;
 }
 
 std::string FieldPlaceText(const MapField& field) {
   return field.bits.IsEmpty() ? PlaceText(field.writtenBits) + " on writing" : PlaceText(field.bits);
 }
 
-std::string ValueBitsText(const MapField& field, size_t byteIndex, const MapPiece& piece) {
-  // Binaries are no numbers, and their bytes are in order anyway.
+std::string ValueBitsText(const PayloadMap& map, size_t byteIndex, const MapPiece& piece) {
+  if (piece.fields.size() != 1) return "";
+  const MapField& field = map.fields[piece.fields[0]];
+  // Binaries are not numbers, and their bytes are in order anyway.
   if (field.dataType == MorvixProtocolDataTypeBinary_4_0 || field.bits.Length() == piece.columns) return "";
   const uint64_t high = field.bits.end - 1 - (8 * byteIndex + piece.column);
   const uint64_t low = high + 1 - piece.columns;
-  return "[" + std::to_string(high) + (high == low ? "" : ":" + std::to_string(low)) + "]";
-}
-
-bool HasValueBits(const PayloadMap& map) {
-  return std::any_of(map.blocks.begin(), map.blocks.end(), [&map](const MapBlock& block) {
-    return std::any_of(block.pieces.begin(), block.pieces.end(), [&](const MapPiece& piece) {
-      return piece.fields.size() == 1 && !ValueBitsText(map.fields[piece.fields[0]], block.first, piece).empty();
-    });
-  });
+  return high == low ? fmt::format("[{}]", high) : fmt::format("[{}:{}]", high, low);
 }
 
 std::string NamesText(const PayloadMap& map, const Indexes& fields, const std::string& separator) {
@@ -146,30 +147,26 @@ std::string NamesText(const PayloadMap& map, const Indexes& fields, const std::s
 
 std::vector<std::string> Remarks(const PayloadMap& map) {
   std::vector<std::string> remarks;
-  for (const MapStretch& overlap : map.overlaps) {
-    remarks.push_back("Overlap: " + PlaceText(overlap.bits) + " lies in " + NamesText(map, overlap.fields, " and "));
-  }
-  for (const MapStretch& overlap : map.writtenOverlaps) {
-    remarks.push_back("Overlap on writing: " + PlaceText(overlap.bits) + " lies in " +
-                      NamesText(map, overlap.fields, " and "));
-  }
+  const auto add = [&](const char* kind, const std::vector<MapStretch>& overlaps) {
+    for (const MapStretch& overlap : overlaps) {
+      const std::string names = NamesText(map, overlap.fields, " and ");
+      remarks.push_back(fmt::format("{}: {} lies in {}", kind, PlaceText(overlap.bits), names));
+    }
+  };
+  add("Overlap", map.overlaps);
+  add("Overlap on writing", map.writtenOverlaps);
   for (const MapField& field : map.unplaced) {
-    remarks.push_back("Nowhere: " + field.name + " (" + GroupName(field.group) + " " + DataTypeName(field.dataType) +
-                      ") has no place in any packet");
+    remarks.push_back(fmt::format("Nowhere: {} ({} {}) has no place in any packet", field.name, GroupName(field.group),
+                                  DataTypeName(field.dataType)));
   }
   for (const std::string& note : map.notes) remarks.push_back("Note: " + note);
   return remarks;
 }
 
-std::string LeftOutText(const PayloadMap& map, const MapBlock& block) {
-  const bool isGap = block.pieces[0].fields.empty();
-  return std::to_string(block.last - block.first + 1) + " bytes" + (isGap ? std::string(" ") + GapText(map) : "");
-}
-
-MapColumns ColumnsOf(const std::vector<MapPiece>& pieces) {
+MapColumns ColumnsOf(const MapRow& row) {
   MapColumns columns{};
-  for (const MapPiece& piece : pieces) {
-    for (size_t i = 0; i < piece.columns; ++i) columns[piece.column + i] = &piece.fields;
+  for (const MapPiece& piece : row.block->pieces) {
+    std::fill_n(columns.begin() + static_cast<ptrdiff_t>(piece.column), piece.columns, &piece.fields);
   }
   return columns;
 }

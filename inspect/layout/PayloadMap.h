@@ -35,6 +35,15 @@ struct MapBlock {
   std::vector<MapPiece> pieces;
 };
 
+// A row of the drawn map: one byte of a block, or all but its first and last one, which stand for the others.
+struct MapRow {
+  const MapBlock* block;
+  size_t byteIndex;
+  bool isLeftOut;
+
+  bool IsFirst() const { return byteIndex == block->first; }
+};
+
 // Adjacent bits that lie in the same fields, as many as there are.
 struct MapStretch {
   BitRange bits;
@@ -50,39 +59,34 @@ struct PayloadMap {
   std::vector<MapStretch> overlaps;         // those in several fields
   std::vector<MapStretch> writtenOverlaps;  // the same of a write, where a field lies elsewhere in it
   std::vector<std::string> notes;
+  bool hasGaps = false;              // bits that lie in no field
+  bool hasValueBits = false;         // ValueBitsText is not always empty
+  const char* gapText = "not used";  // what gaps are; "not read" where a write may use them
 };
 
 PayloadMap MapPayload(const EntityModel& entity);
 
-// Whether a bit lies in no field.
-bool HasGaps(const PayloadMap& map);
+// The rows of the blocks. Of many bytes that look alike only the first and the last are drawn.
+std::vector<MapRow> RowsOf(const PayloadMap& map);
 
-// What such bits are: "not used", or "not read" where a write may use them.
-const char* GapText(const PayloadMap& map);
+// What stands for the others: "40 bytes not used".
+std::string LeftOutText(const PayloadMap& map, const MapBlock& block);
 
 // "2-3", or "2-3 on writing" for a field that has a place there only.
 std::string FieldPlaceText(const MapField& field);
 
-// The bits of the field's value in a piece of a byte, "[5:3]", when it has more of them elsewhere.
-std::string ValueBitsText(const MapField& field, size_t byteIndex, const MapPiece& piece);
-
-// Whether value bits are written anywhere.
-bool HasValueBits(const PayloadMap& map);
+// The bits of a field's value in a piece of a byte, "[5:3]", when it has more of them elsewhere; empty where fields
+// overlap.
+std::string ValueBitsText(const PayloadMap& map, size_t byteIndex, const MapPiece& piece);
 
 std::string NamesText(const PayloadMap& map, const std::vector<size_t>& fields, const std::string& separator);
 
 // The lines below a map: what it cannot show.
 std::vector<std::string> Remarks(const PayloadMap& map);
 
-// Of more bytes that look alike only the first and the last are drawn.
-constexpr size_t kShownBytes = 3;
-
-// What stands for the others: "40 bytes not used".
-std::string LeftOutText(const PayloadMap& map, const MapBlock& block);
-
 // The fields in each column of a drawn row; null outside of the map.
 using MapColumns = std::array<const std::vector<size_t>*, 8>;
-MapColumns ColumnsOf(const std::vector<MapPiece>& pieces);
+MapColumns ColumnsOf(const MapRow& row);
 
 // Whether a line runs between two neighbouring cells.
 bool Differ(const std::vector<size_t>* one, const std::vector<size_t>* other);

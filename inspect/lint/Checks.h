@@ -11,10 +11,10 @@
 
 namespace morvix::inspect {
 
-// Members of an entity's own object; LintMembers looks at those and at all below it.
-void LintEntityMembers(const Json::Value& entity, const std::string& pointer, Findings& findings);
+// Of objects: members that are unknown, unused or misread.
+void LintEntityMembers(const Spot& entity, Findings& findings);
+void LintAttributeMembers(const EntityModel& entity, Findings& findings);
 
-void LintMembers(const EntityModel& entity, Findings& findings);    // of objects: unknown, unused, misread
 void LintDropped(const EntityModel& entity, Findings& findings);    // what the parser drops, and what that shifts
 void LintNames(const EntityModel& entity, Findings& findings);      // of attributes, in documents
 void LintFields(const EntityModel& entity, Findings& findings);     // each field's place, and the whole payload

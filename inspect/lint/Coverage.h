@@ -15,15 +15,22 @@ namespace morvix::inspect {
 
 // The first fields of a set, in the order of the list, and the size of the set.
 struct FewFields {
-  std::vector<size_t> first;  // at most Coverage::kFew
+  static constexpr size_t kFew = 5;
+
+  std::vector<size_t> first;  // at most kFew
   size_t count = 0;
 
   bool IsEmpty() const { return count == 0; }
+  // Fields are added in the order of the list.
+  void Add(size_t field) {
+    if (first.size() < kFew) first.push_back(field);
+    ++count;
+  }
 };
 
 class Coverage {
  public:
-  static constexpr size_t kFew = 5;
+  static constexpr size_t kFew = FewFields::kFew;
 
   // `ranges` are those that will be laid.
   explicit Coverage(const std::vector<BitRange>& ranges) {
@@ -51,15 +58,18 @@ class Coverage {
   // that begin after it.
   FewFields Over(const BitRange& range) const {
     FewFields few;
+    const auto add = [&few](const FewFields& more) {
+      few.first.insert(few.first.end(), more.first.begin(), more.first.end());
+      few.count += more.count;
+    };
     const auto after = std::upper_bound(edges_.begin(), edges_.end(), range.begin);
-    if (after != edges_.begin()) {
-      const auto covered = static_cast<size_t>(after - edges_.begin()) - 1;
-      for (size_t node = covered + edges_.size(); node > 0; node /= 2) covering_[node].AddTo(few);
-    }
     size_t left = static_cast<size_t>(after - edges_.begin()) + edges_.size();
+    if (after != edges_.begin()) {
+      for (size_t node = left - 1; node > 0; node /= 2) add(covering_[node]);
+    }
     for (size_t right = IndexOf(range.end) + edges_.size(); left < right; left /= 2, right /= 2) {
-      if (left % 2 == 1) beginning_[left++].AddTo(few);
-      if (right % 2 == 1) beginning_[--right].AddTo(few);
+      if (left % 2 == 1) add(beginning_[left++]);
+      if (right % 2 == 1) add(beginning_[--right]);
     }
     std::sort(few.first.begin(), few.first.end());
     few.first.resize(std::min(few.first.size(), kFew));
@@ -67,21 +77,6 @@ class Coverage {
   }
 
  private:
-  // What is known of a stretch of the payload from one edge to another.
-  struct Node {
-    uint32_t count = 0;
-    uint32_t first[kFew] = {};
-
-    void Add(size_t field) {
-      if (count < kFew) first[count] = static_cast<uint32_t>(field);
-      ++count;
-    }
-    void AddTo(FewFields& few) const {
-      few.first.insert(few.first.end(), first, first + std::min<size_t>(count, kFew));
-      few.count += count;
-    }
-  };
-
   // Of the first edge that is not before the bit.
   size_t IndexOf(uint64_t bit) const {
     return static_cast<size_t>(std::lower_bound(edges_.begin(), edges_.end(), bit) - edges_.begin());
@@ -91,8 +86,8 @@ class Coverage {
   // stretches, `covering_` has it at the topmost nodes that it covers whole; `beginning_` has it where it begins, and
   // above that.
   std::vector<uint64_t> edges_;
-  std::vector<Node> covering_;
-  std::vector<Node> beginning_;
+  std::vector<FewFields> covering_;
+  std::vector<FewFields> beginning_;
 };
 
 }  // namespace morvix::inspect

@@ -2,9 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <map>
-#include <utility>
 
 #include "inspect/lint/Checks.h"
 #include "inspect/lint/Members.h"
@@ -16,8 +14,6 @@
 namespace morvix::inspect {
 
 namespace {
-
-using GroupEffects = std::map<size_t, std::string>;
 
 // An attribute that the parser drops, whatever the reason.
 struct Drop {
@@ -43,30 +39,18 @@ std::string Needed(const std::string& member) {
   return Contains({"id", "byte_offset", "bit_offset", "len", "min", "max"}, member) ? "an integer" : "a string";
 }
 
-// Whether the parser looks at a member that it names before it looks at the group, and so at the others.
-bool IsIdentity(const std::string& member) {
-  return Contains({"attr", "id", "name", "display_name", "desc", "type", "data_type"}, member);
+// Whether the parser gets to the scaling of an element, which then is in force for the ones after it, too. `dropped` is
+// its reason to drop the element.
+bool HasReadScaling(const Element& element, const std::string& dropped) {
+  static const Names kReadBefore = {"attr", "id", "name", "display_name", "desc", "type", "data_type", "position"};
+  return ProtocolDataTypeIsUInt(element.dataType) && !Contains(kReadBefore, dropped);
 }
 
-// The path to a member from its attribute.
-std::vector<const char*> PathOf(const std::string& member) {
-  for (const std::string& known : PositionMembers()) {
-    if (known == member) return {"position", known.c_str()};
-  }
-  for (const std::string& known : ScalingMembers()) {
-    if (known == member) return {"uint_spec", known.c_str()};
-  }
-  for (const std::string& known : AttributeMembers()) {
-    if (known == member) return {known.c_str()};
-  }
-  return {};
-}
-
-Spot SpotOf(const EntityModel& entity, size_t element, const std::string& member) {
-  const std::vector<const char*> path = PathOf(member);
-  return path.empty()       ? entity.At(element)
-         : path.size() == 1 ? entity.At(element, {path[0]})
-                            : entity.At(element, {path[0], path[1]});
+// From an attribute to a member, as far as there is one of this name.
+Names PathOf(const std::string& member) {
+  if (Contains(PositionMembers(), member)) return {"position", member};
+  if (Contains(ScalingMembers(), member)) return {"uint_spec", member};
+  return Contains(AttributeMembers(), member) ? Names{member} : Names{};
 }
 
 // What is wrong with a member, and how to put it right.
@@ -75,40 +59,34 @@ struct Fault {
   std::string fix;
 };
 
-Fault MissingMember(const Json::Value& object, const std::string& member, const Names& known) {
-  for (const std::string& name : object.getMemberNames()) {
-    if (!Contains(known, name) && SimilarName(name, known) == member) {
-      return {Quoted(member) + " is missing", "did you mean it by " + Quoted(name) + "?"};
-    }
-  }
-  return {Quoted(member) + " is missing", fmt::format("give {} as {}", Quoted(member), Needed(member))};
-}
-
 Fault FaultOf(const EntityModel& entity, size_t element, const std::string& member) {
-  const std::vector<const char*> path = PathOf(member);
-  const Json::Value* object = entity.Elements()[element].json;
-  if (path.size() == 2) object = &(*object)[path[0]];
-  if (!object->isObject()) {
-    return {"it is " + Described(*object) + " where an object is needed", "make it an object, or remove it"};
+  const Names path = PathOf(member);
+  const bool isDeep = path.size() == 2;
+  const Json::Value& attribute = *entity.Elements()[element].json;
+  const Json::Value& object = isDeep ? attribute[path[0]] : attribute;
+  if (!object.isObject()) {
+    return {"it is " + Described(object) + " where an object is needed", "make it an object, or remove it"};
   }
-  if (!object->isMember(member)) {
-    return MissingMember(*object, member,
-                         path.size() == 1                    ? AttributeMembers()
-                         : Contains(ScalingMembers(), member) ? ScalingMembers()
-                                                             : PositionMembers());
-  }
-  const Json::Value& value = (*object)[member];
   const std::string needed = Needed(member);
-  const bool isRealZero = value.type() == Json::realValue && value.asDouble() == 0;
-  return {fmt::format("{} is {} where {} is needed", Quoted(member), Described(value), needed),
-          isRealZero ? "write 0" : "write " + needed};
+  if (object.isMember(member)) {
+    const Json::Value& value = object[member];
+    const bool isRealZero = value.type() == Json::realValue && value.asDouble() == 0;
+    return {fmt::format("{} is {} where {} is needed", Quoted(member), Described(value), needed),
+            "write " + (isRealZero ? "0" : needed)};
+  }
+  const Names& known = !isDeep ? AttributeMembers() : path[0] == "position" ? PositionMembers() : ScalingMembers();
+  std::string fix = fmt::format("give {} as {}", Quoted(member), needed);
+  for (const std::string& name : object.getMemberNames()) {
+    if (Contains(known, name) || SimilarName(name, known) != member) continue;
+    fix = "did you mean it by " + Quoted(name) + "?";
+    break;
+  }
+  return {Quoted(member) + " is missing", fix};
 }
 
 // A fix that concerns the uint_spec of another attribute.
-std::string FixElsewhere(const std::string& fix, const std::string& label) {
-  const bool isQuestion = fix.back() == '?';
-  return fmt::format("{} in the uint_spec of {}{}", fix.substr(0, fix.size() - (isQuestion ? 1 : 0)), label,
-                     isQuestion ? "?" : "");
+std::string FixElsewhere(std::string fix, const std::string& label) {
+  return fix.insert(fix.size() - (fix.back() == '?' ? 1 : 0), " in the uint_spec of " + label);
 }
 
 std::string EffectOfLimitKind(const ScalingUse& use) {
@@ -120,74 +98,60 @@ std::string EffectOfLimitKind(const ScalingUse& use) {
   return "every encode of the entity throws Json::LogicError; decoding does not look at it";
 }
 
-// Follows the scaling that is in force through the walk over the elements.
-class ScalingWalk {
+// Walks over the elements in their order.
+class DropCheck {
  public:
-  // The element whose scaling is in force for this one; `dropped` is the parser's reason to drop it.
-  size_t Advance(size_t index, const Element& element, const std::string& dropped) {
-    const bool isFetched = dropped != "position" && !IsIdentity(dropped);
-    if (isFetched && ProtocolDataTypeIsUInt(element.dataType)) holder_ = index;
-    return holder_;
-  }
-
- private:
-  size_t holder_ = kNoElement;
-};
-
-// The walk over the elements in their order.
-class DropWalk {
- public:
-  DropWalk(const EntityModel& entity, Findings& findings)
+  DropCheck(const EntityModel& entity, Findings& findings)
       : entity_(entity), findings_(findings), onGroups_(EffectsOnGroups(entity)) {}
 
-  void Visit(size_t index) {
-    const Element& element = entity_.Elements()[index];
-    const std::string& onReading = element.droppedOnReading;
-    const std::string& onWriting = element.droppedOnWriting;
-    const bool isWritable = element.IsWritable();
-    const size_t readHolder = reading_.Advance(index, element, onReading);
-    const size_t writeHolder = isWritable ? writing_.Advance(index, element, onWriting) : kNoElement;
-    if (Contains(ScalingMembers(), onReading)) uses_[readHolder].onReading = true;
-    if (Contains(ScalingMembers(), onWriting)) uses_[writeHolder].onWriting = true;
-    if (isWritable && onWriting.empty()) ++taken_;
-    const size_t laterFlags = NoteShift(index);
-    const bool isOneReason = onReading == onWriting && readHolder == writeHolder;
-    if (!onReading.empty() && !onWriting.empty() && (isOneReason || !isWritable)) {
-      drops_.push_back({index, onReading, true, true, readHolder, laterFlags});
-      return;
-    }
-    if (!onReading.empty()) drops_.push_back({index, onReading, true, !onWriting.empty(), readHolder, 0});
-    if (!onWriting.empty()) drops_.push_back({index, onWriting, !onReading.empty(), true, writeHolder, 0});
-  }
-
-  void Finish() {
+  void Check() {
+    for (size_t i = 0; i < entity_.Elements().size(); ++i) Visit(i);
     AddLostFlags();
     for (const Drop& drop : drops_) AddDrop(drop);
   }
 
  private:
-  // Reports the flag bits that a drop shifts; gives their number when the attribute may be meant to be writable or not.
-  size_t NoteShift(size_t index) {
+  void Visit(size_t index) {
     const Element& element = entity_.Elements()[index];
-    const bool isUnknown = element.json->isObject() && element.group == MorvixProtocolTypeUnknown_4_0;
-    const std::string meant = isUnknown ? MeantKeyword("type", (*element.json)["type"]) : "";
-    if ((element.IsWritable() && !element.droppedOnWriting.empty()) || meant == "status_writable") {
-      AddShift(index, ++dropped_);
-      lastDropped_ = index;
-    }
-    return isUnknown && meant.empty() ? entity_.Writing().fields.size() - taken_ : 0;
+    const std::string& onReading = element.droppedOnReading;
+    const std::string& onWriting = element.droppedOnWriting;
+    const bool isWritable = element.IsWritable();
+    if (HasReadScaling(element, onReading)) readHolder_ = index;
+    if (HasReadScaling(element, onWriting) && isWritable) writeHolder_ = index;
+    if (Contains(ScalingMembers(), onReading)) uses_[readHolder_].onReading = true;
+    if (Contains(ScalingMembers(), onWriting)) uses_[writeHolder_].onWriting = true;
+    if (isWritable && onWriting.empty()) ++taken_;
+    const size_t laterFlags = NoteShift(index);
+    const bool isOneReason = !isWritable || (onReading == onWriting && readHolder_ == writeHolder_);
+    Drop drop{index, onReading, !onReading.empty(), !onWriting.empty(), readHolder_, laterFlags};
+    if (drop.onReading) drops_.push_back(drop);
+    if (!drop.onWriting || (drop.onReading && isOneReason)) return;
+    drop.member = onWriting;
+    drop.holder = writeHolder_;
+    drops_.push_back(drop);
   }
 
-  void AddShift(size_t index, size_t dropped) {
+  // Reports the flag bits that a drop shifts; returns their number when the attribute may be meant to be writable or
+  // not.
+  size_t NoteShift(size_t index) {
+    const Element& element = entity_.Elements()[index];
     const std::vector<Field>& fields = entity_.Writing().fields;
-    if (taken_ >= fields.size()) return;
+    const size_t later = fields.size() - taken_;
+    const bool isUnknown = element.json->isObject() && element.group == MorvixProtocolTypeUnknown_4_0;
+    const std::string meant = isUnknown ? MeantKeyword("type", (*element.json)["type"]) : "";
+    const bool isShifting = (element.IsWritable() && !element.droppedOnWriting.empty()) || meant == "status_writable";
+    if (!isShifting) return isUnknown && meant.empty() ? later : 0;
+    ++dropped_;
+    lastDropped_ = index;
+    if (later == 0) return 0;
     const std::string label = entity_.Label(index);
     findings_.Add(
         rules::kFlagBitsShifted, entity_.At(index),
-        fmt::format("dropping {} shifts the flag bits of {}", label, Count(fields.size() - taken_, "later attribute")),
+        fmt::format("dropping {} shifts the flag bits of {}", label, Count(later, "later attribute")),
         fmt::format("the flag of {} is bit {} instead of {}; a device that counts all attributes sets the wrong ones",
-                    entity_.Label(fields[taken_].element), taken_, taken_ + dropped),
+                    entity_.Label(fields[taken_].element), taken_, taken_ + dropped_),
         fmt::format("fix {}, or remove it from the device's list as well", label));
+    return 0;
   }
 
   // The flags are whole bytes.
@@ -224,25 +188,21 @@ class DropWalk {
 
   void AddKeyword(const Drop& drop, const char* name, const Spot& spot) {
     const std::string keyword = spot.value->asCString();
-    std::string all;
-    for (const std::string& other : KeywordsOf(name)) all += (all.empty() ? "" : ", ") + other;
-    const std::string similar = MeantKeyword(name, *spot.value);
-    const std::string fix = similar.empty() ? "one of " + all : "did you mean " + Quoted(similar) + "?";
-    const std::string subject = fmt::format("{} is dropped: its {} ", entity_.Label(drop.element), name);
-    const std::string effect = EffectOf(drop);
-    if (keyword.empty()) {
-      findings_.Add(rules::kEmptyKeyword, spot, subject + "is empty", effect, fix);
-    } else if (keyword.size() >= 32) {
-      findings_.Add(rules::kLongKeyword, spot, fmt::format("{}has {} characters", subject, keyword.size()), effect,
-                    fix);
-    } else {
-      findings_.Add(rules::kUnknownKeyword, spot, subject + Quoted(keyword) + " is unknown", effect, fix);
-    }
+    const std::string meant = MeantKeyword(name, *spot.value);
+    const std::string fix = meant.empty() ? fmt::format("one of {}", fmt::join(KeywordsOf(name), ", "))
+                                          : "did you mean " + Quoted(meant) + "?";
+    const bool isLong = keyword.size() >= 32;
+    const Rule& rule = keyword.empty() ? rules::kEmptyKeyword : isLong ? rules::kLongKeyword : rules::kUnknownKeyword;
+    const std::string problem = keyword.empty() ? "is empty"
+                                : isLong        ? fmt::format("has {} characters", keyword.size())
+                                                : Quoted(keyword) + " is unknown";
+    findings_.Add(rule, spot, fmt::format("{} is dropped: its {} {}", entity_.Label(drop.element), name, problem),
+                  EffectOf(drop), fix);
   }
 
   void AddDrop(const Drop& drop) {
     if (drop.member == "type" || drop.member == "data_type") {
-      const Spot spot = entity_.At(drop.element, {drop.member.c_str()});
+      const Spot spot = entity_.At(drop.element, {drop.member});
       if (spot.value->isString()) return AddKeyword(drop, drop.member.c_str(), spot);
     }
     if (drop.member == "position.unit") return AddKeyword(drop, "unit", entity_.At(drop.element, {"position", "unit"}));
@@ -251,14 +211,14 @@ class DropWalk {
     const std::string subject = fmt::format("{} is dropped{}: ", entity_.Label(drop.element), when);
     if (Contains(ScalingMembers(), drop.member)) return AddScalingDrop(drop, subject);
     const Fault fault = FaultOf(entity_, drop.element, drop.member);
-    findings_.Add(rules::kAttributeDropped, SpotOf(entity_, drop.element, drop.member), subject + fault.text,
+    findings_.Add(rules::kAttributeDropped, entity_.At(drop.element, PathOf(drop.member)), subject + fault.text,
                   EffectOf(drop), fault.fix);
   }
 
   void AddScalingDrop(const Drop& drop, const std::string& subject) {
     const Fault fault = FaultOf(entity_, drop.holder, drop.member);
     const std::string holder = entity_.Label(drop.holder);
-    const Spot spot = SpotOf(entity_, drop.holder, drop.member);
+    const Spot spot = entity_.At(drop.holder, PathOf(drop.member));
     const Json::Value& limit = (*entity_.Elements()[drop.holder].json)["uint_spec"][drop.member];
     const bool isLimit = drop.member == "min" || drop.member == "max";
     if (isLimit && (limit.isArray() || limit.isObject())) {
@@ -275,9 +235,9 @@ class DropWalk {
 
   const EntityModel& entity_;
   Findings& findings_;
-  const GroupEffects onGroups_;
-  ScalingWalk reading_;
-  ScalingWalk writing_;
+  const std::map<size_t, std::string> onGroups_;  // by element
+  size_t readHolder_ = kNoElement;                // the element whose scaling is in force
+  size_t writeHolder_ = kNoElement;
   size_t taken_ = 0;    // writable attributes so far that became records
   size_t dropped_ = 0;  // and that did not
   size_t lastDropped_ = kNoElement;
@@ -294,10 +254,6 @@ std::string MeantKeyword(const std::string& member, const Json::Value& value) {
   return Contains(known, keyword) ? "" : SimilarName(keyword, known);
 }
 
-void LintDropped(const EntityModel& entity, Findings& findings) {
-  DropWalk walk(entity, findings);
-  for (size_t i = 0; i < entity.Elements().size(); ++i) walk.Visit(i);
-  walk.Finish();
-}
+void LintDropped(const EntityModel& entity, Findings& findings) { DropCheck(entity, findings).Check(); }
 
 }  // namespace morvix::inspect

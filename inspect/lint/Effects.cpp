@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "host/Logging.h"
 #include "inspect/lint/Checks.h"
 #include "inspect/packets/Reading.h"
 #include "inspect/text/Escape.h"
@@ -18,18 +17,11 @@ bool HasNoItems(const Field& field) { return IsEnum(*field.attribute) && field.a
 
 bool IsUsable(const Field& field) { return !field.bits.IsEmpty() && !HasNoItems(field); }
 
-// How decoding takes the field alone, from zeros.
+// What decoding makes of the field alone in a payload of zeros.
 Result ReadZeros(const EntityModel& entity, const Field& field, size_t payloadBytes) {
   constexpr size_t kMostBytes = size_t{1} << 20;  // no packet is nearly as long
-  const LogCapture silent;
-  Bytes payload(std::min(payloadBytes, kMostBytes));
-  MorvixProtocolPackage_4_0 package;
-  package.value = payload.data();
-  package.sizeValue = payload.size();
-  Json::Value unused;
-  std::vector<Result> results;
-  ProtocolDecodeAttributes_4_0(entity.Info(), {*field.attribute}, package, unused, results);
-  return results[0];
+  const Bytes payload(std::min(payloadBytes, kMostBytes));
+  return DecodeSilently(entity, {*field.attribute}, payload.data(), payload.size())[0];
 }
 
 // A line of the module in a sentence. That of an enum depends on the value.

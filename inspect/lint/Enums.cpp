@@ -20,35 +20,33 @@ void LintItemTexts(const EntityModel& entity, const Field& field, Findings& find
   const Json::Value& items = *member.value;
   if (!items.isArray()) return;
   const std::string label = entity.Label(field.element);
-  size_t dropped = 0;
-  Json::ArrayIndex first = 0;
+  std::vector<Json::ArrayIndex> dropped;
   std::set<std::string> known;
+  std::string shift;  // of the first item that is shifted
   for (Json::ArrayIndex i = 0; i < items.size(); ++i) {
     if (!items[i].isString()) {
-      if (dropped++ == 0) first = i;
-    } else if (!known.insert(items[i].asString()).second) {
-      findings.Add(rules::kDuplicateItem, {&items[i], fmt::format("{}/{}", member.pointer, i)},
-                   fmt::format("{} has the item {} twice", label, Quoted(items[i].asString())),
-                   "none: values are indices", "give each item its own text");
+      dropped.push_back(i);
+      continue;
     }
+    const std::string item = items[i].asString();
+    if (!dropped.empty() && shift.empty()) {
+      shift = fmt::format("; {} is index {} instead of {}", Quoted(item), dropped[0], i);
+    }
+    if (known.insert(item).second) continue;
+    findings.Add(rules::kDuplicateItem, member.Item(i), fmt::format("{} has the item {} twice", label, Quoted(item)),
+                 "none: values are indices", "give each item its own text");
   }
-  if (dropped == 0) return;
-  const Spot spot{&items[first], fmt::format("{}/{}", member.pointer, first)};
+  if (dropped.empty()) return;
+  const Spot spot = member.Item(dropped[0]);
   const size_t count = field.attribute->enumList.size();
   if (count == 0) {
     return findings.Add(rules::kEnumWithoutTexts, spot, label + " has no item that is a string",
                         EffectOfUnusable(entity, field.element), "list strings");
   }
-  std::string shift = fmt::format("it has {} instead of {}", CountText(count), items.size());
-  for (Json::ArrayIndex i = first; i < items.size(); ++i) {
-    if (!items[i].isString()) continue;
-    shift += fmt::format("; {} is index {} instead of {}", Quoted(items[i].asString()), first, i);
-    break;
-  }
-  findings.Add(
-      rules::kEnumItemNotText, spot,
-      fmt::format("{} has {} that {}", label, CountText(dropped), dropped == 1 ? "is not a string" : "are not strings"),
-      shift, "list strings only");
+  findings.Add(rules::kEnumItemNotText, spot,
+               fmt::format("{} has {} that {}", label, CountText(dropped.size()),
+                           dropped.size() == 1 ? "is not a string" : "are not strings"),
+               fmt::format("it has {} instead of {}{}", CountText(count), items.size(), shift), "list strings only");
 }
 
 void LintItemCount(const EntityModel& entity, const Field& field, Findings& findings) {
@@ -63,7 +61,7 @@ void LintItemCount(const EntityModel& entity, const Field& field, Findings& find
                  "use fewer items, or a number");
   }
   if (field.bits.IsEmpty() || count == 0) return;
-  const uint64_t full = field.bits.Length() >= 64 ? UINT64_MAX : (uint64_t{1} << field.bits.Length()) - 1;
+  const uint64_t full = field.bits.MaxValue();
   const std::string message =
       fmt::format("{} has {} in {}", label, CountText(count), Count(field.bits.Length(), "bit"));
   if (count - 1 > full) {

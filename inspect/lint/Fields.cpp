@@ -32,17 +32,17 @@ struct Fault {
   const char* kind = "";  // before it
 };
 
-Fault FaultOfBool(const Attribute& attribute) {
-  const bool isInBits = IsInBits(attribute);
-  return {rules::kBoolNotOneBit, isInBits ? "len" : "unit",
-          isInBits ? fmt::format("has {} bits", attribute.position.len) : "is in byte units",
-          "set 'unit' to 'bit' and 'len' to 1, or make it an enum", "the bool "};
-}
+bool IsOtherThanOneBit(const Attribute& attribute) { return !IsInBits(attribute) || attribute.position.len != 1; }
 
 // The first of the reasons.
 Fault FaultOf(const Attribute& attribute) {
   const Position& position = attribute.position;
   const bool isInBits = IsInBits(attribute);
+  if (IsBool(attribute) && IsOtherThanOneBit(attribute)) {
+    return {rules::kBoolNotOneBit, isInBits ? "len" : "unit",
+            isInBits ? fmt::format("has {} bits", position.len) : "is in byte units",
+            "set 'unit' to 'bit' and 'len' to 1, or make it an enum", "the bool "};
+  }
   if (isInBits && IsNumber(attribute)) {
     return {rules::kNumberInBits, "unit", "is in bit units",
             "set 'unit' to 'byte' and 'len' to its bytes, or make it an enum", "the number "};
@@ -91,73 +91,58 @@ bool ReachesOut(const Attribute& attribute) {
          int64_t{position.bit_offset} + position.len > GroupBits(attribute);
 }
 
-void LintReach(const EntityModel& entity, const Field& field, Findings& findings) {
-  const Position& position = field.attribute->position;
-  const std::string effect = field.bits.IsEmpty()
-                                 ? EffectOfUnusable(entity, field.element)
-                                 : fmt::format("it is looked for in {}, but its group begins with byte {}",
-                                               BytesText(field.bits), position.byte_offset);
-  findings.AddOnce(rules::kFieldBeforeGroup, entity.At(field.element, {"position", "len"}),
-                   fmt::format("{} reaches up to bit {}, but {}", entity.Label(field.element),
-                               int64_t{position.bit_offset} + position.len - 1, GroupText(*field.attribute)),
-                   effect, kEndGroup);
-}
-
-void LintUnusable(const EntityModel& entity, const Field& field, const Fault& fault, Findings& findings) {
-  findings.AddOnce(fault.rule, entity.At(field.element, {"position", fault.member}),
-                   fmt::format("{}{} {}", fault.kind, entity.Label(field.element), fault.text),
-                   EffectOfUnusable(entity, field.element), fault.fix);
-}
-
 void LintField(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& attribute = *field.attribute;
   const Position& position = attribute.position;
   const std::string label = entity.Label(field.element);
-  const bool isOneBit = IsInBits(attribute) && position.len == 1;
-  if (IsBool(attribute) && !isOneBit) return LintUnusable(entity, field, FaultOfBool(attribute), findings);
-  if (ReachesOut(attribute)) {
-    LintReach(entity, field, findings);
-  } else if (field.bits.IsEmpty()) {
-    LintUnusable(entity, field, FaultOf(attribute), findings);
+  const auto add = [&](const Rule& rule, const char* member, const std::string& message, const std::string& effect,
+                       const char* fix) {
+    findings.AddOnce(rule, entity.At(field.element, {"position", member}), message, effect, fix);
+  };
+  const bool isWrongBool = IsBool(attribute) && IsOtherThanOneBit(attribute);
+  if (isWrongBool || (field.bits.IsEmpty() && !ReachesOut(attribute))) {
+    const Fault fault = FaultOf(attribute);
+    add(fault.rule, fault.member, fmt::format("{}{} {}", fault.kind, label, fault.text),
+        EffectOfUnusable(entity, field.element), fault.fix);
+  } else if (ReachesOut(attribute)) {
+    const std::string effect = field.bits.IsEmpty()
+                                   ? EffectOfUnusable(entity, field.element)
+                                   : fmt::format("it is looked for in {}, but its group begins with byte {}",
+                                                 BytesText(field.bits), position.byte_offset);
+    add(rules::kFieldBeforeGroup, "len",
+        fmt::format("{} reaches up to bit {}, but {}", label, int64_t{position.bit_offset} + position.len - 1,
+                    GroupText(attribute)),
+        effect, kEndGroup);
   }
+  if (isWrongBool) return;
   if (!field.bits.IsEmpty() && position.byte_offset < 0) {
-    findings.AddOnce(
-        rules::kNegativeOffset, entity.At(field.element, {"position", "byte_offset"}),
-        fmt::format("{} has the byte_offset {}", label, position.byte_offset),
+    add(rules::kNegativeOffset, "byte_offset", fmt::format("{} has the byte_offset {}", label, position.byte_offset),
         fmt::format("it is looked for in {}, in a group that begins before the payload", BytesText(field.bits)),
         "offsets count from 0");
   }
   if (!IsInBits(attribute) && !IsBitPacked(attribute) && position.bit_offset != 0) {
-    findings.AddOnce(rules::kBitOffsetUnused, entity.At(field.element, {"position", "bit_offset"}),
-                     fmt::format("{} is in byte units and has the bit_offset {}", label, position.bit_offset),
-                     "it is ignored", "set it to 0");
+    add(rules::kBitOffsetUnused, "bit_offset",
+        fmt::format("{} is in byte units and has the bit_offset {}", label, position.bit_offset), "it is ignored",
+        "set it to 0");
   }
 }
 
 // ---- The whole payload ----
-
-Spot Furthest(const EntityModel& entity, const Direction& direction) {
-  const Field* furthest = nullptr;
-  for (const Field& field : direction.fields) {
-    if (field.bits.IsEmpty()) continue;
-    if (furthest == nullptr || field.bits.end > furthest->bits.end) furthest = &field;
-  }
-  if (furthest == nullptr) return {&entity.Json()["attrs"], entity.Pointer() + "/attrs"};
-  return entity.At(furthest->element, {"position"});
-}
 
 void LintLength(const EntityModel& entity, Findings& findings) {
   const bool isSent = entity.Writing().payloadBytes <= MorvixProtocolMaxPayloadBytes_4_0;
   const bool isReceived = entity.Reading().payloadBytes <= MorvixProtocolMaxPayloadBytes_4_0;
   if (isSent && isReceived) return;
   const Direction& tooLong = isReceived ? entity.Writing() : entity.Reading();
-  std::string effect;
-  if (!isSent) effect = "no write can be packed: ProtocolPackPackage_4_0 gives 0";
-  if (!isSent && !isReceived) effect += "; ";
-  if (!isReceived) effect += "no whole response can be received: ProtocolUnpackPackage_4_0 gives false";
+  const auto furthest = std::max_element(tooLong.fields.begin(), tooLong.fields.end(),
+                                         [](const Field& a, const Field& b) { return a.bits.end < b.bits.end; });
+  std::vector<std::string> effects;
+  if (!isSent) effects.emplace_back("no write can be packed: ProtocolPackPackage_4_0 gives 0");
+  if (!isReceived) effects.emplace_back("no whole response can be received: ProtocolUnpackPackage_4_0 gives false");
   findings.Add(
-      rules::kPayloadTooLong, Furthest(entity, tooLong), fmt::format("the payload has {} bytes", tooLong.payloadBytes),
-      effect,
+      rules::kPayloadTooLong,
+      furthest->bits.IsEmpty() ? entity.At().Member("attrs") : entity.At(furthest->element, {"position"}),
+      fmt::format("the payload has {} bytes", tooLong.payloadBytes), fmt::format("{}", fmt::join(effects, "; ")),
       fmt::format("move the fields together; a payload has at most {} bytes", MorvixProtocolMaxPayloadBytes_4_0));
 }
 
@@ -165,7 +150,7 @@ void LintFlags(const EntityModel& entity, Findings& findings) {
   const size_t flagBytes = FlagBytes(entity.Writing());
   if (flagBytes <= MorvixProtocolMaxFlagBytes_4_0) return;
   findings.Add(
-      rules::kFlagsTooLong, {&entity.Json()["attrs"], entity.Pointer() + "/attrs"},
+      rules::kFlagsTooLong, entity.At().Member("attrs"),
       fmt::format("{} need {} flag bytes", Count(entity.Writing().fields.size(), "writable attribute"), flagBytes),
       "no write can be packed: ProtocolPackPackage_4_0 gives 0",
       fmt::format("use at most {} writable attributes, or split the entity", 8 * MorvixProtocolMaxFlagBytes_4_0));

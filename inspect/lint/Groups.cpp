@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "inspect/lint/Checks.h"
-#include "inspect/lint/Members.h"
 #include "inspect/lint/Rules.h"
 #include "inspect/text/Format.h"
 
@@ -24,34 +24,25 @@ size_t NeededBytes(const Position& position) {
   return static_cast<size_t>(std::max<int64_t>(EndBit(position) + 7, 0) / 8);
 }
 
-// Adjacent bools and enums of one type, to which the parser gave one size.
-struct Run {
-  std::vector<const Field*> members;
+// The members of a bit group that stand in one run of adjacent bools and enums of one type.
+struct Part {
+  size_t run;
+  const Field* first;
+  const Field* highest;
 
-  const Field& Last() const { return *members.back(); }
-  size_t Size() const { return Last().attribute->position.groupByteLength; }
+  size_t Size() const { return first->attribute->position.groupByteLength; }
+  size_t Need() const { return NeededBytes(highest->attribute->position); }
 };
 
-std::vector<Run> RunsOf(const Direction& direction) {
-  std::vector<Run> runs;
-  const Attribute* previous = nullptr;
-  for (const Field& field : direction.fields) {
-    const Attribute& attribute = *field.attribute;
-    const bool isContinued = previous != nullptr && IsBitPacked(*previous) && previous->type == attribute.type;
-    if (IsBitPacked(attribute)) {
-      if (!isContinued) runs.emplace_back();
-      runs.back().members.push_back(&field);
-    }
-    previous = &attribute;
-  }
-  return runs;
-}
+// A bit group as its device sees it: the members of one type that have one byte_offset.
+struct BitGroup {
+  std::vector<Part> parts;
+  const Field* highest;
 
-// A type and a byte_offset, which name a bit group.
-using GroupKey = std::pair<uint32_t, int32_t>;
-
-// A group as its device sees it: the attributes that have one key, with the highest of them.
-using Groups = std::map<GroupKey, const Field*>;
+  size_t Need() const { return NeededBytes(highest->attribute->position); }
+  // Whether a part has another size than its members need, for themselves and with the rest of the group.
+  bool IsMissized(const Part& part) const { return part.Size() != part.Need() && part.Size() != Need(); }
+};
 
 bool IsMember(const Field& field) {
   const Attribute& attribute = *field.attribute;
@@ -59,92 +50,74 @@ bool IsMember(const Field& field) {
          attribute.position.len >= 1;
 }
 
-GroupKey KeyOf(const Field& member) { return {member.attribute->type, member.attribute->position.byte_offset}; }
-
-Groups GroupsOf(const Direction& direction) {
-  Groups groups;
-  for (const Field& field : direction.fields) {
-    if (!IsMember(field)) continue;
-    const Field*& highest = groups.emplace(KeyOf(field), &field).first->second;
-    if (EndBit(field) > EndBit(*highest)) highest = &field;
-  }
-  return groups;
-}
-
-// The members of a group that stand in one run. The run's size is right if it is what the whole group needs.
-struct Part {
-  const Run* run;
-  const Field* first;
-  const Field* highest;
-  const Field* highestOfGroup;
-
-  size_t Size() const { return run->Size(); }
-  size_t OwnNeed() const { return NeededBytes(highest->attribute->position); }
-  size_t Need() const { return NeededBytes(highestOfGroup->attribute->position); }
-  // Whether the run has another size than these members need, for themselves and with the rest of their group.
-  bool IsMissized() const { return Size() != OwnNeed() && Size() != Need(); }
-};
-
-// By byte_offset.
-std::map<int32_t, Part> PartsOf(const Run& run, const Groups& groups) {
-  std::map<int32_t, Part> parts;
-  for (const Field* member : run.members) {
-    if (!IsMember(*member)) continue;
-    const Part alone{&run, member, member, groups.at(KeyOf(*member))};
-    Part& part = parts.emplace(member->attribute->position.byte_offset, alone).first->second;
-    if (EndBit(*member) > EndBit(*part.highest)) part.highest = member;
-  }
-  return parts;
-}
-
-// What a wrong size does to a member of the group.
-std::string EffectOfSize(const EntityModel& entity, const Field& member, size_t needed, size_t payloadBytes) {
-  Attribute right = *member.attribute;
-  right.position.groupByteLength = needed;
-  BitRange shouldBeAt = Locate(right);
-  if (shouldBeAt.EndByte() > payloadBytes + needed) shouldBeAt = BitRange();
-  const std::string effect =
-      fmt::format("the group has {}; {}", SizesText(member.attribute->position.groupByteLength, needed),
-                  entity.Label(member.element));
-  const std::string place = shouldBeAt.IsEmpty() ? "" : BitsText(shouldBeAt);
-  if (member.bits.IsEmpty()) {
-    return effect + " can be neither read nor written" + (place.empty() ? "" : " instead of lying in " + place);
-  }
-  return fmt::format("{} is looked for in {}{}", effect, BitsText(member.bits),
-                     place.empty() ? "" : " instead of " + place);
-}
-
 // The checks of one direction.
 class GroupCheck {
  public:
   GroupCheck(const EntityModel& entity, const Direction& direction, Findings& findings)
-      : entity_(entity),
-        payloadBytes_(direction.payloadBytes),
-        runs_(RunsOf(direction)),
-        groups_(GroupsOf(direction)),
-        findings_(findings) {}
-
-  void Check() {
-    for (const Run& run : runs_) CheckRun(run);
-    CheckSplits();
-  }
-
- private:
-  void CheckRun(const Run& run) {
-    const std::map<int32_t, Part> parts = PartsOf(run, groups_);
-    const Attribute& last = *run.Last().attribute;
-    if (!IsInBits(last)) return CheckSizedByBytes(run, parts);
-    for (const auto& [byteOffset, part] : parts) {
-      if (byteOffset == last.position.byte_offset) {
-        CheckLastPart(part);
-      } else {
-        CheckOtherPart(part);
-      }
+      : entity_(entity), payloadBytes_(direction.payloadBytes), findings_(findings) {
+    const Attribute* previous = nullptr;
+    for (const Field& field : direction.fields) {
+      const Attribute& attribute = *field.attribute;
+      const bool isContinued = previous != nullptr && IsBitPacked(*previous) && previous->type == attribute.type;
+      previous = &attribute;
+      if (!IsBitPacked(attribute)) continue;
+      if (!isContinued) lasts_.emplace_back();
+      lasts_.back() = &field;
+      if (IsMember(field)) AddMember(field);
     }
   }
 
-  void CheckLastPart(const Part& part) {
-    const Field& last = part.run->Last();
+  void Check() {
+    std::map<size_t, std::vector<std::string>> needs;  // in runs that an attribute in byte units sizes
+    for (const auto& [key, group] : groups_) {
+      for (const Part& part : group.parts) {
+        const Field& last = *lasts_[part.run];
+        if (IsInBits(*last.attribute) && last.attribute->position.byte_offset == key.second) {
+          CheckLast(group, part, last);
+        } else if (group.IsMissized(part)) {
+          if (IsInBits(*last.attribute)) {
+            AddSizedByAnother(group, part, last);
+          } else {
+            needs[part.run].push_back(
+                fmt::format("{} needs {}", entity_.Label(group.highest->element), Count(group.Need(), "byte")));
+          }
+        }
+      }
+      CheckSplit(group);
+    }
+    for (const auto& [run, all] : needs) AddSizedByBytes(*lasts_[run], all);
+  }
+
+ private:
+  void AddMember(const Field& field) {
+    const size_t run = lasts_.size() - 1;
+    const Attribute& attribute = *field.attribute;
+    BitGroup& group =
+        groups_.emplace(std::pair(attribute.type, attribute.position.byte_offset), BitGroup{{}, &field}).first->second;
+    if (group.parts.empty() || group.parts.back().run != run) group.parts.push_back({run, &field, &field});
+    for (const Field** highest : {&group.highest, &group.parts.back().highest}) {
+      if (EndBit(field) > EndBit(**highest)) *highest = &field;
+    }
+  }
+
+  // What a wrong size does to a member of the group.
+  std::string EffectOfSize(const Field& member, size_t needed) const {
+    Attribute right = *member.attribute;
+    right.position.groupByteLength = needed;
+    const BitRange shouldBeAt = Locate(right);
+    const bool hasPlace = !shouldBeAt.IsEmpty() && shouldBeAt.EndByte() <= payloadBytes_ + needed;
+    const std::string place = hasPlace ? BitsText(shouldBeAt) : "";
+    const std::string effect =
+        fmt::format("the group has {}; {}", SizesText(member.attribute->position.groupByteLength, needed),
+                    entity_.Label(member.element));
+    if (member.bits.IsEmpty()) {
+      return effect + " can be neither read nor written" + (hasPlace ? " instead of lying in " + place : "");
+    }
+    return effect + " is looked for in " + BitsText(member.bits) + (hasPlace ? " instead of " + place : "");
+  }
+
+  // The part with the last attribute of its run.
+  void CheckLast(const BitGroup& group, const Part& part, const Field& last) {
     if (EndBit(last) >= EndBit(*part.highest)) return;
     const Spot spot = entity_.At(last.element, {"position"});
     const std::string highest = entity_.Label(part.highest->element);
@@ -152,71 +125,54 @@ class GroupCheck {
         fmt::format("the last member {} of its bit group ends at bit {}, but {} ends at bit {}",
                     entity_.Label(last.element), EndBit(last) - 1, highest, EndBit(*part.highest) - 1);
     const std::string fix = fmt::format("list {} last in its group", highest);
-    if (part.IsMissized()) {
-      findings_.AddOnce(rules::kGroupLastNotHighest, spot, message,
-                        EffectOfSize(entity_, last, part.Need(), payloadBytes_), fix);
+    if (group.IsMissized(part)) {
+      findings_.AddOnce(rules::kGroupLastNotHighest, spot, message, EffectOfSize(last, group.Need()), fix);
     } else {
       findings_.AddOnce(rules::kGroupOrder, spot, message,
-                        fmt::format("none: both need a group of {}", Count(part.OwnNeed(), "byte")), fix);
+                        fmt::format("none: both need a group of {}", Count(part.Need(), "byte")), fix);
     }
   }
 
-  // Members of another group than that of the run's last attribute.
-  void CheckOtherPart(const Part& part) {
-    if (!part.IsMissized()) return;
+  void AddSizedByAnother(const BitGroup& group, const Part& part, const Field& last) {
     findings_.AddOnce(
         rules::kGroupSizedByAnother, entity_.At(part.first->element, {"position"}),
         fmt::format("the bit group of {} at byte {} is sized by {}, which ends the run of bools and enums",
                     entity_.Label(part.first->element), part.first->attribute->position.byte_offset,
-                    entity_.Label(part.run->Last().element)),
-        EffectOfSize(entity_, *part.first, part.Need(), payloadBytes_),
+                    entity_.Label(last.element)),
+        EffectOfSize(*part.first, group.Need()),
         "list a number or binary of the same type between the two groups, or make them equally long");
   }
 
-  void CheckSizedByBytes(const Run& run, const std::map<int32_t, Part>& parts) {
-    std::vector<std::string> needs;
-    for (const auto& [byteOffset, part] : parts) {
-      if (!part.IsMissized()) continue;
-      needs.push_back(
-          fmt::format("{} needs {}", entity_.Label(part.highestOfGroup->element), Count(part.Need(), "byte")));
-    }
-    if (needs.empty()) return;
-    const Field& last = run.Last();
+  void AddSizedByBytes(const Field& last, const std::vector<std::string>& needs) {
+    const std::string size = Count(last.attribute->position.groupByteLength, "byte");
     findings_.AddOnce(rules::kGroupSizedByBytes, entity_.At(last.element, {"position", "unit"}),
                       fmt::format("the {} {} in byte units ends a run of bit fields and sizes their group",
                                   DataTypeName(last.attribute->data_type), entity_.Label(last.element)),
-                      fmt::format("its bit_offset and len make a group of {}; {}", Count(run.Size(), "byte"),
-                                  Listed(needs, needs.size())),
+                      fmt::format("its bit_offset and len make a group of {}; {}", size, Listed(needs, needs.size())),
                       "list it before the bit fields, or after a number or binary of the same type");
   }
 
-  // Groups whose members stand in several runs, of which some are therefore too short.
-  void CheckSplits() {
-    std::map<GroupKey, std::vector<Part>> split;
-    for (const Run& run : runs_) {
-      for (const auto& [byteOffset, part] : PartsOf(run, groups_)) split[KeyOf(*part.first)].push_back(part);
-    }
-    for (const auto& [key, parts] : split) {
-      const Part& first = parts.front();
-      const auto highest = std::find_if(parts.begin(), parts.end(),
-                                        [](const Part& part) { return part.highest == part.highestOfGroup; });
-      for (const Part& part : parts) {
-        if (part.OwnNeed() == part.Need() || part.Size() == part.Need()) continue;
-        const Field& later = &part == &first ? *highest->first : *part.first;
-        findings_.AddOnce(rules::kGroupSplit, entity_.At(later.element, {"position"}),
-                          fmt::format("{} does not stand next to {} of the same bit group at byte {}",
-                                      entity_.Label(later.element), entity_.Label(first.first->element), key.second),
-                          EffectOfSize(entity_, *part.first, part.Need(), payloadBytes_),
-                          "list the members of a bit group next to one another");
-      }
+  // Parts of a group in several runs, of which some are therefore too short.
+  void CheckSplit(const BitGroup& group) {
+    const Field& first = *group.parts.front().first;
+    const auto highest = std::find_if(group.parts.begin(), group.parts.end(),
+                                      [&](const Part& part) { return part.highest == group.highest; });
+    for (const Part& part : group.parts) {
+      if (part.Need() == group.Need() || part.Size() == group.Need()) continue;
+      const Field& later = part.first == &first ? *highest->first : *part.first;
+      findings_.AddOnce(
+          rules::kGroupSplit, entity_.At(later.element, {"position"}),
+          fmt::format("{} does not stand next to {} of the same bit group at byte {}", entity_.Label(later.element),
+                      entity_.Label(first.element), first.attribute->position.byte_offset),
+          EffectOfSize(*part.first, group.Need()), "list the members of a bit group next to one another");
     }
   }
 
   const EntityModel& entity_;
   const size_t payloadBytes_;
-  const std::vector<Run> runs_;
-  const Groups groups_;
   Findings& findings_;
+  std::vector<const Field*> lasts_;                       // the last attribute of each run
+  std::map<std::pair<Group, int32_t>, BitGroup> groups_;  // by type and byte_offset
 };
 
 // Groups that are written with one size and read with another.
@@ -238,34 +194,39 @@ void LintSizes(const EntityModel& entity, Findings& findings) {
 
 // What decides about an attribute's part in a run.
 struct Membership {
-  Group type = MorvixProtocolTypeUnknown_4_0;
-  bool isBitPacked = false;
-  size_t needed = 0;  // bytes of its group
+  Group type;
+  bool isBitPacked;
+  size_t needed;  // bytes of its group
 };
 
-// That of a dropped attribute, as it was probably meant; false when that cannot be told.
-bool ReadMeant(const Element& element, Membership& meant) {
+// That of a dropped attribute is as it was probably meant; nothing when that cannot be told.
+std::optional<Membership> MembershipOf(const EntityModel& entity, size_t index) {
   static const std::map<std::string, Group> kGroups = {{"status_writable", MorvixProtocolTypeStatusWritable_4_0},
                                                        {"status_readonly", MorvixProtocolTypeStatusReadonly_4_0},
                                                        {"alert", MorvixProtocolTypeAlert_4_0},
                                                        {"fault", MorvixProtocolTypeFault_4_0}};
-  if (!element.json->isObject()) return false;
+  if (const Field* kept = entity.Read(index)) {
+    const Attribute& attribute = *kept->attribute;
+    return Membership{attribute.type, IsBitPacked(attribute), NeededBytes(attribute.position)};
+  }
+  const Element& element = entity.Elements()[index];
+  if (!element.json->isObject()) return std::nullopt;
   const Json::Value& json = *element.json;
   const Json::Value& place = json["position"];
-  const auto group = kGroups.find(MeantKeyword("type", json["type"]));
-  meant.type = group == kGroups.end() ? element.group : group->second;
+  const auto meant = kGroups.find(MeantKeyword("type", json["type"]));
+  const Group type = meant == kGroups.end() ? element.group : meant->second;
   const std::string dataType = MeantKeyword("data_type", json["data_type"]);
-  meant.isBitPacked = element.dataType == MorvixProtocolDataTypeBool_4_0 ||
-                      element.dataType == MorvixProtocolDataTypeEnum_4_0 || dataType == "bool" || dataType == "enum";
+  const bool isBitPacked = element.dataType == MorvixProtocolDataTypeBool_4_0 ||
+                           element.dataType == MorvixProtocolDataTypeEnum_4_0 || dataType == "bool" ||
+                           dataType == "enum";
   Position position;
-  const bool isKnown = meant.type != MorvixProtocolTypeUnknown_4_0 &&
+  const bool isKnown = type != MorvixProtocolTypeUnknown_4_0 &&
                        (element.dataType != MorvixProtocolDataTypeUnknown_4_0 || !dataType.empty()) &&
                        place.isObject() && place["unit"].isString() &&
                        ProtocolGetAttrInteger_4_0(place, "byte_offset", position.byte_offset) &&
                        ProtocolGetAttrInteger_4_0(place, "bit_offset", position.bit_offset) &&
                        ProtocolGetAttrInteger_4_0(place, "len", position.len);
-  meant.needed = NeededBytes(position);
-  return isKnown;
+  return isKnown ? std::optional(Membership{type, isBitPacked, NeededBytes(position)}) : std::nullopt;
 }
 
 }  // namespace
@@ -278,34 +239,30 @@ std::map<size_t, std::string> EffectsOnGroups(const EntityModel& entity) {
   std::map<size_t, std::string> effects;
   std::vector<const Field*> run;  // what was kept of the run so far
   size_t lost = kNoElement;       // a dropped attribute that would be its last one so far
-  Membership last;
+  std::optional<Membership> last;
   const auto endRun = [&] {
     std::vector<std::string> moved;
     size_t size = 0;
     for (const Field* member : run) {
-      if (!IsInBits(*member->attribute)) continue;
+      if (lost == kNoElement || !IsInBits(*member->attribute)) continue;
       size = member->attribute->position.groupByteLength;
-      if (size != last.needed) moved.push_back(entity.Label(member->element));
+      if (size != last->needed) moved.push_back(entity.Label(member->element));
     }
-    if (lost != kNoElement && !moved.empty()) {
+    if (!moved.empty()) {
       effects[lost] =
-          fmt::format("its group has {}, which moves {}", SizesText(size, last.needed), Listed(moved, moved.size()));
+          fmt::format("its group has {}, which moves {}", SizesText(size, last->needed), Listed(moved, moved.size()));
     }
     run.clear();
     lost = kNoElement;
   };
   for (size_t i = 0; i < entity.Elements().size(); ++i) {
-    const Field* kept = entity.Read(i);
-    Membership next;
-    if (kept != nullptr) {
-      const Attribute& attribute = *kept->attribute;
-      next = {attribute.type, IsBitPacked(attribute), NeededBytes(attribute.position)};
-    } else if (!ReadMeant(entity.Elements()[i], next)) {
-      continue;
-    }
-    if (!next.isBitPacked || next.type != last.type || !last.isBitPacked) endRun();
+    const std::optional<Membership> next = MembershipOf(entity, i);
+    if (!next) continue;
+    const bool isContinued = last && last->isBitPacked && next->isBitPacked && last->type == next->type;
+    if (!isContinued) endRun();
     last = next;
-    if (!next.isBitPacked) continue;
+    if (!next->isBitPacked) continue;
+    const Field* kept = entity.Read(i);
     lost = kept == nullptr ? i : kNoElement;
     if (kept != nullptr) run.push_back(kept);
   }

@@ -14,28 +14,17 @@ namespace morvix::inspect {
 
 namespace {
 
-void LintRepeated(const json::Document& document, Findings& findings) {
-  for (const json::RepeatedMember& member : json::FindRepeatedMembers(document.Text())) {
-    findings.Add({&rules::kRepeatedMember, member.offset, member.pointer, Quoted(member.name) + " stands here again",
-                  "the earlier value is ignored", "remove one of the two"});
-  }
-}
-
-void AddUnusableEntity(const Json::Value& entity, const std::string& pointer, const EntityFault& fault,
-                       Findings& findings) {
-  Spot spot{&entity, pointer};
+void AddUnusableEntity(const Spot& entity, const EntityFault& fault, Findings& findings) {
   std::string message = "the entity is not an object";
   std::string fix = "make it an object, or remove it";
   if (!fault.member.empty()) {
-    const bool isMissing = !entity.isMember(fault.member);
-    if (!isMissing) spot = {&entity[fault.member], pointer + "/" + fault.member};
     const char* needed = fault.member == "id" ? "an integer" : fault.member == "attrs" ? "an array" : "a string";
-    message = fmt::format("the entity is unusable: {} is {}{}", Quoted(fault.member), isMissing ? "missing" : "not ",
-                          isMissing ? "" : needed);
+    const std::string problem = entity.value->isMember(fault.member) ? std::string("not ") + needed : "missing";
+    message = fmt::format("the entity is unusable: {} is {}", Quoted(fault.member), problem);
     fix = fmt::format("give {} as {}", Quoted(fault.member), needed);
   }
   findings.Add(
-      rules::kEntityUnusable, spot, message,
+      rules::kEntityUnusable, entity.Member(fault.member), message,
       fmt::format("every encode and decode of it logs \"{}\" and \"Get entity info failed.\", and does nothing",
                   fault.line),
       fix);
@@ -50,18 +39,18 @@ struct KnownEntities {
 void LintEntityNames(const EntityModel& entity, KnownEntities& known, Findings& findings) {
   const std::string& name = entity.Info().name;
   const int32_t id = entity.Info().id;
-  const Spot spot{&entity.Json()["name"], entity.Pointer() + "/name"};
-  const auto sameName = known.names.emplace(name, entity.Pointer());
-  if (!sameName.second) {
+  const Spot spot = entity.At().Member("name");
+  const auto [sameName, isNewName] = known.names.emplace(name, entity.At().pointer);
+  if (!isNewName) {
     findings.Add(rules::kDuplicateEntity, spot,
-                 fmt::format("the entity at {} is called {} as well", sameName.first->second, Quoted(name)),
+                 fmt::format("the entity at {} is called {} as well", sameName->second, Quoted(name)),
                  "their values share one object in all documents; where names are equal, the later value wins",
                  "give each entity its own name");
   }
-  const auto sameId = known.ids.emplace(id, entity.Pointer());
-  if (!sameId.second) {
-    findings.Add(rules::kDuplicateId, {&entity.Json()["id"], entity.Pointer() + "/id"},
-                 fmt::format("the entity at {} has the id {} as well", sameId.first->second, id),
+  const auto [sameId, isNewId] = known.ids.emplace(id, entity.At().pointer);
+  if (!isNewId) {
+    findings.Add(rules::kDuplicateId, entity.At().Member("id"),
+                 fmt::format("the entity at {} has the id {} as well", sameId->second, id),
                  "none: the id is not looked at", "give each entity its own id");
   }
   if (name == "version") {
@@ -75,45 +64,40 @@ void LintEntityNames(const EntityModel& entity, KnownEntities& known, Findings& 
   }
 }
 
-void LintUsableEntity(const EntityModel& entity, const LintChoices& choices, Findings& findings) {
+void LintUsableEntity(const EntityModel& entity, bool withRoundtrip, Findings& findings) {
   LintDropped(entity, findings);
-  const bool isEmpty = entity.Reading().fields.empty() && entity.Writing().fields.empty();
-  if (isEmpty && !entity.IsThrowing()) {
-    findings.Add(rules::kNoAttributes, {&entity.Json()["attrs"], entity.Pointer() + "/attrs"},
+  if (entity.Fields().empty() && !entity.IsThrowing()) {
+    findings.Add(rules::kNoAttributes, entity.At().Member("attrs"),
                  "the entity " + Quoted(entity.Info().name) + " has no usable attribute",
                  "encoding logs \"No data will encode.\", decoding gives nothing",
                  "add attributes, or remove the entity");
   }
-  LintNames(entity, findings);
-  LintFields(entity, findings);
-  LintOverlaps(entity, findings);
-  LintGroups(entity, findings);
-  LintNumbers(entity, findings);
-  LintEnums(entity, findings);
-  LintAlerts(entity, findings);
-  if (choices.roundtrip) LintRoundtrip(entity, findings);
+  for (const auto lint : {LintNames, LintFields, LintOverlaps, LintGroups, LintNumbers, LintEnums, LintAlerts}) {
+    lint(entity, findings);
+  }
+  if (withRoundtrip) LintRoundtrip(entity, findings);
 }
 
 void LintEntities(const json::Document& document, const LintChoices& choices, Findings& findings) {
   const Json::Value* chosen = choices.entity.empty() ? nullptr : &ChooseEntity(document, choices.entity);
-  const Json::Value& entities = document.Root()["entities"];
-  if (entities.empty()) {
-    findings.Add(rules::kNoEntities, {&entities, "/entities"}, "there is no entity",
-                 "nothing can be encoded or decoded", "add an entity");
+  const Spot entities = Spot{&document.Root(), ""}.Member("entities");
+  if (entities.value->empty()) {
+    findings.Add(rules::kNoEntities, entities, "there is no entity", "nothing can be encoded or decoded",
+                 "add an entity");
   }
   KnownEntities known;
-  for (Json::ArrayIndex i = 0; i < entities.size(); ++i) {
-    if (chosen != nullptr && chosen != &entities[i]) continue;
-    const std::string pointer = fmt::format("/entities/{}", i);
+  for (Json::ArrayIndex i = 0; i < entities.value->size(); ++i) {
+    const Spot spot = entities.Item(i);
+    if (chosen != nullptr && chosen != spot.value) continue;
+    LintEntityMembers(spot, findings);
     EntityFault fault;
-    const std::optional<EntityModel> entity = EntityModel::Parse(entities[i], pointer, fault);
+    const std::optional<EntityModel> entity = EntityModel::Parse(*spot.value, spot.pointer, fault);
     if (entity) {
-      LintMembers(*entity, findings);
+      LintAttributeMembers(*entity, findings);
       LintEntityNames(*entity, known, findings);
-      LintUsableEntity(*entity, choices, findings);
+      LintUsableEntity(*entity, choices.roundtrip, findings);
     } else {
-      LintEntityMembers(entities[i], pointer, findings);
-      AddUnusableEntity(entities[i], pointer, fault, findings);
+      AddUnusableEntity(spot, fault, findings);
     }
   }
 }
@@ -121,17 +105,16 @@ void LintEntities(const json::Document& document, const LintChoices& choices, Fi
 void LintConfiguration(const json::Document& document, const LintChoices& choices, Findings& findings) {
   const Json::Value& root = document.Root();
   if (root.isObject() && root["entities"].isArray()) return LintEntities(document, choices, findings);
-  Spot spot{&root, ""};
   std::string message = "the configuration is not an object";
   std::string fix = "start with {\"entities\": [...]}";
   if (root.isObject()) {
     const bool isMissing = !root.isMember("entities");
-    if (!isMissing) spot = {&root["entities"], "/entities"};
     message = isMissing ? "the configuration has no 'entities'" : "'entities' is not an array";
     const std::string similar = isMissing ? SimilarName("entities", root.getMemberNames()) : "";
     fix = similar.empty() ? "list the entities in an array 'entities'" : "rename " + Quoted(similar) + " to 'entities'";
   }
-  findings.Add(rules::kNoConfiguration, spot, message, "nothing can be encoded or decoded", fix);
+  findings.Add(rules::kNoConfiguration, Spot{&root, ""}.Member("entities"), message,
+               "nothing can be encoded or decoded", fix);
 }
 
 }  // namespace
@@ -142,14 +125,17 @@ std::vector<Finding> Lint(const std::string& name, const std::string& text, Seve
   Findings findings(LintRules(), least);
   json::SyntaxError error;
   const std::optional<json::Document> document = json::Document::Read(name, text, error);
-  if (document) {
-    LintRepeated(*document, findings);
-    LintConfiguration(*document, choices, findings);
-  } else {
+  if (!document) {
     findings.Add({&rules::kJsonSyntax, json::OffsetOf(text, error.place), "",
                   "not JSON: " + Escaped(error.message.substr(0, kMaxError)), "the configuration cannot be loaded",
                   "correct the JSON"});
+    return findings.Sorted();
   }
+  for (const json::RepeatedMember& member : json::FindRepeatedMembers(text)) {
+    findings.Add({&rules::kRepeatedMember, member.offset, member.pointer, Quoted(member.name) + " stands here again",
+                  "the earlier value is ignored", "remove one of the two"});
+  }
+  LintConfiguration(*document, choices, findings);
   return findings.Sorted();
 }
 

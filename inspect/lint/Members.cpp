@@ -5,9 +5,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <optional>
+#include <utility>
 
 #include "inspect/lint/Checks.h"
 #include "inspect/lint/Rules.h"
@@ -21,8 +22,7 @@ namespace {
 
 void LintUnknown(const Spot& object, const Names& known, const char* kind, Findings& findings) {
   if (!object.value->isObject()) return;
-  for (auto it = object.value->begin(); it != object.value->end(); ++it) {
-    const std::string name = it.name();
+  for (const std::string& name : object.value->getMemberNames()) {
     if (Contains(known, name)) continue;
     const std::string similar = SimilarName(name, known);
     std::string fix = "remove it";
@@ -34,62 +34,51 @@ void LintUnknown(const Spot& object, const Names& known, const char* kind, Findi
     } else if (Contains(ScalingMembers(), name)) {
       fix = "move it into 'uint_spec'";
     }
-    findings.Add(rules::kUnknownMember, {&*it, object.pointer + json::PointerToken(name)},
-                 fmt::format("{} has no member {}", kind, Quoted(name)), "it is ignored", fix);
+    findings.Add(rules::kUnknownMember, object.Member(name), fmt::format("{} has no member {}", kind, Quoted(name)),
+                 "it is ignored", fix);
   }
 }
 
-// What a text says that is plainly one number; false for other texts.
-bool PlainNumber(const std::string& text, double& number) {
-  const char* begin = text.c_str();
+// The number as a human reads it; nothing where a human would not read one.
+std::optional<double> WrittenNumber(const Json::Value& value) {
+  if (value.isNumeric() && !value.isBool()) return value.asDouble();
+  if (!value.isString()) return std::nullopt;
+  const std::string text = value.asString();
   char* end = nullptr;
-  number = std::strtod(begin, &end);
-  if (end == begin) return false;
-  while (std::isspace(static_cast<unsigned char>(*end)) != 0) ++end;
-  return end == begin + text.size();
+  const double number = std::strtod(text.c_str(), &end);
+  const bool isNumber =
+      end != text.c_str() && std::all_of(static_cast<const char*>(end), text.c_str() + text.size(), IsBlank);
+  return isNumber ? std::optional<double>(number) : std::nullopt;
 }
 
-// The number as a human reads it; false when a human would not read one.
-bool WrittenNumber(const Json::Value& value, double& number) {
-  if (value.isString()) return PlainNumber(value.asString(), number);
-  if (!value.isNumeric() || value.isBool()) return false;
-  number = value.asDouble();
-  return true;
-}
-
-// How the module reads a member; false when it does not take it.
-bool ReadNumber(const Json::Value& object, const std::string& member, double& number, std::string& text) {
-  const char* key = member.c_str();
-  int32_t integer = 0;
+// How the module reads a member, also as a string; nothing when it does not take it.
+std::optional<std::pair<double, std::string>> ReadNumber(const Json::Value& object, const std::string& member) {
+  double factor = 0;
   int64_t limit = 0;
+  int32_t integer = 0;
   if (member == "ratio" || member == "addition") {
-    number = 0;
-    if (!ProtocolGetAttrDouble_4_0(object, key, number)) return false;
-    text = ShortestText(number);
-  } else if (member == "min" || member == "max") {
-    if (object[member].isArray() || object[member].isObject()) return false;
-    if (!ProtocolGetAttrInteger64_4_0(object, key, limit)) return false;
-    number = static_cast<double>(limit);
-    text = std::to_string(limit);
-  } else {
-    if (!ProtocolGetAttrInteger_4_0(object, key, integer)) return false;
-    number = integer;
-    text = std::to_string(integer);
+    if (!ProtocolGetAttrDouble_4_0(object, member.c_str(), factor)) return std::nullopt;
+    return {{factor, ShortestText(factor)}};
   }
-  return true;
+  if (member == "min" || member == "max") {
+    const bool isThrowing = object[member].isArray() || object[member].isObject();
+    if (isThrowing || !ProtocolGetAttrInteger64_4_0(object, member.c_str(), limit)) return std::nullopt;
+    return {{static_cast<double>(limit), std::to_string(limit)}};
+  }
+  if (!ProtocolGetAttrInteger_4_0(object, member.c_str(), integer)) return std::nullopt;
+  return {{integer, std::to_string(integer)}};
 }
 
 void LintMisread(const Spot& object, const Names& numbers, Findings& findings) {
   for (const std::string& member : numbers) {
     if (!object.value->isObject() || !object.value->isMember(member)) continue;
     const Json::Value& value = (*object.value)[member];
-    double written = 0;
-    double read = 0;
-    std::string text;
-    if (!ReadNumber(*object.value, member, read, text)) continue;
-    const bool isWritten = WrittenNumber(value, written);
-    if (isWritten && (written == read || (std::isnan(written) && std::isnan(read)))) continue;
-    findings.Add(rules::kMisreadNumber, {&value, object.pointer + json::PointerToken(member)},
+    const auto read = ReadNumber(*object.value, member);
+    const auto written = WrittenNumber(value);
+    if (!read) continue;
+    const auto& [number, text] = *read;
+    if (written && (*written == number || (std::isnan(*written) && std::isnan(number)))) continue;
+    findings.Add(rules::kMisreadNumber, object.Member(member),
                  fmt::format("{} is {}, which is read as {}", Quoted(member), Described(value), text),
                  fmt::format("the number {} is used", text), "write the number that is meant, as a plain JSON number");
   }
@@ -109,29 +98,6 @@ void LintUnused(const EntityModel& entity, size_t index, Findings& findings) {
   if (element.dataType != MorvixProtocolDataTypeEnum_4_0) add("enum");
 }
 
-void LintAttributeMembers(const EntityModel& entity, size_t index, Findings& findings) {
-  const Spot attribute = entity.At(index);
-  LintUnknown(attribute, AttributeMembers(), "an attribute", findings);
-  LintMisread(attribute, {"id"}, findings);
-  LintUnused(entity, index, findings);
-  const Json::Value& position = (*attribute.value)["position"];
-  const Json::Value& uintSpec = (*attribute.value)["uint_spec"];
-  if (position.isObject()) {
-    const Spot spot{&position, attribute.pointer + "/position"};
-    LintUnknown(spot, PositionMembers(), "a position", findings);
-    LintMisread(spot, {"byte_offset", "bit_offset", "len"}, findings);
-    if (position["unit"].isString() && *position["unit"].asCString() == '\0') {
-      findings.Add(rules::kEmptyUnit, entity.At(index, {"position", "unit"}),
-                   entity.Label(index) + " has an empty unit", "it counts as 'byte'", "write 'byte'");
-    }
-  }
-  if (uintSpec.isObject() && ProtocolDataTypeIsUInt(entity.Elements()[index].dataType)) {
-    const Spot spot{&uintSpec, attribute.pointer + "/uint_spec"};
-    LintUnknown(spot, ScalingMembers(), "a uint_spec", findings);
-    LintMisread(spot, ScalingMembers(), findings);
-  }
-}
-
 }  // namespace
 
 const Names& AttributeMembers() {
@@ -148,10 +114,6 @@ const Names& PositionMembers() {
 const Names& ScalingMembers() {
   static const Names names = {"min", "max", "ratio", "addition"};
   return names;
-}
-
-bool Contains(const Names& names, const std::string& name) {
-  return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 std::string Described(const Json::Value& value) {
@@ -176,16 +138,31 @@ std::string Described(const Json::Value& value) {
   }
 }
 
-void LintEntityMembers(const Json::Value& entity, const std::string& pointer, Findings& findings) {
-  static const Names kEntityMembers = {"id", "name", "display_name", "attrs"};
-  LintUnknown({&entity, pointer}, kEntityMembers, "an entity", findings);
-  LintMisread({&entity, pointer}, {"id"}, findings);
+void LintEntityMembers(const Spot& entity, Findings& findings) {
+  LintUnknown(entity, {"id", "name", "display_name", "attrs"}, "an entity", findings);
+  LintMisread(entity, {"id"}, findings);
 }
 
-void LintMembers(const EntityModel& entity, Findings& findings) {
-  LintEntityMembers(entity.Json(), entity.Pointer(), findings);
+void LintAttributeMembers(const EntityModel& entity, Findings& findings) {
   for (size_t i = 0; i < entity.Elements().size(); ++i) {
-    if (entity.Elements()[i].json->isObject()) LintAttributeMembers(entity, i, findings);
+    const Spot attribute = entity.At(i);
+    if (!attribute.value->isObject()) continue;
+    LintUnknown(attribute, AttributeMembers(), "an attribute", findings);
+    LintMisread(attribute, {"id"}, findings);
+    LintUnused(entity, i, findings);
+    const Json::Value& position = (*attribute.value)["position"];
+    if (position.isObject()) {
+      LintUnknown(attribute.Member("position"), PositionMembers(), "a position", findings);
+      LintMisread(attribute.Member("position"), {"byte_offset", "bit_offset", "len"}, findings);
+      if (position["unit"].isString() && *position["unit"].asCString() == '\0') {
+        findings.Add(rules::kEmptyUnit, entity.At(i, {"position", "unit"}), entity.Label(i) + " has an empty unit",
+                     "it counts as 'byte'", "write 'byte'");
+      }
+    }
+    if ((*attribute.value)["uint_spec"].isObject() && ProtocolDataTypeIsUInt(entity.Elements()[i].dataType)) {
+      LintUnknown(attribute.Member("uint_spec"), ScalingMembers(), "a uint_spec", findings);
+      LintMisread(attribute.Member("uint_spec"), ScalingMembers(), findings);
+    }
   }
 }
 

@@ -16,8 +16,6 @@ const Names& AttributeMembers();
 const Names& PositionMembers();
 const Names& ScalingMembers();
 
-bool Contains(const Names& names, const std::string& name);
-
 // "null", "the number 5", "the text 'x'", "an empty array" ...
 std::string Described(const Json::Value& value);
 

@@ -12,62 +12,21 @@ namespace morvix::inspect {
 
 namespace {
 
-// The first attribute with each name, id or key.
+// The first attribute with each name, key or id.
 template <typename Name>
-class FirstWith {
- public:
-  // The earlier attribute; null when this is the first.
-  const Field* Add(const Name& name, const Field& field) {
-    const auto [first, isNew] = firsts_.emplace(name, &field);
-    return isNew ? nullptr : first->second;
-  }
+using Firsts = std::unordered_map<Name, const Field*>;
 
- private:
-  std::unordered_map<Name, const Field*> firsts_;
-};
+// The earlier attribute with this name; null when this is the first.
+template <typename Name>
+const Field* Add(Firsts<Name>& firsts, const Name& name, const Field& field) {
+  const auto [first, isNew] = firsts.emplace(name, &field);
+  return isNew ? nullptr : first->second;
+}
 
 std::string LabelOf(const EntityModel& entity, const Field& field) {
   return fmt::format("{} ({}, attribute {})", entity.Label(field.element), GroupName(field.attribute->type),
                      field.element);
 }
-
-// The attributes so far by name. Equal names matter among those that encoding takes, and among the states that decoding
-// does.
-class NamesSoFar {
- public:
-  explicit NamesSoFar(const EntityModel& entity) : entity_(entity) {}
-
-  void Add(const Field& field, Findings& findings) {
-    const Attribute& attribute = *field.attribute;
-    const bool isWritten = entity_.Written(field.element) != nullptr;
-    const bool isRead = entity_.Read(field.element) != nullptr && !IsAlertOrFault(attribute);
-    const Field* written = isWritten ? written_.Add(attribute.name, field) : nullptr;
-    const Field* read = isRead ? read_.Add(attribute.name, field) : nullptr;
-    const Field* any = any_.Add(attribute.name, field);
-    const Field* same = written != nullptr ? written : read != nullptr ? read : any;
-    if (same == nullptr) return;
-    const Spot spot = entity_.At(field.element, {"name"});
-    const std::string message =
-        fmt::format("{} has the name {} as well", LabelOf(entity_, *same), Quoted(attribute.name));
-    const char* fix = "give each attribute its own name";
-    std::string effect = written != nullptr ? "one value in a document is written to both" : "";
-    if (read != nullptr) {
-      effect += std::string(effect.empty() ? "" : "; ") + "the decoded document holds the later one only";
-    }
-    if (!effect.empty()) return findings.Add(rules::kDuplicateName, spot, message, effect, fix);
-    const bool isByDisplayName = IsAlertOrFault(attribute) || IsAlertOrFault(*same->attribute);
-    findings.Add(rules::kSharedName, spot, message,
-                 isByDisplayName ? "none: alerts and faults go by their display names"
-                                 : "none: one is only written, the other only read",
-                 fix);
-  }
-
- private:
-  const EntityModel& entity_;
-  FirstWith<std::string> written_;
-  FirstWith<std::string> read_;
-  FirstWith<std::string> any_;
-};
 
 void LintName(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& attribute = *field.attribute;
@@ -87,12 +46,37 @@ void LintName(const EntityModel& entity, const Field& field, Findings& findings)
   }
 }
 
-void LintKey(const EntityModel& entity, const Field& field, const Field& same, Findings& findings) {
-  if (!IsAlertOrFault(*field.attribute) && !IsAlertOrFault(*same.attribute)) return;  // two equal names
-  findings.Add(rules::kKeyCollision,
-               entity.At(field.element, {IsAlertOrFault(*field.attribute) ? "display_name" : "name"}),
+// Earlier attributes of the same name: of those that are written, of the states that are read, and of all.
+struct SameName {
+  const Field* written;
+  const Field* read;
+  const Field* any;
+};
+
+void LintSameName(const EntityModel& entity, const Field& field, const SameName& same, Findings& findings) {
+  const Field* other = same.written != nullptr ? same.written : same.read != nullptr ? same.read : same.any;
+  if (other == nullptr) return;
+  std::vector<std::string> effects;
+  if (same.written != nullptr) effects.emplace_back("one value in a document is written to both");
+  if (same.read != nullptr) effects.emplace_back("the decoded document holds the later one only");
+  const Rule& rule = effects.empty() ? rules::kSharedName : rules::kDuplicateName;
+  if (effects.empty()) {
+    const bool isByDisplayName = IsAlertOrFault(*field.attribute) || IsAlertOrFault(*other->attribute);
+    effects.emplace_back(isByDisplayName ? "none: alerts and faults go by their display names"
+                                         : "none: one is only written, the other only read");
+  }
+  findings.Add(rule, entity.At(field.element, {"name"}),
+               fmt::format("{} has the name {} as well", LabelOf(entity, *other), Quoted(field.attribute->name)),
+               fmt::format("{}", fmt::join(effects, "; ")), "give each attribute its own name");
+}
+
+// `same` is an earlier attribute with the same key in the decoded document, or null.
+void LintKey(const EntityModel& entity, const Field& field, const Field* same, Findings& findings) {
+  const bool isByDisplayName = IsAlertOrFault(*field.attribute);
+  if (same == nullptr || (!isByDisplayName && !IsAlertOrFault(*same->attribute))) return;  // or two equal names
+  findings.Add(rules::kKeyCollision, entity.At(field.element, {isByDisplayName ? "display_name" : "name"}),
                fmt::format("{} and {} are both {} in the decoded document", LabelOf(entity, field),
-                           LabelOf(entity, same), Quoted(DocumentKey(*field.attribute))),
+                           LabelOf(entity, *same), Quoted(DocumentKey(*field.attribute))),
                "the later one replaces the earlier one, which the application never sees",
                "give each alert and fault a display name that is neither another's nor the name of an attribute");
 }
@@ -100,21 +84,26 @@ void LintKey(const EntityModel& entity, const Field& field, const Field& same, F
 }  // namespace
 
 void LintNames(const EntityModel& entity, Findings& findings) {
-  NamesSoFar names(entity);
-  FirstWith<std::string> keys;
-  FirstWith<int32_t> ids;
+  Firsts<std::string> writtenNames;
+  Firsts<std::string> readNames;
+  Firsts<std::string> names;
+  Firsts<std::string> keys;
+  Firsts<int32_t> ids;
   for (const Field* field : entity.Fields()) {
-    LintName(entity, *field, findings);
-    names.Add(*field, findings);
+    const Attribute& attribute = *field->attribute;
+    const bool isWritten = entity.Written(field->element) != nullptr;
     const bool isRead = entity.Read(field->element) != nullptr;
-    const Field* sameKey = isRead ? keys.Add(DocumentKey(*field->attribute), *field) : nullptr;
-    if (sameKey != nullptr) LintKey(entity, *field, *sameKey, findings);
-    const int32_t id = field->attribute->id;
-    if (const Field* sameId = ids.Add(id, *field)) {
-      findings.Add(rules::kDuplicateId, entity.At(field->element, {"id"}),
-                   fmt::format("{} has the id {} as well", LabelOf(entity, *sameId), id),
-                   "none: the id is not looked at", "give each attribute its own id");
-    }
+    LintName(entity, *field, findings);
+    const SameName same = {isWritten ? Add(writtenNames, attribute.name, *field) : nullptr,
+                           isRead && !IsAlertOrFault(attribute) ? Add(readNames, attribute.name, *field) : nullptr,
+                           Add(names, attribute.name, *field)};
+    LintSameName(entity, *field, same, findings);
+    LintKey(entity, *field, isRead ? Add(keys, DocumentKey(attribute), *field) : nullptr, findings);
+    const Field* sameId = Add(ids, attribute.id, *field);
+    if (sameId == nullptr) continue;
+    findings.Add(rules::kDuplicateId, entity.At(field->element, {"id"}),
+                 fmt::format("{} has the id {} as well", LabelOf(entity, *sameId), attribute.id),
+                 "none: the id is not looked at", "give each attribute its own id");
   }
 }
 

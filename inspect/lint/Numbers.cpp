@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <optional>
 #include <set>
 
 #include "inspect/lint/Checks.h"
@@ -18,24 +19,21 @@ namespace {
 
 // ---- Width ----
 
-size_t BytesOfType(DataType dataType) { return size_t{1} << (dataType - MorvixProtocolDataTypeUInt8_4_0); }
-
-// Whether the width of the field counts: it is in bytes, and the module uses it.
+// A field whose unit or length is wrong has no width.
 bool HasWidth(const Attribute& number) {
   return !IsInBits(number) && number.position.len >= 1 && number.position.len <= 8;
 }
 
 void LintTypeWidth(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& number = *field.attribute;
-  if (!HasWidth(number)) return;
-  const auto bytes = static_cast<size_t>(number.position.len);
-  const size_t typeBytes = BytesOfType(number.data_type);
-  if (bytes == typeBytes) return;
+  const int32_t bytes = number.position.len;
+  const int32_t typeBytes = 1 << (number.data_type - MorvixProtocolDataTypeUInt8_4_0);
+  if (!HasWidth(number) || bytes == typeBytes) return;
+  const std::string size = Count(static_cast<uint64_t>(bytes), "byte");
   findings.Add(bytes < typeBytes ? rules::kNarrowerThanType : rules::kWiderThanType,
                entity.At(field.element, {"position", "len"}),
-               fmt::format("{} is a {} in {}", entity.Label(field.element), DataTypeName(number.data_type),
-                           Count(bytes, "byte")),
-               fmt::format("'len' alone decides: {} of the payload", Count(bytes, "byte")),
+               fmt::format("{} is a {} in {}", entity.Label(field.element), DataTypeName(number.data_type), size),
+               fmt::format("'len' alone decides: {} of the payload", size),
                fmt::format("set 'len' to {}, if the device's type is the one that counts", typeBytes));
 }
 
@@ -43,8 +41,8 @@ void LintTypeWidth(const EntityModel& entity, const Field& field, Findings& find
 void LintMaxWidth(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& number = *field.attribute;
   if (!HasWidth(number)) return;
-  const auto bytes = static_cast<size_t>(number.position.len);
-  const uint64_t full = bytes == 8 ? UINT64_MAX : (uint64_t{1} << 8 * bytes) - 1;
+  const auto bytes = static_cast<uint64_t>(number.position.len);
+  const uint64_t full = BitRange{0, 8 * bytes}.MaxValue();
   const auto max = static_cast<uint64_t>(number.uint_spec.max);
   if (max <= full) return;
   std::string effect = fmt::format("the highest part is silently lost: raw {} becomes raw {}", max, max & full);
@@ -74,31 +72,33 @@ bool IsCarried(const EntityModel& entity, const Attribute& number) {
   return IsWritable(number) && entity.Writing().payloadBytes != 0;
 }
 
+// What a write that carries a refused number does; nothing for one that no write carries.
+std::string RefusedWriteText(const EntityModel& entity, const Attribute& number) {
+  if (!IsCarried(entity, number)) return "";
+  return fmt::format("; every write that carries it ends with {} and sends nothing", kRefusal);
+}
+
 void LintUnusableScaling(const EntityModel& entity, const Field& field, Findings& findings) {
-  const Attribute& number = *field.attribute;
-  const Scaling& scaling = number.uint_spec;
-  std::string effect = "no decode shows it";
-  if (IsCarried(entity, number)) {
-    effect += fmt::format("; every write that carries it ends with {} and sends nothing", kRefusal);
-  }
-  const auto add = [&](const Rule& rule, const char* member, const std::string& message, const char* fix) {
+  const Scaling& scaling = field.attribute->uint_spec;
+  const auto add = [&](const Rule& rule, const char* member, const std::string& limits, const char* fix) {
     findings.Add(rule, entity.At(field.element, {"uint_spec", member}),
-                 fmt::format("{} has {}", entity.Label(field.element), message), effect, fix);
+                 fmt::format("{} has the {}", entity.Label(field.element), limits),
+                 "no decode shows it" + RefusedWriteText(entity, *field.attribute), fix);
   };
-  if (scaling.min < 0 || scaling.max < 0) {
-    const bool isMin = scaling.min < 0;
-    return add(rules::kNegativeLimit, isMin ? "min" : "max",
-               fmt::format("the {} {}", isMin ? "min" : "max", isMin ? scaling.min : scaling.max),
-               "limits are raw values, which are never negative; use a negative 'addition' for negative user values");
+  constexpr char kRaw[] =
+      "limits are raw values, which are never negative; use a negative 'addition' for negative user values";
+  if (scaling.min < 0) {
+    add(rules::kNegativeLimit, "min", fmt::format("min {}", scaling.min), kRaw);
+  } else if (scaling.max < 0) {
+    add(rules::kNegativeLimit, "max", fmt::format("max {}", scaling.max), kRaw);
+  } else if (scaling.max >= int64_t{1} << 52) {
+    add(rules::kMaxTooLarge, "max", fmt::format("max {}", scaling.max), "a max is at most 4503599627370495");
+  } else if (scaling.min > scaling.max) {
+    add(rules::kMinAboveMax, "min", fmt::format("min {} above the max {}", scaling.min, scaling.max),
+        "exchange the two");
+  } else {
+    add(rules::kEmptyRange, "max", fmt::format("min and max {}", scaling.min), "a max is above its min");
   }
-  if (scaling.max >= int64_t{1} << 52) {
-    return add(rules::kMaxTooLarge, "max", fmt::format("the max {}", scaling.max), "a max is at most 4503599627370495");
-  }
-  if (scaling.min > scaling.max) {
-    return add(rules::kMinAboveMax, "min", fmt::format("the min {} above the max {}", scaling.min, scaling.max),
-               "exchange the two");
-  }
-  add(rules::kEmptyRange, "max", fmt::format("the min and max {}", scaling.min), "a max is above its min");
 }
 
 // True when the ratio and addition make numbers of raw values.
@@ -106,25 +106,22 @@ bool LintFactors(const EntityModel& entity, const Field& field, Findings& findin
   const Attribute& number = *field.attribute;
   const Scaling& scaling = number.uint_spec;
   const std::string label = entity.Label(field.element);
-  const std::string text = UserText(number, static_cast<uint64_t>(scaling.max));
-  if (!std::isfinite(scaling.ratio) || !std::isfinite(scaling.addition)) {
-    const char* member = std::isfinite(scaling.ratio) ? "addition" : "ratio";
+  const std::string text = MaxText(number);
+  const bool isRatioFinite = std::isfinite(scaling.ratio);
+  if (!isRatioFinite || !std::isfinite(scaling.addition)) {
+    const char* member = isRatioFinite ? "addition" : "ratio";
     findings.Add(rules::kScalingNotFinite, entity.At(field.element, {"uint_spec", member}),
-                 fmt::format("{} has the {} {:f}", label, member,
-                             std::isfinite(scaling.ratio) ? scaling.addition : scaling.ratio),
+                 fmt::format("{} has the {} {:f}", label, member, isRatioFinite ? scaling.addition : scaling.ratio),
                  fmt::format("raw {} decodes as {}", scaling.max, Quoted(text)), "write a finite number");
     return false;
   }
   if (scaling.ratio != 0) return true;
   std::string effect = "every raw value decodes as " + Quoted(text);
-  if (IsCarried(entity, number)) {
-    const std::string exact = ShortestText(scaling.addition);
-    const std::string back = EncodeText(number, exact);
-    if (back == kRefusal) {
-      effect += fmt::format("; every write that carries it ends with {} and sends nothing", back);
-    } else {
-      effect += exact == text ? ", and no other value can be written" : ", and only " + exact + " can be written";
-    }
+  const std::string exact = ShortestText(scaling.addition);
+  if (EncodeText(number, exact) == kRefusal) {
+    effect += RefusedWriteText(entity, number);
+  } else if (IsCarried(entity, number)) {
+    effect += exact == text ? ", and no other value can be written" : ", and only " + exact + " can be written";
   }
   findings.Add(rules::kZeroRatio, entity.At(field.element, {"uint_spec", "ratio"}), label + " has the ratio 0", effect,
                "a ratio says how much one raw step is in user units");
@@ -135,10 +132,8 @@ std::set<uint64_t> SampleRaws(const Scaling& scaling) {
   const auto min = static_cast<uint64_t>(scaling.min);
   const auto max = static_cast<uint64_t>(scaling.max);
   const uint64_t middle = min + (max - min) / 2;
-  std::set<uint64_t> raws;
-  for (const uint64_t raw : {min, min + 1, min + 2, min + 3, middle, middle + 1, max - 1, max}) {
-    if (raw <= max) raws.insert(raw);
-  }
+  std::set<uint64_t> raws = {min, min + 1, min + 2, min + 3, middle, middle + 1, max - 1, max};
+  raws.erase(raws.upper_bound(max), raws.end());
   return raws;
 }
 
@@ -164,102 +159,97 @@ uint64_t LastBinade(const Scaling& scaling) {
 }
 
 // A raw value of a usable scaling whose text the encoder takes for another one, or refuses, since a double has 53 bits.
-// Looks at some thousands of values; false when it finds none.
-bool FindLostRaw(const Attribute& number, uint64_t& raw) {
+// Looks at some thousands of values.
+std::optional<uint64_t> FindLostRaw(const Attribute& number) {
   constexpr double kHarmless = 0.4;  // it takes half a raw step to come out at another one
   constexpr int kTries = 4096;
   constexpr int kMostTexts = 64;
   constexpr double kGolden = 0.6180339887498949;  // its multiples fill a range evenly
   const Scaling& scaling = number.uint_spec;
-  if (LargestError(scaling) < kHarmless) return false;
+  if (LargestError(scaling) < kHarmless) return std::nullopt;
   const auto max = static_cast<uint64_t>(scaling.max);
   int texts = 0;
   for (const uint64_t from : {LastBinade(scaling), static_cast<uint64_t>(scaling.min)}) {
     for (int i = 0; i < kTries && texts < kMostTexts; ++i) {
       const double part = i * kGolden - std::floor(i * kGolden);
-      raw = from + static_cast<uint64_t>(part * static_cast<double>(max - from));
+      const uint64_t raw = from + static_cast<uint64_t>(part * static_cast<double>(max - from));
       uint64_t back = 0;
       const double user = static_cast<double>(raw) * scaling.ratio + scaling.addition;
       if (ProtocolValueToRaw_4_0(number, user, back) && back == raw) continue;  // so does its text, nearly always
       const std::string text = UserText(number, raw);
-      if (!text.empty() && EncodeText(number, text) != std::to_string(raw)) return true;
+      if (!text.empty() && EncodeText(number, text) != std::to_string(raw)) return raw;
       ++texts;
     }
   }
-  return false;
+  return std::nullopt;
 }
 
 // What becomes of a raw value: its text and, when that is written, the raw value that it is taken for.
 struct Passage {
-  std::string text;
+  std::string text;  // empty where the decoder leaves the raw value out
   std::string back;
-  bool isRounded;  // by more than what six decimals leave of a number that they hold
-  bool isOff;      // by a part of a raw step that shows
-  bool isLost;     // taken for another one, or refused
+  bool isRounded = false;  // by more than what six decimals leave of a number that they hold
+  bool isOff = false;      // by a part of a raw step that shows
+  bool isLost = false;     // taken for another one, or refused
+  std::string effect;
 
-  // False when the decoder leaves the raw value out.
-  bool Follow(const Attribute& number, uint64_t raw) {
+  Passage(const Attribute& number, uint64_t raw)
+      : text(UserText(number, raw)), back(EncodeText(number, text)), isLost(back != std::to_string(raw)) {
     constexpr double kTolerated = 0.01;  // of one raw step
     constexpr double kPrinted = 1e-8;
-    text = UserText(number, raw);
-    if (text.empty()) return false;
     const double exact = static_cast<double>(raw) * number.uint_spec.ratio + number.uint_spec.addition;
     const double error = std::fabs(std::strtod(text.c_str(), nullptr) - exact);
     isRounded = error > std::max(kPrinted, std::fabs(exact) * 1e-14);
     isOff = error > kTolerated * std::fabs(number.uint_spec.ratio);
-    back = EncodeText(number, text);
-    isLost = back != std::to_string(raw);
-    return true;
-  }
-
-  std::string Effect(const Attribute& number, uint64_t raw) const {
-    std::string shown = fmt::format("raw {} decodes as {}", raw, Quoted(text));
-    if (!isLost || !IsWritable(number)) return shown;
-    return fmt::format("{}, which encodes as {}{}", shown, back == kRefusal ? "" : "raw ", back);
+    effect = fmt::format("raw {} decodes as {}", raw, Quoted(text));
+    if (isLost && IsWritable(number)) {
+      effect += fmt::format(", which encodes as {}{}", back == kRefusal ? "" : "raw ", back);
+    }
   }
 };
 
 // The first raw value whose text is not what it should be decides.
 void LintPrecision(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& number = *field.attribute;
-  const Spot spot = entity.At(field.element, {"uint_spec", "ratio"});
   const std::string label = entity.Label(field.element);
-  const std::string moreDigits = label + " has values with more digits than a double holds";
+  const std::string moreDigits = " has values with more digits than a double holds";
   const std::string fewerDigits =
       "lower the max, or choose a ratio and addition that make no value of more than 15 digits";
+  const auto add = [&](const Rule& rule, const char* member, const std::string& problem, const std::string& effect,
+                       const std::string& fix) {
+    findings.Add(rule, entity.At(field.element, {"uint_spec", member}), label + problem, effect, fix);
+  };
   std::string rounded;
   std::string lost;
-  Passage passage;
   for (const uint64_t raw : SampleRaws(number.uint_spec)) {
-    if (!passage.Follow(number, raw)) continue;
-    const std::string effect = passage.Effect(number, raw);
-    if (passage.text.size() >= 31 && passage.isOff) {
-      return findings.Add(rules::kNumberTextCut, spot, label + " has values of more than 31 characters", effect,
-                          "choose units in which the values are smaller");
+    const Passage passage(number, raw);
+    if (passage.text.empty()) continue;
+    if (passage.isOff && passage.text.size() >= 31) {
+      return add(rules::kNumberTextCut, "ratio", " has values of more than 31 characters", passage.effect,
+                 "choose units in which the values are smaller");
     }
     if (passage.isOff) {
-      return findings.Add(rules::kScalingTooFine, spot,
-                          label + " is scaled finer than the six decimals of a decoded value", effect,
-                          "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
+      return add(rules::kScalingTooFine, "ratio", " is scaled finer than the six decimals of a decoded value",
+                 passage.effect, "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
     }
     const bool isRoundedOut = passage.isLost && passage.isRounded && passage.back == kRefusal;
     if (isRoundedOut && IsWritable(number)) {
-      return findings.Add(rules::kScalingTooFine, entity.At(field.element, {"uint_spec", "addition"}),
-                          label + " has a value that six decimals round to one that is refused", effect,
-                          "choose an addition of at most six decimals");
+      return add(rules::kScalingTooFine, "addition", " has a value that six decimals round to one that is refused",
+                 passage.effect, "choose an addition of at most six decimals");
     }
-    if (passage.isLost && !isRoundedOut && lost.empty()) lost = effect;
-    if (passage.isRounded && rounded.empty()) rounded = effect;
+    if (passage.isLost && !isRoundedOut && lost.empty()) lost = passage.effect;
+    if (passage.isRounded && rounded.empty()) rounded = passage.effect;
   }
-  uint64_t raw = 0;
-  if (lost.empty() && FindLostRaw(number, raw) && passage.Follow(number, raw)) lost = passage.Effect(number, raw);
+  if (lost.empty()) {
+    if (const auto raw = FindLostRaw(number)) lost = Passage(number, *raw).effect;
+  }
   if (!lost.empty() && IsWritable(number)) {
-    findings.Add(rules::kScalingTooFine, spot, moreDigits, lost, fewerDigits);
+    add(rules::kScalingTooFine, "ratio", moreDigits, lost, fewerDigits);
   } else if (!lost.empty()) {
-    findings.Add(rules::kScalingRounded, spot, moreDigits, lost, fewerDigits + ", if the rest matters");
+    add(rules::kScalingRounded, "ratio", moreDigits, lost, fewerDigits + ", if the rest matters");
   } else if (!rounded.empty()) {
-    findings.Add(rules::kScalingRounded, spot, label + " has values of more than six decimals", rounded,
-                 "choose units in which six decimals do, if the rest matters");
+    add(rules::kScalingRounded, "ratio", " has values of more than six decimals", rounded,
+        "choose units in which six decimals do, if the rest matters");
   }
 }
 

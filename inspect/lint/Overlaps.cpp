@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
+#include <map>
 #include <set>
 
 #include "inspect/lint/Checks.h"
@@ -14,58 +16,60 @@ namespace morvix::inspect {
 
 namespace {
 
-std::vector<BitRange> RangesOf(const Direction& direction) {
+BitRange BitsOf(const Field& field) { return field.bits; }
+
+std::vector<BitRange> RangesOf(const Direction& direction, BitRange (*rangeOf)(const Field&)) {
   std::vector<BitRange> ranges;
-  ranges.reserve(direction.fields.size());
-  for (const Field& field : direction.fields) ranges.push_back(field.bits);
+  std::transform(direction.fields.begin(), direction.fields.end(), std::back_inserter(ranges), rangeOf);
   return ranges;
 }
 
-std::vector<std::string> LabelsOf(const EntityModel& entity, const Direction& direction,
-                                  const std::vector<size_t>& fields) {
+template <typename Indexes>
+std::vector<std::string> LabelsOf(const EntityModel& entity, const Direction& direction, const Indexes& fields) {
   std::vector<std::string> labels;
-  labels.reserve(fields.size());
   for (const size_t field : fields) labels.push_back(entity.Label(direction.fields[field].element));
   return labels;
 }
 
 // ---- Fields that overlap ----
 
-// For each field of a direction the earlier ones with which it shares bits.
-std::vector<FewFields> Overlapped(const Direction& direction) {
-  Coverage coverage(RangesOf(direction));
-  std::vector<FewFields> overlapped;
-  for (const Field& field : direction.fields) {
-    overlapped.push_back(field.bits.IsEmpty() ? FewFields() : coverage.Over(field.bits));
-    coverage.Lay(field.bits, field.flag);
-  }
-  return overlapped;
-}
-
-// One field of a direction and the earlier ones that it overlaps.
+// One field of a direction and the earlier ones with which it shares bits.
 struct Overlap {
-  const Direction& direction;
-  const Field& field;
-  const FewFields& others;
+  const Direction* direction;
+  const Field* field;
+  FewFields others;
 
   std::string Listed(const EntityModel& entity) const {
-    return inspect::Listed(LabelsOf(entity, direction, others.first), others.count);
+    return inspect::Listed(LabelsOf(entity, *direction, others.first), others.count);
   }
 
   // "'a' and 'b' in byte 3": where they lie as far as they are all known, else where the field does.
   std::string Text(const EntityModel& entity) const {
-    BitRange shared = field.bits;
+    BitRange shared = field->bits;
     if (others.count == others.first.size()) {
-      shared = {field.bits.end, field.bits.begin};
+      shared = {field->bits.end, field->bits.begin};
       for (const size_t other : others.first) {
-        const BitRange& bits = direction.fields[other].bits;
-        shared.begin = std::min(shared.begin, std::max(field.bits.begin, bits.begin));
-        shared.end = std::max(shared.end, std::min(field.bits.end, bits.end));
+        const BitRange& bits = direction->fields[other].bits;
+        shared.begin = std::min(shared.begin, std::max(field->bits.begin, bits.begin));
+        shared.end = std::max(shared.end, std::min(field->bits.end, bits.end));
       }
     }
     return Listed(entity) + " in " + BitsText(shared);
   }
 };
+
+// The overlaps of a direction, by element.
+std::map<size_t, Overlap> OverlapsOf(const Direction& direction) {
+  Coverage coverage(RangesOf(direction, BitsOf));
+  std::map<size_t, Overlap> overlaps;
+  for (const Field& field : direction.fields) {
+    if (field.bits.IsEmpty()) continue;
+    const FewFields others = coverage.Over(field.bits);
+    if (!others.IsEmpty()) overlaps[field.element] = {&direction, &field, others};
+    coverage.Lay(field.bits, field.flag);
+  }
+  return overlaps;
+}
 
 // Whether fields that overlap when they are written do so when they are read as well.
 bool OverlapsOnReading(const Overlap& onWriting, const EntityModel& entity) {
@@ -73,11 +77,12 @@ bool OverlapsOnReading(const Overlap& onWriting, const EntityModel& entity) {
     const Field* read = entity.Read(field.element);
     return read == nullptr ? BitRange() : read->bits;
   };
-  const BitRange bits = bitsOf(onWriting.field);
+  const BitRange bits = bitsOf(*onWriting.field);
   return std::all_of(onWriting.others.first.begin(), onWriting.others.first.end(),
-                     [&](size_t other) { return bits.Overlaps(bitsOf(onWriting.direction.fields[other])); });
+                     [&](size_t other) { return bits.Overlaps(bitsOf(onWriting.direction->fields[other])); });
 }
 
+// One of the two overlaps can be null.
 void AddOverlap(const EntityModel& entity, size_t element, const Overlap* onReading, const Overlap* onWriting,
                 Findings& findings) {
   const std::string label = entity.Label(element);
@@ -87,35 +92,28 @@ void AddOverlap(const EntityModel& entity, size_t element, const Overlap* onRead
   if (isElsewhere) message += ", and on writing ";
   if (onReading == nullptr || isElsewhere) message += onWriting->Text(entity);
   if (onReading == nullptr) message += " on writing";
-  std::string effect;
+  std::vector<std::string> effects;
   if (onWriting != nullptr) {
     const bool isOne = onWriting->others.count == 1;
     const bool areTwo = isOne && !isElsewhere && (onReading == nullptr || onReading->others.count == 1);
     const std::string written =
         areTwo ? "both" : fmt::format("{} and {}{}", label, isOne ? "" : "any of ", onWriting->Listed(entity));
-    effect = fmt::format("a write of {} leaves the bits of {}", written, label);
+    effects.push_back(fmt::format("a write of {} leaves the bits of {}", written, label));
   }
-  if (onReading != nullptr) {
-    effect += std::string(effect.empty() ? "" : "; ") + "decoding takes each of them from the shared bits";
-  }
-  findings.Add(rules::kFieldsOverlap, entity.At(element, {"position"}), message, effect, "give each its own bits");
+  if (onReading != nullptr) effects.emplace_back("decoding takes each of them from the shared bits");
+  findings.Add(rules::kFieldsOverlap, entity.At(element, {"position"}), message,
+               fmt::format("{}", fmt::join(effects, "; ")), "give each its own bits");
 }
 
 void LintSharedBits(const EntityModel& entity, Findings& findings) {
-  const Direction& reading = entity.Reading();
-  const Direction& writing = entity.Writing();
-  const std::vector<FewFields> read = Overlapped(reading);
-  const std::vector<FewFields> written = Overlapped(writing);
-  for (const Field* field : entity.Fields()) {
-    const Field* onReading = entity.Read(field->element);
-    const Field* onWriting = entity.Written(field->element);
-    const bool isRead = onReading != nullptr && !read[onReading->flag].IsEmpty();
-    const bool isWritten = onWriting != nullptr && !written[onWriting->flag].IsEmpty();
-    if (!isRead && !isWritten) continue;
-    const FewFields none = {};
-    const Overlap readOverlap{reading, *field, isRead ? read[onReading->flag] : none};
-    const Overlap writtenOverlap{writing, isWritten ? *onWriting : *field, isWritten ? written[onWriting->flag] : none};
-    AddOverlap(entity, field->element, isRead ? &readOverlap : nullptr, isWritten ? &writtenOverlap : nullptr, findings);
+  const std::map<size_t, Overlap> read = OverlapsOf(entity.Reading());
+  const std::map<size_t, Overlap> written = OverlapsOf(entity.Writing());
+  for (size_t i = 0; i < entity.Elements().size(); ++i) {
+    const auto onReading = read.find(i);
+    const auto onWriting = written.find(i);
+    if (onReading == read.end() && onWriting == written.end()) continue;
+    AddOverlap(entity, i, onReading == read.end() ? nullptr : &onReading->second,
+               onWriting == written.end() ? nullptr : &onWriting->second, findings);
   }
 }
 
@@ -147,53 +145,53 @@ struct Corruption {
   std::set<size_t> fields;
   bool areMore = false;  // than that, where more than a few overlap
   std::string example;
-
-  std::string Listed(const EntityModel& entity, const Direction& direction) const {
-    const std::vector<std::string> labels = LabelsOf(entity, direction, {fields.begin(), fields.end()});
-    if (!areMore) return inspect::Listed(labels, labels.size());
-    std::string listed;
-    for (size_t i = 0; i + 1 < Coverage::kFew; ++i) listed += labels[i] + ", ";
-    return listed + "and others";
-  }
 };
 
 class CorruptionCheck {
  public:
-  explicit CorruptionCheck(const EntityModel& entity)
+  CorruptionCheck(const EntityModel& entity, Findings& findings)
       : entity_(entity),
         writing_(entity.Writing()),
-        settable_(AllSettable(writing_)),
-        laid_(RangesOf(writing_)),
-        canSet_(settable_) {}
+        settable_(RangesOf(writing_, SettableBits)),
+        laid_(RangesOf(writing_, BitsOf)),
+        canSet_(settable_),
+        findings_(findings) {}
 
-  Corruption Of(const Field& field) const {
-    const BitRange bytes = field.bits.Bytes();
+  void Check() {
+    for (const Field& field : writing_.fields) {
+      const BitRange bytes = field.bits.Bytes();
+      const bool isInSeveralBytes = bytes.Length() > 8 && !field.bits.IsWholeBytes();
+      const bool isWritten = IsInBits(*field.attribute) && !field.attribute->enumList.empty();  // a bool has one byte
+      if (isWritten && isInSeveralBytes && !laid_.Over(bytes).IsEmpty()) CheckField(field, bytes);
+      laid_.Lay(field.bits, field.flag);
+      canSet_.Lay(settable_[field.flag], field.flag);
+    }
+  }
+
+ private:
+  void CheckField(const Field& field, const BitRange& bytes) {
     Corruption found;
-    const bool isWritten = IsInBits(*field.attribute) && !field.attribute->enumList.empty();  // a bool has one byte
-    if (!isWritten || bytes.Length() <= 8 || field.bits.IsWholeBytes() || laid_.Over(bytes).IsEmpty()) return found;
     // Each bit that was set by an earlier field: where it was, and where it comes back, other bits are now.
     for (uint64_t set = bytes.end; set-- > bytes.begin;) {
       const FewFields setters = canSet_.Over({set, set + 1});
-      if (setters.IsEmpty()) continue;
       const uint64_t back = MirroredBit(bytes, set);
-      if (set == back) continue;
+      if (setters.IsEmpty() || set == back) continue;
       const bool isGone = Note(field, set, found);
       const bool isNew = Note(field, back, found);
       if ((isGone || isNew) && found.example.empty()) found.example = ExampleOf(field, bytes, set, setters.first[0]);
     }
-    return found;
-  }
-
-  void Lay(const Field& field) {
-    laid_.Lay(field.bits, field.flag);
-    canSet_.Lay(settable_[field.flag], field.flag);
-  }
-
- private:
-  static std::vector<BitRange> AllSettable(const Direction& direction) {
-    std::vector<BitRange> settable;
-    for (const Field& field : direction.fields) settable.push_back(SettableBits(field));
-    return settable;
+    if (found.fields.empty()) return;
+    const std::vector<std::string> labels = LabelsOf(entity_, writing_, found.fields);
+    const std::string others =
+        found.areMore
+            ? fmt::format("{}, and others", fmt::join(labels.begin(), labels.begin() + Coverage::kFew - 1, ", "))
+            : Listed(labels, labels.size());
+    findings_.AddOnce(rules::kNeighboursDisturbed, entity_.At(field.element, {"position"}),
+                      fmt::format("writing {}, which lies in {}, disturbs {}", entity_.Label(field.element),
+                                  BytesText(field.bits), others),
+                      found.example,
+                      "keep it inside one byte, or list it before them (the highest bit of a group is listed last all "
+                      "the same)");
   }
 
   static bool Holds(const Field& field, uint64_t bit) { return bit >= field.bits.begin && bit < field.bits.end; }
@@ -225,28 +223,14 @@ class CorruptionCheck {
   const std::vector<BitRange> settable_;
   Coverage laid_;
   Coverage canSet_;
+  Findings& findings_;
 };
-
-void LintCorruption(const EntityModel& entity, Findings& findings) {
-  CorruptionCheck check(entity);
-  for (const Field& field : entity.Writing().fields) {
-    const Corruption found = check.Of(field);
-    check.Lay(field);
-    if (found.fields.empty()) continue;
-    findings.AddOnce(rules::kNeighboursDisturbed, entity.At(field.element, {"position"}),
-                     fmt::format("writing {}, which lies in {}, disturbs {}", entity.Label(field.element),
-                                 BytesText(field.bits), found.Listed(entity, entity.Writing())),
-                     found.example,
-                     "keep it inside one byte, or list it before them (the highest bit of a group is listed last all "
-                     "the same)");
-  }
-}
 
 }  // namespace
 
 void LintOverlaps(const EntityModel& entity, Findings& findings) {
   LintSharedBits(entity, findings);
-  LintCorruption(entity, findings);
+  CorruptionCheck(entity, findings).Check();
 }
 
 }  // namespace morvix::inspect

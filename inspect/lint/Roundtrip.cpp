@@ -20,12 +20,8 @@ namespace morvix::inspect {
 namespace {
 
 enum Choice { kMinimum, kMaximum, kMiddle };
-
 constexpr Choice kAllChoices[] = {kMinimum, kMaximum, kMiddle};
-
-const char* NameOf(Choice choice) {
-  return choice == kMinimum ? "minimum" : choice == kMaximum ? "maximum" : "middle value";
-}
+constexpr const char* kNames[] = {"minimum", "maximum", "middle value"};
 
 uint64_t Chosen(uint64_t min, uint64_t max, Choice choice) {
   return choice == kMinimum ? min : choice == kMaximum ? max : min + (max - min) / 2;
@@ -46,8 +42,7 @@ Value ValueOf(const Attribute& attribute, Choice choice) {
     for (size_t i = 0; i < value.bytes.size(); ++i) {
       value.bytes[i] = choice == kMinimum ? byte{0} : choice == kMaximum ? byte{255} : static_cast<byte>(i * 37 + 129);
     }
-    value.text = PacketText(value.bytes, PacketForm::kBase64);
-    value.text.pop_back();  // its line end
+    value.text = Base64Text(value.bytes.data(), value.bytes.size());
     return value;
   }
   if (IsBool(attribute)) return {choice == kMinimum ? "false" : "true", choice == kMinimum ? 0U : 1U, {}};
@@ -57,8 +52,8 @@ Value ValueOf(const Attribute& attribute, Choice choice) {
     const uint64_t index = choice == kMiddle ? count / 2 : Chosen(0, count - 1, choice);
     return {std::to_string(index), index, {}};
   }
-  const uint64_t raw =
-      Chosen(static_cast<uint64_t>(attribute.uint_spec.min), static_cast<uint64_t>(attribute.uint_spec.max), choice);
+  const Scaling& scaling = attribute.uint_spec;
+  const uint64_t raw = Chosen(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max), choice);
   return {UserText(attribute, raw), raw, {}};
 }
 
@@ -90,10 +85,11 @@ struct Subject {
   bool IsWritable() const { return inspect::IsWritable(Either()); }
 };
 
-// How the module takes one value of an attribute alone.
-struct Passage {
-  bool isEncoded = false;
-  bool isDecoded = false;  // as the value or as another one
+// The attributes of which the module takes a value alone, by their index: those that can be sent, and those of them
+// that are then decoded, as the value or as another one.
+struct Passed {
+  std::vector<size_t> sent;
+  std::vector<size_t> decoded;
 };
 
 // What came back.
@@ -110,32 +106,29 @@ class Roundtrip {
     for (const Field* field : entity.Fields()) {
       subjects_.push_back({field->element, entity.Written(field->element), entity.Read(field->element)});
     }
-    isReported_.resize(subjects_.size());
   }
 
   void Check() {
     // A longer payload has no packet.
     const size_t longest = std::max(readBytes_, entity_.Writing().payloadBytes);
     payload_.resize(std::min(longest, MorvixProtocolMaxPayloadBytes_4_0));
-    std::vector<Passage> alone[std::size(kAllChoices)];
+    Passed passed[std::size(kAllChoices)];
     for (const Choice choice : kAllChoices) {
-      for (size_t i = 0; i < subjects_.size(); ++i) alone[choice].push_back(CheckAlone(i, choice));
+      for (size_t i = 0; i < subjects_.size(); ++i) CheckAlone(i, choice, passed[choice]);
     }
     if (readBytes_ == 0 || longest > MorvixProtocolMaxPayloadBytes_4_0) return;
-    for (const Choice choice : kAllChoices) CheckWrite(alone[choice], choice);
-    for (const Choice choice : kAllChoices) CheckResponse(alone[choice], choice);
+    for (const Choice choice : kAllChoices) CheckWrite(passed[choice], choice);
+    for (const Choice choice : kAllChoices) CheckResponse(passed[choice], choice);
   }
 
  private:
-  void Report(size_t index, const char* how, Choice choice, const std::string& result) {
-    if (isReported_[index]) return;
-    isReported_[index] = true;
-    const Subject& subject = subjects_[index];
+  void Report(const Subject& subject, const char* how, Choice choice, const std::string& result) {
     const Attribute& attribute = subject.Either();
-    findings_.Add(rules::kRoundtrip, entity_.At(subject.element),
-                  fmt::format("the {} of {} does not come back{}", NameOf(choice), entity_.Label(subject.element), how),
-                  fmt::format("{} {}", Shown(attribute, ValueOf(attribute, choice).text), result),
-                  "see the other findings of this attribute and of its neighbours");
+    findings_.AddOnce(
+        rules::kRoundtrip, entity_.At(subject.element),
+        fmt::format("the {} of {} does not come back{}", kNames[choice], entity_.Label(subject.element), how),
+        fmt::format("{} {}", Shown(attribute, ValueOf(attribute, choice).text), result),
+        "see the other findings of this attribute and of its neighbours");
   }
 
   static std::string ResultText(const Attribute& attribute, const Answer& answer) {
@@ -144,27 +137,20 @@ class Roundtrip {
   }
 
   // What decoding gives for these fields, in their order.
-  std::vector<Answer> Decode(const std::vector<const Field*>& fields, Bytes& payload) const {
+  std::vector<Answer> Decode(const std::vector<const Field*>& fields, const Bytes& payload) const {
     std::vector<Attribute> records;
-    records.reserve(fields.size());
     for (const Field* field : fields) records.push_back(*field->attribute);
-    MorvixProtocolPackage_4_0 package;
-    package.value = payload.data();
-    package.sizeValue = std::min(payload.size(), readBytes_);
-    Json::Value unused;
-    std::vector<Result> results;
-    const LogCapture silent;
-    ProtocolDecodeAttributes_4_0(entity_.Info(), records, package, unused, results);
+    const std::vector<Result> results =
+        DecodeSilently(entity_, records, payload.data(), std::min(payload.size(), readBytes_));
     std::vector<Answer> answers;
     for (size_t i = 0; i < fields.size(); ++i) {
-      answers.push_back(
-          {ValueText(*fields[i], results[i], payload.data()), DecodeLine(*fields[i]->attribute, results[i])});
+      answers.push_back({ValueText(*fields[i], results[i], payload.data()), DecodeLine(records[i], results[i])});
     }
     return answers;
   }
 
-  // The raw value that a device sends or a write carries; false, with the line, where encoding refuses.
-  static bool ToSend(const Subject& subject, Value& value, std::string& line) {
+  // Sets the raw value that a device sends or a write carries; returns the line with which encoding refuses, or empty.
+  static std::string Send(const Subject& subject, Value& value) {
     const Field& sender = subject.IsWritable() ? *subject.written : *subject.read;
     const Attribute& attribute = *sender.attribute;
     Result result{MorvixProtocolOutcomeDone_4_0, value.raw};
@@ -174,60 +160,54 @@ class Roundtrip {
     } else if (sender.bits.IsEmpty() && !(IsBool(attribute) && attribute.position.bit_offset == -1)) {
       result.outcome = MorvixProtocolOutcomeRefusedByPlace_4_0;
     }
-    line = EncodeLine(attribute, result);
-    return line.empty();
+    return EncodeLine(attribute, result);
   }
 
-  Passage CheckAlone(size_t index, Choice choice) {
+  void CheckAlone(size_t index, Choice choice, Passed& passed) {
     const Subject& subject = subjects_[index];
     const Attribute& attribute = subject.Either();
     Value value = ValueOf(attribute, choice);
-    Passage passage;
-    const auto report = [&](const std::string& result) {
-      Report(index, "", choice, result);
-      return passage;
-    };
+    const auto report = [&](const std::string& result) { Report(subject, "", choice, result); };
     if (value.text.empty() && !IsBinary(attribute)) {
       return report("can be sent: its scaling or items refuse everything");
     }
     if (subject.IsWritable() && subject.written == nullptr) {
       return report("is not encoded: encoding drops the attribute");
     }
-    const std::string expected = value.text;
-    std::string line;
-    if (!ToSend(subject, value, line)) return report("is refused with \"" + line + "\"");
-    passage.isEncoded = true;
+    const std::string line = Send(subject, value);
+    if (!line.empty()) return report("is refused with \"" + line + "\"");
+    passed.sent.push_back(index);
     if (subject.read == nullptr) return report("is not decoded: decoding drops the attribute");
     const BitRange& bits = (subject.IsWritable() ? subject.written : subject.read)->bits;
-    if (bits.EndByte() > payload_.size()) return passage;  // in no packet
+    if (bits.EndByte() > payload_.size()) return;  // in no packet
     Put(bits, value, payload_);
     const Answer answer = Decode({subject.read}, payload_)[0];
-    std::fill_n(payload_.begin() + static_cast<ptrdiff_t>(bits.FirstByte()), bits.EndByte() - bits.FirstByte(),
-                byte{0});
-    passage.isDecoded = answer.line.empty();
-    return answer.text == expected ? passage : report(ResultText(attribute, answer));
+    std::fill(payload_.begin() + static_cast<ptrdiff_t>(bits.FirstByte()),
+              payload_.begin() + static_cast<ptrdiff_t>(bits.EndByte()), byte{0});
+    if (answer.line.empty()) passed.decoded.push_back(index);
+    if (answer.text != value.text) report(ResultText(attribute, answer));
   }
 
   // All writable attributes in one write, in the order of the list. What ends a decode alone is left out of that.
-  void CheckWrite(const std::vector<Passage>& alone, Choice choice) {
+  void CheckWrite(const Passed& passed, Choice choice) {
     std::vector<Attribute> writers = entity_.Writing().records;
     for (size_t i = 0; i < writers.size(); ++i) writers[i].name = std::to_string(i);  // whatever names repeat
-    const MorvixProtocolEntity_4_0& info = entity_.Info();
+    const auto isWritten = [this](size_t index) { return subjects_[index].IsWritable(); };
     Json::Value document;
-    std::vector<size_t> indexes;
-    for (size_t i = 0; i < subjects_.size(); ++i) {
-      const Subject& subject = subjects_[i];
-      if (!alone[i].isEncoded || !subject.IsWritable()) continue;
-      const std::string text = ValueOf(subject.Either(), choice).text;
-      document[info.name][writers[subject.written->flag].name] =
-          IsBool(subject.Either()) ? Json::Value(text == "true") : Json::Value(text);
-      if (alone[i].isDecoded) indexes.push_back(i);
+    for (const size_t index : passed.sent) {
+      if (!isWritten(index)) continue;
+      const Subject& subject = subjects_[index];
+      const Value value = ValueOf(subject.Either(), choice);
+      document[entity_.Info().name][writers[subject.written->flag].name] =
+          IsBool(subject.Either()) ? std::to_string(value.raw) : value.text;
     }
+    std::vector<size_t> indexes;
+    std::copy_if(passed.decoded.begin(), passed.decoded.end(), std::back_inserter(indexes), isWritten);
     if (indexes.empty()) return;
     MorvixProtocolOwnedPackage_4_0 package;
     {
       const LogCapture silent;
-      ProtocolEncodeAttributes_4_0(info, writers, package, document);
+      ProtocolEncodeAttributes_4_0(entity_.Info(), writers, package, document);
     }
     Bytes payload(package.value, package.value + package.sizeValue);
     payload.resize(readBytes_);
@@ -235,37 +215,32 @@ class Roundtrip {
   }
 
   // A device sets the bits of every attribute.
-  void CheckResponse(const std::vector<Passage>& alone, Choice choice) {
-    std::vector<size_t> indexes;
+  void CheckResponse(const Passed& passed, Choice choice) {
     Bytes payload(readBytes_);
-    for (size_t i = 0; i < subjects_.size(); ++i) {
-      if (!alone[i].isDecoded) continue;
-      indexes.push_back(i);
-      Value value = ValueOf(subjects_[i].Either(), choice);
-      std::string line;
-      ToSend(subjects_[i], value, line);
-      Put(subjects_[i].read->bits, value, payload);
+    for (const size_t index : passed.decoded) {
+      Value value = ValueOf(subjects_[index].Either(), choice);
+      static_cast<void>(Send(subjects_[index], value));
+      Put(subjects_[index].read->bits, value, payload);
     }
-    if (!indexes.empty()) Compare(indexes, payload, " from a response with all attributes", choice, true);
+    Compare(passed.decoded, payload, " from a response with all attributes", choice, true);
   }
 
-  void Compare(const std::vector<size_t>& indexes, Bytes& payload, const char* how, Choice choice, bool hasRealNames) {
+  void Compare(const std::vector<size_t>& indexes, const Bytes& payload, const char* how, Choice choice,
+               bool hasRealNames) {
     std::vector<const Field*> fields;
-    fields.reserve(indexes.size());
-    std::map<std::string, size_t> holders;  // the last of each key
     for (const size_t index : indexes) fields.push_back(subjects_[index].read);
     const std::vector<Answer> answers = Decode(fields, payload);
+    std::map<std::string, size_t> holders;  // the last of each key
     for (size_t i = 0; i < fields.size(); ++i) {
-      if (!answers[i].text.empty()) holders[DocumentKey(*fields[i]->attribute)] = i;
+      if (!answers[i].text.empty() && hasRealNames) holders[DocumentKey(*fields[i]->attribute)] = indexes[i];
     }
     for (size_t i = 0; i < fields.size(); ++i) {
-      const Attribute& attribute = *fields[i]->attribute;
-      const auto holder = holders.find(DocumentKey(attribute));
-      if (hasRealNames && holder != holders.end() && holder->second != i) {
-        Report(indexes[i], how, choice,
-               "is replaced by the later " + entity_.Label(subjects_[indexes[holder->second]].element));
-      } else if (answers[i].text != ValueOf(attribute, choice).text) {
-        Report(indexes[i], how, choice, ResultText(attribute, answers[i]));
+      const Subject& subject = subjects_[indexes[i]];
+      const auto holder = holders.find(DocumentKey(*fields[i]->attribute));
+      if (holder != holders.end() && holder->second != indexes[i]) {
+        Report(subject, how, choice, "is replaced by the later " + entity_.Label(subjects_[holder->second].element));
+      } else if (answers[i].text != ValueOf(*fields[i]->attribute, choice).text) {
+        Report(subject, how, choice, ResultText(*fields[i]->attribute, answers[i]));
       }
     }
   }
@@ -274,7 +249,6 @@ class Roundtrip {
   Findings& findings_;
   const size_t readBytes_;
   std::vector<Subject> subjects_;
-  std::vector<bool> isReported_;
   Bytes payload_;  // of zeros, between uses
 };
 

@@ -5,36 +5,19 @@
 namespace morvix::inspect {
 
 const char* GroupName(Group group) {
-  switch (group) {
-    case MorvixProtocolTypeStatusWritable_4_0:
-      return "writable";
-    case MorvixProtocolTypeStatusReadonly_4_0:
-      return "read-only";
-    case MorvixProtocolTypeAlert_4_0:
-      return "alert";
-    case MorvixProtocolTypeFault_4_0:
-      return "fault";
-    default:
-      return "unknown";
-  }
+  if (group == MorvixProtocolTypeStatusWritable_4_0) return "writable";
+  if (group == MorvixProtocolTypeStatusReadonly_4_0) return "read-only";
+  return group == MorvixProtocolTypeAlert_4_0 ? "alert" : "fault";
 }
 
 const char* DataTypeName(DataType dataType) {
-  static const char* const kNames[] = {"unknown", "bool", "enum", "binary", "uint8", "uint16", "uint32", "uint64"};
-  return dataType <= MorvixProtocolDataTypeUInt64_4_0 ? kNames[dataType] : kNames[0];
+  return KeywordsOf("data_type").at(dataType - MorvixProtocolDataTypeBool_4_0).c_str();
 }
 
 const char* GroupColor(Group group) {
-  switch (group) {
-    case MorvixProtocolTypeStatusWritable_4_0:
-      return "32";
-    case MorvixProtocolTypeStatusReadonly_4_0:
-      return "36";
-    case MorvixProtocolTypeAlert_4_0:
-      return "33";
-    default:
-      return "31";
-  }
+  if (group == MorvixProtocolTypeStatusWritable_4_0) return "32";
+  if (group == MorvixProtocolTypeStatusReadonly_4_0) return "36";
+  return group == MorvixProtocolTypeAlert_4_0 ? "33" : "31";
 }
 
 bool IsWritable(const Attribute& attribute) { return attribute.type == MorvixProtocolTypeStatusWritable_4_0; }
@@ -55,11 +38,7 @@ bool IsBitPacked(const Attribute& attribute) { return IsBool(attribute) || IsEnu
 
 bool IsInBits(const Attribute& attribute) { return attribute.position.unit == MorvixProtocolUnitBit_4_0; }
 
-bool IsScaled(const Attribute& attribute) {
-  const Scaling& scaling = attribute.uint_spec;
-  return !UserText(attribute, static_cast<uint64_t>(scaling.min)).empty() ||
-         !UserText(attribute, static_cast<uint64_t>(scaling.max)).empty();
-}
+bool IsScaled(const Attribute& attribute) { return !MinText(attribute).empty() || !MaxText(attribute).empty(); }
 
 const std::string& DocumentKey(const Attribute& attribute) {
   return IsAlertOrFault(attribute) ? attribute.display_name : attribute.name;
@@ -69,6 +48,15 @@ std::string UserText(const Attribute& number, uint64_t raw) {
   std::string text;
   static_cast<void>(ProtocolRawToText_4_0(number, raw, text));
   return text;
+}
+
+std::string MinText(const Attribute& number) { return UserText(number, static_cast<uint64_t>(number.uint_spec.min)); }
+
+std::string MaxText(const Attribute& number) { return UserText(number, static_cast<uint64_t>(number.uint_spec.max)); }
+
+std::string ExpectedIndex(const Attribute& attribute) {
+  const size_t items = attribute.enumList.size();
+  return items == 0 ? "it has no items" : fmt::format("expected 0 to {}", items - 1);
 }
 
 namespace {
@@ -96,9 +84,8 @@ std::string EncodeLine(const Attribute& attribute, const Result& result) {
 
 std::string DecodeLine(const Attribute& attribute, const Result& result) {
   if (result.outcome == MorvixProtocolOutcomeRefusedByItems_4_0) return InvalidEnumLine(attribute, result);
-  const bool isFatal =
-      result.outcome == MorvixProtocolOutcomeUnreadable_4_0 && !IsNumber(attribute) && !IsEnum(attribute);
-  return isFatal ? "Decode value is invalid." : "";
+  if (result.outcome != MorvixProtocolOutcomeUnreadable_4_0 || IsNumber(attribute) || IsEnum(attribute)) return "";
+  return "Decode value is invalid.";
 }
 
 const std::vector<std::string>& KeywordsOf(const std::string& member) {

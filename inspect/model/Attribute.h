@@ -21,11 +21,10 @@ constexpr int kWritableGroup = MorvixProtocolTypeStatusWritable_4_0;
 constexpr int kAllGroups = MorvixProtocolTypeStatusWritable_4_0 | MorvixProtocolTypeStatusReadonly_4_0 |
                            MorvixProtocolTypeAlert_4_0 | MorvixProtocolTypeFault_4_0;
 
+// Of what the parser recognised.
 const char* GroupName(Group group);           // "writable", "read-only", "alert", "fault"
 const char* DataTypeName(DataType dataType);  // "bool", "enum", "binary", "uint8" ...
-
-// SGR parameters of the group's colour.
-const char* GroupColor(Group group);
+const char* GroupColor(Group group);          // SGR parameters
 
 bool IsWritable(const Attribute& attribute);
 bool IsAlertOrFault(const Attribute& attribute);
@@ -42,8 +41,15 @@ bool IsScaled(const Attribute& attribute);
 // The key of the attribute's value in the decoded document.
 const std::string& DocumentKey(const Attribute& attribute);
 
-// What the module makes of a raw value of a number: its text in user units; empty where the scaling refuses it.
+// How decoding prints a raw value of a number, in user units; empty where the scaling refuses it.
 std::string UserText(const Attribute& number, uint64_t raw);
+
+// The same of its min and max.
+std::string MinText(const Attribute& number);
+std::string MaxText(const Attribute& number);
+
+// "expected 0 to 2" of an enum's index, or "it has no items".
+std::string ExpectedIndex(const Attribute& attribute);
 
 // The line with which encoding ends at an attribute with this result; empty where it goes on.
 std::string EncodeLine(const Attribute& attribute, const Result& result);

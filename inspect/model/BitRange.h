@@ -20,6 +20,8 @@ struct BitRange {
   bool IsWholeBytes() const { return begin % 8 == 0 && end % 8 == 0; }
   bool Overlaps(const BitRange& other) const { return begin < other.end && other.begin < end; }
   uint64_t Length() const { return end - begin; }
+  // The largest number that they can hold.
+  uint64_t MaxValue() const { return Length() < 64 ? (uint64_t{1} << Length()) - 1 : UINT64_MAX; }
   size_t FirstByte() const { return static_cast<size_t>(begin / 8); }
   size_t EndByte() const { return static_cast<size_t>((end + 7) / 8); }
   // All bits of the bytes that it touches.

@@ -6,14 +6,13 @@
 #include <utility>
 
 #include "host/Logging.h"
+#include "inspect/json/Scan.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 
 namespace morvix::inspect {
 
 namespace {
-
-using ParsedElements = std::vector<MorvixProtocolElement_4_0>;
 
 // The parser hands an enum's items on to all later records, so that a small text can ask for many.
 void CheckItems(const Json::Value& entity) {
@@ -58,26 +57,6 @@ void AddFields(const ParsedElements& elements, Direction& direction) {
   }
 }
 
-// What the parser gives for the two directions.
-struct ParsedDirections {
-  MorvixProtocolEntity_4_0 info;
-  Direction reading;
-  Direction writing;
-  ParsedElements read;
-  ParsedElements written;
-};
-
-// The lines of the first of the two walks are logged. Nothing when the entity is unusable.
-std::optional<ParsedDirections> ParseBoth(const Json::Value& entity) {
-  ParsedDirections parsed;
-  std::vector<Attribute>& read = parsed.reading.records;
-  if (!ProtocolParseEntity_4_0(entity, kAllGroups, read, parsed.info, parsed.read)) return std::nullopt;
-  const LogCapture silent;
-  std::vector<Attribute>& written = parsed.writing.records;
-  if (!ProtocolParseEntity_4_0(entity, kWritableGroup, written, parsed.info, parsed.written)) return std::nullopt;
-  return parsed;
-}
-
 // The member that the parser did not find in an entity that it refused.
 std::string MissingMember(const Json::Value& entity) {
   int32_t id = 0;
@@ -96,65 +75,69 @@ const Field* Direction::Of(size_t element) const {
   return found != fields.end() && found->element == element ? &*found : nullptr;
 }
 
+Spot Spot::Member(const std::string& name) const {
+  if (!value->isObject() || !value->isMember(name)) return *this;
+  return {&(*value)[name], pointer + json::PointerToken(name)};
+}
+
+Spot Spot::Item(Json::ArrayIndex index) const { return {&(*value)[index], fmt::format("{}/{}", pointer, index)}; }
+
 size_t FlagBytes(const Direction& writing) { return (writing.records.size() + 7) / 8; }
 
 size_t FlagBit(const Direction& writing, size_t flag) { return 8 * FlagBytes(writing) - 1 - flag; }
 
+// Logs the lines of the first of the two walks. False when the entity is unusable.
+bool EntityModel::ParseRecords(const Json::Value& entity, ParsedElements& read, ParsedElements& written) {
+  if (!ProtocolParseEntity_4_0(entity, kAllGroups, reading_.records, info_, read)) return false;
+  const LogCapture silent;
+  return ProtocolParseEntity_4_0(entity, kWritableGroup, writing_.records, info_, written);
+}
+
 std::optional<EntityModel> EntityModel::Parse(const Json::Value& entity, std::string pointer, EntityFault& fault) {
   if (entity.isObject()) CheckItems(entity);
-  std::optional<ParsedDirections> parsed;
-  bool isThrowing = false;
+  EntityModel model;
+  ParsedElements read;
+  ParsedElements written;
+  bool isUsable = false;
   try {
-    parsed = ParseBoth(entity);
+    isUsable = model.ParseRecords(entity, read, written);
   } catch (const Json::LogicError&) {
-    isThrowing = true;
     const LogCapture silent;
-    parsed = ParseBoth(WithoutThrowingLimits(entity));
+    model = EntityModel();
+    model.isThrowing_ = true;
+    read.clear();
+    written.clear();
+    isUsable = model.ParseRecords(WithoutThrowingLimits(entity), read, written);
   }
-  if (!parsed) {
+  if (!isUsable) {
     fault.member = MissingMember(entity);
     fault.line = fault.member.empty() ? "Warning: Invalid entity." : "Warning: Can't find '" + fault.member + "' key.";
     return std::nullopt;
   }
-  EntityModel model;
-  model.json_ = &entity;
-  model.pointer_ = std::move(pointer);
-  model.info_ = std::move(parsed->info);
-  model.isThrowing_ = isThrowing;
-  model.reading_ = std::move(parsed->reading);
-  model.writing_ = std::move(parsed->writing);
-  AddFields(parsed->read, model.reading_);
-  AddFields(parsed->written, model.writing_);
-  model.elements_.reserve(parsed->read.size());
-  for (size_t i = 0; i < parsed->read.size(); ++i) {
-    const MorvixProtocolElement_4_0& read = parsed->read[i];
+  model.spot_ = {&entity, std::move(pointer)};
+  AddFields(read, model.reading_);
+  AddFields(written, model.writing_);
+  model.elements_.reserve(read.size());
+  for (size_t i = 0; i < read.size(); ++i) {
     const Json::Value& json = entity["attrs"][static_cast<Json::ArrayIndex>(i)];
-    model.elements_.push_back({&json, read.invalid, parsed->written[i].invalid, read.type, read.data_type});
+    model.elements_.push_back({&json, read[i].invalid, written[i].invalid, read[i].type, read[i].data_type});
   }
   return model;
 }
 
 std::vector<const Field*> EntityModel::Fields() const {
   std::vector<const Field*> fields;
-  auto read = reading_.fields.begin();
-  auto written = writing_.fields.begin();
   for (size_t i = 0; i < elements_.size(); ++i) {
-    const bool isRead = read != reading_.fields.end() && read->element == i;
-    const bool isWritten = written != writing_.fields.end() && written->element == i;
-    if (isRead || isWritten) fields.push_back(isRead ? &*read : &*written);
-    if (isRead) ++read;
-    if (isWritten) ++written;
+    const Field* read = Read(i);
+    const Field* either = read != nullptr ? read : Written(i);
+    if (either != nullptr) fields.push_back(either);
   }
   return fields;
 }
 
-Spot EntityModel::At(size_t element, std::initializer_list<const char*> members) const {
-  Spot spot{elements_[element].json, fmt::format("{}/attrs/{}", pointer_, element)};
-  for (const char* member : members) {
-    if (!spot.value->isObject() || !spot.value->isMember(member)) break;
-    spot.value = &(*spot.value)[member];
-    spot.pointer += std::string("/") + member;
-  }
+Spot EntityModel::At(size_t element, const std::vector<std::string>& members) const {
+  Spot spot = {elements_[element].json, fmt::format("{}/attrs/{}", spot_.pointer, element)};
+  for (const std::string& member : members) spot = spot.Member(member);
   return spot;
 }
 
@@ -177,7 +160,7 @@ const Json::Value& EntitiesOf(const json::Document& configuration) {
 const Json::Value& ChooseEntity(const json::Document& configuration, const std::string& choice) {
   const Json::Value& all = EntitiesOf(configuration);
   if (all.empty()) throw InputError(configuration.PlaceName(all) + ": expected an entity, found none");
-  std::string known;
+  std::vector<std::string> known;
   const Json::Value* byId = nullptr;
   for (const Json::Value& entity : all) {
     int32_t id = 0;
@@ -187,23 +170,23 @@ const Json::Value& ChooseEntity(const json::Document& configuration, const std::
     if (!choice.empty() && name == choice) return entity;
     if (!hasId) continue;
     if (byId == nullptr && std::to_string(id) == choice) byId = &entity;
-    known += fmt::format("{}{} ({})", known.empty() ? "" : ", ", NameText(name), id);
+    known.push_back(fmt::format("{} ({})", NameText(name), id));
   }
   if (byId != nullptr) return *byId;
   if (choice.empty() && all.size() == 1) return all[0];
+  if (known.empty()) known = {"none"};
   const std::string problem =
       choice.empty() ? "name one of the entities with --entity: " : "has no entity " + InQuotes(choice) + ", only ";
-  throw InputError(Escaped(configuration.Name()) + ": " + problem + (known.empty() ? "none" : known));
+  throw InputError(fmt::format("{}: {}{}", Escaped(configuration.Name()), problem, fmt::join(known, ", ")));
 }
 
 EntityModel ModelOf(const json::Document& configuration, const Json::Value& entity) {
   EntityFault fault;
   std::optional<EntityModel> model = EntityModel::Parse(entity, "", fault);
-  if (!model) throw InputError(configuration.PlaceName(entity) + ": unusable entity: " + fault.line);
-  if (model->IsThrowing()) {
-    throw InputError(configuration.PlaceName(entity) +
-                     ": a \"min\" or \"max\" is an array or object; a number was expected");
-  }
+  std::string problem;
+  if (!model) problem = "unusable entity: " + fault.line;
+  if (model && model->IsThrowing()) problem = "a \"min\" or \"max\" is an array or object; a number was expected";
+  if (!problem.empty()) throw InputError(configuration.PlaceName(entity) + ": " + problem);
   return std::move(*model);
 }
 

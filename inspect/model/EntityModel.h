@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,12 +43,11 @@ struct Direction {
 size_t FlagBytes(const Direction& writing);
 size_t FlagBit(const Direction& writing, size_t flag);
 
-// One element of "attrs". The groups that are read and those that are written are parsed apart, so that the two
-// directions can differ.
+// One element of "attrs". What is read and what is written are parsed separately, so that the two directions can
+// differ.
 struct Element {
   const Json::Value* json;
-  std::string
-      droppedOnReading;  // the member that the parser names as the reason for dropping it; empty when it took it
+  std::string droppedOnReading;  // the member for which the parser drops it; empty when it takes it
   std::string droppedOnWriting;  // empty as well when it is of another group
   Group group;                   // as its keyword says, whatever else is wrong with it
   DataType dataType;
@@ -57,13 +55,19 @@ struct Element {
   bool IsWritable() const { return group == MorvixProtocolTypeStatusWritable_4_0; }
 };
 
+using ParsedElements = std::vector<MorvixProtocolElement_4_0>;
+
 // A value of a configuration and its JSON pointer.
 struct Spot {
   const Json::Value* value;
   std::string pointer;
+
+  // Its member of this name, or else the value itself.
+  Spot Member(const std::string& name) const;
+  Spot Item(Json::ArrayIndex index) const;
 };
 
-// Why an entity is unusable: the member that the parser does not find; empty when it is not even an object.
+// Why an entity is unusable: the member that the parser does not find; empty when the entity is not an object.
 struct EntityFault {
   std::string member;
   std::string line;  // the parser's
@@ -79,8 +83,8 @@ class EntityModel {
   EntityModel(EntityModel&&) = default;
   EntityModel& operator=(EntityModel&&) = default;
 
-  const Json::Value& Json() const { return *json_; }
-  const std::string& Pointer() const { return pointer_; }
+  // The entity itself.
+  const Spot& At() const { return spot_; }
   const MorvixProtocolEntity_4_0& Info() const { return info_; }
   const std::vector<Element>& Elements() const { return elements_; }
   const Direction& Reading() const { return reading_; }
@@ -96,16 +100,16 @@ class EntityModel {
   std::vector<const Field*> Fields() const;
 
   // The element itself or a member deep in it; as far down as there is one.
-  Spot At(size_t element, std::initializer_list<const char*> members = {}) const;
+  Spot At(size_t element, const std::vector<std::string>& members = {}) const;
 
   // "'power'", or "attribute 3" when it has no name.
   std::string Label(size_t element) const;
 
  private:
   EntityModel() = default;
+  bool ParseRecords(const Json::Value& entity, ParsedElements& read, ParsedElements& written);
 
-  const Json::Value* json_ = nullptr;
-  std::string pointer_;
+  Spot spot_ = {};
   MorvixProtocolEntity_4_0 info_;
   std::vector<Element> elements_;
   Direction reading_;

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
@@ -26,82 +25,50 @@ const char kTableKey[] =
 constexpr size_t kValueColumns = 32;
 constexpr size_t kBitsColumns = 47;  // 16 bytes
 
-bool IsRefused(const Result& result) {
-  return result.outcome == MorvixProtocolOutcomeRefusedByScaling_4_0 ||
-         result.outcome == MorvixProtocolOutcomeRefusedByItems_4_0 ||
-         result.outcome == MorvixProtocolOutcomeRefusedByPlace_4_0;
-}
+bool IsDone(const EncodedValue& value) { return value.result.outcome == MorvixProtocolOutcomeDone_4_0; }
 
-bool IsDone(const Result& result) { return result.outcome == MorvixProtocolOutcomeDone_4_0; }
+bool IsRefused(const EncodedValue& value) { return !EncodeLine(*value.field->attribute, value.result).empty(); }
 
-// Lets the module encode a part of the values: an attribute without a value has a name that the document does not have.
+// Lets the module encode a part of the values, in a payload of the same length as that of all.
 class PartialEncoder {
  public:
   PartialEncoder(const EntityModel& entity, const Values& values)
-      : info_(entity.Info()), names_(entity.Writing().records), records_(names_), document_(values.Document()) {
+      : info_(entity.Info()), all_(entity.Writing().records), document_(values.Document()), first_(all_) {
     const Json::Value* given = document_.find(info_.name.data(), info_.name.data() + info_.name.size());
-    while (given != nullptr && given->isMember(absentName_)) absentName_ += '-';
+    while (given != nullptr && given->isMember(unused_.name)) unused_.name += '-';
+    unused_.data_type = MorvixProtocolDataTypeBinary_4_0;
+    unused_.position.len = static_cast<int32_t>(entity.Writing().payloadBytes);
   }
 
-  // What becomes of each value on its own: an attribute whose value was refused is left out of the next attempt.
-  std::vector<Result> Results() {
-    std::vector<Result> all(records_.size());
-    for (;;) {
-      std::vector<Result> results;
-      Encode(results);
-      const auto refused = std::find_if(results.begin(), results.end(), IsRefused);
-      for (size_t i = 0; i < results.size(); ++i) {
-        if (!IsRefused(all[i])) all[i] = results[i];
-      }
-      if (refused == results.end()) return all;
-      records_[static_cast<size_t>(refused - results.begin())].name = absentName_;
-    }
+  // The payload with one value, and what became of it.
+  Bytes EncodeAlone(size_t index, Result& result) const {
+    std::vector<Result> results;
+    Bytes payload = Encode({all_[index], unused_}, results);
+    result = results[0];
+    return payload;
   }
 
   // The payload with the values of the first `count` attributes.
   Bytes EncodeFirst(size_t count) {
-    for (size_t i = 0; i < records_.size(); ++i) records_[i].name = i < count ? names_[i].name : absentName_;
+    for (size_t i = 0; i < first_.size(); ++i) first_[i].name = i < count ? all_[i].name : unused_.name;
     std::vector<Result> results;
-    return Encode(results);
+    return Encode(first_, results);
   }
 
  private:
-  Bytes Encode(std::vector<Result>& results) const {
+  Bytes Encode(const std::vector<Attribute>& records, std::vector<Result>& results) const {
     const LogCapture silent;
     MorvixProtocolOwnedPackage_4_0 package;
-    ProtocolEncodeAttributes_4_0(info_, records_, package, document_, results);
+    ProtocolEncodeAttributes_4_0(info_, records, package, document_, results);
     return {package.value, package.value + package.sizeValue};
   }
 
   const MorvixProtocolEntity_4_0& info_;
-  const std::vector<Attribute>& names_;
-  std::vector<Attribute> records_;
+  const std::vector<Attribute>& all_;
   const Json::Value& document_;
-  std::string absentName_;
+  std::vector<Attribute> first_;
+  Attribute unused_;  // as long as the payload; has no value, since its name is not in the document
 };
-
-// A field on its own: the bytes that it touches, zeros around it.
-struct Alone {
-  BitRange bits;
-  Bytes bytes;
-
-  std::string Text() const { return ContentText(bits, bytes.data()); }
-};
-
-Alone AloneOf(const BitRange& bits, const Attribute& attribute, const Result& result, const Json::Value& value) {
-  const uint64_t start = bits.Bytes().begin;
-  Alone alone{{bits.begin - start, bits.end - start}, Bytes(bits.EndByte() - bits.FirstByte())};
-  if (IsBinary(attribute)) {
-    __internal_base64_decode(alone.bytes.data(), value.asCString(), static_cast<uint32_t>(alone.bytes.size()));
-    return alone;
-  }
-  uint64_t raw = result.raw;
-  for (uint64_t bit = alone.bits.end; bit-- > alone.bits.begin; raw >>= 1) {
-    byte& target = alone.bytes[bit / 8];
-    target = static_cast<byte>(target | (raw & 1) << (7 - bit % 8));
-  }
-  return alone;
-}
 
 // Of a value of a kind that the data type does not take.
 std::string KindsTaken(const Attribute& attribute) {
@@ -113,15 +80,12 @@ std::string KindsTaken(const Attribute& attribute) {
 
 // Of a value that the module refused.
 std::string ExpectedText(const Attribute& attribute, const Result& result) {
-  if (result.outcome == MorvixProtocolOutcomeRefusedByItems_4_0) {
-    const size_t items = attribute.enumList.size();
-    return items == 0 ? "it has no items" : fmt::format("expected 0 to {}", items - 1);
-  }
+  if (result.outcome == MorvixProtocolOutcomeRefusedByItems_4_0) return ExpectedIndex(attribute);
   if (result.outcome == MorvixProtocolOutcomeRefusedByPlace_4_0) {
     return "nothing can be written in its place; dp4 lint tells why";
   }
-  const std::string least = UserText(attribute, static_cast<uint64_t>(attribute.uint_spec.min));
-  const std::string most = UserText(attribute, static_cast<uint64_t>(attribute.uint_spec.max));
+  const std::string least = MinText(attribute);
+  const std::string most = MaxText(attribute);
   if (least.empty() || most.empty()) return "its scaling takes no value; dp4 lint tells why";
   // Six decimals can round the end of a range beyond it.
   uint64_t raw = 0;
@@ -130,23 +94,19 @@ std::string ExpectedText(const Attribute& attribute, const Result& result) {
   return fmt::format("expected {}{} to {}", beyond, least, most);
 }
 
-// How many characters of a number's text the module reads. It accepts any number of blanks before it.
-size_t LengthRead(const std::string& text, const Attribute& attribute) {
+void Add(std::string& note, const std::string& more) { note += (note.empty() ? "" : ", ") + more; }
+
+// The module silently ignores what follows a number in a string. It accepts any number of blanks before it.
+void NotePartlyRead(const std::string& text, EncodedValue& value) {
   const char* begin = text.c_str();
   char* end = nullptr;
-  if (IsNumber(attribute)) {
-    if (std::isnan(std::strtod(begin, &end))) return 0;
+  bool isNumber = true;
+  if (IsNumber(*value.field->attribute)) {
+    isNumber = !std::isnan(std::strtod(begin, &end));
   } else {
     static_cast<void>(std::strtoull(begin, &end, 10));
   }
-  return static_cast<size_t>(end - begin);
-}
-
-void Add(std::string& note, const std::string& more) { note += (note.empty() ? "" : ", ") + more; }
-
-// What the module reads of a text is sent, and it silently ignores the rest.
-void NotePartlyRead(const std::string& text, EncodedValue& value) {
-  const size_t length = LengthRead(text, *value.field->attribute);
+  const size_t length = isNumber ? static_cast<size_t>(end - begin) : 0;
   if (length == text.size() && length != 0) return;
   value.isAltered = true;
   Add(value.note, length == 0 ? "cut: nothing of it is a number"
@@ -161,11 +121,11 @@ std::string RoundedText(const Attribute& number, const Json::Value& given, uint6
   return difference < 1e-6 || difference <= 4e-16 * std::abs(value) ? "" : " (" + text + ")";
 }
 
-void NoteNumber(const Json::Value& given, const Alone& alone, EncodedValue& value) {
+// `sent` is what the field holds.
+void NoteNumber(const Json::Value& given, uint64_t sent, EncodedValue& value) {
   const Attribute& attribute = *value.field->attribute;
-  const uint64_t sent = RawValue(alone.bits, alone.bytes.data());
-  if (sent != value.result.raw) {
-    value.isAltered = true;
+  value.isAltered = sent != value.result.raw;
+  if (value.isAltered) {
     value.note = fmt::format("cut: raw {} does not fit, {} is sent", value.result.raw, sent);
   } else if (IsEnum(attribute)) {
     value.note = NameText(attribute.enumList.at(static_cast<size_t>(sent)));
@@ -174,23 +134,20 @@ void NoteNumber(const Json::Value& given, const Alone& alone, EncodedValue& valu
   }
 }
 
-// The base64 decoder silently stops at what it does not know and cuts what is too long.
+// The base64 decoder silently stops at what it does not know, and cuts what is too long.
 void NoteBinary(const std::string& text, EncodedValue& value) {
   Bytes bytes(text.size() + 1);
   const int decoded = __internal_base64_decode(bytes.data(), text.c_str(), static_cast<uint32_t>(bytes.size()));
   bytes.resize(static_cast<size_t>(std::max(decoded, 0)));
-  std::string clean = PacketText(bytes, PacketForm::kBase64);
-  clean.pop_back();  // its line end
-  std::string given;
-  for (const char c : text) {
-    if (std::isspace(static_cast<unsigned char>(c)) == 0) given += c;
-  }
-  for (std::string* base64 : {&clean, &given}) base64->erase(base64->find_last_not_of('=') + 1);
+  std::string known = Base64Text(bytes.data(), bytes.size());
+  std::string given = text;
+  given.erase(std::remove_if(given.begin(), given.end(), IsBlank), given.end());
+  for (std::string* base64 : {&known, &given}) base64->erase(base64->find_last_not_of('=') + 1);
   const uint64_t room = value.field->bits.Length() / 8;
   const std::string count = Count(bytes.size(), "byte");
   const auto areSent = [](uint64_t number) { return number == 1 ? "is sent" : "are sent"; };
-  value.isAltered = given != clean || bytes.size() > room;
-  if (given != clean) {
+  value.isAltered = given != known || bytes.size() > room;
+  if (given != known) {
     value.note = fmt::format("cut: not all of it is base64, {} {}", count, areSent(bytes.size()));
   } else if (bytes.size() > room) {
     value.note = fmt::format("cut: it has {}, of which {} {}", count, room, areSent(room));
@@ -221,23 +178,18 @@ Encoding::Encoding(const EntityModel& entity, std::string entityText, const Valu
                                  entityText_, Count(payloadBytes, "byte"), writing.records.size()));
   }
   ProtocolEncodeAttributes_4_0(entity.Info(), writing.records, package_, values.Document());
-  const std::vector<Result> results = PartialEncoder(entity, values).Results();
+  const PartialEncoder encoder(entity, values);
   for (const Field& field : writing.fields) {
     const Attribute& attribute = *field.attribute;
-    EncodedValue& value = values_.emplace_back();
-    value.field = &field;
-    value.result = results[field.flag];
-    if (values.Of(attribute) == nullptr) {
-      value.result = Result();
-      value.note = "left out: no value";
-      continue;
-    }
+    values_.push_back({&field, {}, {}, false, "left out: no value"});
+    if (values.Of(attribute) == nullptr) continue;
+    EncodedValue& value = values_.back();
     value.given = values.SourceOf(attribute);
-    if (IsRefused(value.result)) {
+    encoder.EncodeAlone(field.flag, value.result);
+    value.note = IsDone(value) ? "" : "left out: " + KindsTaken(attribute);
+    if (IsRefused(value)) {
       value.note =
           fmt::format("refused: {} ({})", EncodeLine(attribute, value.result), ExpectedText(attribute, value.result));
-    } else if (!IsDone(value.result)) {
-      value.note = "left out: " + KindsTaken(attribute);
     }
   }
   if (HasPacket()) NoteWritten(values);
@@ -245,53 +197,53 @@ Encoding::Encoding(const EntityModel& entity, std::string entityText, const Valu
 
 // Writing one attribute can change the bits of another.
 void Encoding::NoteWritten(const Values& values) {
-  std::vector<Alone> alone;
-  for (const EncodedValue& value : values_) {
-    const Attribute& attribute = *value.field->attribute;
-    alone.push_back(IsDone(value.result) ? AloneOf(value.field->bits, attribute, value.result, *values.Of(attribute))
-                                         : Alone());
-  }
+  PartialEncoder encoder(entity_, values);
+  const auto contentOf = [this](size_t index, const byte* payload) {
+    return ContentText(values_[index].field->bits, payload);
+  };
   // For each attribute whose bits are not as it would write them alone: the first one whose writing changed them, or
   // itself where it left bits of an earlier one and no later one changed them.
   std::map<size_t, size_t> overwriters;
   for (size_t i = 0; i < values_.size(); ++i) {
-    if (alone[i].Text() != ContentText(values_[i].field->bits, package_.value) && IsDone(values_[i].result)) {
-      overwriters[i] = i;
-    }
+    if (!IsDone(values_[i])) continue;
+    const Bytes alone = encoder.EncodeAlone(i, values_[i].result);
+    if (contentOf(i, alone.data()) != contentOf(i, package_.value)) overwriters[i] = i;
   }
-  PartialEncoder encoder(entity_, values);
   std::map<size_t, std::string> whole;  // what is in the bits of those that have been written and not yet changed
   for (size_t i = 0; i < values_.size() && !overwriters.empty(); ++i) {
-    if (!IsDone(values_[i].result) || (whole.empty() && overwriters.count(i) == 0)) continue;
+    if (!IsDone(values_[i]) || (whole.empty() && overwriters.count(i) == 0)) continue;
     const Bytes now = encoder.EncodeFirst(i + 1);
     for (auto one = whole.begin(); one != whole.end();) {
-      const bool isChanged = ContentText(values_[one->first].field->bits, now.data()) != one->second;
+      const bool isChanged = contentOf(one->first, now.data()) != one->second;
       if (isChanged) overwriters[one->first] = i;
       one = isChanged ? whole.erase(one) : std::next(one);
     }
-    if (overwriters.count(i) != 0) whole[i] = ContentText(values_[i].field->bits, now.data());
+    if (overwriters.count(i) != 0) whole[i] = contentOf(i, now.data());
   }
 
   for (size_t i = 0; i < values_.size(); ++i) {
     EncodedValue& value = values_[i];
     const Attribute& attribute = *value.field->attribute;
-    if (!IsDone(value.result)) continue;
+    if (!IsDone(value)) continue;
     const Json::Value& given = *values.Of(attribute);
+    const Bytes alone = encoder.EncodeAlone(i, value.result);
     const auto overwriter = overwriters.find(i);
-    const bool isOverwritten = overwriter != overwriters.end() && overwriter->second != i;
-    if (isOverwritten) {
-      value.note = fmt::format("overwritten: was {} until {} was written", Shortened(alone[i].Text(), kBitsColumns),
-                               InQuotes(values_[overwriter->second].field->attribute->name));
+    const bool isAsAlone = overwriter == overwriters.end();
+    const bool isMixed = !isAsAlone && overwriter->second == i;
+    if (!isAsAlone && !isMixed) {
+      value.note =
+          fmt::format("overwritten: was {} until {} was written", Shortened(contentOf(i, alone.data()), kBitsColumns),
+                      InQuotes(values_[overwriter->second].field->attribute->name));
     } else if (IsBinary(attribute)) {
       NoteBinary(given.asString(), value);
-    } else if (overwriter == overwriters.end() && !IsBool(attribute)) {
-      NoteNumber(given, alone[i], value);
+    } else if (isAsAlone && !IsBool(attribute)) {
+      NoteNumber(given, RawValue(value.field->bits, alone.data()), value);
     }
-    if (overwriter != overwriters.end() && !isOverwritten) {
+    if (isMixed) {
       if (!value.isAltered) value.note.clear();
       Add(value.note, "mixed: what it does not set is an earlier value's");
     }
-    value.isAltered = value.isAltered || overwriter != overwriters.end();
+    value.isAltered = value.isAltered || !isAsAlone;
     if (given.isString() && !IsBinary(attribute)) NotePartlyRead(given.asString(), value);
   }
 }
@@ -305,7 +257,7 @@ std::vector<std::string> Encoding::Problems() const {
   for (const EncodedValue& value : values_) {
     if (value.result.outcome == MorvixProtocolOutcomeWrongKind_4_0 || value.isAltered)
       problems.push_back(textOf(value));
-    if (refused == nullptr && IsRefused(value.result)) refused = &value;
+    if (refused == nullptr && IsRefused(value)) refused = &value;
   }
   if (HasPacket()) return problems;
   const char* reason = entity_.Writing().payloadBytes == 0
@@ -324,10 +276,10 @@ std::string Encoding::PartsText() const {
 }
 
 std::string Encoding::TableText(bool isSent, bool color) const {
-  std::vector<TableRow> rows = {HeadingRow({"FLAG", "NAME", "VALUE", "PLACE", "BITS", "NOTE"}, color)};
+  std::vector<TableRow> rows = {HeadingRow({"FLAG", "NAME", "VALUE", "PLACE", "BITS", "NOTE"})};
   for (const EncodedValue& value : values_) {
     const BitRange& bits = value.field->bits;
-    const bool isWritten = IsDone(value.result);
+    const bool isWritten = IsDone(value);
     std::string flag = std::to_string(value.field->flag);
     if (isSent) flag += BitAt(package_.flags, FlagBit(entity_.Writing(), value.field->flag)) ? " = 1" : " = 0";
     rows.push_back({{flag},
@@ -337,7 +289,7 @@ std::string Encoding::TableText(bool isSent, bool color) const {
                     {isWritten && isSent ? Shortened(ContentText(bits, package_.value), kBitsColumns) : ""},
                     {isWritten && !isSent && !value.isAltered ? "not sent" : value.note}});
   }
-  return AlignedTable(rows) + kTableKey;
+  return AlignedTable(rows, color) + kTableKey;
 }
 
 }  // namespace morvix::inspect

@@ -2,26 +2,19 @@
 
 #include <fmt/format.h>
 
-#include <cctype>
+#include <algorithm>
+#include <charconv>
 #include <iterator>
 
 #include "host/Base64.h"
 #include "inspect/model/BitRange.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
+#include "inspect/text/Format.h"
 
 namespace morvix::inspect {
 
 namespace {
-
-bool IsHexDigit(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
-
-bool IsBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
-
-unsigned DigitValue(char c) {
-  const int digit = std::tolower(static_cast<unsigned char>(c));
-  return static_cast<unsigned>(digit <= '9' ? digit - '0' : digit - 'a' + 10);
-}
 
 std::string Found(const std::string& text, size_t at) {
   if (at >= text.size()) return "the end";
@@ -39,11 +32,12 @@ bool FailAt(const std::string& text, size_t at, const std::string& expected, Hex
 bool ParseDigits(const std::string& text, size_t& at, Bytes& bytes, HexError& error) {
   if (text.compare(at, 2, "0x") == 0 || text.compare(at, 2, "0X") == 0) at += 2;
   do {
-    if (at >= text.size() || !IsHexDigit(text[at])) return FailAt(text, at, "a hexadecimal digit", error);
-    if (at + 1 >= text.size() || !IsHexDigit(text[at + 1])) {
-      return FailAt(text, at + 1, "the second hexadecimal digit of a byte", error);
-    }
-    bytes.push_back(static_cast<byte>(DigitValue(text[at]) << 4 | DigitValue(text[at + 1])));
+    const char* first = text.data() + at;
+    unsigned value = 0;
+    const auto digits = std::from_chars(first, first + std::min<size_t>(text.size() - at, 2), value, 16).ptr - first;
+    if (digits == 0) return FailAt(text, at, "a hexadecimal digit", error);
+    if (digits == 1) return FailAt(text, at + 1, "the second hexadecimal digit of a byte", error);
+    bytes.push_back(static_cast<byte>(value));
     at += 2;
   } while (at < text.size() && !IsBlank(text[at]) && text[at] != ':' && text[at] != ',');
   return true;
@@ -56,11 +50,6 @@ std::string CArrayText(const Bytes& packet) {
     fmt::format_to(std::back_inserter(text), "{}0x{:02x},", i % kBytesPerLine == 0 ? "\n    " : " ", packet[i]);
   }
   return text + "\n};\n";
-}
-
-std::string Base64Text(const Bytes& packet) {
-  std::vector<char> buffer((packet.size() + 2) / 3 * 4 + 1);
-  return __internal_base64_encode(buffer.data(), static_cast<uint32_t>(buffer.size()), packet.data(), packet.size());
 }
 
 }  // namespace
@@ -85,12 +74,17 @@ bool ParseHex(const std::string& text, Bytes& bytes, HexError& error) {
   }
 }
 
+std::string Base64Text(const byte* data, size_t size) {
+  std::string text((size + 2) / 3 * 4 + 1, '\0');
+  return __internal_base64_encode(text.data(), static_cast<uint32_t>(text.size()), data, size);
+}
+
 std::string PacketText(const Bytes& packet, PacketForm form) {
   switch (form) {
     case PacketForm::kCArray:
       return CArrayText(packet);
     case PacketForm::kBase64:
-      return Base64Text(packet) + '\n';
+      return Base64Text(packet.data(), packet.size()) + '\n';
     case PacketForm::kBinary:
       return {packet.begin(), packet.end()};
     default:

@@ -14,7 +14,7 @@ namespace morvix::inspect {
 
 using Bytes = std::vector<byte>;
 
-// Why a text is not a packet, and the column of it, counted from 1, where that shows.
+// Why a text is not a packet, and the column, counted from 1, where that shows.
 struct HexError {
   size_t column = 1;
   std::string message;
@@ -23,6 +23,8 @@ struct HexError {
 // The bytes of hexadecimal text: two digits a byte, with or without blanks, one colon or one comma between bytes, and
 // 0x before the first of digits that stand together. False with `error` set for anything else.
 bool ParseHex(const std::string& text, Bytes& bytes, HexError& error);
+
+std::string Base64Text(const byte* data, size_t size);
 
 // The forms in which a packet is given out.
 enum class PacketForm { kHex, kCArray, kBase64, kBinary };

@@ -27,10 +27,14 @@ struct PacketReading {
 // Reads a packet that RefusalOf has nothing against. The module's lines are logged.
 PacketReading ReadPacket(const EntityModel& entity, const Bytes& packet);
 
+// What decoding makes of each of these attributes in a payload. Nothing is logged.
+std::vector<Result> DecodeSilently(const EntityModel& entity, const std::vector<Attribute>& attributes,
+                                   const byte* payload, size_t size);
+
 // The text of a field's value in a payload that was read with this result; empty when there is no value.
 std::string ValueText(const Field& field, const Result& result, const byte* payload);
 
-// Why decoding ended at the culprit, with what was expected.
+// Why decoding ended at the culprit, with what was expected; empty when there is none.
 std::string FailureText(const EntityModel& entity, const PacketReading& reading, const Bytes& packet);
 
 }  // namespace morvix::inspect

@@ -26,7 +26,7 @@ class Decoded : public ResultForm {
 
   std::string ResultOf(const Bytes& packet, std::string& failure) override {
     const PacketReading reading = ReadPacket(entity_, packet);
-    failure = reading.culprit == nullptr ? "" : FailureText(entity_, reading, packet);
+    failure = FailureText(entity_, reading, packet);
     return CompactText(reading.document) + '\n';
   }
 
@@ -44,8 +44,7 @@ class Flat : public ResultForm {
       : entity_(entity),
         alerts_(FieldsOf(MorvixProtocolTypeAlert_4_0)),
         faults_(FieldsOf(MorvixProtocolTypeFault_4_0)),
-        isSeparable_(entity.Info().name != "version" && AreKeysDistinct() && HavePlaces(alerts_) &&
-                     HavePlaces(faults_)) {}
+        isSeparable_(IsSeparable()) {}
 
   std::string ResultOf(const Bytes& packet, std::string& failure) override {
     activeAlerts_.clear();
@@ -65,77 +64,64 @@ class Flat : public ResultForm {
       alerts = ListText(alerts_, packet);
       faults = ListText(faults_, packet);
     } else {
-      const PacketReading reading = ReadPacket(entity_, packet);
-      if (reading.culprit != nullptr) failure = FailureText(entity_, reading, packet);
-      ListTextsOf(reading.document, alerts, faults);
+      PacketReading reading = ReadPacket(entity_, packet);
+      failure = FailureText(entity_, reading, packet);
+      reading.document["version"] = 4.0;
+      Json::Value alertList;
+      Json::Value faultList;
+      ProtocolConvertReceiveResult_4_0(CompactText(reading.document), alertList, faultList);
+      alerts = TextByName(alertList);
+      faults = TextByName(faultList);
     }
     return fmt::format("{{\"values\":{},\"alerts\":{},\"faults\":{},\"active\":{{\"alerts\":{},\"faults\":{}}}}}\n",
                        document_, alerts, faults, ActiveText(activeAlerts_), ActiveText(activeFaults_));
   }
 
  private:
-  struct NamedField {
-    std::string key;  // as JSON text, with a colon
-    const Field* field;
-  };
-  using NamedFields = std::vector<NamedField>;
+  // Each with its key as JSON text.
+  using KeyedFields = std::vector<std::pair<std::string, const Field*>>;
 
   // In the order of a document.
-  NamedFields FieldsOf(Group group) const {
-    std::vector<const Field*> fields;
+  KeyedFields FieldsOf(Group group) const {
+    std::map<std::string, const Field*> fields;
     for (const Field& field : entity_.Reading().fields) {
-      if (field.attribute->type == group) fields.push_back(&field);
+      if (field.attribute->type == group) fields[field.attribute->display_name] = &field;
     }
-    std::stable_sort(fields.begin(), fields.end(), [](const Field* left, const Field* right) {
-      return left->attribute->display_name < right->attribute->display_name;
-    });
-    NamedFields named;
-    for (const Field* field : fields) named.push_back({CompactText(field->attribute->display_name) + ':', field});
-    return named;
+    KeyedFields keyed;
+    for (const auto& [name, field] : fields) keyed.emplace_back(CompactText(name), field);
+    return keyed;
   }
 
-  // As they are written: keys that are not UTF-8 may become alike there.
-  bool AreKeysDistinct() const {
-    std::set<std::string> keys;
-    for (const Attribute& attribute : entity_.Reading().records) keys.insert(CompactText(DocumentKey(attribute)));
-    return keys.size() == entity_.Reading().records.size();
-  }
-
-  static bool HavePlaces(const NamedFields& fields) {
-    return std::none_of(fields.begin(), fields.end(),
-                        [](const NamedField& named) { return named.field->bitsInLonger.IsEmpty(); });
+  bool IsSeparable() const {
+    std::set<std::string> keys;  // as they are written: those that are not UTF-8 may become alike there
+    for (const Field& field : entity_.Reading().fields) {
+      const bool isNew = keys.insert(CompactText(DocumentKey(*field.attribute))).second;
+      if (!isNew || (IsAlertOrFault(*field.attribute) && field.bitsInLonger.IsEmpty())) return false;
+    }
+    return entity_.Info().name != "version";
   }
 
   // The values by name, of a packet that was decoded to its end.
-  static std::string ListText(const NamedFields& fields, const Bytes& packet) {
+  static std::string ListText(const KeyedFields& fields, const Bytes& packet) {
     std::string text = "{";
-    for (const NamedField& named : fields) {
-      const BitRange& bits = named.field->bitsInLonger;
+    const byte* payload = packet.data() + 1;
+    for (const auto& [key, field] : fields) {
+      const BitRange& bits = field->bitsInLonger;
       if (bits.EndByte() > packet.size() - 1) continue;
-      const byte* payload = packet.data() + 1;
-      const bool isNumeric = !IsBinary(*named.field->attribute);
+      const bool isNumeric = !IsBinary(*field->attribute);
       const Result result{MorvixProtocolOutcomeDone_4_0, isNumeric ? RawValue(bits, payload) : 0};
-      const std::string value = ValueText(*named.field, result, payload);
+      const std::string value = ValueText(*field, result, payload);
       if (value.empty()) continue;  // its scaling refuses the raw value
-      const char* quote = IsBool(*named.field->attribute) ? "" : "\"";
-      text += fmt::format("{}{}{}{}{}", text.size() == 1 ? "" : ",", named.key, quote, value, quote);
+      const char* quote = IsBool(*field->attribute) ? "" : "\"";
+      text += fmt::format("{}{}:{}{}{}", text.size() == 1 ? "" : ",", key, quote, value, quote);
     }
     return text + '}';
   }
 
-  static void ListTextsOf(Json::Value document, std::string& alerts, std::string& faults) {
-    document["version"] = 4.0;
-    Json::Value alertList;
-    Json::Value faultList;
-    ProtocolConvertReceiveResult_4_0(CompactText(document), alertList, faultList);
-    alerts = CompactText(ByName(alertList));
-    faults = CompactText(ByName(faultList));
-  }
-
-  static Json::Value ByName(const Json::Value& list) {
+  static std::string TextByName(const Json::Value& list) {
     Json::Value values(Json::objectValue);
     for (const Json::Value& item : list) values[item["name"].asString()] = item["value"];
-    return values;
+    return CompactText(values);
   }
 
   static std::string ActiveText(const std::vector<TavelReceiveInfo>& active) {
@@ -147,8 +133,8 @@ class Flat : public ResultForm {
   }
 
   const EntityModel& entity_;
-  const NamedFields alerts_;
-  const NamedFields faults_;
+  const KeyedFields alerts_;
+  const KeyedFields faults_;
   const bool isSeparable_;
   // Kept for their memory.
   std::string document_;
@@ -164,19 +150,19 @@ class Table : public ResultForm {
 
   std::string ResultOf(const Bytes& packet, std::string& failure) override {
     const PacketReading reading = ReadPacket(entity_, packet);
-    failure = reading.culprit == nullptr ? "" : FailureText(entity_, reading, packet);
+    failure = FailureText(entity_, reading, packet);
     const std::set<std::string> active = ActiveKeys(packet);
     std::map<std::string, size_t> lastOfKey;
     for (const Field& field : entity_.Reading().fields) {
       if (IsTold(reading, field)) lastOfKey[DocumentKey(*field.attribute)] = field.flag;
     }
-    std::vector<TableRow> rows = {HeadingRow({"NAME", "GROUP", "PLACE", "BITS", "VALUE", "NOTE"}, color_)};
+    std::vector<TableRow> rows = {HeadingRow({"NAME", "GROUP", "PLACE", "BITS", "VALUE", "NOTE"})};
     for (const Field& field : entity_.Reading().fields) {
       rows.push_back(RowOf(field, packet, reading, active, lastOfKey));
     }
     const bool isNotification = reading.command == MorvixProtocolCommandNotifyResp_4_0;
     return fmt::format("{}, {}, {} of payload\n\n{}", isNotification ? "notification" : "read response",
-                       NameText(entity_.Info().name), Count(packet.size() - 1, "byte"), AlignedTable(rows));
+                       NameText(entity_.Info().name), Count(packet.size() - 1, "byte"), AlignedTable(rows, color_));
   }
 
  private:
@@ -212,11 +198,11 @@ class Table : public ResultForm {
     const bool isActive = IsAlertOrFault(attribute) && active.count(DocumentKey(attribute)) != 0;
     if (isActive) note += note.empty() ? "active" : ", active";
     return {{NameText(DocumentKey(attribute))},
-            {GroupName(attribute.type), color_ ? GroupColor(attribute.type) : ""},
+            {GroupName(attribute.type), GroupColor(attribute.type)},
             {PlaceText(bits)},
             {Shortened(ContentText(bits, payload), kBitsColumns)},
             {Shortened(value, kValueColumns)},
-            {note, color_ && isActive ? GroupColor(attribute.type) : ""}};
+            {note, isActive ? GroupColor(attribute.type) : ""}};
   }
 
   static std::string NoteOf(const Field& field, const PacketReading& reading,

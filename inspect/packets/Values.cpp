@@ -1,11 +1,5 @@
 #include "inspect/packets/Values.h"
 
-#include <json/reader.h>
-
-#include <algorithm>
-#include <memory>
-#include <utility>
-
 #include "inspect/json/Scan.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
@@ -16,31 +10,11 @@ namespace morvix::inspect {
 
 namespace {
 
-bool Contains(const std::vector<std::string>& names, const std::string& name) {
-  return std::find(names.begin(), names.end(), name) != names.end();
-}
-
 // Why an element whose attribute is not written is not.
 std::string ReasonOf(const Element& element, bool isRead) {
   if (!isRead) return "is not usable; dp4 lint tells why";
   if (element.IsWritable()) return "is dropped by encoding; dp4 lint tells why";
   return std::string("is not written, its group is ") + GroupName(element.group);
-}
-
-Json::Value SettingValue(const std::string& text) {
-  size_t offset = 0;
-  std::string message;
-  if (!json::IsStrictJson(text, offset, message)) return text;
-  Json::CharReaderBuilder builder;
-  builder["rejectDupKeys"] = true;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  Json::Value value;
-  try {
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) return text;
-  } catch (const Json::Exception&) {  // nested too deep
-    return text;
-  }
-  return value;
 }
 
 }  // namespace
@@ -86,7 +60,7 @@ void Values::TakeDocument(const json::Document& document) {
     const Json::Value& value = given[name];
     const std::string source = document.PlaceName(value);
     if (Contains(writable_, name)) {
-      const size_t start = document.OffsetOf(value);
+      const size_t start = json::OffsetOf(value);
       given_[name] = {source, document.Text().substr(start, static_cast<size_t>(value.getOffsetLimit()) - start)};
     } else {
       unused_.push_back(source + ": " + UnusedText(name));
@@ -101,7 +75,9 @@ void Values::TakeSetting(const std::string& setting) {
   const std::string name = setting.substr(0, equals);
   if (!Contains(writable_, name)) throw InputError(source + ": " + UnusedText(name));
   const std::string text = setting.substr(equals + 1);
-  document_[entityName_][name] = SettingValue(text);
+  Json::Value& value = document_[entityName_][name];
+  json::SyntaxError notJson;
+  if (!json::ReadStrict(text, value, notJson)) value = text;
   given_[name] = {source, text};
 }
 

@@ -9,35 +9,23 @@ namespace morvix::inspect {
 
 namespace {
 
-// Controls, line separators, what turns the direction of writing, and what cannot be seen. Variation selectors stay:
-// they follow visible characters.
+// Controls, line separators, characters that change the direction of writing, and invisible ones. Variation selectors
+// stay: they follow visible characters.
 bool IsHarmful(int32_t code) {
-  const utf8proc_property_t& property = *utf8proc_get_property(code);
-  switch (property.category) {
-    case UTF8PROC_CATEGORY_CC:
-    case UTF8PROC_CATEGORY_CF:
-    case UTF8PROC_CATEGORY_ZL:
-    case UTF8PROC_CATEGORY_ZP:
-      return true;
-    default:
-      break;
-  }
+  const utf8proc_category_t category = utf8proc_category(code);
+  const bool isControl = category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_CF ||
+                         category == UTF8PROC_CATEGORY_ZL || category == UTF8PROC_CATEGORY_ZP;
   const bool isVariationSelector = code >= 0xfe00 && code <= 0xfe0f;
+  const bool isIgnorable = utf8proc_get_property(code)->ignorable && !isVariationSelector;
   const bool isNoncharacter = (code & 0xfffe) == 0xfffe || (code >= 0xfdd0 && code <= 0xfdef);
-  return (property.ignorable && !isVariationSelector) || isNoncharacter;
+  return isControl || isIgnorable || isNoncharacter;
 }
 
 std::string EscapeOf(int32_t code) {
-  switch (code) {
-    case '\n':
-      return "\\n";
-    case '\r':
-      return "\\r";
-    case '\t':
-      return "\\t";
-    default:
-      return fmt::format(code < 0x80 ? "\\x{:02x}" : code < 0x10000 ? "\\u{:04x}" : "\\U{:08x}", code);
-  }
+  if (code == '\n') return "\\n";
+  if (code == '\r') return "\\r";
+  if (code == '\t') return "\\t";
+  return fmt::format(code < 0x80 ? "\\x{:02x}" : code < 0x10000 ? "\\u{:04x}" : "\\U{:08x}", code);
 }
 
 }  // namespace
@@ -59,7 +47,7 @@ std::string Escaped(std::string_view text) {
       escaped += fmt::format("\\x{:02x}", static_cast<unsigned char>(text[at]));
     } else if (code == '\\') {
       escaped += "\\\\";
-    } else if (code < 0x20 || code == 0x7f || (code > 0x7f && IsHarmful(code))) {
+    } else if (IsHarmful(code)) {
       escaped += EscapeOf(code);
     } else {
       escaped += text.substr(at, length);
@@ -79,15 +67,6 @@ std::string Quoted(std::string_view text) {
   size_t end = kMaxLength;
   while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) --end;  // not inside a character
   return "'" + Escaped(text.substr(0, end)) + "...'";
-}
-
-size_t FindInvalidUtf8(std::string_view text) {
-  int32_t code = 0;
-  for (size_t at = 0, length = 0; at < text.size(); at += length) {
-    length = ReadCharacter(text, at, code);
-    if (length == 0) return at;
-  }
-  return std::string_view::npos;
 }
 
 }  // namespace morvix::inspect

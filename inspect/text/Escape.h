@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace morvix::inspect {
 
@@ -26,9 +25,6 @@ std::string Quoted(std::string_view text);
 
 // The length in bytes of the UTF-8 character that begins at `at`, with its code; 0 when there is no valid one.
 size_t ReadCharacter(std::string_view text, size_t at, int32_t& code);
-
-// Where the first byte is that does not belong to a UTF-8 character; npos when the text is valid.
-size_t FindInvalidUtf8(std::string_view text);
 
 }  // namespace morvix::inspect
 

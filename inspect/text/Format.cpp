@@ -4,6 +4,8 @@
 #include <utf8proc.h>
 
 #include <algorithm>
+#include <cctype>
+#include <numeric>
 
 #include "inspect/text/Escape.h"
 
@@ -49,12 +51,17 @@ size_t LineEnd(const std::vector<Glyph>& glyphs, size_t start, size_t width, boo
   return separator == 0 ? end : separator;
 }
 
+std::string TextOf(const std::vector<Glyph>& glyphs, size_t begin, size_t end) {
+  std::string text;
+  for (size_t i = begin; i < end; ++i) text += glyphs[i].bytes;
+  return text;
+}
+
 std::vector<std::string> Lines(const std::vector<Glyph>& glyphs, size_t width, bool atSeparators) {
   std::vector<std::string> lines;
   for (size_t start = 0, end = 0; start < glyphs.size(); start = end) {
     end = LineEnd(glyphs, start, width, atSeparators);
-    std::string line;
-    for (size_t i = start; i < end; ++i) line += glyphs[i].bytes;
+    const std::string line = TextOf(glyphs, start, end);
     const size_t first = lines.empty() ? 0 : std::min(line.find_first_not_of(' '), line.size());
     const size_t last = end == glyphs.size() ? line.size() : line.find_last_not_of(' ') + 1;
     if (first < last) lines.push_back(line.substr(first, last - first));
@@ -64,18 +71,21 @@ std::vector<std::string> Lines(const std::vector<Glyph>& glyphs, size_t width, b
 
 }  // namespace
 
+bool IsBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+
 std::string Count(uint64_t number, std::string_view noun) {
   return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
 }
 
+std::string Series(const std::vector<std::string>& items, std::string_view conjunction) {
+  if (items.size() < 2) return items.empty() ? "" : items[0];
+  return fmt::format("{} {} {}", fmt::join(items.begin(), items.end() - 1, ", "), conjunction, items.back());
+}
+
 std::string Listed(const std::vector<std::string>& labels, size_t count) {
   constexpr size_t kShown = 4;
-  const size_t shown = count <= kShown + 1 ? count : kShown;
-  std::string listed;
-  for (size_t i = 0; i < shown; ++i) {
-    listed += (i == 0 ? "" : i + 1 == count ? " and " : ", ") + labels[i];
-  }
-  return shown < count ? fmt::format("{} and {} more", listed, count - shown) : listed;
+  if (count <= kShown + 1) return Series(labels, "and");
+  return fmt::format("{} and {} more", fmt::join(labels.begin(), labels.begin() + kShown, ", "), count - kShown);
 }
 
 std::string ShortestText(double number) { return fmt::format("{}", number); }
@@ -92,14 +102,8 @@ std::vector<std::string> Wrapped(std::string_view text, size_t width, size_t max
   if (lines.size() > maxLines) lines = Lines(glyphs, width, false);
   if (lines.size() <= maxLines) return lines;
   lines.resize(maxLines);
-  std::string last;
-  size_t used = 0;
-  for (const Glyph& glyph : Glyphs(lines.back())) {
-    if (used + glyph.width >= width) break;
-    used += glyph.width;
-    last += glyph.bytes;
-  }
-  lines.back() = last + ellipsis;
+  const std::vector<Glyph> last = Glyphs(lines.back());
+  lines.back() = TextOf(last, 0, LineEnd(last, 0, width - 1, false)) + ellipsis;
   return lines;
 }
 
@@ -113,38 +117,36 @@ std::string PaddedTo(size_t width, std::string_view text) {
   return std::string(text) + std::string(width - std::min(used, width), ' ');
 }
 
-std::string Colored(std::string_view text, std::string_view color) {
-  return color.empty() || text.empty() ? std::string(text) : fmt::format("\x1b[{}m{}\x1b[0m", color, text);
+std::string Colored(std::string_view text, std::string_view sgr, bool color) {
+  return !color || sgr.empty() || text.empty() ? std::string(text) : fmt::format("\x1b[{}m{}\x1b[0m", sgr, text);
 }
 
-TableRow HeadingRow(const std::vector<std::string>& headings, bool color) {
+TableRow HeadingRow(const std::vector<std::string>& headings) {
   TableRow row;
-  for (const std::string& heading : headings) row.push_back({heading, color ? kBold : ""});
+  for (const std::string& heading : headings) row.push_back({heading, kBold});
   return row;
 }
 
-std::string AlignedTable(const std::vector<TableRow>& rows) {
-  std::vector<size_t> widths;
+std::string AlignedTable(const std::vector<TableRow>& rows, bool color) {
+  std::vector<size_t> widths;  // of all columns but the last, with the gaps after them
   for (const TableRow& row : rows) {
-    widths.resize(std::max(widths.size(), row.size()));
-    for (size_t i = 0; i + 1 < row.size(); ++i) widths[i] = std::max(widths[i], TextWidth(row[i].text));
+    widths.resize(row.size() - 1);
+    for (size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], TextWidth(row[i].text) + 2);
   }
+  const std::string indent(std::accumulate(widths.begin(), widths.end(), size_t{0}), ' ');
   std::string table;
   for (const TableRow& row : rows) {
     std::string line;
-    std::string blank;
-    for (size_t i = 0; i + 1 < row.size(); ++i) {
-      line += Colored(row[i].text, row[i].color) + std::string(widths[i] + 2 - TextWidth(row[i].text), ' ');
-      blank += std::string(widths[i] + 2, ' ');
+    for (size_t i = 0; i < widths.size(); ++i) {
+      line += Colored(row[i].text, row[i].sgr, color) + std::string(widths[i] - TextWidth(row[i].text), ' ');
     }
     const std::string& last = row.back().text;
-    for (size_t begin = 0; begin <= last.size();) {
-      const size_t end = std::min(last.find('\n', begin), last.size());
-      line += Colored(last.substr(begin, end - begin), row.back().color);
+    for (size_t begin = 0, end = 0; begin <= last.size(); begin = end + 1) {
+      end = std::min(last.find('\n', begin), last.size());
+      line += Colored(last.substr(begin, end - begin), row.back().sgr, color);
       line.erase(line.find_last_not_of(' ') + 1);
       table += line + "\n";
-      line = blank;
-      begin = end + 1;
+      line = indent;
     }
   }
   return table;

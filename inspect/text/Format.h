@@ -11,13 +11,18 @@
 
 namespace morvix::inspect {
 
+bool IsBlank(char c);
+
 // "1 byte", "2 bytes".
 std::string Count(uint64_t number, std::string_view noun);
 
-// "'a'", "'a' and 'b'", "'a', 'b', 'c', 'd' and 5 more": `labels` holds all `count` texts or at least the first five.
+// "a", "a or b", "a, b or c".
+std::string Series(const std::vector<std::string>& items, std::string_view conjunction);
+
+// "'a'", "'a' and 'b'", "'a', 'b', 'c', 'd' and 5 more": `labels` holds all `count` labels or at least the first five.
 std::string Listed(const std::vector<std::string>& labels, size_t count);
 
-// The shortest text that is read as this number.
+// The shortest string that is read as this number.
 std::string ShortestText(double number);
 
 // The columns that an escaped text takes.
@@ -33,23 +38,22 @@ std::string Shortened(std::string_view text, size_t columns);
 // The text filled up with blanks to this width.
 std::string PaddedTo(size_t width, std::string_view text);
 
-// SGR parameters of a terminal.
-constexpr char kBold[] = "1";
+constexpr char kBold[] = "1";  // SGR parameters of a terminal
 
-// The text in a colour, given as SGR parameters; an empty colour changes nothing.
-std::string Colored(std::string_view text, std::string_view color);
+// The text in a colour, given as SGR parameters, if colours are wanted.
+std::string Colored(std::string_view text, std::string_view sgr, bool color);
 
 // Cells of the last column may have several lines.
 struct TableCell {
   std::string text;
-  std::string color = {};
+  std::string sgr = {};
 };
 using TableRow = std::vector<TableCell>;
 
 // The first row of a table.
-TableRow HeadingRow(const std::vector<std::string>& headings, bool color);
+TableRow HeadingRow(const std::vector<std::string>& headings);
 
-std::string AlignedTable(const std::vector<TableRow>& rows);
+std::string AlignedTable(const std::vector<TableRow>& rows, bool color);
 
 }  // namespace morvix::inspect
 

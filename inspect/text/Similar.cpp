@@ -5,12 +5,13 @@
 #include <utility>
 
 #include "inspect/text/Escape.h"
+#include "inspect/text/Format.h"
 
 namespace morvix::inspect {
 
 namespace {
 
-constexpr size_t kLongestName = 256;  // longer ones are not slips of the keyboard
+constexpr size_t kLongestName = 256;  // longer ones are not typing errors
 
 // A name without what people mix up: case, hyphens, underscores and blanks.
 std::string Plain(const std::string& name) {
@@ -23,21 +24,18 @@ std::string Plain(const std::string& name) {
 
 // How many letters have to be added, removed, replaced or swapped with the next one.
 size_t EditDistance(const std::string& left, const std::string& right) {
-  std::vector<size_t> last(right.size() + 1);
-  std::vector<size_t> current(right.size() + 1);
-  for (size_t j = 0; j <= right.size(); ++j) current[j] = j;
-  for (size_t i = 1; i <= left.size(); ++i) {
-    const std::vector<size_t> beforeLast = std::exchange(last, current);
-    current[0] = i;
-    for (size_t j = 1; j <= right.size(); ++j) {
-      const size_t replaced = last[j - 1] + (left[i - 1] == right[j - 1] ? 0 : 1);
-      current[j] = std::min({replaced, last[j] + 1, current[j - 1] + 1});
-      if (i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1]) {
-        current[j] = std::min(current[j], beforeLast[j - 2] + 1);
-      }
+  std::vector<std::vector<size_t>> distances(left.size() + 1, std::vector<size_t>(right.size() + 1));
+  for (size_t i = 0; i <= left.size(); ++i) {
+    for (size_t j = 0; j <= right.size(); ++j) {
+      size_t& distance = distances[i][j] = i + j;
+      if (i == 0 || j == 0) continue;
+      const size_t replaced = distances[i - 1][j - 1] + (left[i - 1] == right[j - 1] ? 0 : 1);
+      distance = std::min({replaced, distances[i - 1][j] + 1, distances[i][j - 1] + 1});
+      const bool isSwap = i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1];
+      if (isSwap) distance = std::min(distance, distances[i - 2][j - 2] + 1);
     }
   }
-  return current[right.size()];
+  return distances.back().back();
 }
 
 // A known name and how far away it is: edits first, then names of which one is a part of the other.
@@ -52,8 +50,7 @@ std::vector<Candidate> NearNames(const std::string& name, const std::vector<std:
   for (const std::string& other : known) {
     if (other.size() > kLongestName) continue;
     const std::string plainOther = Plain(other);
-    const size_t longer = std::max(plain.size(), plainOther.size());
-    const size_t shorter = std::min(plain.size(), plainOther.size());
+    const auto [shorter, longer] = std::minmax({plain.size(), plainOther.size()});
     const size_t distance = EditDistance(plain, plainOther);
     const bool isPart = plain.find(plainOther) != std::string::npos || plainOther.find(plain) != std::string::npos;
     if (3 * distance <= longer || (distance == 1 && longer > 1)) {
@@ -68,6 +65,10 @@ std::vector<Candidate> NearNames(const std::string& name, const std::vector<std:
 
 }  // namespace
 
+bool Contains(const std::vector<std::string>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 std::string SimilarName(const std::string& name, const std::vector<std::string>& known) {
   const std::vector<Candidate> near = NearNames(name, known);
   const bool isClear = near.size() == 1 || (near.size() > 1 && near[0].first < near[1].first);
@@ -76,14 +77,11 @@ std::string SimilarName(const std::string& name, const std::vector<std::string>&
 
 std::string DidYouMean(const std::string& name, const std::vector<std::string>& known) {
   constexpr size_t kMostOffered = 3;
-  std::vector<Candidate> near = NearNames(name, known);
-  near.resize(std::min(near.size(), kMostOffered));
-  if (near.empty()) return "";
-  std::string text = "; did you mean ";
-  for (size_t i = 0; i < near.size(); ++i) {
-    text += (i == 0 ? "" : i + 1 == near.size() ? " or " : ", ") + InQuotes(near[i].second);
+  std::vector<std::string> offered;
+  for (const Candidate& near : NearNames(name, known)) {
+    if (offered.size() < kMostOffered) offered.push_back(InQuotes(near.second));
   }
-  return text + "?";
+  return offered.empty() ? "" : "; did you mean " + Series(offered, "or") + "?";
 }
 
 }  // namespace morvix::inspect

@@ -1,4 +1,4 @@
-// Names that were probably meant.
+// Lists of names: whether a name is in one, and which of them was probably meant.
 
 #ifndef MORVIX_INSPECT_TEXT_SIMILAR_H
 #define MORVIX_INSPECT_TEXT_SIMILAR_H
@@ -8,10 +8,12 @@
 
 namespace morvix::inspect {
 
+bool Contains(const std::vector<std::string>& names, const std::string& name);
+
 // The known name that `name` was probably meant to be; empty when there is none, or when it could be several.
 std::string SimilarName(const std::string& name, const std::vector<std::string>& known);
 
-// "; did you mean "a" or "b"?" with up to three known names, or an empty text.
+// "; did you mean "a" or "b"?" with up to three known names, or an empty string.
 std::string DidYouMean(const std::string& name, const std::vector<std::string>& known);
 
 }  // namespace morvix::inspect

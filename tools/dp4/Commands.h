@@ -14,37 +14,33 @@
 
 namespace dp4 {
 
-struct ShowOptions {
+// What most commands take.
+struct EntityOptions {
   std::string configuration;
-  std::string entity;  // name or id; empty for all
+  std::string entity;  // name or id; empty for the only one, or for all
   bool color = false;
 };
-int Show(const ShowOptions& options, Environment& environment);
 
-struct LayoutOptions {
-  std::string configuration;
-  std::string entity;  // empty for the only one
-  std::string svg;     // the file of the picture; empty for the text form
-  bool color = false;
+// Of one entity or all.
+int Show(const EntityOptions& options, Environment& environment);
+
+struct LayoutOptions : EntityOptions {
+  std::string svg;  // the file of the picture; empty for the text form
 };
 int Layout(const LayoutOptions& options, Environment& environment);
 
 enum class FindingsForm { kText, kJson, kSarif };
 
-struct LintOptions {
-  std::vector<std::string> configurations;
-  std::string entity;  // empty for all
+struct LintOptions : EntityOptions {
+  std::vector<std::string> configurations;  // instead of the one
   FindingsForm format = FindingsForm::kText;
   morvix::inspect::Severity severity = morvix::inspect::Severity::kWarning;
   bool listRules = false;  // instead of linting
   bool roundtrip = false;
-  bool color = false;
 };
 int Lint(const LintOptions& options, Environment& environment);
 
-struct EncodeOptions {
-  std::string configuration;
-  std::string entity;            // empty for the only one
+struct EncodeOptions : EntityOptions {
   std::string values;            // file of a value document, "-" for standard input; empty with --set only
   std::vector<std::string> set;  // "name=value" each; after the document's values
   MorvixProtocolCommand_4_0 command = MorvixProtocolCommandWriteReq_4_0;
@@ -52,7 +48,6 @@ struct EncodeOptions {
   morvix::inspect::PacketForm output = morvix::inspect::PacketForm::kHex;
   bool explain = false;
   bool strict = false;  // a value that is left out is a problem
-  bool color = false;
 };
 int Encode(const EncodeOptions& options, Environment& environment);
 
@@ -65,19 +60,16 @@ int Request(const RequestOptions& options, Environment& environment);
 
 enum class DocumentForm { kFlat, kDecoded, kTable };
 
-struct DecodeOptions {
-  std::string configuration;
-  std::string entity;                // empty for the only one
+struct DecodeOptions : EntityOptions {
   std::vector<std::string> packets;  // empty: a stream on standard input
   DocumentForm document = DocumentForm::kFlat;
-  bool color = false;
 };
 int Decode(const DecodeOptions& options, Environment& environment);
 
 struct DevicesOptions {
   std::string list;
   std::string protocol;       // with packetVersion: filter
-  std::string packetVersion;  // as text, 0x4
+  std::string packetVersion;  // as given, like 0x4
   std::string find;           // a product key
   bool keys = false;          // lists the product keys
   std::optional<bool> debug;  // the build whose keys are taken; nothing: as the file says

@@ -2,7 +2,11 @@
 
 #include <algorithm>
 
+#include "inspect/text/Similar.h"
+
 namespace dp4 {
+
+using morvix::inspect::Contains;
 
 namespace {
 
@@ -65,42 +69,39 @@ std::vector<Candidate> CommandsOf(const CLI::App& app) {
   return commands;
 }
 
+bool IsLongOption(const std::string& word) { return word.compare(0, 2, "--") == 0; }
+
 // What fits in place of the last word of a command's arguments.
 std::vector<Candidate> ArgumentsOf(const CLI::App& command, std::vector<std::string> words) {
-  std::string& last = words.back();
-  std::string before = words.size() > 1 ? words[words.size() - 2] : "";
+  const std::string last = words.back();
+  words.pop_back();
+  std::string before = words.empty() ? "" : words.back();
   std::string prefix;
   const size_t equals = last.find('=');
-  if (last.compare(0, 2, "--") == 0 && equals != std::string::npos) {  // --option=va
+  if (IsLongOption(last) && equals != std::string::npos) {  // --option=va
     before = last.substr(0, equals);
     prefix = last.substr(0, equals + 1);
-  } else if (before == "=" && words.size() > 2) {  // --option = va
-    before = words[words.size() - 3];
-  } else if (last == "=") {  // --option =
-    last.clear();
+  } else if (before == "=" && words.size() > 1) {  // --option = va
+    before = words[words.size() - 2];
   }
-  const CLI::Option* option = command.get_option_no_throw(before);
-  const bool isValue = option != nullptr && before.compare(0, 2, "--") == 0 && option->get_items_expected_max() != 0;
+  const CLI::Option* option = IsLongOption(before) ? command.get_option_no_throw(before) : nullptr;
   std::vector<Candidate> candidates;
-  if (isValue) {
+  if (option != nullptr && option->get_items_expected_max() != 0) {
     candidates = WordsOf(*option);
     for (Candidate& candidate : candidates) candidate.text.insert(0, prefix);
     return candidates;
   }
+  const bool isOption = !last.empty() && last[0] == '-';
   for (const CLI::Option* other : command.get_options()) {
-    const bool isPositional = other->get_positional();
-    if (!isPositional && !last.empty() && last[0] == '-' && !other->get_lnames().empty()) {
+    if (isOption && !other->get_lnames().empty()) {
       candidates.push_back({"--" + other->get_lnames()[0], other->get_description()});
-    } else if (isPositional && (last.empty() || last[0] != '-') && candidates.empty()) {
+    } else if (!isOption && other->get_positional() && candidates.empty()) {
       candidates = WordsOf(*other);
     }
   }
   // One of a choice of words is enough.
-  const auto isGiven = [&words](const Candidate& candidate) {
-    return std::find(words.begin(), words.end() - 1, candidate.text) != words.end() - 1;
-  };
-  const bool isWord = last.empty() || last[0] != '-';
-  if (isWord && std::any_of(candidates.begin(), candidates.end(), isGiven)) candidates.clear();
+  const auto isGiven = [&words](const Candidate& candidate) { return Contains(words, candidate.text); };
+  if (!isOption && std::any_of(candidates.begin(), candidates.end(), isGiven)) candidates.clear();
   return candidates;
 }
 

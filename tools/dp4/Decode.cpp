@@ -14,7 +14,6 @@
 #include <chrono>
 #include <istream>
 #include <memory>
-#include <optional>
 #include <ostream>
 
 #include "Commands.h"
@@ -70,14 +69,9 @@ class Progress {
 };
 
 std::unique_ptr<ResultForm> MakeForm(const EntityModel& entity, const DecodeOptions& options) {
-  switch (options.document) {
-    case DocumentForm::kDecoded:
-      return DecodedForm(entity);
-    case DocumentForm::kTable:
-      return TableForm(entity, options.color);
-    default:
-      return FlatForm(entity);
-  }
+  if (options.document == DocumentForm::kDecoded) return DecodedForm(entity);
+  if (options.document == DocumentForm::kTable) return TableForm(entity, options.color);
+  return FlatForm(entity);
 }
 
 // What messages and titles call a packet's source.
@@ -103,7 +97,7 @@ class Decoder {
     }
     for (size_t i = 0; i < packets.size(); ++i) {
       const std::string place = fmt::format("packet {}", i + 1);
-      DecodeHex(packets[i], {place, place});
+      DecodePacket({false, "", packets[i], ""}, {place, place});
     }
   }
 
@@ -119,7 +113,7 @@ class Decoder {
       } else if (first != std::string::npos && line[first] == '{') {
         DecodeJsonLine(line, source);
       } else if (first != std::string::npos) {
-        DecodeHex(line, source);
+        DecodePacket({false, "", line, ""}, source);
       }
       if (environment_.isOutTerminal) environment_.out.flush();
       progress.Update(lines, problems_);
@@ -134,52 +128,36 @@ class Decoder {
   }
 
  private:
-  // `column` is what stands before the text in its line.
-  std::optional<std::string> ResultOf(const std::string& hex, const std::string& place, size_t column) {
-    HexError error;
-    if (!ParseHex(hex, packet_, error)) {
-      Report(fmt::format("{}:{}", place, column + error.column), error.message);
-      return std::nullopt;
-    }
-    const std::string refusal = RefusalOf(packet_);
-    if (!refusal.empty()) {
-      Report(place, refusal);
-      return std::nullopt;
-    }
-    std::string failure;
-    std::string result = form_->ResultOf(packet_, failure);
-    if (!failure.empty()) Report(place, failure);
-    return result;
-  }
-
-  void DecodeHex(const std::string& hex, const Source& source) {
-    const std::optional<std::string> result = ResultOf(hex, source.place, 0);
-    if (!result) return;
-    if (isTable_) WriteTitle(source.title);
-    environment_.out << *result;
-  }
-
   void DecodeJsonLine(const std::string& line, const Source& source) {
     JsonLine parts;
     HexError error;
-    if (!ReadJsonLine(line, parts, error)) {
+    if (ReadJsonLine(line, parts, error)) {
+      DecodePacket(parts, source);
+    } else {
       Report(fmt::format("{}:{}", source.place, error.column), error.message);
-      return;
     }
-    std::optional<std::string> result = ResultOf(parts.packet, source.place, parts.before.size() + 1);
-    if (!result) return;
-    if (isTable_) {
-      WriteTitle(parts.hasOthers ? fmt::format("{} {}...{}", source.title, parts.before, parts.after) : source.title);
-      environment_.out << *result;
-      return;
-    }
-    result->pop_back();  // its line end
-    environment_.out << parts.before << *result << parts.after << '\n';
   }
 
-  void WriteTitle(const std::string& title) {
-    environment_.out << (isFirst_ ? "" : "\n") << title << ": ";
-    isFirst_ = false;
+  // A packet that is not part of a JSON line has nothing around it.
+  void DecodePacket(const JsonLine& parts, const Source& source) {
+    HexError error;
+    if (!ParseHex(parts.packet, packet_, error)) {
+      const size_t column = error.column + (parts.before.empty() ? 0 : parts.before.size() + 1);  // its quotation mark
+      return Report(fmt::format("{}:{}", source.place, column), error.message);
+    }
+    const std::string refusal = RefusalOf(packet_);
+    if (!refusal.empty()) return Report(source.place, refusal);
+    std::string failure;
+    std::string result = form_->ResultOf(packet_, failure);
+    if (!failure.empty()) Report(source.place, failure);
+    if (isTable_) {
+      const std::string others = parts.hasOthers ? fmt::format(" {}...{}", parts.before, parts.after) : "";
+      environment_.out << (isFirst_ ? "" : "\n") << source.title << others << ": " << result;
+      isFirst_ = false;
+    } else {
+      result.pop_back();  // its line end
+      environment_.out << parts.before << result << parts.after << '\n';
+    }
   }
 
   void Report(const std::string& place, const std::string& message) {

@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <fstream>
 #include <istream>
+#include <optional>
 #include <ostream>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "inspect/text/Error.h"
@@ -14,8 +16,7 @@
 
 namespace dp4 {
 
-using morvix::inspect::Escaped;
-using morvix::inspect::InputError;
+using namespace morvix::inspect;
 
 namespace {
 
@@ -47,8 +48,11 @@ std::string ReadFile(const std::string& path, Environment& environment) {
   return text;
 }
 
-morvix::inspect::json::Document ReadJsonFile(const std::string& path, Environment& environment) {
-  return {NameOfFile(path), ReadFile(path, environment)};
+json::Document ReadJsonFile(const std::string& path, Environment& environment) {
+  json::SyntaxError error;
+  std::optional<json::Document> document = json::Document::Read(NameOfFile(path), ReadFile(path, environment), error);
+  if (document) return std::move(*document);
+  throw InputError(json::PlaceName(NameOfFile(path), error.place) + ": not JSON: " + Escaped(error.message));
 }
 
 void WriteFile(const std::string& path, const std::string& text, Environment& environment) {

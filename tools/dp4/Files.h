@@ -17,7 +17,7 @@ std::string NameOfFile(const std::string& path);
 // longer than 64 MiB.
 std::string ReadFile(const std::string& path, Environment& environment);
 
-// Throws InputError as ReadFile and json::Document do.
+// Throws InputError when the file cannot be read or is not JSON: "NAME:LINE:COLUMN: not JSON: ...".
 morvix::inspect::json::Document ReadJsonFile(const std::string& path, Environment& environment);
 
 // Replaces a file, or writes to standard output for "-". Throws InputError.

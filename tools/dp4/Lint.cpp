@@ -15,25 +15,16 @@ using namespace morvix::inspect;
 
 namespace {
 
-std::string RulesOutput(const LintOptions& options) {
+// The findings of the files, or the rules.
+std::string Output(const std::vector<FileFindings>& files, const LintOptions& options) {
+  const Rules& rules = LintRules();
   switch (options.format) {
     case FindingsForm::kJson:
-      return RulesJson(LintRules());
+      return options.listRules ? RulesJson(rules) : FindingsJson(files);
     case FindingsForm::kSarif:
-      return FindingsSarif({}, LintRules());
+      return FindingsSarif(files, rules);
     default:
-      return RulesText(LintRules(), options.color);
-  }
-}
-
-std::string FindingsOutput(const std::vector<FileFindings>& files, const LintOptions& options) {
-  switch (options.format) {
-    case FindingsForm::kJson:
-      return FindingsJson(files);
-    case FindingsForm::kSarif:
-      return FindingsSarif(files, LintRules());
-    default:
-      return FindingsText(files, options.color);
+      return options.listRules ? RulesText(rules, options.color) : FindingsText(files, options.color);
   }
 }
 
@@ -41,7 +32,7 @@ std::string FindingsOutput(const std::vector<FileFindings>& files, const LintOpt
 
 int Lint(const LintOptions& options, Environment& environment) {
   if (options.listRules) {
-    environment.out << RulesOutput(options);
+    environment.out << Output({}, options);
     return kFine;
   }
   if (std::count(options.configurations.begin(), options.configurations.end(), "-") > 1) {
@@ -54,16 +45,15 @@ int Lint(const LintOptions& options, Environment& environment) {
     try {
       const std::string text = ReadFile(path, environment);
       const std::string name = NameOfFile(path);
-      files.push_back(
-          {path, name,
-           PlaceAll(text, morvix::inspect::Lint(name, text, options.severity, {options.entity, options.roundtrip}))});
+      const LintChoices choices = {options.entity, options.roundtrip};
+      files.push_back({path, name, PlaceAll(text, morvix::inspect::Lint(name, text, options.severity, choices))});
       areFine = areFine && files.back().findings.empty();
     } catch (const InputError& error) {
       unusable += (unusable.empty() ? "" : "\ndp4: ") + std::string(error.what());
     }
   }
   // The other files' findings are not lost to one that cannot be used.
-  if (!files.empty() || unusable.empty()) environment.out << FindingsOutput(files, options);
+  if (!files.empty() || unusable.empty()) environment.out << Output(files, options);
   if (!unusable.empty()) throw InputError(unusable);
   return areFine ? kFine : kProblems;
 }

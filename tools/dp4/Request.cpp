@@ -1,26 +1,21 @@
 // dp4 request: the requests without payload.
 
+#include <map>
 #include <ostream>
 
 #include "Commands.h"
 
 namespace dp4 {
 
-namespace {
-
-MorvixProtocolCommand_4_0 CommandOf(const std::string& name) {
-  if (name == "read") return MorvixProtocolCommandReadReq_4_0;
-  if (name == "cc-read") return MorvixProtocolCommandCCReadReq_4_0;
-  if (name == "cc-add") return MorvixProtocolCommandCCAddSubDeviceReq_4_0;
-  if (name == "cc-delete") return MorvixProtocolCommandCCDelSubDeviceReq_4_0;
-  return MorvixProtocolCommandCCGetSubDevicesReq_4_0;
-}
-
-}  // namespace
-
 int Request(const RequestOptions& options, Environment& environment) {
   using namespace morvix::inspect;
-  const Bytes packet = RequestPacket(CommandOf(options.command), options.command, options.subDevice);
+  static const std::map<std::string, MorvixProtocolCommand_4_0> kCommands = {
+      {"read", MorvixProtocolCommandReadReq_4_0},
+      {"cc-read", MorvixProtocolCommandCCReadReq_4_0},
+      {"cc-add", MorvixProtocolCommandCCAddSubDeviceReq_4_0},
+      {"cc-delete", MorvixProtocolCommandCCDelSubDeviceReq_4_0},
+      {"cc-list", MorvixProtocolCommandCCGetSubDevicesReq_4_0}};
+  const Bytes packet = RequestPacket(kCommands.at(options.command), options.command, options.subDevice);
   environment.out << PacketText(packet, options.output);
   return kFine;
 }

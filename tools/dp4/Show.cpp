@@ -11,7 +11,7 @@ namespace dp4 {
 
 using namespace morvix::inspect;
 
-int Show(const ShowOptions& options, Environment& environment) {
+int Show(const EntityOptions& options, Environment& environment) {
   const json::Document configuration = ReadJsonFile(options.configuration, environment);
   const Json::Value& entities = EntitiesOf(configuration);
   const bool areAll = options.entity.empty() && entities.size() > 1;

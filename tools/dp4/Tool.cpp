@@ -2,8 +2,9 @@
 
 #include "Tool.h"
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <functional>
@@ -17,13 +18,12 @@
 #include "host/Logging.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
+#include "inspect/text/Format.h"
 #include "inspect/text/Similar.h"
 
 namespace dp4 {
 
-using morvix::inspect::Escaped;
-using morvix::inspect::PacketForm;
-using morvix::inspect::Severity;
+using namespace morvix::inspect;
 
 namespace {
 
@@ -35,23 +35,22 @@ const char kNeededEntity[] = "the entity, by name or id; needed when there are s
 const char kOneEntity[] = "only this entity, by name or id; all without it";
 
 const char kDecodeExample[] =
-    "dp4 decode kettle.json 04055a019f0100\n"
-    "  dp4 decode kettle.json --document table < capture.txt\n"
-    "\n"
-    "Forms of --document:\n"
-    "  flat     a line of JSON: \"values\", the application's document; \"alerts\" and \"faults\", the value of each "
-    "by its\n"
-    "           name; \"active\", the integers of those that are active\n"
-    "  decoded  a line of JSON: the decoded document, each value with the type of its group\n"
-    "  table    every attribute with its place, bits and value, for people\n"
-    "\n"
-    "A line of standard input is a packet, or a JSON object whose member \"packet\" is replaced by the result.";
+    R"(dp4 decode kettle.json 04055a019f0100
+  dp4 decode kettle.json --document table < capture.txt
+
+Forms of --document:
+  flat     a line of JSON: "values", the application's document; "alerts" and "faults", the value of each by its
+           name; "active", the integers of those that are active
+  decoded  a line of JSON: the decoded document, each value with the type of its group
+  table    every attribute with its place, bits and value, for people
+
+A line of standard input is a packet, or a JSON object whose member "packet" is replaced by the result.)";
 
 const char kFooter[] =
     "Exit codes: 0 fine, 1 the input has problems, 2 unusable arguments or unreadable files.\n"
     "dp4 COMMAND --help tells more about a command, with an example.";
 
-// For texts that mean nothing when they are empty.
+// For strings that mean nothing when they are empty.
 const CLI::Validator kNotEmpty(
     [](const std::string& text) { return text.empty() ? "expected a text, found none" : ""; }, "");
 
@@ -83,34 +82,43 @@ const Choices<Severity> kSeverities = {
 const Choices<DocumentForm> kDocumentForms = {
     {"flat", DocumentForm::kFlat}, {"decoded", DocumentForm::kDecoded}, {"table", DocumentForm::kTable}};
 
-std::string Listed(const std::vector<std::string>& names) {
-  std::string text;
-  for (size_t i = 0; i < names.size(); ++i) {
-    text += (i == 0 ? "" : i + 1 == names.size() ? " or " : ", ") + names[i];
-  }
-  return text;
-}
-
 // An option whose value is one of a few words. `value` holds the default.
 template <typename Value>
 CLI::Option* AddChoice(CLI::App& command, const std::string& name, const Choices<Value>& choices, Value& value,
                        const std::string& help = "") {
-  std::vector<std::string> names;
+  std::vector<std::string> words;
   std::string byDefault;
   for (const auto& [word, meaning] : choices) {
-    names.push_back(word);
+    words.push_back(word);
     if (meaning == value) byDefault = word;
   }
-  const auto choose = [&choices, &value](const std::string& word) {
-    value =
-        std::find_if(choices.begin(), choices.end(), [&](const auto& choice) { return choice.first == word; })->second;
+  const auto choose = [&choices, &value](const std::string& chosen) {
+    for (const auto& [word, meaning] : choices) {
+      if (word == chosen) value = meaning;
+    }
   };
-  return command.add_option_function<std::string>(name, choose, help.empty() ? Listed(names) : help + Listed(names))
-      ->check(CLI::IsMember(names))
+  return command.add_option_function<std::string>(name, choose, help + Series(words, "or"))
+      ->check(CLI::IsMember(words))
       ->default_str(byDefault);
 }
 
-// The commands with their options. `run` becomes what the chosen command does.
+// While it lives, log lines go to a sink, warnings included.
+class LogScope {
+ public:
+  explicit LogScope(LogSink sink) : sink_(SetLogSink(std::move(sink))), level_(SetLogLevel(2)) {}
+  ~LogScope() {
+    SetLogSink(sink_);
+    SetLogLevel(level_);
+  }
+  LogScope(const LogScope&) = delete;
+  LogScope& operator=(const LogScope&) = delete;
+
+ private:
+  const LogSink sink_;
+  const int level_;
+};
+
+// The commands with their options.
 class CommandLine {
  public:
   explicit CommandLine(Environment& environment) : environment_(environment) {
@@ -132,26 +140,17 @@ class CommandLine {
 
   int Run(const std::vector<std::string>& arguments) {
     CheckCommand(arguments);
+    const LogScope scope([this](int level, const char* functionName, const std::string& message) {
+      if (!isLogged_) return;
+      environment_.clearProgress();
+      const std::string function = functionName == nullptr ? "" : std::string(functionName) + ": ";
+      environment_.err << '[' << level << "] " << Escaped(function + message) << '\n';
+    });
     try {
       app_.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+      return exitCode_;
     } catch (const CLI::ParseError& error) {
       return app_.exit(error, environment_.out, environment_.err) == 0 ? kFine : kUnusable;
-    }
-    const LogSink previousSink = SetLogSink([this](int level, const char* functionName, const std::string& message) {
-      if (isLogged_) WriteLog(level, functionName, message);
-    });
-    const int previousLevel = SetLogLevel(2);
-    const auto restore = [&] {
-      SetLogSink(previousSink);
-      SetLogLevel(previousLevel);
-    };
-    try {
-      const int exitCode = run_();
-      restore();
-      return exitCode;
-    } catch (...) {
-      restore();
-      throw;
     }
   }
 
@@ -160,22 +159,13 @@ class CommandLine {
   void CheckCommand(const std::vector<std::string>& arguments) const {
     if (arguments.empty() || arguments[0].empty() || arguments[0][0] == '-') return;
     std::vector<std::string> known;
-    std::string all;
     for (const CLI::App* command : app_.get_subcommands(nullptr)) {
       if (command->get_name() == arguments[0]) return;
-      if (command->get_group().empty()) continue;
-      known.push_back(command->get_name());
-      all += (all.empty() ? "; expected one of " : ", ") + known.back();
+      if (!command->get_group().empty()) known.push_back(command->get_name());
     }
-    const std::string similar = morvix::inspect::DidYouMean(arguments[0], known);
-    throw morvix::inspect::InputError("no command is called " + morvix::inspect::InQuotes(arguments[0]) +
-                                      (similar.empty() ? all : similar));
-  }
-
-  void WriteLog(int level, const char* functionName, const std::string& message) const {
-    environment_.clearProgress();
-    const std::string function = functionName == nullptr ? "" : std::string(functionName) + ": ";
-    environment_.err << '[' << level << "] " << Escaped(function + message) << '\n';
+    const std::string similar = DidYouMean(arguments[0], known);
+    throw InputError("no command is called " + InQuotes(arguments[0]) +
+                     (similar.empty() ? fmt::format("; expected one of {}", fmt::join(known, ", ")) : similar));
   }
 
   CLI::App& Add(const char* name, const char* description, const char* example) {
@@ -185,23 +175,23 @@ class CommandLine {
   }
 
   // What most commands take.
-  void AddShared(CLI::App& command, std::string& entity, const char* entityHelp, bool& color) {
-    command.add_option("--entity", entity, entityHelp)->type_name("NAME|ID")->check(kNotEmpty);
+  void AddShared(CLI::App& command, const char* entityHelp, EntityOptions& options) {
+    command.add_option("--entity", options.entity, entityHelp)->type_name("NAME|ID")->check(kNotEmpty);
     command.add_flag("--log", isLogged_, "shows the protocol module's log lines on standard error");
-    color = environment_.hasColors;
+    options.color = environment_.hasColors;
+    const auto chooseColor = [this, &options](const std::string& when) {
+      options.color = when == "always" || (when == "auto" && environment_.hasColors);
+    };
     command
-        .add_option_function<std::string>(
-            "--color",
-            [this, &color](const std::string& when) {
-              color = when == "always" || (when == "auto" && environment_.hasColors);
-            },
-            "colours in results: auto (on a terminal), always or never")
+        .add_option_function<std::string>("--color", chooseColor,
+                                          "colours in results: auto (on a terminal), always or never")
         ->type_name("WHEN")
         ->check(CLI::IsMember({"auto", "always", "never"}));
   }
 
-  static void AddConfiguration(CLI::App& command, std::string& configuration) {
-    command.add_option("CONFIG", configuration, "product configuration (JSON); - for standard input")
+  void AddConfiguration(CLI::App& command, const char* entityHelp, EntityOptions& options) {
+    AddShared(command, entityHelp, options);
+    command.add_option("CONFIG", options.configuration, "product configuration (JSON); - for standard input")
         ->required()
         ->check(kNotEmpty);
   }
@@ -224,25 +214,23 @@ class CommandLine {
 
   void AddShow() {
     CLI::App& command = Add("show", "Lists the entities and attributes of a configuration.", "dp4 show kettle.json");
-    AddShared(command, show_.entity, kOneEntity, show_.color);
-    AddConfiguration(command, show_.configuration);
-    command.callback([this] { run_ = [this] { return Show(show_, environment_); }; });
+    command.callback([this] { exitCode_ = Show(show_, environment_); });
+    AddConfiguration(command, kOneEntity, show_);
   }
 
   void AddLayout() {
     CLI::App& command = Add("layout", "Draws the payload as a map of bits.", "dp4 layout kettle.json --svg kettle.svg");
-    AddShared(command, layout_.entity, kNeededEntity, layout_.color);
-    AddConfiguration(command, layout_.configuration);
+    command.callback([this] { exitCode_ = Layout(layout_, environment_); });
+    AddConfiguration(command, kNeededEntity, layout_);
     command.add_option("--svg", layout_.svg, "writes a picture to this file instead; - for standard output")
         ->type_name("FILE")
         ->check(kNotEmpty);
-    command.callback([this] { run_ = [this] { return Layout(layout_, environment_); }; });
   }
 
   void AddLint() {
     CLI::App& command = Add("lint", "Finds the problems of configurations, and says what a device will make of them.",
                             "dp4 lint --severity info --roundtrip kettle.json");
-    AddShared(command, lint_.entity, kOneEntity, lint_.color);
+    AddShared(command, kOneEntity, lint_);
     auto* files =
         command.add_option("CONFIG", lint_.configurations, "product configurations (JSON); - for standard input")
             ->check(kNotEmpty);
@@ -254,15 +242,15 @@ class CommandLine {
     auto* rules = command.add_flag("--rules", lint_.listRules, "lists the rules instead");
     command.callback([this, files, rules] {
       if (files->count() == 0 && rules->count() == 0) throw CLI::RequiredError("CONFIG");
-      run_ = [this] { return Lint(lint_, environment_); };
+      exitCode_ = dp4::Lint(lint_, environment_);
     });
   }
 
   void AddEncode() {
     CLI::App& command = Add("encode", "Turns values into a write packet.",
                             "dp4 encode kettle.json --set power=1 --set target=85 --explain");
-    AddShared(command, encode_.entity, kNeededEntity, encode_.color);
-    AddConfiguration(command, encode_.configuration);
+    command.callback([this] { exitCode_ = Encode(encode_, environment_); });
+    AddConfiguration(command, kNeededEntity, encode_);
     command.add_option("VALUES", encode_.values, "value document (JSON); - for standard input")->check(kNotEmpty);
     command.add_option("--set", encode_.set, "one value, after those of the document")
         ->type_name("NAME=VALUE")
@@ -274,27 +262,25 @@ class CommandLine {
     AddOutput(command, encode_.output);
     command.add_flag("--explain", encode_.explain, "prints attribute by attribute what was set, or why it was not");
     command.add_flag("--strict", encode_.strict, "a value that is left out is a problem");
-    command.callback([this] { run_ = [this] { return Encode(encode_, environment_); }; });
   }
 
   void AddRequest() {
     CLI::App& command = Add("request", "Makes a request without payload.", "dp4 request cc-read --sub-device 7");
+    command.callback([this] { exitCode_ = Request(request_, environment_); });
     command.add_option("COMMAND", request_.command, "read, cc-read, cc-add, cc-delete or cc-list")
         ->required()
         ->check(CLI::IsMember({"read", "cc-read", "cc-add", "cc-delete", "cc-list"}));
     AddSubDevice(command, request_.subDevice);
     AddOutput(command, request_.output);
-    command.callback([this] { run_ = [this] { return Request(request_, environment_); }; });
   }
 
   void AddDecode() {
     CLI::App& command =
         Add("decode", "Decodes received packets, given or one a line on standard input.", kDecodeExample);
-    AddShared(command, decode_.entity, kNeededEntity, decode_.color);
-    AddConfiguration(command, decode_.configuration);
+    command.callback([this] { exitCode_ = Decode(decode_, environment_); });
+    AddConfiguration(command, kNeededEntity, decode_);
     command.add_option("PACKET", decode_.packets, "packets in hexadecimal, with or without 0x, blanks and colons");
     AddChoice(command, "--document", kDocumentForms, decode_.document)->type_name("FORM");
-    command.callback([this] { run_ = [this] { return Decode(decode_, environment_); }; });
   }
 
   void AddDevices() {
@@ -328,35 +314,26 @@ class CommandLine {
       }
       const auto isSet = [](const CLI::Option* flag) { return flag->count() != 0 && flag->as<bool>(); };
       if (isSet(debug) || isSet(release)) devices_.debug = isSet(debug);
-      run_ = [this] { return Devices(devices_, environment_); };
+      exitCode_ = Devices(devices_, environment_);
     });
   }
 
   void AddCompletion() {
     CLI::App& command = Add("completion", "Prints a completion script for a shell.",
                             "dp4 completion bash > ~/.local/share/bash-completion/completions/dp4");
+    command.callback([this] { environment_.out << CompletionScript(shell_); });
     command.add_option("SHELL", shell_, "bash, zsh or fish")->required()->check(CLI::IsMember({"bash", "zsh", "fish"}));
-    command.callback([this] {
-      run_ = [this] {
-        environment_.out << CompletionScript(shell_);
-        return kFine;
-      };
-    });
     // What those scripts ask.
     CLI::App& complete = *app_.add_subcommand("complete")->group("");
     complete.add_option("WORD", words_);
-    complete.callback([this] {
-      run_ = [this] {
-        environment_.out << Completions(app_, words_);
-        return kFine;
-      };
-    });
+    complete.callback([this] { environment_.out << Completions(app_, words_); });
   }
 
   Environment& environment_;
   CLI::App app_{kDescription, "dp4"};
+  int exitCode_ = kFine;
   bool isLogged_ = false;
-  ShowOptions show_;
+  EntityOptions show_;
   LayoutOptions layout_;
   LintOptions lint_;
   EncodeOptions encode_;
@@ -365,7 +342,6 @@ class CommandLine {
   DevicesOptions devices_;
   std::string shell_;
   std::vector<std::string> words_;
-  std::function<int()> run_;
 };
 
 }  // namespace
@@ -375,7 +351,7 @@ int RunTool(const std::vector<std::string>& arguments, Environment& environment)
   int exitCode = kUnusable;
   try {
     exitCode = CommandLine(environment).Run(arguments);
-  } catch (const morvix::inspect::InputError& error) {
+  } catch (const InputError& error) {
     problem = error.what();
   } catch (const std::bad_alloc&) {
     problem = "there is not enough memory for this";
