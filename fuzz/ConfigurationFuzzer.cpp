@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "PayloadProperties.h"
-#include "Properties.h"
+#include "Support.h"
 
 namespace {
 

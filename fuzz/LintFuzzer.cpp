@@ -4,7 +4,7 @@
 #include <set>
 #include <string>
 
-#include "Properties.h"
+#include "Support.h"
 #include "tools/dp4/LintModel.h"
 #include "tools/dp4/LintRules.h"
 #include "tools/dp4/Text.h"

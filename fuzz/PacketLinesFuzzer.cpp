@@ -7,7 +7,7 @@
 #include <streambuf>
 #include <string>
 
-#include "Properties.h"
+#include "Support.h"
 #include "tools/dp4/DecodeForms.h"
 #include "tools/dp4/JsonLine.h"
 #include "tools/dp4/LineReader.h"
