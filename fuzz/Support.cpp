@@ -28,7 +28,8 @@ const std::vector<Example>& Examples() {
   static const std::vector<Example>& examples = *[] {
     auto* all = new std::vector<Example>;
     for (const char* name : {"kettle", "air_conditioner", "gateway", "power_meter"}) {
-      for (const Json::Value& entity : ParseJson(ReadFile(EXAMPLES_DIR "/" + std::string(name) + ".json"))["entities"]) {
+      const Json::Value configuration = ParseJson(ReadFile(EXAMPLES_DIR "/" + std::string(name) + ".json"));
+      for (const Json::Value& entity : configuration["entities"]) {
         all->push_back({entity, model::Parse(entity, kWritable), model::Parse(entity, kAllGroups)});
       }
     }

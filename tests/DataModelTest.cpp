@@ -319,7 +319,7 @@ TEST(Package, SharesItsBuffersWithItsCopies) {
 
 TEST(Package, HasNoFlagsWhenItWasReceived) {
   byte stale = 0;
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   package.flags = &stale;
   package.sizeFlags = 1;
   const byte packet[] = {4, 0x12, 0x34};

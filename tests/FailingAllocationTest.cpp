@@ -73,7 +73,7 @@ TEST(EncodeEntity, LeavesThePackageAloneWhenABufferCannotBeAllocated) {
     EXPECT_EQ(package.sizeValue, 1u);
     EXPECT_EQ(log.Lines(), LogLines{FilterLine(0, "main", "Main")});
   }
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   {
     const RefuseAllocations limit(2, 1);
     ProtocolEncodeEntity_4_0(entity, package, values);
@@ -106,7 +106,7 @@ TEST(EncodeEntity, ReleasesTheOneBufferWhenTheOtherCannotBeAllocated) {
 TEST(UnpackPackage, GivesFalseAndNoValueWhenThereIsNoMemory) {
   const byte data[] = {4, 1, 2};
   const LogCapture log;
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   {
     const RefuseAllocations limit(0, 1);
     EXPECT_FALSE(ProtocolUnpackPackage_4_0(data, sizeof data, package));

@@ -66,7 +66,7 @@ void CollectNodes(Json::Value& value, std::vector<Json::Value*>& nodes) {
 // Everything that can be done with an entity, with the results held against one another. Arrays and objects as the
 // bounds of a scaling are the one thing that throws.
 void UseEntity(const Json::Value& entity, const Json::Value& values, const std::vector<byte>& packet) {
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   package.cmd = MorvixProtocolCommandWriteReq_4_0;
   try {
     ProtocolEncodeEntity_4_0(entity, package, values);
@@ -75,7 +75,7 @@ void UseEntity(const Json::Value& entity, const Json::Value& values, const std::
     EXPECT_EQ(package.flags, nullptr);
     EXPECT_EQ(package.value, nullptr);
   }
-  OwnedPackage received;
+  MorvixProtocolOwnedPackage_4_0 received;
   ASSERT_TRUE(ProtocolUnpackPackage_4_0(packet.data(), packet.size(), received));
   Json::Value decoded;
   try {

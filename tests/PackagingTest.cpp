@@ -387,7 +387,7 @@ void ExpectCleared(const Package& package) {
 
 // Unpacks into a package that held something else; all fields but the value are tested here.
 void ExpectUnpacked(const Bytes& packet) {
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   static_cast<Package&>(package) = FilledPackage();
   ASSERT_TRUE(ProtocolUnpackPackage_4_0(Exact(packet).get(), packet.size(), package));
   EXPECT_EQ(package.cmd, Command(packet[0]));
@@ -409,7 +409,7 @@ void ExpectNotUnpacked(const Bytes& packet, size_t sizeValue) {
 
 TEST(UnpackPackage, TakesTheWholeRestOfAResponseAsTheValue) {
   const Bytes packet = FromHex("04 12 34");
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   ASSERT_TRUE(ProtocolUnpackPackage_4_0(packet.data(), packet.size(), package));
   EXPECT_EQ(package.cmd, MorvixProtocolCommandNotifyResp_4_0);
   ASSERT_EQ(package.sizeValue, 2u);
@@ -492,8 +492,8 @@ TEST(UnpackPackage, LooksAtTheCommandBeforeTheLength) {
 
 TEST(UnpackPackage, CopiesTheValueIntoABlockOfTheCallers) {
   Bytes packet = FromHex("03 01 02 03");
-  OwnedPackage first;
-  OwnedPackage second;
+  MorvixProtocolOwnedPackage_4_0 first;
+  MorvixProtocolOwnedPackage_4_0 second;
   ASSERT_TRUE(ProtocolUnpackPackage_4_0(packet.data(), packet.size(), first));
   ASSERT_TRUE(ProtocolUnpackPackage_4_0(packet.data(), packet.size(), second));
   std::fill(packet.begin(), packet.end(), byte{0xEE});
@@ -511,7 +511,7 @@ TEST(UnpackPackage, MayUnpackThePackagesOwnValue) {
   byte* const packet = static_cast<byte*>(std::malloc(3));
   ASSERT_NE(packet, nullptr);
   std::memcpy(packet, FromHex("03 0a 0b").data(), 3);
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   package.value = packet;
   package.sizeValue = 3;
   ASSERT_TRUE(ProtocolUnpackPackage_4_0(package.value, package.sizeValue, package));
@@ -525,7 +525,7 @@ TEST(PackPackage, AndUnpackPackageKeepToTheirOwnDirection) {
     ASSERT_GT(packed.size, 0u);
     ExpectNotUnpacked(packed.buffer, 0);
   }
-  OwnedPackage response;
+  MorvixProtocolOwnedPackage_4_0 response;
   ASSERT_TRUE(ProtocolUnpackPackage_4_0(FromHex("03 12 34").data(), 3, response));
   ExpectRefused(response, 100, InvalidCommand("3"));
 }

@@ -20,7 +20,8 @@ namespace {
 // What a C string would hold of the text.
 std::string CutAtNul(const std::string& text) { return text.substr(0, text.find('\0')); }
 
-// The member whose whole name is `name`; null when there is none. It is not copied: most of the time would go into that.
+// The member whose whole name is `name`; null when there is none. It is not copied: most of the time would go into
+// that.
 const Json::Value& Member(const Json::Value& object, const std::string& name) {
   const Json::Value* member = object.find(name.data(), name.data() + name.size());
   return member == nullptr ? Json::Value::nullSingleton() : *member;

@@ -96,12 +96,56 @@ std::string Maker::MakeName() {
 }
 
 std::string Maker::MakeText() {
-  static const char* const kTexts[] = {
-      "", " ", "abc", "0", "1", "5", "17", "-1", "-3", "+3", " 7", "\t9", "0x1F", "0X1f", "0x10", "0x", "0x ", "017",
-      "08", "12abc", "4294967295", "4294967296", "2147483648", "99999999999999999999", "-99999999999999999999",
-      "0x10000000000000000", "1e3", "1e", "-1.5e2x", ".5", "-", "nan", "inf", "-infinity", "infi", "0x1p4", "0x.8",
-      "0b1", "3.", "1.7976931348623159e308", "18446744073709551615", "18446744073709551616", "9223372036854775807",
-      "9223372036854775808", "-9223372036854775809", "- 5", "true", "AQID", "AAEC", "="};
+  static const char* const kTexts[] = {"",
+                                       " ",
+                                       "abc",
+                                       "0",
+                                       "1",
+                                       "5",
+                                       "17",
+                                       "-1",
+                                       "-3",
+                                       "+3",
+                                       " 7",
+                                       "\t9",
+                                       "0x1F",
+                                       "0X1f",
+                                       "0x10",
+                                       "0x",
+                                       "0x ",
+                                       "017",
+                                       "08",
+                                       "12abc",
+                                       "4294967295",
+                                       "4294967296",
+                                       "2147483648",
+                                       "99999999999999999999",
+                                       "-99999999999999999999",
+                                       "0x10000000000000000",
+                                       "1e3",
+                                       "1e",
+                                       "-1.5e2x",
+                                       ".5",
+                                       "-",
+                                       "nan",
+                                       "inf",
+                                       "-infinity",
+                                       "infi",
+                                       "0x1p4",
+                                       "0x.8",
+                                       "0b1",
+                                       "3.",
+                                       "1.7976931348623159e308",
+                                       "18446744073709551615",
+                                       "18446744073709551616",
+                                       "9223372036854775807",
+                                       "9223372036854775808",
+                                       "-9223372036854775809",
+                                       "- 5",
+                                       "true",
+                                       "AQID",
+                                       "AAEC",
+                                       "="};
   if (source_.OneIn(10)) return std::to_string(source_.AnyInt());
   if (source_.OneIn(10)) return MakeName();
   const std::string text = source_.Of(kTexts);
@@ -275,8 +319,7 @@ void Maker::AddBits(Product& product, MorvixProtocolType_4_0 type, bool mayDistu
     if (spans && !mayDisturb) bit = (bit + 7) / 8 * 8 + source_.Int(0, 7);
     len = std::min(len, 64 - bit % 8);
     const bool isBool = len == 1 && source_.Flip();
-    Attribute& attribute =
-        Add(product, type, isBool ? MorvixProtocolDataTypeBool_4_0 : MorvixProtocolDataTypeEnum_4_0);
+    Attribute& attribute = Add(product, type, isBool ? MorvixProtocolDataTypeBool_4_0 : MorvixProtocolDataTypeEnum_4_0);
     attribute.position = BitsAt(nextByte_, bit, len, 0);
     const size_t most = std::min<size_t>(size_t{1} << std::min(len, 5), source_.OneIn(8) ? 24 : 9);
     const size_t items = isBool ? 0 : source_.OneIn(3) ? source_.Index(most) + 1 : most;
@@ -487,14 +530,14 @@ Json::Value Maker::AttributeConfigurationOf(const Attribute& attribute) {
   return json;
 }
 
-Json::Value Maker::ConfigurationOf(const Product& product) {
-  isPlain_ = source_.Flip();
+Json::Value Maker::ConfigurationOf(const Product& product, bool isPlain) {
+  isPlain_ = isPlain;
   Json::Value json;
   json["id"] = FormOf(int64_t{product.entity.id});
   json["name"] = product.entity.name;
   json["display_name"] = product.entity.display_name;
   Json::Value& attrs = json["attrs"] = Json::Value(Json::arrayValue);
-  const bool hasGaps = source_.OneIn(16);  // they read as null
+  const bool hasGaps = !isPlain_ && source_.OneIn(16);  // they read as null
   for (const Attribute& attribute : product.attributes) {
     const Json::ArrayIndex gap = hasGaps ? static_cast<Json::ArrayIndex>(source_.Below(3)) : 0;
     attrs[attrs.size() + gap] = AttributeConfigurationOf(attribute);
@@ -539,7 +582,8 @@ void Maker::SpoilConfiguration(Json::Value& entity) {
 }
 
 Json::Value Maker::MakeEntity() {
-  Json::Value entity = ConfigurationOf(MakeRecords());
+  const Product product = MakeRecords();
+  Json::Value entity = ConfigurationOf(product, source_.Flip());
   while (entity.isObject() && source_.Flip()) SpoilConfiguration(entity);
   return entity;
 }

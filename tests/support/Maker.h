@@ -68,8 +68,8 @@ class Maker {
   // A product, in two of three cases changed in some places into something that no configuration gives.
   Product MakeRecords();
   void Spoil(Product& product);
-  // The configuration of an entity, in all forms that the parser takes; what it has no form for becomes something else.
-  Json::Value ConfigurationOf(const Product& product);
+  // The configuration of an entity, in one form or in all that the parser takes; what has none becomes something else.
+  Json::Value ConfigurationOf(const Product& product, bool isPlain);
   // The same of made-up records, with members changed, misspelt and missing in some cases.
   Json::Value MakeEntity();
 

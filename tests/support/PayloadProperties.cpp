@@ -265,8 +265,8 @@ void CheckNextWrite(const Entity& info, const Attributes& attributes, const Json
   CheckOneWrite(attribute, before, after);
   if (!IsBinary(attribute)) return;
   Bytes expected = before;
-  const Bytes bytes = model::Base64Bytes(ValueOf(info, attribute, values).asString(),
-                                         static_cast<size_t>(attribute.position.len));
+  const Bytes bytes =
+      model::Base64Bytes(ValueOf(info, attribute, values).asString(), static_cast<size_t>(attribute.position.len));
   std::copy(bytes.begin(), bytes.end(), expected.begin() + attribute.position.byte_offset);
   ExpectEqual(after, expected, "a binary is as many bytes of its field as its text has");
 }

@@ -299,7 +299,8 @@ void CheckEntity(const Json::Value& entity, const model::Parsed& writable, const
   const bool isEncoded = encoded.sizeValue != 0 && encoded.sizeValue <= MorvixProtocolMaxPayloadBytes_4_0;
   if (isEncoded) CheckDecodedTogether(writable, all, encoded.value);
   Bytes packet = isEncoded && choice / 8 % 2 == 0 ? encoded.value : payload;
-  packet.insert(packet.begin(), choice % 2 == 0 ? MorvixProtocolCommandReadResp_4_0 : MorvixProtocolCommandNotifyResp_4_0);
+  packet.insert(packet.begin(),
+                choice % 2 == 0 ? MorvixProtocolCommandReadResp_4_0 : MorvixProtocolCommandNotifyResp_4_0);
   CheckReceive(all.entity, all.attributes, packet);
 }
 

@@ -31,9 +31,9 @@ std::string Show(const MorvixProtocolElement_4_0& element);
 std::string Show(const MorvixProtocolResult_4_0& result);
 std::string Show(const MorvixProtocolPackage_4_0& package);  // with its buffers' contents
 
-template <typename Number, std::enable_if_t<(std::is_integral_v<Number> && !std::is_same_v<Number, bool>) ||
-                                                std::is_enum_v<Number>,
-                                            int> = 0>
+template <
+    typename Number,
+    std::enable_if_t<(std::is_integral_v<Number> && !std::is_same_v<Number, bool>) || std::is_enum_v<Number>, int> = 0>
 std::string Show(Number value) {
   if constexpr (std::is_enum_v<Number>) {
     return std::to_string(static_cast<std::underlying_type_t<Number>>(value));
@@ -56,9 +56,9 @@ template <typename Record, typename... Records>
 constexpr bool kIsOneOf = (std::is_same_v<Record, Records> || ...);
 
 template <typename Record>
-constexpr bool kIsRecord =
-    kIsOneOf<Record, LogCapture::Line, TavelReceiveInfo, MorvixProtocolPosition_4_0, MorvixProtocolUIntSpec_4_0,
-             MorvixProtocolAttribute_4_0, MorvixProtocolEntity_4_0, MorvixProtocolElement_4_0, MorvixProtocolResult_4_0>;
+constexpr bool kIsRecord = kIsOneOf<Record, LogCapture::Line, TavelReceiveInfo, MorvixProtocolPosition_4_0,
+                                    MorvixProtocolUIntSpec_4_0, MorvixProtocolAttribute_4_0, MorvixProtocolEntity_4_0,
+                                    MorvixProtocolElement_4_0, MorvixProtocolResult_4_0>;
 
 }  // namespace support
 
