@@ -19,6 +19,9 @@
 #include <utility>
 #include <vector>
 
+#include "Cases.h"
+#include "EntityBuilder.h"
+#include "Maker.h"
 #include "TestSupport.h"
 
 // A namespace with a name, since the unit's own operations stand at global scope.
@@ -28,39 +31,24 @@ using std::string_literals::operator""s;
 
 constexpr int kAllGroups = 15;
 
-// Members of `changes` replace those of `value`; objects are changed member by member.
-void Change(Json::Value& value, const Json::Value& changes) {
-  for (const std::string& name : changes.getMemberNames()) {
-    if (value.isMember(name) && value[name].isObject() && changes[name].isObject()) {
-      Change(value[name], changes[name]);
-    } else {
-      value[name] = changes[name];
-    }
-  }
-}
-
 // A writable bool in bit 0 of byte 0, and what differs from that.
 Json::Value Attribute(const std::string& changes = "{}") {
-  Json::Value attribute = ParseJson(R"({
-    "id": 1, "name": "n", "display_name": "N", "desc": "", "type": "status_writable", "data_type": "bool",
-    "position": {"byte_offset": 0, "bit_offset": 0, "unit": "bit", "len": 1}})");
-  Change(attribute, ParseJson(changes));
-  return attribute;
+  return ::With(ParseJson(R"({
+      "id": 1, "name": "n", "display_name": "N", "desc": "", "type": "status_writable", "data_type": "bool",
+      "position": {"byte_offset": 0, "bit_offset": 0, "unit": "bit", "len": 1}})"),
+                ParseJson(changes));
 }
 
 // A writable number of one byte with raw values 1 to 9, and what differs from that.
 Json::Value Number(const std::string& changes = "{}") {
-  Json::Value attribute = Attribute(R"({"data_type": "uint8", "position": {"unit": "byte"},
-                                        "uint_spec": {"min": 1, "max": 9, "ratio": 0.5, "addition": -2}})");
-  Change(attribute, ParseJson(changes));
-  return attribute;
+  return ::With(Attribute(R"({"data_type": "uint8", "position": {"unit": "byte"},
+                              "uint_spec": {"min": 1, "max": 9, "ratio": 0.5, "addition": -2}})"),
+                ParseJson(changes));
 }
 
 // A writable enum of two items, and what differs from that.
 Json::Value Enum(const std::string& changes = "{}") {
-  Json::Value attribute = Attribute(R"({"data_type": "enum", "enum": ["off", "on"]})");
-  Change(attribute, ParseJson(changes));
-  return attribute;
+  return ::With(Attribute(R"({"data_type": "enum", "enum": ["off", "on"]})"), ParseJson(changes));
 }
 
 // The value at a path such as "position.len".
@@ -81,12 +69,6 @@ Json::Value Without(Json::Value value, const std::string& path) {
   Json::Value& parent = dot == std::string::npos ? value : At(value, path.substr(0, dot));
   parent.removeMember(path.substr(dot == std::string::npos ? 0 : dot + 1));
   return value;
-}
-
-Json::Value Entity(const std::vector<Json::Value>& attributes) {
-  Json::Value entity = ParseJson(R"({"id": 7, "name": "main", "display_name": "Main", "attrs": []})");
-  for (const Json::Value& attribute : attributes) entity["attrs"].append(attribute);
-  return entity;
 }
 
 using Attributes = std::vector<MorvixProtocolAttribute_4_0>;
@@ -762,6 +744,27 @@ TEST(CalculateGroupByteSize, RoundsUpWrapsAt32BitsAndTakesNegativesForZero) {
       EXPECT_EQ(GroupSize(attributes[0]), row.bytes) << row.bitOffset << " + " << row.length;
     }
   }
+}
+
+TEST(CalculateGroupByteSize, AgreesWithTheModel) {
+  support::Sightings outcomes({"unchanged", "changed"});
+  support::ForEachCase(2026040622, 50000, [&](support::Source& source) {
+    Attributes before(source.Index(6));
+    for (MorvixProtocolAttribute_4_0& attribute : before) {
+      attribute = Record(MorvixProtocolDataType_4_0(source.OneIn(3) ? source.Below(9) : 1 + source.Below(2)), 0, 0);
+      attribute.position.bit_offset = source.OneIn(4) ? source.AnyInt() : source.Int(-20, 40);
+      attribute.position.len = source.OneIn(4) ? source.AnyInt() : source.Int(-20, 40);
+    }
+    const size_t start = source.OneIn(8) ? SIZE_MAX - source.Index(2) : source.Index(6);
+    const size_t end = source.OneIn(8) ? SIZE_MAX - source.Index(2) : start + source.Index(4) - 1;
+    const support::Inputs inputs(before, start, end);
+    Attributes attributes = before;
+    CalculateAttributesGroupByteSizeWithRange(attributes, start, end);
+    Attributes expected = before;
+    model::SizeRange(expected, start, end);
+    support::ExpectEqual(attributes, expected, "groups are sized like the model's");
+    outcomes.Add(expected == before ? "unchanged" : "changed");
+  });
 }
 
 Json::Value Bits(int bitOffset, int length, const std::string& type = "status_writable") {

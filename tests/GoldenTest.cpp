@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "EntityBuilder.h"
 #include "TestSupport.h"
 #include "host/TavelConfig.h"
 
@@ -37,16 +38,6 @@ Json::Value EntityOf(const std::string& product, Json::ArrayIndex index) {
   EXPECT_LT(index, entities.size());
   return entities[index];
 }
-
-// An entity's records, for the operations that take them parsed.
-struct ParsedEntity {
-  ParsedEntity(const Json::Value& entity, int matchTypes) {
-    EXPECT_TRUE(ProtocolParseEntity_4_0(entity, matchTypes, attributes, info));
-  }
-
-  std::vector<MorvixProtocolAttribute_4_0> attributes;
-  MorvixProtocolEntity_4_0 info;
-};
 
 std::string HexOf(const MorvixProtocolPackage_4_0& package) {
   std::vector<byte> buffer(kBufLen + kSubDidBytes);

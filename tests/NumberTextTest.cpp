@@ -17,6 +17,10 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "Cases.h"
+#include "CodecModel.h"
 
 namespace number_text_test {
 namespace {
@@ -327,6 +331,22 @@ TEST(NumberText, FollowsTheRoundingModeAsTheLibraryDoes) {
     }
     ASSERT_EQ(std::fesetround(FE_TONEAREST), 0);
   }
+}
+
+// --- Against the model ---
+
+TEST(RemoveFloatLastZero, AgreesWithTheModelOnAnyText) {
+  support::Sightings outcomes({"unchanged", "changed"});
+  support::ForEachCase(2026040611, 200000, [&](support::Source& source) {
+    std::string text(source.Index(12), ' ');
+    for (char& letter : text) letter = source.Pick({'0', '0', '0', '.', '.', '1', '9', '-', 'E', '+'});
+    if (source.OneIn(8)) text.insert(source.Index(text.size() + 1), "E+");
+    const support::Inputs inputs(text);
+    std::vector<char> buffer(text.c_str(), text.c_str() + text.size() + 1);
+    const std::string expected = model::TrimNumber(text);
+    support::ExpectEqual(std::string(removeFloatLastZero(buffer.data())), expected, "zeros go like the model's");
+    outcomes.Add(expected == text ? "unchanged" : "changed");
+  });
 }
 
 }  // namespace number_text_test
