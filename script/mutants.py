@@ -31,9 +31,9 @@ MODULE = "Protocol/AllVersions/v4/ProtocolInternal_v4.0.cpp"
 # Per cent of the mutants of each section of the module that the suite kills at least. Some changes make no difference
 # at all, so that no section needs to reach 100.
 FLOORS = {
-    "Log levels": 100, "JSON access": 94.1, "Configuration parser": 95.1, "Payload positions and bits": 98,
-    "Scaling": 98.9, "Typed values": 89.7, "Framing": 98.2, "Encoder": 96.8, "Decoder": 94.5, "Receive results": 100,
-    "Alerts and faults": 100, "Receive in one pass": 92.6, "Device queries": 100, "Inspection": 90,
+    "Log levels": 100, "JSON access": 94.1, "Configuration parser": 95.6, "Payload positions and bits": 97,
+    "Scaling": 98.9, "Typed values": 89.6, "Framing": 98.1, "Encoder": 97.2, "Decoder": 94.8, "Receive results": 100,
+    "Alerts and faults": 100, "Receive in one pass": 92.7, "Device queries": 100, "Inspection": 97.7,
 }
 SAMPLE_FLOOR = 90  # of all mutants, where not all are run
 
@@ -106,7 +106,7 @@ template <typename Value> static inline Value DecreaseLater(int id, Value& value
 
 
 def helpers():
-    """The C++ behind the names of the tables above."""
+    """The C++ for the names of the tables above."""
     text = PRELUDE
     for op, (name, *changes) in COMPARISONS.items():
         cases = "".join(f"if (Is(id + {i})) return left {other} right; " for i, other in enumerate(changes))

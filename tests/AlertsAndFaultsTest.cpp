@@ -80,7 +80,7 @@ TEST(GetAlertsOrFaults, AppendsTheSameRecordsAgainOnASecondCall) {
   EXPECT_EQ(infos, (Active{{"a", 1}, {"b", 2}, {"a", 1}, {"b", 2}}));
 }
 
-TEST(GetAlertsOrFaults, SkipsElementsThatAreNoObjects) {
+TEST(GetAlertsOrFaults, SkipsElementsThatAreNotObjects) {
   EXPECT_EQ(ActiveIn(R"([null,1,1.5,true,"a",[],[{"name":"a","value":1}],{},{"name":"b","value":2},null])"),
             (Active{{"b", 2}}));
 }

@@ -114,7 +114,7 @@ TEST(ModelBits, ReplaceWholeBytes) {
   EXPECT_EQ(eight, Bytes({0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}));
 }
 
-TEST(ModelBits, RefuseWhatIsNoField) {
+TEST(ModelBits, RefuseWhatIsNotAField) {
   uint64_t word = 5;
   EXPECT_FALSE(model::ReadBits({0}, -1, 1, word));
   EXPECT_FALSE(model::ReadBits({0}, 0, 0, word));

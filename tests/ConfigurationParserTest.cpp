@@ -269,7 +269,7 @@ TEST(GetEntityInfo, NamesTheFirstFaultAndKeepsWhatWasReadBefore) {
   }
 }
 
-TEST(GetEntityInfo, ReadsAnEntityWithoutAWord) {
+TEST(GetEntityInfo, ReadsAnEntityWithoutLogging) {
   const LogCapture log;
   const std::pair<const char*, const char*> ids[] = {{"-5", "-5"},   {R"("0x10")", "16"},  {R"("017")", "15"},
                                                      {R"("")", "9"}, {"4294967295", "-1"}, {"true", "1"}};
@@ -346,11 +346,11 @@ TEST(FilterConfigType, ParsesTheExample) {
   EXPECT_EQ(everything.lines, lines);
 }
 
-// The order of the steps, seen from an attribute that is mended where the parser points, one member at a time.
+// The order of the steps, seen from an attribute that is fixed where the parser points, one member at a time.
 TEST(FilterConfigType, NamesTheFirstFaultOfANumber) {
   const struct {
     const char* expected;
-    std::string path, mended;
+    std::string path, fixed;
   } steps[] = {
       {"id", "id", "3"},
       {"name", "name", R"("a")"},
@@ -378,7 +378,7 @@ TEST(FilterConfigType, NamesTheFirstFaultOfANumber) {
     EXPECT_TRUE(parsed.success);
     EXPECT_TRUE(parsed.attributes.empty());
     EXPECT_EQ(parsed.lines, Skips({step.expected})) << WriteJson(attribute);
-    attribute = With(attribute, step.path, step.mended);
+    attribute = With(attribute, step.path, step.fixed);
   }
   EXPECT_EQ(Describe(ParseOne(attribute)),
             "3 a|A|d type:8 data:5 at:4+5 unit:0 len:2 group:0 scale:-6..70/1 *0.25+-8.5 []");
@@ -393,7 +393,7 @@ TEST(FilterConfigType, NamesTheFirstFaultOfAnEnum) {
   EXPECT_EQ(Parse({attribute}).lines, Skips({"byte_offset"}));
 }
 
-TEST(FilterConfigType, SkipsElementsThatAreNoObjects) {
+TEST(FilterConfigType, SkipsElementsThatAreNotObjects) {
   for (const char* element : {"null", "5", "1.5", "true", R"("text")", "[]", R"([{"id": 1}])"}) {
     const Parsed parsed = Parse({Attribute(), ParseJson(element), Attribute()});
     EXPECT_TRUE(parsed.success);
@@ -631,8 +631,8 @@ TEST(Inheritance, EndsWithAMissingScaling) {
   }
 }
 
-// What is no object is inherited all the same, and has no "min".
-TEST(Inheritance, HandsOnAScalingThatIsNoObject) {
+// A scaling that is not an object is inherited all the same, and has no "min".
+TEST(Inheritance, HandsOnAScalingThatIsNotAnObject) {
   for (const char* scaling : {"5", "0", "false", "[]", "[{}]", R"("")", R"("text")"}) {
     const Parsed parsed = Parse({With(Number(), "uint_spec", scaling), Attribute(), Binary(), Number(), Attribute()});
     EXPECT_EQ(Each(Scaling, parsed.attributes), (Texts{kScaling, kScaling})) << scaling;
@@ -900,7 +900,7 @@ class LonelyPage {
   void* const memory_;
 };
 
-TEST(EqualBytes, ReadsNothingBeforeOrBehindTheNames) {
+TEST(EqualBytes, ReadsNothingBeforeOrAfterTheNames) {
   const LonelyPage page;
   for (size_t length = 1; length <= 40; ++length) {
     const std::string name(length, 'n');
@@ -912,7 +912,7 @@ TEST(EqualBytes, ReadsNothingBeforeOrBehindTheNames) {
   }
 }
 
-TEST(FindMembers, LooksAtNoNameBehindTheLast) {
+TEST(FindMembers, LooksAtNoNameAfterTheLast) {
   using Names = std::string_view[2];
   const LonelyPage page;
   auto* const names = reinterpret_cast<Names*>(page.End() - sizeof(Names));

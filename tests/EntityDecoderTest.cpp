@@ -136,7 +136,7 @@ TEST(ClearEntityValue, MakesAnObjectOfAnythingElse) {
   }
 }
 
-TEST(ClearEntityValue, ComparesTheNameBehindANulToo) {
+TEST(ClearEntityValue, ComparesTheNameAfterANulToo) {
   Json::Value document;
   document["ma"] = 1;
   document[WithNul("ma", "in")] = 2;
@@ -146,7 +146,7 @@ TEST(ClearEntityValue, ComparesTheNameBehindANulToo) {
   EXPECT_EQ(document, ParseJson(R"({"ma": 1})"));
 }
 
-TEST(SetValue, RefusesValuesThatAreNoScalarsAndLeavesTheDocument) {
+TEST(SetValue, RefusesValuesThatAreNotScalarsAndLeavesTheDocument) {
   for (const Json::Value& value : ParseJson(R"([null, {}, {"a": 1}, [], [1]])")) {
     for (const Json::Value& before : ParseJson(R"([null, 5, [1], {"main": {"a": 1}}])")) {
       SCOPED_TRACE(WriteJson(value) + " into " + WriteJson(before));
@@ -168,7 +168,7 @@ TEST(SetValue, StoresScalarsWithTheGroupAsASignedInteger) {
   }
 }
 
-TEST(SetValue, ReplacesWhatIsNoObjectOnEveryLevel) {
+TEST(SetValue, ReplacesWhatIsNotAnObjectOnEveryLevel) {
   const Json::Value expected = ParseJson(R"({"main": {"a": {"type": 4, "value": true}}})");
   for (Json::Value other : ParseJson(R"([null, true, 5, 1.5, "text", [], [{"a": 1}], {}])")) {
     SCOPED_TRACE(WriteJson(other));
@@ -189,7 +189,7 @@ TEST(SetValue, KeepsOtherMembersOnEveryLevel) {
   EXPECT_EQ(document, ParseJson(R"({"rest": 1, "main": {"b": 2, "a": {"note": 3, "type": 1, "value": "new"}}})"));
 }
 
-TEST(SetValue, ComparesNamesBehindANulToo) {
+TEST(SetValue, ComparesNamesAfterANulToo) {
   Json::Value document = ParseJson(R"({"ma": {"a": 1}, "ma\u0000in": {"a": 2, "a\u0000b": 3}})");
   EXPECT_TRUE(SetValue(document, WithNul("ma", "in"), WithNul("a", "b"), MorvixProtocolTypeAlert_4_0, true));
   EXPECT_EQ(document, ParseJson(R"({"ma": {"a": 1},
@@ -299,7 +299,7 @@ TEST(DecodeEntity, ReadsFieldsOfABitGroupAcrossBytes) {
   EXPECT_EQ(Decoding(entity, "ff 04 05 61").document, Document(R"({"low": "1", "wide": "43", "top": "2"})"));
 }
 
-TEST(DecodeEntity, LeavesOutNumbersAndEnumsBehindEveryPrefixOfAPayload) {
+TEST(DecodeEntity, LeavesOutNumbersAndEnumsAfterEveryPrefixOfAPayload) {
   const Json::Value entity =
       Entity({Number("a", 0, 1), Number("b", 1, 2), Enum("low", 3, 0, 2), Enum("wide", 3, 5, 6, 44),
               Enum("top", 3, 17, 2), Number("c", 6, 4), Enum("d", 10, 7, 1)});
@@ -325,7 +325,7 @@ TEST(DecodeEntity, LeavesOutNumbersAndEnumsBehindEveryPrefixOfAPayload) {
     const Decoding result(entity, prefix);
     EXPECT_EQ(result.document, Document(expected[size - 1]));
     EXPECT_EQ(result.lines, LogLines({kFiltered}));
-    // A bool or a binary behind the end takes everything with it.
+    // A bool or a binary after the end takes everything with it.
     for (const Json::Value& end : ends) {
       Json::Value longer = entity;
       longer["attrs"].append(end);
@@ -409,12 +409,12 @@ TEST(DecodeEntity, RemovesTheEntityForABoolOrBinaryThatCannotBeRead) {
   const std::vector<std::pair<std::string, Json::Value>> cases = {
       {"a bool in bytes", With(Bool("x", 1, 0), inBytes)},
       {"a bool of two bits", With(Bool("x", 1, 0), R"({"position": {"len": 2}})")},
-      {"a bool behind the payload", Bool("x", 2, 0)},
+      {"a bool after the payload", Bool("x", 2, 0)},
       {"a bool before the payload", Bool("x", -1, 0)},
       {"a bool at bit -2", Bool("x", 1, -2)},
       {"a binary in bits", With(Binary("x", 0, 1), R"({"position": {"unit": "bit"}})")},
       {"a binary of no bytes", Binary("x", 0, 0)},
-      {"a binary that ends behind the payload", Binary("x", 1, 2)},
+      {"a binary that ends after the payload", Binary("x", 1, 2)},
       {"a binary before the payload", Binary("x", -1, 2)}};
   for (const auto& [what, attr] : cases) {
     SCOPED_TRACE(what);

@@ -114,7 +114,7 @@ TEST(GetEntityValue, CopiesTheObjectOfTheEntity) {
   EXPECT_EQ(WriteJson(entity), "{}");
 }
 
-TEST(GetEntityValue, LeavesTheOutputAloneWhenTheDocumentIsNoObject) {
+TEST(GetEntityValue, LeavesTheOutputAloneWhenTheDocumentIsNotAnObject) {
   for (const Json::Value& document : ParseJson(R"([null, true, 1, 1.5, "main", [{"main": {}}]])")) {
     SCOPED_TRACE(WriteJson(document));
     Json::Value entity("before");
@@ -136,7 +136,7 @@ TEST(GetEntityValue, CopiesAMemberOfAnotherKindAndRefusesIt) {
   }
 }
 
-TEST(GetEntityValue, ComparesTheNameBehindANulToo) {
+TEST(GetEntityValue, ComparesTheNameAfterANulToo) {
   Json::Value document;
   document[WithNul("ma", "in")]["a"] = 1;
   Json::Value entity;
@@ -418,7 +418,7 @@ TEST(EncodeEntity, TakesNumbersAndTheirTextForANumber) {
 
 TEST(EncodeEntity, TakesAnyTextForABinary) {
   // What a short text does not reach stays zero, and a long text ends with the field.
-  ExpectPayloads(Entity({Binary("a", 1, 3), Number("behind", 4, 1)}), R"([
+  ExpectPayloads(Entity({Binary("a", 1, 3), Number("after", 4, 1)}), R"([
       ["AQID", "00 01 02 03 00"], ["AQ==", "00 01 00 00 00"], ["AQIDBAUG", "00 01 02 03 00"],
       ["AQ ID", "00 01 02 03 00"], ["****", "00 00 00 00 00"], ["", "00 00 00 00 00"],
       ["AQ==\u0000AQID", "00 01 00 00 00"]])");

@@ -216,7 +216,7 @@ TEST(LocateAttribute, AgreesWithTheWriters) {
     for (int32_t bitOffset = -9; bitOffset <= 25; ++bitOffset) {
       for (int32_t len = -1; len <= 18; ++len) {
         for (const auto unit : {kByte, kBit}) {
-          for (const size_t group : {0, 1, 2, 3}) {
+          for (const size_t group : {0u, 1u, 2u, 3u}) {
             for (const auto type : {kBool, kEnum}) {
               const Attribute attribute = At(type, byteOffset, bitOffset, unit, len, group);
               std::vector<byte> payload(4);

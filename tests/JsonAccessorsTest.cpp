@@ -283,7 +283,7 @@ TEST(GetAttrInteger64, SaturatesText) {
   }
 }
 
-TEST(GetAttrNumbers, RefuseTextThatIsNoNumber) {
+TEST(GetAttrNumbers, RefuseTextThatIsNotANumber) {
   for (const std::string& text : {"abc"s, "-"s, "+"s, "--5"s, "x1"s, "."s, "true"s, "\xc2\xb5"s, "  abc"s}) {
     ExpectRow({Text(text), kNoInteger, kNoInteger64, kNoHex, kNoDouble});
   }
@@ -464,7 +464,7 @@ void ExpectObject(const Json::Value& attr, const char* key, const Json::Value& e
   EXPECT_EQ(output, expected);
 }
 
-TEST(GetAttrAll, RefuseWhatIsNoObject) {
+TEST(GetAttrAll, RefuseWhatIsNotAnObject) {
   const Json::Value values[] = {Json::Value(), true,      Signed(5), Unsigned(5), Signed(kInt64Max),
                                 Real(1.5),     Text("k"), Text(""),  Array(),     ParseJson(R"([{"k":5},"k"])")};
   for (const Json::Value& attr : values) {

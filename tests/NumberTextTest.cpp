@@ -35,7 +35,7 @@ std::string_view TextOfTheLibrary(double number, char (&buffer)[32]) {
 }
 
 // Compares numbers with the C library. The text is one and the same throughout and starts out full of digits, so that
-// what an earlier number left behind must not show.
+// what an earlier number left there must not show.
 class Comparison {
  public:
   Comparison() { std::memset(text_.number, '8', sizeof text_.number); }
@@ -94,7 +94,7 @@ std::string Index(uint64_t index) {
 
 // --- By hand ---
 
-TEST(NumberText, HasNoPointBehindAWholeNumber) {
+TEST(NumberText, HasNoPointAfterAWholeNumber) {
   EXPECT_EQ(Text(0), "0");
   EXPECT_EQ(Text(7), "7");
   EXPECT_EQ(Text(-7), "-7");
@@ -143,7 +143,7 @@ TEST(NumberText, KeepsTheSignOfNothing) {
   EXPECT_EQ(Text(DBL_TRUE_MIN), "0");
 }
 
-// There is room for 31 characters. A point among them goes with the zeros behind it; without one zeros stay.
+// There is room for 31 characters. A point among them goes with the zeros after it; without one zeros stay.
 TEST(NumberText, LosesTheEndOfWhatDoesNotFit) {
   EXPECT_EQ(Text(std::ldexp(1, 99)), "633825300114114700748351602688");    // 30 digits and the point
   EXPECT_EQ(Text(-std::ldexp(1, 96)), "-79228162514264337593543950336");   // the point and one decimal
@@ -154,7 +154,7 @@ TEST(NumberText, LosesTheEndOfWhatDoesNotFit) {
   EXPECT_EQ(Text(DBL_MAX), "1797693134862315708145274237317");
 }
 
-TEST(NumberText, NamesWhatIsNoNumber) {
+TEST(NumberText, NamesWhatIsNotANumber) {
   EXPECT_EQ(Text(kInfinity), "inf");
   EXPECT_EQ(Text(-kInfinity), "-inf");
   EXPECT_EQ(Text(kNaN), "nan");

@@ -124,7 +124,7 @@ TEST(PackPackage, PacksTheRequestsAndLogsEveryOtherCommand) {
 
 TEST(PackPackage, ComparesTheCommandUnsignedAndPrintsItSigned) {
   for (const auto& [number, text] :
-       std::vector<std::pair<uint32_t, std::string>>{{257, "257"},  // a 1 in the low byte is no write request
+       std::vector<std::pair<uint32_t, std::string>>{{257, "257"},  // a 1 in the low byte does not make a write request
                                                      {0x7FFFFFFF, "2147483647"},
                                                      {0x80000000, "-2147483648"},
                                                      {0x80000001, "-2147483647"},

@@ -461,7 +461,7 @@ TEST(DecodeUInt, ReadsTheLowBytesAndLeavesTheHigherOnes) {
 
 TEST(EncodeUIntAndDecodeUInt, DoWithEverySizeWhatTheModelDoes) {
   support::SeededSource source(2021041705);
-  for (const size_t size : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 256, 65536}) {
+  for (const size_t size : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 10u, 256u, 65536u}) {
     for (int round = 0; round < 100; ++round) {
       SCOPED_TRACE(size);
       const uint64_t word = source.Word();

@@ -65,7 +65,7 @@ TEST(ConvertReceiveResult, GivesADocumentWithoutEntitiesBack) {
   ExpectResults(Convert(R"( { "version" : 4.0 } )"), "{\"version\":4.0}\n");
 }
 
-TEST(ConvertReceiveResult, RejectsTextThatIsNoJson) {
+TEST(ConvertReceiveResult, RejectsTextThatIsNotJson) {
   for (const char* text :
        {"", " ", "\n", "{", "}", R"({"version":4.0)", R"({"version":})", R"({"version" 4.0})", R"({version:4.0})",
         R"({'version':4.0})", R"({"version":4.0,})", R"({"version":4.0 "a":1})",
@@ -74,7 +74,7 @@ TEST(ConvertReceiveResult, RejectsTextThatIsNoJson) {
   }
 }
 
-TEST(ConvertReceiveResult, RejectsRootsThatAreNoObject) {
+TEST(ConvertReceiveResult, RejectsRootsThatAreNotObjects) {
   for (const char* text : {"null", "[]", R"([{"version":4.0}])", "4.0", "4", "true", R"("version")"}) {
     ExpectRejected(text);
   }
@@ -222,9 +222,9 @@ TEST(ConvertReceiveResult, TakesNamesThatAreMembersElsewhere) {
                 R"([{"name":"value","value":2}])");
 }
 
-// --- What is no entity or no item ---
+// --- What is neither an entity nor an item ---
 
-TEST(ConvertReceiveResult, CarriesRootMembersThatAreNoObjectsThrough) {
+TEST(ConvertReceiveResult, CarriesRootMembersThatAreNotObjectsThrough) {
   for (const char* value : {"null", "7", "-0.5", "true", R"("text")", "[]", R"([{"a":{"type":4,"value":1}}])"}) {
     SCOPED_TRACE(value);
     ExpectResults(Convert(R"({"version":4.0,"extra":)" + std::string(value) + "}"),
@@ -232,7 +232,7 @@ TEST(ConvertReceiveResult, CarriesRootMembersThatAreNoObjectsThrough) {
   }
 }
 
-TEST(ConvertReceiveResult, CarriesEntityMembersThatAreNoObjectsThrough) {
+TEST(ConvertReceiveResult, CarriesEntityMembersThatAreNotObjectsThrough) {
   for (const char* value : {"null", "7", "-0.5", "false", R"("text")", "[]", R"([{"type":4,"value":1}])"}) {
     SCOPED_TRACE(value);
     ExpectResults(ConvertEntity(R"("extra":)" + std::string(value) + R"(,"f":{"type":8,"value":1})"),
@@ -265,7 +265,7 @@ TEST(ConvertReceiveResult, OrdersEntitiesAndItemsByTheBytesOfTheirNames) {
   EXPECT_EQ(WriteJson(conversion.faults), R"([{"name":"f","value":1},{"name":"f","value":2}])");
 }
 
-TEST(ConvertReceiveResult, PutsEntitiesBehindTheVersionWhereTheirNamesBelong) {
+TEST(ConvertReceiveResult, PutsEntitiesAfterTheVersionWhereTheirNamesBelong) {
   EXPECT_EQ(Convert(R"({"zone":{"a":{"type":1,"value":1}},"version":4.0,"area":{"a":{"type":1,"value":2}}})").text,
             "{\"area\":{\"a\":2},\"version\":4.0,\"zone\":{\"a\":1}}\n");
 }
@@ -371,7 +371,7 @@ TEST(ConvertReceiveResult, ReadsOverCommentsAndWritesNone) {
 
 // --- Deep nesting ---
 
-// The JSON reader throws on it; that is no JSON like any other.
+// The JSON reader throws on it; it counts as text that is not JSON.
 TEST(ConvertReceiveResult, RejectsTextThatIsNestedTooDeep) {
   const size_t depth = 100000;
   ExpectRejected(Repeated("[", depth));

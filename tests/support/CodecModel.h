@@ -140,7 +140,7 @@ Scaling ToRaw(uint64_t min, uint64_t max, uint64_t step, double ratio, double ad
 // Raw value to user value. `user` is set if the raw value is accepted.
 Scaling ToUser(uint64_t min, uint64_t max, uint64_t step, double ratio, double addition, uint64_t raw, double& user);
 
-// Without the zeros behind its point, nor the point if it is last. `text` ends at its first NUL.
+// Without the zeros after its point, nor the point if it is last. `text` ends at its first NUL.
 std::string TrimNumber(const std::string& text);
 std::string NumberText(double number);
 std::string IndexText(uint64_t index);
