@@ -11,6 +11,9 @@ void CheckRecords(fuzz::Maker& maker, fuzz::Source& source, const model::Parsed&
     maker.Spoil(product);
   } while (source.Flip());
   fuzz::CheckEncodeRecords(product.entity, product.attributes, values, source.Byte());
+  for (const fuzz::Attribute& attribute : product.attributes) {
+    fuzz::CheckScaling(attribute, source.Word(), maker.MakeDouble());
+  }
   const fuzz::Bytes packet = maker.MakePacket(product);
   fuzz::CheckReceive(product.entity, product.attributes, packet);
   if (!packet.empty()) {

@@ -1,6 +1,7 @@
 #include "Support.h"
 
 #include <string>
+#include <utility>
 
 // A configuration may ask for a payload of some gigabytes. What is larger than this cannot be allocated, which the
 // module has to survive, and does not slow the fuzzer down. So do short stacks of allocations, and a quarantine that
@@ -15,14 +16,14 @@ namespace fuzz {
 
 namespace {
 
-LogCapture& Captured() {
-  static LogCapture& capture = *new LogCapture;
-  return capture;
+Lines& CapturedLines() {
+  static Lines& lines = *new Lines;
+  return lines;
 }
 
 }  // namespace
 
-Lines TakeLines() { return Captured().Take(); }
+Lines TakeLines() { return std::exchange(CapturedLines(), {}); }
 
 const std::vector<Example>& Examples() {
   static const std::vector<Example>& examples = *[] {
@@ -43,6 +44,9 @@ const std::vector<Example>& Examples() {
 // Called once, before the first input.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  fuzz::TakeLines();
+  SetLogLevel(2);
+  SetLogSink([](int level, const char* functionName, const std::string& message) {
+    fuzz::CapturedLines().push_back({level, functionName == nullptr ? "" : functionName, message});
+  });
   return 0;
 }

@@ -124,6 +124,22 @@ TEST(DecodeAttributes, AgreesWithTheModel) {
   });
 }
 
+TEST(RawToTextAndValueToRaw, AgreeWithTheModel) {
+  Sightings sights({"text", "no text", "raw value", "no raw value"});
+  ForEachCase(2026040633, 50000, [&](Source& source) {
+    Maker maker(source);
+    const support::Scaling scaling = maker.MakeScaling();
+    support::Attribute attribute;
+    attribute.data_type = MorvixProtocolDataType_4_0(source.OneIn(10) ? source.Below(10) : 4 + source.Below(4));
+    attribute.uint_spec = {static_cast<int64_t>(scaling.min), static_cast<int64_t>(scaling.max),
+                           static_cast<int32_t>(scaling.step), scaling.ratio, scaling.addition};
+    const uint64_t raw = maker.MakeRaw(scaling);
+    const auto [hasText, hasRaw] = support::CheckScaling(attribute, raw, maker.MakeUser(scaling));
+    sights.Add(hasText ? "text" : "no text");
+    sights.Add(hasRaw ? "raw value" : "no raw value");
+  });
+}
+
 // One call, and parsing followed by encoding or decoding; what was written is read back, alone and together; packing,
 // and receiving what was encoded.
 TEST(Entity, AgreesWithTheModelInEveryWay) {

@@ -304,6 +304,27 @@ void CheckEntity(const Json::Value& entity, const model::Parsed& writable, const
   CheckReceive(all.entity, all.attributes, packet);
 }
 
+std::pair<bool, bool> CheckScaling(const Attribute& attribute, uint64_t raw, double user) {
+  const Inputs inputs(attribute, raw, user);
+  const bool isNumber = attribute.data_type >= 4 && attribute.data_type <= 7;
+  const auto& [min, max, step, ratio, addition] = attribute.uint_spec;
+  const auto wide = [](int64_t value) { return static_cast<uint64_t>(value); };
+  double expectedUser = 0;
+  uint64_t expectedRaw = 0;
+  const bool hasText = isNumber && model::IsAccepted(model::ToUser(wide(min), wide(max), wide(step), ratio, addition,
+                                                                   raw, expectedUser));
+  const bool hasRaw =
+      isNumber && model::IsAccepted(model::ToRaw(wide(min), wide(max), wide(step), ratio, addition, user, expectedRaw));
+  std::string text = "kept";
+  ExpectEqual(ProtocolRawToText_4_0(attribute, raw, text), hasText, "a raw value has a text where the model has one");
+  ExpectEqual(text, hasText ? model::NumberText(expectedUser) : "kept", "the text of a raw value is the model's");
+  uint64_t scaled = 77;
+  ExpectEqual(ProtocolValueToRaw_4_0(attribute, user, scaled), hasRaw,
+              "a number has a raw value where the model's has");
+  ExpectEqual(scaled, hasRaw ? expectedRaw : uint64_t{77}, "the raw value of a number is the model's");
+  return {hasText, hasRaw};
+}
+
 // --- Packets, and what becomes of them after the decoder ---
 
 namespace {
