@@ -65,17 +65,18 @@ void* operator new(size_t size) {
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, size_t) noexcept { std::free(memory); }
 
-// Neither the text nor the line in the capture may fit; the caller does not notice.
+// The text, the name of the operation or the line in the capture do not fit; the caller does not notice.
 TEST(Logging, DropsALineForWhichThereIsNoMemory) {
   const std::string text(1000, 'x');
+  const char* const operation = "AnOperationWithALongName";
   const LogCapture log;
-  for (const int allowed : {0, 1}) {
+  for (const int allowed : {0, 1, 2}) {
     const RefuseAllocations limit(allowed, 1, true);
-    logMsgEx(1, "Operation", "%s", text.c_str());
+    logMsgEx(1, operation, "%s", text.c_str());
   }
   EXPECT_EQ(log.Lines().size(), 0u);
-  logMsgEx(1, "Operation", "%s", text.c_str());
-  EXPECT_EQ(log.Lines(), (LogLines{{1, "Operation", text}}));
+  logMsgEx(1, operation, "%s", text.c_str());
+  EXPECT_EQ(log.Lines(), (LogLines{{1, operation, text}}));
 }
 
 TEST(EncodeEntity, LeavesThePackageAloneWhenABufferCannotBeAllocated) {
