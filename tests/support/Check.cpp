@@ -7,7 +7,7 @@ thread_local const InputsBase* InputsBase::innermost = nullptr;
 void Fail(const std::string& property, const std::string& details) {
   std::string inputs;
   for (const InputsBase* outer = InputsBase::innermost; outer != nullptr; outer = outer->outer_) {
-    inputs = outer->Text() + inputs;
+    inputs.insert(0, outer->Text());
   }
   throw Failure("==== PROPERTY: " + property + "\n" + details + "\ninputs:" + inputs + "\n====");
 }

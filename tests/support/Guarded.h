@@ -17,7 +17,7 @@ class Guarded {
   static constexpr byte kGuard = 0xc5;
 
   explicit Guarded(const std::vector<byte>& content)
-      : size_(content.size()), bytes_(content.size() + 2 * kGuards, kGuard) {
+      : size_(content.size()), bytes_(content.size() + 2 * size_t{kGuards}, kGuard) {
     std::copy(content.begin(), content.end(), Data());
   }
   // Of guard bytes only.
