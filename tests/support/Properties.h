@@ -55,8 +55,8 @@ model::Decoded CheckDecode(const Json::Value& entity, const model::Parsed& all, 
 model::Decoded CheckDecodeRecords(const Entity& info, const Attributes& attributes, const Bytes& payload,
                                   const Json::Value& before);
 
-// Scales a raw value and a number of one attribute, as the model does; of what is refused nothing is left. Gives whether
-// the raw value has a text and the number a raw value.
+// Scales a raw value and a number of one attribute, as the model does; of what is refused nothing is left. Gives
+// whether the raw value has a text and the number a raw value.
 std::pair<bool, bool> CheckScaling(const Attribute& attribute, uint64_t raw, double user);
 
 // Receives a packet: one pass, the five calls that it stands for, and the model agree, log lines included. What the
