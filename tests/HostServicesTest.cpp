@@ -310,8 +310,8 @@ TEST_F(Logging, EscapesTheControlCharactersAboveAscii) {
             "[1] a\xc2\\x85"
             "b\xc2\\x9b"
             "c\n");
-  const std::string none = "\xc2\xa0 \xc3\x85 \xc5\x9b \xc2 ?";
-  EXPECT_EQ(DefaultLine(none), "[1] " + none + "\n");
+  const std::string others = "\xc2\xa0 \xc3\x85 \xc5\x9b \xc2 ?";
+  EXPECT_EQ(DefaultLine(others), "[1] " + others + "\n");
 }
 
 TEST_F(Logging, GivesTheFormatWhereAnArgumentCannotBePrinted) {

@@ -310,7 +310,7 @@ void KeepGroups(const Attribute& next, Walk& walk, Attributes& attributes) {
   walk.currentType = next.type;
 }
 
-// The bytes up to the end of a group's last field. Up to a negative end, or none, there are no bytes.
+// The bytes up to the end of a group's last field. Without an end, or up to a negative one, there are no bytes.
 size_t GroupBytes(const Position& last) {
   const int32_t bits = Cut(static_cast<long long>(last.bit_offset) + last.len);
   if (bits <= 0) return 0;
