@@ -154,7 +154,7 @@ Input DecodeOverlappingBinaries(size_t count) {
           }};
 }
 
-// The items of an enum are handed on to every attribute behind it.
+// The items of an enum are handed on to every attribute after it.
 Input ParseInheritedItems(size_t size) {
   Json::Value entity = MakeEntity();
   entity["attrs"].append(MakeAttribute(0, "status_readonly", "enum", 0, 1));

@@ -2,39 +2,37 @@
 // that takes.
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 
+#include "Guarded.h"
 #include "Support.h"
 #include "host/Base64.h"
 
 namespace {
 
-constexpr size_t kGuardBytes = 16;
-constexpr byte kUnwritten = 0xa5;
+using fuzz::Guarded;
 
 std::string Encoded(const fuzz::Bytes& bytes, size_t capacity) {
-  std::string buffer(capacity + kGuardBytes, static_cast<char>(kUnwritten));
+  Guarded buffer(capacity);
   const char* text =
-      __internal_base64_encode(buffer.data(), static_cast<uint32_t>(capacity), bytes.data(), bytes.size());
-  if (buffer.find_first_not_of(static_cast<char>(kUnwritten), capacity) != std::string::npos) {
-    fuzz::Fail("encoding stays inside its capacity", fuzz::Show(bytes));
-  }
-  if (capacity != 0 && text != buffer.data()) fuzz::Fail("the text is where it was asked for", fuzz::Show(bytes));
+      __internal_base64_encode(buffer.Characters(), static_cast<uint32_t>(capacity), bytes.data(), bytes.size());
+  buffer.Content();
+  if (capacity != 0 && text != buffer.Characters()) fuzz::Fail("the text is where it was asked for", fuzz::Show(bytes));
   return text;
 }
 
 fuzz::Bytes Decoded(const std::string& text, size_t capacity) {
-  fuzz::Bytes buffer(capacity + kGuardBytes, kUnwritten);
-  const int written = __internal_base64_decode(buffer.data(), text.c_str(), static_cast<uint32_t>(capacity));
+  Guarded buffer(capacity);
+  const int written = __internal_base64_decode(buffer.Data(), text.c_str(), static_cast<uint32_t>(capacity));
   if (written < 0 || static_cast<size_t>(written) > capacity) {
     fuzz::Fail("decoding writes at most its capacity", fuzz::Show(text) + " " + fuzz::Show(written));
   }
-  const auto end = buffer.begin() + written;
-  if (std::any_of(end, buffer.end(), [](byte b) { return b != kUnwritten; })) {
-    fuzz::Fail("decoding writes what it says, and no more", fuzz::Show(text) + "\n" + fuzz::Show(buffer));
+  const fuzz::Bytes content = buffer.Content();
+  const auto end = content.begin() + written;
+  if (std::any_of(end, content.end(), [](byte b) { return b != Guarded::kGuard; })) {
+    fuzz::Fail("decoding writes what it says, and no more", fuzz::Show(text) + "\n" + fuzz::Show(content));
   }
-  return {buffer.begin(), end};
+  return {content.begin(), end};
 }
 
 void CheckBytes(const fuzz::Bytes& bytes, size_t capacity) {

@@ -1,46 +1,45 @@
 // An entity, its values, payloads and packages, all put together from the fuzzer's bytes.
 
-#include <algorithm>
-
-#include "Maker.h"
-#include "PayloadProperties.h"
-#include "Properties.h"
+#include "Support.h"
 
 namespace {
 
 // Records that no configuration gives, encoded and received.
-void CheckRecords(fuzz::Maker& maker, FuzzedDataProvider& in, const model::Parsed& parsed, const Json::Value& values) {
-  fuzz::Attributes attributes = parsed.attributes;
-  if (attributes.empty()) return;
-  for (int i = in.ConsumeIntegralInRange(1, 3); i > 0; --i) {
-    maker.Spoil(attributes[in.ConsumeIntegralInRange<size_t>(0, attributes.size() - 1)]);
+void CheckRecords(fuzz::Maker& maker, fuzz::Source& source, const model::Parsed& parsed, const Json::Value& values) {
+  fuzz::Product product = {parsed.entity, parsed.attributes};
+  do {
+    maker.Spoil(product);
+  } while (source.Flip());
+  fuzz::CheckEncodeRecords(product.entity, product.attributes, values, source.Byte());
+  for (const fuzz::Attribute& attribute : product.attributes) {
+    fuzz::CheckScaling(attribute, source.Word(), maker.MakeDouble());
   }
-  fuzz::CheckEncodeRecords(parsed.entity, attributes, values, in.ConsumeIntegral<uint8_t>());
-  fuzz::Bytes payload = maker.MakePayload(model::PayloadLength(attributes));
-  fuzz::CheckDecodeRecords(parsed.entity, attributes, payload, Json::Value());
-  payload.insert(payload.begin(), 4);
-  fuzz::CheckReceive(parsed.entity, attributes, payload);
+  const fuzz::Bytes packet = maker.MakePacket(product);
+  fuzz::CheckReceive(product.entity, product.attributes, packet);
+  if (!packet.empty()) {
+    fuzz::CheckDecodeRecords(product.entity, product.attributes, {packet.begin() + 1, packet.end()}, Json::Value());
+  }
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider in(data, size);
-  fuzz::Maker maker(in);
+  fuzz::InputSource source(data, size);
+  fuzz::Maker maker(source);
   const Json::Value entity = maker.MakeEntity();
   const model::Parsed writable = fuzz::CheckParse(entity, fuzz::kWritable);
   const model::Parsed all = fuzz::CheckParse(entity, fuzz::kAllGroups);
-  const Json::Value values = maker.MakeValues(writable.entity, writable.attributes);
-  const fuzz::Bytes payload = maker.MakePayload(model::PayloadLength(all.attributes));
-  fuzz::CheckEntity(entity, writable, all, values, payload, in.ConsumeIntegral<uint8_t>());
-  if (in.ConsumeBool()) CheckRecords(maker, in, in.ConsumeBool() ? writable : all, values);
-  if (in.ConsumeBool()) {
+  const Json::Value values = maker.MakeValues({writable.entity, writable.attributes});
+  const fuzz::Bytes payload = maker.MakePayload({all.entity, all.attributes});
+  fuzz::CheckEntity(entity, writable, all, values, payload, source.Byte());
+  if (source.Flip()) CheckRecords(maker, source, source.Flip() ? writable : all, values);
+  if (source.Flip()) {
     fuzz::Bytes flags;
     fuzz::Bytes value;
     const fuzz::Package package = maker.MakePackage(flags, value);
     const size_t whole = 1 + package.sizeFlags + package.sizeValue;
-    fuzz::CheckPack(package, in.ConsumeBool() ? whole : in.ConsumeIntegralInRange<size_t>(0, whole));
+    fuzz::CheckPack(package, source.Flip() ? whole : source.Index(whole + 1));
   }
   return 0;
 }

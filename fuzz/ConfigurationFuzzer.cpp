@@ -1,46 +1,13 @@
-// The text of a product configuration. What is encoded and received under it follows from the configuration itself.
+// The text of a product configuration. What is encoded and received under it is made up from its length.
 
 #include <algorithm>
 #include <string>
 
-#include "PayloadProperties.h"
-#include "Properties.h"
+#include "Support.h"
 
 namespace {
 
 constexpr Json::ArrayIndex kMostEntities = 4;
-
-// Bytes that depend on nothing but their place.
-fuzz::Bytes PatternOf(size_t size, size_t seed) {
-  fuzz::Bytes bytes(size);
-  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<byte>((i + seed) * 167 >> 3);
-  return bytes;
-}
-
-Json::Value ValueOf(const fuzz::Attribute& attribute, size_t seed) {
-  switch (attribute.data_type) {
-    case MorvixProtocolDataTypeBool_4_0:
-      return seed % 2 == 0;
-    case MorvixProtocolDataTypeEnum_4_0:
-      return attribute.enumList.empty() ? std::string() : std::to_string(seed % attribute.enumList.size());
-    case MorvixProtocolDataTypeBinary_4_0:
-      return model::Base64Text(PatternOf(static_cast<size_t>(std::clamp(attribute.position.len, 0, 300)), seed));
-    default: {
-      const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
-      const auto raw = static_cast<double>(seed % 2 == 0 ? scaling.max : scaling.min);
-      return raw * scaling.ratio + scaling.addition;
-    }
-  }
-}
-
-Json::Value ValuesOf(const model::Parsed& writable, size_t seed) {
-  Json::Value values;
-  for (size_t i = 0; i < writable.attributes.size(); ++i) {
-    const fuzz::Attribute& attribute = writable.attributes[i];
-    if ((i + seed) % 8 != 7) values[writable.entity.name][attribute.name] = ValueOf(attribute, i + seed);
-  }
-  return values;
-}
 
 void CheckEntities(const Json::Value& configuration) {
   Json::Value entities = "left from before";
@@ -68,9 +35,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (Json::ArrayIndex i = 0; i < std::min(entities.size(), kMostEntities); ++i) {
     const model::Parsed writable = fuzz::CheckParse(entities[i], fuzz::kWritable);
     const model::Parsed all = fuzz::CheckParse(entities[i], fuzz::kAllGroups);
-    const uint64_t mostBytes = size % 64 == 0 ? 16385 : 300;
-    const auto length = static_cast<size_t>(std::min(model::PayloadLength(all.attributes), mostBytes));
-    fuzz::CheckEntity(entities[i], writable, all, ValuesOf(writable, size), PatternOf(length, size), size);
+    fuzz::SeededSource source(size, i);
+    fuzz::Maker maker(source);
+    const Json::Value values = maker.MakeValues({writable.entity, writable.attributes});
+    const fuzz::Bytes payload = maker.MakePayload({all.entity, all.attributes});
+    fuzz::CheckEntity(entities[i], writable, all, values, payload, source.Byte());
     for (const char* member : {"id", "name", "attrs"}) fuzz::CheckReaders(entities[i], member);
   }
   return 0;

@@ -4,7 +4,7 @@
 #include <set>
 #include <string>
 
-#include "Properties.h"
+#include "Support.h"
 #include "inspect/lint/Lint.h"
 #include "inspect/lint/Rules.h"
 #include "inspect/text/Error.h"

@@ -1,10 +1,10 @@
 // Received bytes, decoded under a configuration. The first byte chooses an entity of the examples, for which the rest
-// is the packet; or else a configuration of the input's own, which goes up to the first NUL, with the packet behind it.
+// is the packet; or else a configuration of the input's own, which goes up to the first NUL, with the packet after it.
 
 #include <algorithm>
 #include <string>
 
-#include "Properties.h"
+#include "Support.h"
 
 namespace {
 

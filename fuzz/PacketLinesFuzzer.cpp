@@ -7,7 +7,7 @@
 #include <streambuf>
 #include <string>
 
-#include "Properties.h"
+#include "Support.h"
 #include "inspect/capture/JsonLine.h"
 #include "inspect/packets/Reading.h"
 #include "inspect/packets/ResultForms.h"

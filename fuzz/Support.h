@@ -1,65 +1,44 @@
-// What the fuzzers share beside the properties: how a failed property ends the run, values as text, captured log lines
-// and the example products.
+// What the fuzzers have beside the support library of the tests: choices out of their bytes, captured log lines and the
+// example products. A property that does not hold is thrown (see Fail), which ends the run and is reported with the
+// input.
 
 #ifndef MORVIX_FUZZ_SUPPORT_H
 #define MORVIX_FUZZ_SUPPORT_H
 
 #include <json/value.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
-#include <type_traits>
 #include <vector>
 
-#include "tests/CodecModel.h"
+#include "Properties.h"
+#include "TestSupport.h"
 
 namespace fuzz {
 
-using model::Attribute;
-using model::Attributes;
-using model::Bytes;
-using model::Entity;
-using model::Lines;
-using model::Package;
-using model::Position;
+using namespace support;
+using ::ParseText;
+using ::Written;
 
-// Prints the property that does not hold, with the details, and aborts, which the fuzzer reports with the input.
-[[noreturn]] void Fail(const std::string& property, const std::string& details);
+constexpr int kWritable = kWritableGroup;
+constexpr int kAllGroups = kEveryGroup;
 
-std::string Show(bool value);
-template <typename Integer, std::enable_if_t<std::is_integral_v<Integer> && !std::is_same_v<Integer, bool>, int> = 0>
-std::string Show(Integer value) {
-  return std::to_string(value);
-}
-std::string Show(double value);
-std::string Show(const std::string& text);  // quoted; what is not printable ASCII as \xHH
-std::string Show(const Bytes& bytes);       // hexadecimal
-std::string Show(const Json::Value& value);
-std::string Show(const Lines& lines);
-std::string Show(const std::vector<std::string>& texts);
-std::string Show(const std::vector<TavelReceiveInfo>& infos);
-std::string Show(const Position& position);
-std::string Show(const Attribute& attribute);
-std::string Show(const Entity& entity);
+// Takes as many bytes as a choice needs, one after the other; then all choices are 0.
+class InputSource final : public Source {
+ public:
+  InputSource(const uint8_t* data, size_t size) : next_(data), end_(data + size) {}
 
-// Both sides are worked out by the caller, whatever they cost; the texts only when they differ.
-template <typename Left, typename Right>
-void ExpectEqual(const Left& actual, const Right& expected, const char* property) {
-  if (!(actual == expected)) Fail(property, "actual:   " + Show(actual) + "\nexpected: " + Show(expected));
-}
+  uint64_t UpTo(uint64_t max) override {
+    uint64_t value = 0;
+    for (uint64_t left = max; left != 0 && next_ != end_; left >>= 8) value = value << 8 | *next_++;
+    return max == UINT64_MAX ? value : value % (max + 1);
+  }
 
-// Bit by bit: a NaN equals itself, 0 and -0 differ.
-bool IsSameNumber(double left, double right);
+ private:
+  const uint8_t* next_;
+  const uint8_t* const end_;
+};
 
-// The module's log lines since the last call. All levels are captured, and none is printed.
+// The log lines since the last call that no check has captured. None is printed.
 Lines TakeLines();
-
-// The text of a document as its host writes it.
-std::string Written(const Json::Value& document);
-
-// A JSON text read as the module reads it, comments included. False when it is none.
-bool ParseText(const std::string& text, Json::Value& value);
 
 // The entities of all example products, parsed by the model.
 struct Example {
@@ -69,27 +48,6 @@ struct Example {
 };
 const std::vector<Example>& Examples();
 
-constexpr int kWritable = MorvixProtocolTypeStatusWritable_4_0;
-constexpr int kAllGroups = MorvixProtocolTypeStatusWritable_4_0 | MorvixProtocolTypeStatusReadonly_4_0 |
-                           MorvixProtocolTypeAlert_4_0 | MorvixProtocolTypeFault_4_0;
-
-// The member of that whole name, NULs included; null when there is none.
-const Json::Value& MemberOf(const Json::Value& object, const std::string& name);
-
-// Equal in every field; reals as IsSameNumber tells.
-bool IsSame(const Attribute& left, const Attribute& right);
-bool IsSame(const Entity& left, const Entity& right);
-
-// A package that releases its buffers.
-struct OwnedPackage : Package {
-  OwnedPackage() = default;
-  ~OwnedPackage();
-  OwnedPackage(const OwnedPackage&) = delete;
-  OwnedPackage& operator=(const OwnedPackage&) = delete;
-};
-
 }  // namespace fuzz
-
-bool operator==(const TavelReceiveInfo& left, const TavelReceiveInfo& right);
 
 #endif

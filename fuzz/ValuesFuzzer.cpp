@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string>
 
-#include "Properties.h"
+#include "Support.h"
 
 namespace {
 

@@ -27,8 +27,15 @@ from clang.cindex import CursorKind as Kind
 from clang.cindex import TypeKind
 
 MODULE = "Protocol/AllVersions/v4/ProtocolInternal_v4.0.cpp"
-EQUIVALENT_MUTANTS = "script/equivalent-mutants"
-GATE = 95  # per cent of the mutants that are not listed as equivalent
+
+# Per cent of the mutants of each section of the module that the suite kills at least. Some changes make no difference
+# at all, so that no section needs to reach 100.
+FLOORS = {
+    "Log levels": 100, "JSON access": 94.1, "Configuration parser": 95.6, "Payload positions and bits": 97,
+    "Scaling": 98.9, "Typed values": 89.6, "Framing": 98.1, "Encoder": 97.2, "Decoder": 94.8, "Receive results": 100,
+    "Alerts and faults": 100, "Receive in one pass": 92.7, "Device queries": 100, "Inspection": 97.7,
+}
+SAMPLE_FLOOR = 90  # of all mutants, where not all are run
 
 # Array bounds need these, so they stay constants. Their other uses are changed instead.
 BOUNDS = ("kNumberTextSize", "kMaxKeywordLength")
@@ -55,8 +62,10 @@ POINTERS = (TypeKind.POINTER, TypeKind.CONSTANTARRAY, TypeKind.INCOMPLETEARRAY)
 UNCHANGED = (Kind.ENUM_DECL, Kind.PARM_DECL, Kind.TYPE_ALIAS_DECL, Kind.TYPEDEF_DECL, Kind.TYPE_REF)
 
 PRELUDE = r"""
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #define MUTATION template <typename Left, typename Right> [[gnu::always_inline]] static inline
 namespace mutation {
 static const int chosen = std::getenv("MUTANT") == nullptr ? 0 : std::atoi(std::getenv("MUTANT"));
@@ -86,6 +95,9 @@ template <typename Value> static inline Value Min(int id, const Value& left, con
 template <typename Value> static inline Value Max(int id, const Value& left, const Value& right) {
   return (left < right) != Is(id) ? right : left;
 }
+template <typename Value> static inline Value Max(int id, std::initializer_list<Value> values) {
+  return Is(id) ? std::min(values) : std::max(values);
+}
 template <typename Value> static inline Value& Increase(int id, Value& value) { return Is(id) ? --value : ++value; }
 template <typename Value> static inline Value& Decrease(int id, Value& value) { return Is(id) ? ++value : --value; }
 template <typename Value> static inline Value IncreaseLater(int id, Value& value) { return Is(id) ? value-- : value++; }
@@ -94,7 +106,7 @@ template <typename Value> static inline Value DecreaseLater(int id, Value& value
 
 
 def helpers():
-    """The C++ behind the names of the tables above."""
+    """The C++ for the names of the tables above."""
     text = PRELUDE
     for op, (name, *changes) in COMPARISONS.items():
         cases = "".join(f"if (Is(id + {i})) return left {other} right; " for i, other in enumerate(changes))
@@ -112,13 +124,11 @@ def helpers():
 
 
 class Mutant:
-    def __init__(self, number, section, function, place, source_line, change):
+    def __init__(self, number, section, place, change):
         self.number = number
         self.section = section
         self.place = place
         self.change = change
-        # Stays the same when the source around it moves.
-        self.key = (f"{function}: {source_line}", change)
 
     def __str__(self):
         return f"{MODULE}:{self.place}: {self.change}"
@@ -133,9 +143,7 @@ class Rewriter:
         self.lines = self.source.splitlines()
         self.mutants = []
         self.left_out = collections.Counter()
-        self.function = ""
         self.returns_bool = False
-        self.seen = collections.Counter()
         unit = cindex.Index.create().parse(MODULE, ["-std=c++17", "-I.", "-I/usr/include/jsoncpp"])
         errors = [str(d) for d in unit.diagnostics if d.severity >= cindex.Diagnostic.Error]
         if errors:
@@ -183,15 +191,10 @@ class Rewriter:
 
     def add(self, node, original, changed):
         """The number of a new mutant."""
-        line = node.extent.start.line
-        source_line = self.lines[line - 1].strip()
+        start = node.extent.start
         change = f"{' '.join(original.split())} -> {' '.join(changed.split()) or '(deleted)'}"
-        self.seen[self.function, source_line, change] += 1
-        if self.seen[self.function, source_line, change] > 1:
-            change += f" ({self.seen[self.function, source_line, change]})"
         number = len(self.mutants) + 1
-        self.mutants.append(Mutant(number, self.section_of(line), self.function,
-                                   f"{line}:{node.extent.start.column}", source_line, change))
+        self.mutants.append(Mutant(number, self.section_of(start.line), f"{start.line}:{start.column}", change))
         return number
 
     def drop(self, node, reason):
@@ -249,8 +252,7 @@ class Rewriter:
     # Declarations
 
     def definition(self, node):
-        outer = self.function, self.returns_bool
-        self.function = node.spelling.split("<")[0]
+        outer = self.returns_bool
         self.returns_bool = node.result_type.kind == TypeKind.BOOL
         bodies = [c for c in node.get_children() if c.kind == Kind.COMPOUND_STMT]
         if not bodies:
@@ -260,15 +262,12 @@ class Rewriter:
         else:
             body = self.span(bodies[-1])[0]
             text = self.source[self.span(node)[0]:body] + self.children(node, start=body)
-        self.function, self.returns_bool = outer
+        self.returns_bool = outer
         return text
 
     def variable(self, node):
         if node.spelling in BOUNDS:
             return self.drop(node, "in array bounds")
-        outer = self.function
-        if not outer or node.kind == Kind.FIELD_DECL:
-            self.function = node.spelling
         start, end = self.span(node)
         name_end = node.location.offset + len(node.spelling)
         head = self.source[start:name_end]
@@ -282,9 +281,7 @@ class Rewriter:
         special = {}
         if node.type.get_canonical().kind == TypeKind.BOOL:
             special = {self.span(c): self.condition for c in node.get_children() if c.kind.is_expression()}
-        text = head + self.children(node, special, name_end) if name_end <= end else self.verbatim(node)
-        self.function = outer
-        return text
+        return head + self.children(node, special, name_end) if name_end <= end else self.verbatim(node)
 
     def static_assertion(self, node):
         self.drop(node, "in static_assert")
@@ -617,25 +614,6 @@ def load_programs(folder):
     return sorted(programs, key=lambda program: program.seconds)
 
 
-def load_equivalents():
-    """The keys of the listed mutants: a reason, below it two deeper a place, below that two deeper the changes."""
-    equivalents = set()
-    reason = place = None
-    with open(EQUIVALENT_MUTANTS, encoding="utf-8") as file:
-        for line in filter(str.strip, file):
-            if line.startswith("#"):
-                continue
-            if line.startswith("    ") and reason and place:
-                equivalents.add((place, line.strip()))
-            elif line.startswith("  ") and reason:
-                place = line.strip()
-            elif not line.startswith(" "):
-                reason, place = line, None
-            else:
-                sys.exit(f"{EQUIVALENT_MUTANTS}: a change without place or reason: {line}")
-    return equivalents
-
-
 def run_mutants(mutants, programs, jobs):
     """The mutants that no program notices."""
     lock = threading.Lock()
@@ -659,31 +637,31 @@ def run_mutants(mutants, programs, jobs):
     return sorted(survivors, key=lambda mutant: mutant.number)
 
 
-def report(mutants, survivors, equivalents, reached):
+def report(mutants, survivors, reached, is_whole):
     """Prints the table and the survivors; gives whether the gate is passed."""
-    equal = [m for m in survivors if m.key in equivalents]
-    open_survivors = [m for m in survivors if m.key not in equivalents]
-    rows = collections.defaultdict(lambda: [0, 0, 0, 0])
+    rows = collections.defaultdict(lambda: [0, 0])
     for mutant in mutants:
         for row in (rows[mutant.section], rows["all"]):
             row[0] += 1
             row[1] += mutant not in survivors
-            row[2] += mutant in equal
-            row[3] += mutant in open_survivors
     rows["all"] = rows.pop("all")
-    print(f"{'section':<32} {'mutants':>8} {'killed':>8} {'equivalent':>11} {'survivors':>10}")
-    for name, row in rows.items():
-        print(f"{name:<32} {row[0]:>8} {row[1]:>8} {row[2]:>11} {row[3]:>10}")
-    for mutant in open_survivors:
-        note = "" if mutant.number in reached else " (not reached)"
-        print(f"{mutant}{note}\n    {mutant.key[0]}")
-    wrong = [m for m in mutants if m.key in equivalents and m not in survivors]
-    for mutant in wrong:
-        print(f"killed, although listed as equivalent: {mutant}")
-    total, killed, same, _ = rows["all"]
-    percent = 100 * killed / (total - same) if total > same else 0
-    print(f"{killed} of {total - same} killed ({percent:.1f} %, gate {GATE} %), {same} more are equivalent")
-    return percent >= GATE and not wrong
+    if is_whole:
+        floors = FLOORS
+        for name in FLOORS.keys() ^ (rows.keys() - {"all"}):
+            sys.exit(f"section and floor do not go together: {name}")
+    else:
+        floors = {"all": SAMPLE_FLOOR}
+    is_good = True
+    print(f"{'section':<32} {'mutants':>8} {'killed':>8} {'per cent':>9} {'at least':>9}")
+    for name, (total, killed) in rows.items():
+        percent = 100 * killed / total
+        floor = floors.get(name, 0)
+        verdict = "" if percent >= floor else "  MISSED"
+        is_good = is_good and not verdict
+        print(f"{name:<32} {total:>8} {killed:>8} {percent:>9.2f} {floor or '':>9}{verdict}")
+    for mutant in survivors:
+        print(f"{mutant}{'' if mutant.number in reached else ' (not reached)'}")
+    return is_good
 
 
 def main():
@@ -697,15 +675,11 @@ def main():
 
     rewriter = Rewriter()
     mutants = rewriter.mutants
-    equivalents = load_equivalents()
-    absent = equivalents - {mutant.key for mutant in mutants}
-    for place, change in sorted(absent):
-        print(f"{EQUIVALENT_MUTANTS}: no such mutant: {place}\n    {change}")
     if arguments.list:
-        print(*(f"{m.number} {m}{' (equivalent)' if m.key in equivalents else ''}" for m in mutants), sep="\n")
+        print(*(f"{m.number} {m}" for m in mutants), sep="\n")
         for reason, count in rewriter.left_out.items():
             print(f"left out: {count} {reason}")
-        return 1 if absent else 0
+        return 0
 
     build_suite(arguments.build, rewriter.text, arguments.jobs)
     programs = load_programs(arguments.build)
@@ -713,13 +687,11 @@ def main():
     if arguments.match:
         chosen = [m for m in mutants if re.search(arguments.match, f"{m.number} {m}")]
     if arguments.sample:
-        chosen = [m for m in chosen if m.key not in equivalents]
         count = min(arguments.sample, len(chosen))
         chosen = [chosen[i * len(chosen) // count] for i in range(count)]
     survivors = run_mutants(chosen, programs, arguments.jobs)
     reached = set().union(*(program.reached for program in programs))
-    is_good = report(chosen, survivors, equivalents, reached)
-    return 0 if is_good and not absent else 1
+    return 0 if report(chosen, survivors, reached, chosen is mutants) else 1
 
 
 if __name__ == "__main__":

@@ -10,7 +10,7 @@
 
 #include "TestSupport.h"
 
-TEST(CommaLocale, KeepsTheZerosBehindItsComma) {
+TEST(CommaLocale, KeepsTheZerosAfterItsComma) {
   ASSERT_NE(std::setlocale(LC_NUMERIC, "de_DE.UTF-8"), nullptr) << "to be run by comma_locale_test.sh";
   ValueText text;
   EXPECT_EQ(NumberText(12.5, text), "12,500000");

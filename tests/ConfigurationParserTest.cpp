@@ -19,6 +19,9 @@
 #include <utility>
 #include <vector>
 
+#include "Cases.h"
+#include "EntityBuilder.h"
+#include "Maker.h"
 #include "TestSupport.h"
 
 // A namespace with a name, since the unit's own operations stand at global scope.
@@ -28,39 +31,24 @@ using std::string_literals::operator""s;
 
 constexpr int kAllGroups = 15;
 
-// Members of `changes` replace those of `value`; objects are changed member by member.
-void Change(Json::Value& value, const Json::Value& changes) {
-  for (const std::string& name : changes.getMemberNames()) {
-    if (value.isMember(name) && value[name].isObject() && changes[name].isObject()) {
-      Change(value[name], changes[name]);
-    } else {
-      value[name] = changes[name];
-    }
-  }
-}
-
 // A writable bool in bit 0 of byte 0, and what differs from that.
 Json::Value Attribute(const std::string& changes = "{}") {
-  Json::Value attribute = ParseJson(R"({
-    "id": 1, "name": "n", "display_name": "N", "desc": "", "type": "status_writable", "data_type": "bool",
-    "position": {"byte_offset": 0, "bit_offset": 0, "unit": "bit", "len": 1}})");
-  Change(attribute, ParseJson(changes));
-  return attribute;
+  return ::With(ParseJson(R"({
+      "id": 1, "name": "n", "display_name": "N", "desc": "", "type": "status_writable", "data_type": "bool",
+      "position": {"byte_offset": 0, "bit_offset": 0, "unit": "bit", "len": 1}})"),
+                ParseJson(changes));
 }
 
 // A writable number of one byte with raw values 1 to 9, and what differs from that.
 Json::Value Number(const std::string& changes = "{}") {
-  Json::Value attribute = Attribute(R"({"data_type": "uint8", "position": {"unit": "byte"},
-                                        "uint_spec": {"min": 1, "max": 9, "ratio": 0.5, "addition": -2}})");
-  Change(attribute, ParseJson(changes));
-  return attribute;
+  return ::With(Attribute(R"({"data_type": "uint8", "position": {"unit": "byte"},
+                              "uint_spec": {"min": 1, "max": 9, "ratio": 0.5, "addition": -2}})"),
+                ParseJson(changes));
 }
 
 // A writable enum of two items, and what differs from that.
 Json::Value Enum(const std::string& changes = "{}") {
-  Json::Value attribute = Attribute(R"({"data_type": "enum", "enum": ["off", "on"]})");
-  Change(attribute, ParseJson(changes));
-  return attribute;
+  return ::With(Attribute(R"({"data_type": "enum", "enum": ["off", "on"]})"), ParseJson(changes));
 }
 
 // The value at a path such as "position.len".
@@ -81,12 +69,6 @@ Json::Value Without(Json::Value value, const std::string& path) {
   Json::Value& parent = dot == std::string::npos ? value : At(value, path.substr(0, dot));
   parent.removeMember(path.substr(dot == std::string::npos ? 0 : dot + 1));
   return value;
-}
-
-Json::Value Entity(const std::vector<Json::Value>& attributes) {
-  Json::Value entity = ParseJson(R"({"id": 7, "name": "main", "display_name": "Main", "attrs": []})");
-  for (const Json::Value& attribute : attributes) entity["attrs"].append(attribute);
-  return entity;
 }
 
 using Attributes = std::vector<MorvixProtocolAttribute_4_0>;
@@ -287,7 +269,7 @@ TEST(GetEntityInfo, NamesTheFirstFaultAndKeepsWhatWasReadBefore) {
   }
 }
 
-TEST(GetEntityInfo, ReadsAnEntityWithoutAWord) {
+TEST(GetEntityInfo, ReadsAnEntityWithoutLogging) {
   const LogCapture log;
   const std::pair<const char*, const char*> ids[] = {{"-5", "-5"},   {R"("0x10")", "16"},  {R"("017")", "15"},
                                                      {R"("")", "9"}, {"4294967295", "-1"}, {"true", "1"}};
@@ -364,11 +346,11 @@ TEST(FilterConfigType, ParsesTheExample) {
   EXPECT_EQ(everything.lines, lines);
 }
 
-// The order of the steps, seen from an attribute that is mended where the parser points, one member at a time.
+// The order of the steps, seen from an attribute that is fixed where the parser points, one member at a time.
 TEST(FilterConfigType, NamesTheFirstFaultOfANumber) {
   const struct {
     const char* expected;
-    std::string path, mended;
+    std::string path, fixed;
   } steps[] = {
       {"id", "id", "3"},
       {"name", "name", R"("a")"},
@@ -396,7 +378,7 @@ TEST(FilterConfigType, NamesTheFirstFaultOfANumber) {
     EXPECT_TRUE(parsed.success);
     EXPECT_TRUE(parsed.attributes.empty());
     EXPECT_EQ(parsed.lines, Skips({step.expected})) << WriteJson(attribute);
-    attribute = With(attribute, step.path, step.mended);
+    attribute = With(attribute, step.path, step.fixed);
   }
   EXPECT_EQ(Describe(ParseOne(attribute)),
             "3 a|A|d type:8 data:5 at:4+5 unit:0 len:2 group:0 scale:-6..70/1 *0.25+-8.5 []");
@@ -411,7 +393,7 @@ TEST(FilterConfigType, NamesTheFirstFaultOfAnEnum) {
   EXPECT_EQ(Parse({attribute}).lines, Skips({"byte_offset"}));
 }
 
-TEST(FilterConfigType, SkipsElementsThatAreNoObjects) {
+TEST(FilterConfigType, SkipsElementsThatAreNotObjects) {
   for (const char* element : {"null", "5", "1.5", "true", R"("text")", "[]", R"([{"id": 1}])"}) {
     const Parsed parsed = Parse({Attribute(), ParseJson(element), Attribute()});
     EXPECT_TRUE(parsed.success);
@@ -649,8 +631,8 @@ TEST(Inheritance, EndsWithAMissingScaling) {
   }
 }
 
-// What is no object is inherited all the same, and has no "min".
-TEST(Inheritance, HandsOnAScalingThatIsNoObject) {
+// A scaling that is not an object is inherited all the same, and has no "min".
+TEST(Inheritance, HandsOnAScalingThatIsNotAnObject) {
   for (const char* scaling : {"5", "0", "false", "[]", "[{}]", R"("")", R"("text")"}) {
     const Parsed parsed = Parse({With(Number(), "uint_spec", scaling), Attribute(), Binary(), Number(), Attribute()});
     EXPECT_EQ(Each(Scaling, parsed.attributes), (Texts{kScaling, kScaling})) << scaling;
@@ -762,6 +744,27 @@ TEST(CalculateGroupByteSize, RoundsUpWrapsAt32BitsAndTakesNegativesForZero) {
       EXPECT_EQ(GroupSize(attributes[0]), row.bytes) << row.bitOffset << " + " << row.length;
     }
   }
+}
+
+TEST(CalculateGroupByteSize, AgreesWithTheModel) {
+  support::Sightings outcomes({"unchanged", "changed"});
+  support::ForEachCase(2026040622, 50000, [&](support::Source& source) {
+    Attributes before(source.Index(6));
+    for (MorvixProtocolAttribute_4_0& attribute : before) {
+      attribute = Record(MorvixProtocolDataType_4_0(source.OneIn(3) ? source.Below(9) : 1 + source.Below(2)), 0, 0);
+      attribute.position.bit_offset = source.OneIn(4) ? source.AnyInt() : source.Int(-20, 40);
+      attribute.position.len = source.OneIn(4) ? source.AnyInt() : source.Int(-20, 40);
+    }
+    const size_t start = source.OneIn(8) ? SIZE_MAX - source.Index(2) : source.Index(6);
+    const size_t end = source.OneIn(8) ? SIZE_MAX - source.Index(2) : start + source.Index(4) - 1;
+    const support::Inputs inputs(before, start, end);
+    Attributes attributes = before;
+    CalculateAttributesGroupByteSizeWithRange(attributes, start, end);
+    Attributes expected = before;
+    model::SizeRange(expected, start, end);
+    support::ExpectEqual(attributes, expected, "groups are sized like the model's");
+    outcomes.Add(expected == before ? "unchanged" : "changed");
+  });
 }
 
 Json::Value Bits(int bitOffset, int length, const std::string& type = "status_writable") {
@@ -897,7 +900,7 @@ class LonelyPage {
   void* const memory_;
 };
 
-TEST(EqualBytes, ReadsNothingBeforeOrBehindTheNames) {
+TEST(EqualBytes, ReadsNothingBeforeOrAfterTheNames) {
   const LonelyPage page;
   for (size_t length = 1; length <= 40; ++length) {
     const std::string name(length, 'n');
@@ -909,7 +912,7 @@ TEST(EqualBytes, ReadsNothingBeforeOrBehindTheNames) {
   }
 }
 
-TEST(FindMembers, LooksAtNoNameBehindTheLast) {
+TEST(FindMembers, LooksAtNoNameAfterTheLast) {
   using Names = std::string_view[2];
   const LonelyPage page;
   auto* const names = reinterpret_cast<Names*>(page.End() - sizeof(Names));

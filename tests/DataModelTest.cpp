@@ -7,6 +7,7 @@
 #include <limits>
 #include <new>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
@@ -28,7 +29,6 @@ class FreshRecord {
   FreshRecord& operator=(const FreshRecord&) = delete;
 
   const Record& operator*() const { return *record_; }
-  const Record* operator->() const { return record_; }
 
  private:
   alignas(Record) unsigned char storage_[sizeof(Record)];
@@ -46,8 +46,15 @@ constexpr bool kIsStoredAs =
     std::is_enum_v<Enumeration>&& std::is_same_v<std::underlying_type_t<Enumeration>, Underlying> &&
     sizeof(Enumeration) == 4;
 
-template <typename Member, typename Expected>
-constexpr bool kIs = std::is_same_v<Member, Expected>;
+template <typename Type, typename Expected>
+constexpr bool kIs = std::is_same_v<Type, Expected>;
+
+template <typename Record, typename Member>
+Member TypeOf(Member Record::*);
+
+// The types of some members of a record.
+template <auto... kMembers>
+using TypesOf = std::tuple<decltype(TypeOf(kMembers))...>;
 
 // --- Scalars ---------------------------------------------------------------------------------------------------------
 
@@ -136,170 +143,88 @@ TEST(Command, HoldsEveryReceivedByte) {
 
 // --- Records ---------------------------------------------------------------------------------------------------------
 
-static_assert(kIsPlainData<MorvixProtocolPosition_4_0>);
-static_assert(kIs<decltype(MorvixProtocolPosition_4_0::byte_offset), int32_t>);
-static_assert(kIs<decltype(MorvixProtocolPosition_4_0::bit_offset), int32_t>);
-static_assert(kIs<decltype(MorvixProtocolPosition_4_0::unit), MorvixProtocolUnit_4_0>);
-static_assert(kIs<decltype(MorvixProtocolPosition_4_0::len), int32_t>);
-static_assert(kIs<decltype(MorvixProtocolPosition_4_0::groupByteLength), size_t>);
+using Attribute = MorvixProtocolAttribute_4_0;
+using Entity = MorvixProtocolEntity_4_0;
+using Package = MorvixProtocolPackage_4_0;
+using Position = MorvixProtocolPosition_4_0;
+using Scaling = MorvixProtocolUIntSpec_4_0;
 
-static_assert(kIsPlainData<MorvixProtocolUIntSpec_4_0>);
-static_assert(kIs<decltype(MorvixProtocolUIntSpec_4_0::min), int64_t>);
-static_assert(kIs<decltype(MorvixProtocolUIntSpec_4_0::max), int64_t>);
-static_assert(kIs<decltype(MorvixProtocolUIntSpec_4_0::step), int32_t>);
-static_assert(kIs<decltype(MorvixProtocolUIntSpec_4_0::ratio), double>);
-static_assert(kIs<decltype(MorvixProtocolUIntSpec_4_0::addition), double>);
+static_assert(kIsPlainData<Position> && kIsPlainData<Scaling> && kIsPlainData<Attribute> && kIsPlainData<Entity> &&
+              kIsPlainData<Package> && kIsPlainData<TavelReceiveInfo>);
+static_assert(kIs<TypesOf<&Position::byte_offset, &Position::bit_offset, &Position::unit, &Position::len,
+                          &Position::groupByteLength>,
+                  std::tuple<int32_t, int32_t, MorvixProtocolUnit_4_0, int32_t, size_t>>);
+static_assert(kIs<TypesOf<&Scaling::min, &Scaling::max, &Scaling::step, &Scaling::ratio, &Scaling::addition>,
+                  std::tuple<int64_t, int64_t, int32_t, double, double>>);
+static_assert(kIs<TypesOf<&Attribute::id, &Attribute::name, &Attribute::display_name, &Attribute::desc,
+                          &Attribute::type, &Attribute::data_type>,
+                  std::tuple<int32_t, std::string, std::string, std::string, MorvixProtocolType_4_0,
+                             MorvixProtocolDataType_4_0>>);
+static_assert(kIs<TypesOf<&Attribute::position, &Attribute::uint_spec, &Attribute::enumList>,
+                  std::tuple<Position, Scaling, std::vector<std::string>>>);
+static_assert(
+    kIs<TypesOf<&Entity::id, &Entity::name, &Entity::display_name>, std::tuple<int32_t, std::string, std::string>>);
+static_assert(kIs<TypesOf<&Package::cmd, &Package::subDid, &Package::needInsertSubDid, &Package::flags,
+                          &Package::sizeFlags, &Package::value, &Package::sizeValue>,
+                  std::tuple<MorvixProtocolCommand_4_0, int32_t, byte, byte*, size_t, byte*, size_t>>);
+static_assert(kIs<TypesOf<&TavelReceiveInfo::name, &TavelReceiveInfo::value>, std::tuple<std::string, int32_t>>);
 
-static_assert(kIsPlainData<MorvixProtocolAttribute_4_0>);
-static_assert(kIs<decltype(MorvixProtocolAttribute_4_0::id), int32_t>);
-static_assert(kIs<decltype(MorvixProtocolAttribute_4_0::name), std::string>);
-static_assert(kIs<decltype(MorvixProtocolAttribute_4_0::display_name), std::string>);
-static_assert(kIs<decltype(MorvixProtocolAttribute_4_0::desc), std::string>);
-static_assert(kIs<decltype(MorvixProtocolAttribute_4_0::type), MorvixProtocolType_4_0>);
-static_assert(kIs<decltype(MorvixProtocolAttribute_4_0::data_type), MorvixProtocolDataType_4_0>);
-static_assert(kIs<decltype(MorvixProtocolAttribute_4_0::position), MorvixProtocolPosition_4_0>);
-static_assert(kIs<decltype(MorvixProtocolAttribute_4_0::uint_spec), MorvixProtocolUIntSpec_4_0>);
-static_assert(kIs<decltype(MorvixProtocolAttribute_4_0::enumList), std::vector<std::string>>);
-
-static_assert(kIsPlainData<MorvixProtocolEntity_4_0>);
-static_assert(kIs<decltype(MorvixProtocolEntity_4_0::id), int32_t>);
-static_assert(kIs<decltype(MorvixProtocolEntity_4_0::name), std::string>);
-static_assert(kIs<decltype(MorvixProtocolEntity_4_0::display_name), std::string>);
-
-static_assert(kIsPlainData<MorvixProtocolPackage_4_0>);
-static_assert(kIs<decltype(MorvixProtocolPackage_4_0::cmd), MorvixProtocolCommand_4_0>);
-static_assert(kIs<decltype(MorvixProtocolPackage_4_0::subDid), int32_t>);
-static_assert(kIs<decltype(MorvixProtocolPackage_4_0::needInsertSubDid), byte>);
-static_assert(kIs<decltype(MorvixProtocolPackage_4_0::flags), byte*>);
-static_assert(kIs<decltype(MorvixProtocolPackage_4_0::sizeFlags), size_t>);
-static_assert(kIs<decltype(MorvixProtocolPackage_4_0::value), byte*>);
-static_assert(kIs<decltype(MorvixProtocolPackage_4_0::sizeValue), size_t>);
-
-static_assert(kIsPlainData<TavelReceiveInfo>);
-static_assert(kIs<decltype(TavelReceiveInfo::name), std::string>);
-static_assert(kIs<decltype(TavelReceiveInfo::value), int32_t>);
-
-void ExpectZero(const MorvixProtocolPosition_4_0& position) {
-  EXPECT_EQ(position.byte_offset, 0);
-  EXPECT_EQ(position.bit_offset, 0);
-  EXPECT_EQ(position.unit, MorvixProtocolUnitByte_4_0);
-  EXPECT_EQ(position.len, 0);
-  EXPECT_EQ(position.groupByteLength, 0u);
+TEST(Records, AreZeroAndEmptyAtFirst) {
+  const Position position = {0, 0, MorvixProtocolUnitByte_4_0, 0, 0};
+  const Scaling scaling = {0, 0, 0, 0, 0};
+  EXPECT_EQ(*FreshRecord<Position>(), position);
+  EXPECT_EQ(*FreshRecord<Scaling>(), scaling);
+  EXPECT_EQ(
+      *FreshRecord<Attribute>(),
+      (Attribute{
+          0, "", "", "", MorvixProtocolTypeUnknown_4_0, MorvixProtocolDataTypeUnknown_4_0, position, scaling, {}}));
+  EXPECT_EQ(*FreshRecord<Entity>(), (Entity{0, "", ""}));
+  EXPECT_EQ(*FreshRecord<TavelReceiveInfo>(), (TavelReceiveInfo{"", 0}));
+  const FreshRecord<Package> fresh;
+  const Package& package = *fresh;
+  EXPECT_EQ(package.cmd, 0u);
+  EXPECT_EQ(package.subDid, 0);
+  EXPECT_EQ(package.needInsertSubDid, 0);
+  EXPECT_EQ(package.flags, nullptr);
+  EXPECT_EQ(package.sizeFlags, 0u);
+  EXPECT_EQ(package.value, nullptr);
+  EXPECT_EQ(package.sizeValue, 0u);
 }
 
-void ExpectZero(const MorvixProtocolUIntSpec_4_0& scaling) {
-  EXPECT_EQ(scaling.min, 0);
-  EXPECT_EQ(scaling.max, 0);
-  EXPECT_EQ(scaling.step, 0);
-  EXPECT_EQ(scaling.ratio, 0.0);
-  EXPECT_EQ(scaling.addition, 0.0);
-}
-
-TEST(Position, IsZeroAndInBytesAtFirst) { ExpectZero(*FreshRecord<MorvixProtocolPosition_4_0>()); }
-
-TEST(UIntSpec, IsZeroAtFirst) { ExpectZero(*FreshRecord<MorvixProtocolUIntSpec_4_0>()); }
-
-TEST(Attribute, IsZeroAndEmptyAtFirst) {
-  const FreshRecord<MorvixProtocolAttribute_4_0> attribute;
-  EXPECT_EQ(attribute->id, 0);
-  EXPECT_EQ(attribute->name, "");
-  EXPECT_EQ(attribute->display_name, "");
-  EXPECT_EQ(attribute->desc, "");
-  EXPECT_EQ(attribute->type, MorvixProtocolTypeUnknown_4_0);
-  EXPECT_EQ(attribute->data_type, MorvixProtocolDataTypeUnknown_4_0);
-  ExpectZero(attribute->position);
-  ExpectZero(attribute->uint_spec);
-  EXPECT_TRUE(attribute->enumList.empty());
-}
-
-TEST(Entity, IsZeroAndEmptyAtFirst) {
-  const FreshRecord<MorvixProtocolEntity_4_0> entity;
-  EXPECT_EQ(entity->id, 0);
-  EXPECT_EQ(entity->name, "");
-  EXPECT_EQ(entity->display_name, "");
-}
-
-TEST(Package, IsZeroAndHasNoBuffersAtFirst) {
-  const FreshRecord<MorvixProtocolPackage_4_0> package;
-  EXPECT_EQ(package->cmd, 0u);
-  EXPECT_EQ(package->subDid, 0);
-  EXPECT_EQ(package->needInsertSubDid, 0);
-  EXPECT_EQ(package->flags, nullptr);
-  EXPECT_EQ(package->sizeFlags, 0u);
-  EXPECT_EQ(package->value, nullptr);
-  EXPECT_EQ(package->sizeValue, 0u);
-}
-
-TEST(ReceiveInfo, IsZeroAndEmptyAtFirst) {
-  const FreshRecord<TavelReceiveInfo> info;
-  EXPECT_EQ(info->name, "");
-  EXPECT_EQ(info->value, 0);
-}
-
-TEST(Attribute, IsCopiedDeeply) {
-  MorvixProtocolAttribute_4_0 original;
-  original.id = 1;
-  original.name = "a name that is too long for any small-string buffer";
-  original.display_name = "shown";
-  original.desc = "described";
-  original.type = MorvixProtocolTypeAlert_4_0;
-  original.data_type = MorvixProtocolDataTypeEnum_4_0;
-  original.position = {1, 2, MorvixProtocolUnitBit_4_0, 3, 4};
-  original.uint_spec = {5, 6, 7, 8.5, 9.5};
-  original.enumList = {"low", "an item that is too long for any small-string buffer"};
-
-  const MorvixProtocolAttribute_4_0 constructed = original;
-  MorvixProtocolAttribute_4_0 assigned;
+TEST(Records, AreCopiedDeeply) {
+  const auto make = [] {
+    return Attribute{1,
+                     "a name that is too long for any small-string buffer",
+                     "shown",
+                     "described",
+                     MorvixProtocolTypeAlert_4_0,
+                     MorvixProtocolDataTypeEnum_4_0,
+                     {1, 2, MorvixProtocolUnitBit_4_0, 3, 4},
+                     {5, 6, 7, 8.5, 9.5},
+                     {"low", "an item that is too long for any small-string buffer"}};
+  };
+  Attribute original = make();
+  const Attribute constructed = original;
+  Attribute assigned;
   assigned = original;
-
-  original.name[0] = 'X';
-  original.display_name[0] = 'X';
-  original.desc[0] = 'X';
-  original.enumList[1][0] = 'X';
+  original.name[0] = original.display_name[0] = original.desc[0] = original.enumList[1][0] = 'X';
   original.enumList.push_back("more");
   original.position.len = 99;
   original.uint_spec.max = 99;
+  EXPECT_EQ(constructed, make());
+  EXPECT_EQ(assigned, make());
 
-  for (const MorvixProtocolAttribute_4_0* copy : {&constructed, static_cast<const decltype(original)*>(&assigned)}) {
-    EXPECT_EQ(copy->id, 1);
-    EXPECT_EQ(copy->name, "a name that is too long for any small-string buffer");
-    EXPECT_EQ(copy->display_name, "shown");
-    EXPECT_EQ(copy->desc, "described");
-    EXPECT_EQ(copy->type, MorvixProtocolTypeAlert_4_0);
-    EXPECT_EQ(copy->data_type, MorvixProtocolDataTypeEnum_4_0);
-    EXPECT_EQ(copy->position.byte_offset, 1);
-    EXPECT_EQ(copy->position.bit_offset, 2);
-    EXPECT_EQ(copy->position.unit, MorvixProtocolUnitBit_4_0);
-    EXPECT_EQ(copy->position.len, 3);
-    EXPECT_EQ(copy->position.groupByteLength, 4u);
-    EXPECT_EQ(copy->uint_spec.min, 5);
-    EXPECT_EQ(copy->uint_spec.max, 6);
-    EXPECT_EQ(copy->uint_spec.step, 7);
-    EXPECT_EQ(copy->uint_spec.ratio, 8.5);
-    EXPECT_EQ(copy->uint_spec.addition, 9.5);
-    EXPECT_EQ(copy->enumList,
-              (std::vector<std::string>{"low", "an item that is too long for any small-string buffer"}));
-  }
-}
+  Entity entity{7, "main", "Main"};
+  const Entity entityCopy = entity;
+  entity.id = 8;
+  entity.name[0] = entity.display_name[0] = 'X';
+  EXPECT_EQ(entityCopy, (Entity{7, "main", "Main"}));
 
-TEST(Entity, IsCopiedDeeply) {
-  MorvixProtocolEntity_4_0 original{7, "main", "Main"};
-  const MorvixProtocolEntity_4_0 copy = original;
-  original.id = 8;
-  original.name[0] = 'X';
-  original.display_name[0] = 'X';
-  EXPECT_EQ(copy.id, 7);
-  EXPECT_EQ(copy.name, "main");
-  EXPECT_EQ(copy.display_name, "Main");
-}
-
-TEST(ReceiveInfo, IsCopiedDeeply) {
-  TavelReceiveInfo original{"overheat", 3};
-  const TavelReceiveInfo copy = original;
-  original.name[0] = 'X';
-  original.value = 4;
-  EXPECT_EQ(copy.name, "overheat");
-  EXPECT_EQ(copy.value, 3);
+  TavelReceiveInfo info{"overheat", 3};
+  const TavelReceiveInfo infoCopy = info;
+  info.name[0] = 'X';
+  info.value = 4;
+  EXPECT_EQ(infoCopy, (TavelReceiveInfo{"overheat", 3}));
 }
 
 // A package only points to its buffers, so that passing one by value to the packer or the decoder copies no payload.
@@ -319,7 +244,7 @@ TEST(Package, SharesItsBuffersWithItsCopies) {
 
 TEST(Package, HasNoFlagsWhenItWasReceived) {
   byte stale = 0;
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   package.flags = &stale;
   package.sizeFlags = 1;
   const byte packet[] = {4, 0x12, 0x34};

@@ -12,24 +12,16 @@
 
 namespace {
 
-// Leaves the host's devices and build kind as they were before the test.
-class HostState {
- public:
-  HostState()
-      : devices_(*TavelConfig::sharedInstance()->GetAllDevices()), debug_(TavelConfig::sharedInstance()->IsDebug()) {}
-  ~HostState() {
-    TavelConfig::sharedInstance()->SetAllDevices(devices_);
-    TavelConfig::sharedInstance()->SetDebug(debug_);
+// Leaves the host without devices, as a release build.
+class DeviceTest : public testing::Test {
+ protected:
+  ~DeviceTest() override {
+    TavelConfig::sharedInstance()->SetAllDevices(Json::Value());
+    TavelConfig::sharedInstance()->SetDebug(false);
   }
-  HostState(const HostState&) = delete;
-  HostState& operator=(const HostState&) = delete;
-
- private:
-  Json::Value devices_;
-  bool debug_;
 };
 
-class FilterDevices : public testing::Test {
+class FilterDevices : public DeviceTest {
  protected:
   static void Know(const Json::Value& devices) { TavelConfig::sharedInstance()->SetAllDevices(devices); }
 
@@ -51,12 +43,9 @@ class FilterDevices : public testing::Test {
       EXPECT_EQ(WriteJson(devices), "[]");
     }
   }
-
- private:
-  HostState state_;
 };
 
-class GetDevice : public testing::Test {
+class GetDevice : public DeviceTest {
  protected:
   // Expects that `key` is not found and that the output is then `left`.
   static void ExpectMiss(const Json::Value& devices, const char* key, const Json::Value& left) {
@@ -70,18 +59,12 @@ class GetDevice : public testing::Test {
     EXPECT_TRUE(ProtocolGetDevice_4_0(devices, key, device));
     EXPECT_EQ(WriteJson(device), WriteJson(found));
   }
-
- private:
-  HostState state_;
 };
 
-class GetProductKey : public testing::Test {
+class GetProductKey : public DeviceTest {
  protected:
   static void SetDebug(bool debug) { TavelConfig::sharedInstance()->SetDebug(debug); }
   static std::string Key(const std::string& device) { return ProtocolGetProductKey_4_0(ParseJson(device)); }
-
- private:
-  HostState state_;
 };
 
 class GetProductList : public GetProductKey {
@@ -140,7 +123,7 @@ TEST_F(FilterDevices, FindsNothingInAnEmptyArray) {
   ExpectRefused(nullptr);
 }
 
-TEST_F(FilterDevices, TakesKnownDevicesThatAreNoArrayForAnEmptyOne) {
+TEST_F(FilterDevices, TakesKnownDevicesThatAreNotAnArrayForAnEmptyOne) {
   const std::string device = R"({"n":1,"protocolType":"point","packetVersion":"0x4"})";
   for (const std::string& known : {std::string("{}"), device, R"({"0":)" + device + "}", std::string("7"),
                                    std::string("1.5"), std::string("true"), std::string("\"text\"")}) {
@@ -151,7 +134,7 @@ TEST_F(FilterDevices, TakesKnownDevicesThatAreNoArrayForAnEmptyOne) {
   }
 }
 
-TEST_F(FilterDevices, PassesOverElementsThatAreNoDevices) {
+TEST_F(FilterDevices, PassesOverElementsThatAreNotDevices) {
   Know(ParseJson(R"([null,1,"point",true,[],[{"n":1,"protocolType":"point","packetVersion":"0x4"}],{},
                      {"n":2,"protocolType":"point","packetVersion":"0x4"},null])"));
   EXPECT_EQ(Selected("point", 4), (Numbers{2}));
@@ -283,7 +266,7 @@ TEST_F(GetDevice, LeavesTheOutputAloneWhenThereAreNoElements) {
   }
 }
 
-TEST_F(GetDevice, PassesOverElementsThatAreNoDevices) {
+TEST_F(GetDevice, PassesOverElementsThatAreNotDevices) {
   const Json::Value devices =
       ParseJson(R"([null,1,"a",[],[{"product_key":"a"}],{"0":{"product_key":"a"}},{"n":1,"product_key":"a"},2])");
   ExpectHit(devices, "a", devices[6]);
@@ -382,7 +365,7 @@ TEST_F(GetProductKey, IsEmptyForOtherKinds) {
   EXPECT_EQ(Key("{}"), "");
 }
 
-TEST_F(GetProductKey, IsEmptyForWhatIsNoDevice) {
+TEST_F(GetProductKey, IsEmptyForWhatIsNotADevice) {
   for (const char* device : {"null", "1", "1.5", "true", R"("k")", "[]", R"([{"product_key":"k"}])"}) {
     SCOPED_TRACE(device);
     EXPECT_EQ(Key(device), "");
@@ -405,7 +388,7 @@ TEST_F(GetProductList, LeavesDevicesWithoutAKeyOut) {
   EXPECT_EQ(List(R"([{"product_key":{"debug":"d","release":"r"}},{"product_key":{"release":"r"}}])"), (Keys{"d"}));
 }
 
-TEST_F(GetProductList, PassesOverElementsThatAreNoDevices) {
+TEST_F(GetProductList, PassesOverElementsThatAreNotDevices) {
   EXPECT_EQ(List(R"([null,1,"k",true,[],[{"product_key":"k"}],{"product_key":"a"},{"0":{"product_key":"k"}}])"),
             (Keys{"a"}));
 }
@@ -423,7 +406,7 @@ TEST_F(GetProductList, KeepsKeysWithNulsWhole) {
             (Keys{std::string("a\0b", 3), std::string(1, '\0')}));
 }
 
-TEST_F(GetProductList, IsEmptyForWhatIsNoArray) {
+TEST_F(GetProductList, IsEmptyForWhatIsNotAnArray) {
   const std::string device = R"({"product_key":"k"})";
   for (const std::string& devices :
        {std::string("null"), std::string("[]"), std::string("{}"), device, R"({"0":)" + device + "}", std::string("7"),

@@ -21,31 +21,6 @@ namespace {
 
 const int32_t kMaxInt32 = std::numeric_limits<int32_t>::max();
 
-Json::Value Attr(const std::string& name, const char* dataType, int byteOffset, int bitOffset, const char* unit,
-                 int len) {
-  return AttributeOf("status_writable", name, dataType, byteOffset, bitOffset, unit, len);
-}
-
-Json::Value Bool(const std::string& name, int byteOffset, int bitOffset) {
-  return Attr(name, "bool", byteOffset, bitOffset, "bit", 1);
-}
-
-Json::Value Enum(const std::string& name, int byteOffset, int bitOffset, int len, int count = 3) {
-  return WithItems(Attr(name, "enum", byteOffset, bitOffset, "bit", len), count);
-}
-
-// A number that takes every raw value up to 2 to the power 32, minus 1, unscaled unless `scaling`, a JSON text,
-// differs.
-Json::Value Number(const std::string& name, int byteOffset, int len, const char* scaling = "{}") {
-  Json::Value attr = Attr(name, "uint32", byteOffset, 0, "byte", len);
-  attr["uint_spec"] = With(ParseJson(R"({"min": 0, "max": 4294967295, "ratio": 1, "addition": 0})"), scaling);
-  return attr;
-}
-
-Json::Value Binary(const std::string& name, int byteOffset, int len) {
-  return Attr(name, "binary", byteOffset, 0, "byte", len);
-}
-
 // The document with these values, a JSON text, for the entity above.
 Json::Value Values(const std::string& values) {
   Json::Value root;
@@ -90,7 +65,7 @@ struct Encoding {
     EXPECT_EQ(std::vector<byte>(package.value, package.value + payload.size()), payload);
   }
 
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   LogLines lines;
 };
 
@@ -118,15 +93,6 @@ struct UsedPackage : MorvixProtocolPackage_4_0 {
   byte ownValue[3] = {3, 4, 5};
 };
 
-// The records of an entity's attributes, to be changed into what no configuration gives.
-std::vector<MorvixProtocolAttribute_4_0> Records(const std::vector<Json::Value>& attrs) {
-  std::vector<MorvixProtocolAttribute_4_0> attributes;
-  MorvixProtocolEntity_4_0 entityInfo;
-  LogCapture capture;
-  EXPECT_TRUE(ProtocolParseEntity_4_0(Entity(attrs), MorvixProtocolTypeStatusWritable_4_0, attributes, entityInfo));
-  return attributes;
-}
-
 // The payload length for one attribute.
 size_t EndOf(int32_t byteOffset, int32_t bitOffset, MorvixProtocolUnit_4_0 unit, int32_t len) {
   MorvixProtocolAttribute_4_0 attribute;
@@ -148,7 +114,7 @@ TEST(GetEntityValue, CopiesTheObjectOfTheEntity) {
   EXPECT_EQ(WriteJson(entity), "{}");
 }
 
-TEST(GetEntityValue, LeavesTheOutputAloneWhenTheDocumentIsNoObject) {
+TEST(GetEntityValue, LeavesTheOutputAloneWhenTheDocumentIsNotAnObject) {
   for (const Json::Value& document : ParseJson(R"([null, true, 1, 1.5, "main", [{"main": {}}]])")) {
     SCOPED_TRACE(WriteJson(document));
     Json::Value entity("before");
@@ -170,7 +136,7 @@ TEST(GetEntityValue, CopiesAMemberOfAnotherKindAndRefusesIt) {
   }
 }
 
-TEST(GetEntityValue, ComparesTheNameBehindANulToo) {
+TEST(GetEntityValue, ComparesTheNameAfterANulToo) {
   Json::Value document;
   document[WithNul("ma", "in")]["a"] = 1;
   Json::Value entity;
@@ -452,7 +418,7 @@ TEST(EncodeEntity, TakesNumbersAndTheirTextForANumber) {
 
 TEST(EncodeEntity, TakesAnyTextForABinary) {
   // What a short text does not reach stays zero, and a long text ends with the field.
-  ExpectPayloads(Entity({Binary("a", 1, 3), Number("behind", 4, 1)}), R"([
+  ExpectPayloads(Entity({Binary("a", 1, 3), Number("after", 4, 1)}), R"([
       ["AQID", "00 01 02 03 00"], ["AQ==", "00 01 00 00 00"], ["AQIDBAUG", "00 01 02 03 00"],
       ["AQ ID", "00 01 02 03 00"], ["****", "00 00 00 00 00"], ["", "00 00 00 00 00"],
       ["AQ==\u0000AQID", "00 01 00 00 00"]])");

@@ -1,10 +1,13 @@
-// Calls of malloc and calloc from the module and from here go through the wrappers below, which refuse on demand.
+// Calls of malloc and calloc from the module and from here go through the wrappers below, which refuse on demand. So
+// does operator new.
 
 #include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <cstdint>
 #include <cstdlib>
+#include <new>
+#include <string>
 #include <vector>
 
 #include "TestSupport.h"
@@ -14,6 +17,7 @@ namespace {
 // How many more calls succeed, and how many fail after them; all succeed when that is over.
 int allowedCalls = 0;
 int refusedCalls = 0;
+bool isNewRefused = false;  // operator new counts as well
 
 bool IsRefused() {
   if (allowedCalls > 0) {
@@ -27,11 +31,15 @@ bool IsRefused() {
 
 // Lets the next `allowed` allocations succeed and the `refused` ones after them fail, during its lifetime.
 struct RefuseAllocations {
-  RefuseAllocations(int allowed, int refused) {
+  RefuseAllocations(int allowed, int refused, bool alsoNew = false) {
     allowedCalls = allowed;
     refusedCalls = refused;
+    isNewRefused = alsoNew;
   }
-  ~RefuseAllocations() { allowedCalls = refusedCalls = 0; }
+  ~RefuseAllocations() {
+    allowedCalls = refusedCalls = 0;
+    isNewRefused = false;
+  }
 };
 
 const char kConfiguration[] = R"({
@@ -47,6 +55,28 @@ void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __wrap_malloc(size_t size) { return IsRefused() ? nullptr : __real_malloc(size); }
 void* __wrap_calloc(size_t count, size_t size) { return IsRefused() ? nullptr : __real_calloc(count, size); }
+}
+
+void* operator new(size_t size) {
+  void* const memory = isNewRefused && IsRefused() ? nullptr : __real_malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+
+// The text, the name of the operation or the line in the capture do not fit; the caller does not notice.
+TEST(Logging, DropsALineForWhichThereIsNoMemory) {
+  const std::string text(1000, 'x');
+  const char* const operation = "AnOperationWithALongName";
+  const LogCapture log;
+  for (const int allowed : {0, 1, 2}) {
+    const RefuseAllocations limit(allowed, 1, true);
+    logMsgEx(1, operation, "%s", text.c_str());
+  }
+  EXPECT_EQ(log.Lines().size(), 0u);
+  logMsgEx(1, operation, "%s", text.c_str());
+  EXPECT_EQ(log.Lines(), (LogLines{{1, operation, text}}));
 }
 
 TEST(EncodeEntity, LeavesThePackageAloneWhenABufferCannotBeAllocated) {
@@ -73,7 +103,7 @@ TEST(EncodeEntity, LeavesThePackageAloneWhenABufferCannotBeAllocated) {
     EXPECT_EQ(package.sizeValue, 1u);
     EXPECT_EQ(log.Lines(), LogLines{FilterLine(0, "main", "Main")});
   }
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   {
     const RefuseAllocations limit(2, 1);
     ProtocolEncodeEntity_4_0(entity, package, values);
@@ -106,7 +136,7 @@ TEST(EncodeEntity, ReleasesTheOneBufferWhenTheOtherCannotBeAllocated) {
 TEST(UnpackPackage, GivesFalseAndNoValueWhenThereIsNoMemory) {
   const byte data[] = {4, 1, 2};
   const LogCapture log;
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   {
     const RefuseAllocations limit(0, 1);
     EXPECT_FALSE(ProtocolUnpackPackage_4_0(data, sizeof data, package));

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "EntityBuilder.h"
 #include "TestSupport.h"
 #include "host/TavelConfig.h"
 
@@ -37,16 +38,6 @@ Json::Value EntityOf(const std::string& product, Json::ArrayIndex index) {
   EXPECT_LT(index, entities.size());
   return entities[index];
 }
-
-// An entity's records, for the operations that take them parsed.
-struct ParsedEntity {
-  ParsedEntity(const Json::Value& entity, int matchTypes) {
-    EXPECT_TRUE(ProtocolParseEntity_4_0(entity, matchTypes, attributes, info));
-  }
-
-  std::vector<MorvixProtocolAttribute_4_0> attributes;
-  MorvixProtocolEntity_4_0 info;
-};
 
 std::string HexOf(const MorvixProtocolPackage_4_0& package) {
   std::vector<byte> buffer(kBufLen + kSubDidBytes);
@@ -92,7 +83,7 @@ class GoldenWrite : public testing::TestWithParam<WriteCase> {
   LogCapture log_;
   Json::Value entity_;
   Json::Value values_;
-  OwnedPackage package_;
+  MorvixProtocolOwnedPackage_4_0 package_;
 };
 
 TEST_P(GoldenWrite, EncodesTheValueDocumentIntoTheGoldenPacket) {
@@ -104,7 +95,7 @@ TEST_P(GoldenWrite, EncodesTheValueDocumentIntoTheGoldenPacket) {
 TEST_P(GoldenWrite, EncodesAnyNumberOfPacketsFromOneParsedEntity) {
   const ParsedEntity parsed(entity_, kWritable);
   for (int round = 0; round < 2; ++round) {
-    OwnedPackage package;
+    MorvixProtocolOwnedPackage_4_0 package;
     package.cmd = package_.cmd;
     package.subDid = package_.subDid;
     package.needInsertSubDid = package_.needInsertSubDid;
@@ -144,7 +135,7 @@ TEST_P(GoldenWrite, ReadsEveryBitFieldBackAsItWasWritten) {
   std::vector<byte> received = {MorvixProtocolCommandNotifyResp_4_0};
   received.insert(received.end(), package_.value, package_.value + package_.sizeValue);
   received.resize(kBufLen);
-  OwnedPackage answer;
+  MorvixProtocolOwnedPackage_4_0 answer;
   ASSERT_TRUE(ProtocolUnpackPackage_4_0(received.data(), received.size(), answer));
   Json::Value decoded;
   ProtocolDecodeEntity_4_0(entity_, answer, decoded);
@@ -191,7 +182,7 @@ class GoldenReceive : public testing::TestWithParam<std::string> {
   // The way of a received packet to the application, compared with the golden results at each step.
   void ExpectGoldenResults(const Decode& decode) const {
     const std::vector<byte> packet = FromHex(Example(GetParam() + ".notify.hex"));
-    OwnedPackage package;
+    MorvixProtocolOwnedPackage_4_0 package;
     ASSERT_TRUE(ProtocolUnpackPackage_4_0(packet.data(), packet.size(), package));
 
     Json::Value decoded;

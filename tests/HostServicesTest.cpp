@@ -5,19 +5,20 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <bitset>
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <memory>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "Cases.h"
+#include "Guarded.h"
+#include "Maker.h"
 #include "TestSupport.h"
 #include "host/Base64.h"
 #include "host/Logging.h"
@@ -221,7 +222,7 @@ TEST_F(Logging, SwallowsWhatTheSinkThrows) {
   });
   EXPECT_NO_THROW(logMsg(1, "text"));
   EXPECT_NO_THROW(logMsg(1, "number"));
-  EXPECT_NO_THROW(logMsgEx(1, "Operation", "text"));
+  EXPECT_NO_THROW(logMsgEx(1, "Operation", "a text that is too long for any small-string buffer"));
   EXPECT_EQ(calls, 3) << "the sink stays in place";
 }
 
@@ -309,8 +310,8 @@ TEST_F(Logging, EscapesTheControlCharactersAboveAscii) {
             "[1] a\xc2\\x85"
             "b\xc2\\x9b"
             "c\n");
-  const std::string none = "\xc2\xa0 \xc3\x85 \xc5\x9b \xc2 ?";
-  EXPECT_EQ(DefaultLine(none), "[1] " + none + "\n");
+  const std::string others = "\xc2\xa0 \xc3\x85 \xc5\x9b \xc2 ?";
+  EXPECT_EQ(DefaultLine(others), "[1] " + others + "\n");
 }
 
 TEST_F(Logging, GivesTheFormatWhereAnArgumentCannotBePrinted) {
@@ -325,40 +326,16 @@ TEST_F(Logging, GivesTheFormatWhereAnArgumentCannotBePrinted) {
 namespace {
 
 const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr byte kGuard = 0xa5;
-
-// The obvious way: write the bits down, take six at a time.
-std::string SlowEncode(const std::vector<byte>& bytes) {
-  std::string bits;
-  for (const byte value : bytes) bits += std::bitset<8>(value).to_string();
-  while (bits.size() % 6 != 0) bits += '0';
-  std::string text;
-  for (size_t i = 0; i < bits.size(); i += 6) text += kAlphabet[std::bitset<6>(bits, i, 6).to_ulong()];
-  while (text.size() % 4 != 0) text += '=';
-  return text;
-}
-
-// The same backwards, for text of the alphabet alone: every whole byte counts.
-std::vector<byte> SlowDecode(const std::string& text) {
-  std::string bits;
-  for (const char symbol : text) {
-    bits += std::bitset<6>(static_cast<size_t>(std::strchr(kAlphabet, symbol) - kAlphabet)).to_string();
-  }
-  std::vector<byte> bytes;
-  for (size_t i = 0; i + 8 <= bits.size(); i += 8) {
-    bytes.push_back(static_cast<byte>(std::bitset<8>(bits, i, 8).to_ulong()));
-  }
-  return bytes;
-}
+constexpr byte kUnwritten = support::Guarded::kGuard;
 
 std::vector<byte> BytesOf(const std::string& text) { return {text.begin(), text.end()}; }
 
-// Encodes with room for `capacity` characters and checks that those behind stay as they were.
+// Encodes with room for `capacity` characters.
 std::string EncodeInto(const std::vector<byte>& bytes, uint32_t capacity) {
-  std::vector<char> buffer(capacity + 8, 'g');
-  const char* text = __internal_base64_encode(buffer.data(), capacity, bytes.data(), bytes.size());
-  EXPECT_EQ(text, buffer.data());
-  EXPECT_EQ(std::string(buffer.data() + capacity, 8), "gggggggg") << bytes.size() << " bytes into " << capacity;
+  support::Guarded buffer(capacity);
+  const char* text = __internal_base64_encode(buffer.Characters(), capacity, bytes.data(), bytes.size());
+  EXPECT_EQ(text, buffer.Characters());
+  buffer.Content();
   return text;
 }
 
@@ -366,19 +343,16 @@ std::string Encode(const std::vector<byte>& bytes) {
   return EncodeInto(bytes, static_cast<uint32_t>(2 * bytes.size() + 9));
 }
 
-// Decodes with room for `capacity` bytes and checks that those behind the result stay as they were.
+// Decodes with room for `capacity` bytes; the rest of them stay as they were.
 std::vector<byte> DecodeInto(const std::string& text, uint32_t capacity) {
-  std::vector<byte> buffer(capacity + 8, kGuard);
-  const int written = __internal_base64_decode(buffer.data(), text.c_str(), capacity);
-  if (written < 0 || static_cast<uint32_t>(written) > capacity) {
-    ADD_FAILURE() << written << " bytes written of " << capacity;
-    return {};
-  }
-  for (size_t i = static_cast<size_t>(written); i < buffer.size(); ++i) {
-    EXPECT_EQ(buffer[i], kGuard) << "byte " << i << " behind the " << written << " of " << text;
-  }
-  buffer.resize(static_cast<size_t>(written));
-  return buffer;
+  support::Guarded buffer(capacity);
+  const int written = __internal_base64_decode(buffer.Data(), text.c_str(), capacity);
+  std::vector<byte> bytes = buffer.Content();
+  EXPECT_TRUE(written >= 0 && static_cast<uint32_t>(written) <= capacity) << written << " bytes of " << capacity;
+  const size_t size = std::min(static_cast<size_t>(written), bytes.size());
+  EXPECT_EQ(bytes.size() - size, static_cast<size_t>(std::count(bytes.begin() + written, bytes.end(), kUnwritten)));
+  bytes.resize(size);
+  return bytes;
 }
 
 std::string Decode(const std::string& text) {
@@ -420,13 +394,13 @@ TEST(Base64Encode, BreaksNoLines) {
   EXPECT_TRUE(text == std::string(4000, 'A'));
 }
 
-TEST(Base64Encode, AgreesWithTheObviousWayAtEveryLength) {
-  std::mt19937 random(20240517);
+TEST(Base64Encode, AgreesWithTheModelAtEveryLength) {
+  support::SeededSource source(20240517);
   for (size_t size = 0; size <= 64; ++size) {
     for (int round = 0; round < 20; ++round) {
-      std::vector<byte> bytes(size);
-      for (byte& value : bytes) value = static_cast<byte>(random());
-      ASSERT_EQ(Encode(bytes), SlowEncode(bytes)) << ToHex(bytes);
+      const std::vector<byte> bytes = source.Bytes(size);
+      ASSERT_EQ(Encode(bytes), model::Base64Text(bytes)) << ToHex(bytes);
+      ASSERT_EQ(DecodeInto(Encode(bytes), static_cast<uint32_t>(size)), bytes);
     }
   }
 }
@@ -434,7 +408,7 @@ TEST(Base64Encode, AgreesWithTheObviousWayAtEveryLength) {
 TEST(Base64Encode, GivesTheWholeTextOrNone) {
   for (size_t size = 0; size <= 12; ++size) {
     const std::vector<byte> bytes(size, 0x5a);
-    const std::string whole = SlowEncode(bytes);
+    const std::string whole = model::Base64Text(bytes);
     for (uint32_t capacity = 1; capacity <= whole.size() + 4; ++capacity) {
       EXPECT_EQ(EncodeInto(bytes, capacity), capacity > whole.size() ? whole : "") << size << " into " << capacity;
     }
@@ -460,26 +434,27 @@ TEST(Base64Decode, TakesThePublishedVectors) {
   for (const Base64Pair& pair : kVectors) EXPECT_EQ(Decode(pair.text), pair.plain);
 }
 
-TEST(Base64Decode, UndoesTheEncoderAtEveryLength) {
-  std::mt19937 random(20240518);
+TEST(Base64Decode, AgreesWithTheModelAtEveryLengthAndCapacity) {
+  support::SeededSource source(20240519);
   for (size_t size = 0; size <= 64; ++size) {
-    std::vector<byte> bytes(size);
-    for (byte& value : bytes) value = static_cast<byte>(random());
-    EXPECT_EQ(DecodeInto(Encode(bytes), static_cast<uint32_t>(size)), bytes);
+    std::string text;
+    for (size_t i = 0; i < size; ++i) text += kAlphabet[source.Index(64)];
+    for (uint32_t capacity = 0; capacity <= 52; ++capacity) {
+      ASSERT_EQ(DecodeInto(text, capacity), model::Base64Bytes(text, capacity)) << text << " into " << capacity;
+    }
   }
 }
 
-TEST(Base64Decode, AgreesWithTheObviousWayAtEveryLengthAndCapacity) {
-  std::mt19937 random(20240519);
-  for (size_t size = 0; size <= 64; ++size) {
-    std::string text;
-    for (size_t i = 0; i < size; ++i) text += kAlphabet[random() % 64];
-    for (uint32_t capacity = 0; capacity <= 52; ++capacity) {
-      std::vector<byte> expected = SlowDecode(text);
-      if (expected.size() > capacity) expected.resize(capacity);
-      ASSERT_EQ(DecodeInto(text, capacity), expected) << text << " into " << capacity;
-    }
-  }
+TEST(Base64Decode, AgreesWithTheModelOnAnyText) {
+  support::Sightings sights({"nothing", "fewer bytes than room", "all the room"});
+  support::ForEachCase(2026040613, 50000, [&](support::Source& source) {
+    const std::string text = support::Maker(source).MakeBase64(source.Index(12));
+    const auto capacity = static_cast<uint32_t>(source.Index(12));
+    const support::Inputs inputs(text, capacity);
+    const std::vector<byte> expected = model::Base64Bytes(text, capacity);
+    support::ExpectEqual(DecodeInto(text, capacity), expected, "the bytes are the model's");
+    sights.Add(expected.empty() ? "nothing" : expected.size() < capacity ? "fewer bytes than room" : "all the room");
+  });
 }
 
 TEST(Base64Decode, KeepsTheWholeBytesOfAnIncompleteGroup) {
@@ -545,13 +520,12 @@ TEST(LowerCase, EndsAtTheNul) {
 
 namespace {
 
-// Leaves the configuration as it was before the test.
+// Leaves the configuration as it is at first.
 class Config : public testing::Test {
  protected:
-  Config() : previousDevices_(*config_->GetAllDevices()), previousDebug_(config_->IsDebug()) {}
   ~Config() override {
-    config_->SetAllDevices(previousDevices_);
-    config_->SetDebug(previousDebug_);
+    config_->SetAllDevices(Json::Value());
+    config_->SetDebug(false);
     std::remove(path_.c_str());
   }
 
@@ -591,8 +565,6 @@ class Config : public testing::Test {
   }
 
   TavelConfig* const config_ = TavelConfig::sharedInstance();
-  const Json::Value previousDevices_;
-  const bool previousDebug_;
   const std::string path_ = testing::TempDir() + "morvix_host_services_" + std::to_string(getpid()) + ".json";
 };
 
@@ -607,8 +579,8 @@ TEST_F(Config, IsOneInstance) {
 }
 
 TEST_F(Config, KnowsNothingAtFirst) {
-  EXPECT_TRUE(previousDevices_.isNull());
-  EXPECT_FALSE(previousDebug_);
+  EXPECT_TRUE(config_->GetAllDevices()->isNull());
+  EXPECT_FALSE(config_->IsDebug());
 }
 
 TEST_F(Config, GivesWhatWasSet) {
@@ -684,8 +656,8 @@ TEST_F(Config, RefusesFilesWithoutAnObject) {
   }
 }
 
-// JsonCpp's reader takes a NUL for the end of the text. Found by a fuzzer: what stands behind it was passed over.
-TEST_F(Config, PassesNothingOverBehindANul) {
+// JsonCpp's reader takes a NUL for the end of the text. Found by a fuzzer: what follows it was passed over.
+TEST_F(Config, PassesNothingOverAfterANul) {
   ExpectFailureOf(std::string("{\"devices\":[]}\n") + '\0' + "{");
   ExpectFailureOf(std::string("\0{\"devices\":[]}", 15));
 }

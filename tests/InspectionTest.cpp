@@ -15,24 +15,6 @@
 #include "EntityBuilder.h"
 #include "TestSupport.h"
 
-bool operator==(const MorvixProtocolElement_4_0& left, const MorvixProtocolElement_4_0& right) {
-  return std::tie(left.attribute, left.invalid, left.type, left.data_type) ==
-         std::tie(right.attribute, right.invalid, right.type, right.data_type);
-}
-
-std::ostream& operator<<(std::ostream& stream, const MorvixProtocolElement_4_0& element) {
-  return stream << '{' << element.attribute << ", \"" << element.invalid << "\", " << element.type << ", "
-                << element.data_type << '}';
-}
-
-bool operator==(const MorvixProtocolResult_4_0& left, const MorvixProtocolResult_4_0& right) {
-  return left.outcome == right.outcome && left.raw == right.raw;
-}
-
-std::ostream& operator<<(std::ostream& stream, const MorvixProtocolResult_4_0& result) {
-  return stream << '{' << result.outcome << ", " << result.raw << '}';
-}
-
 namespace inspection_test {
 namespace {
 
@@ -60,31 +42,9 @@ constexpr auto kByItems = MorvixProtocolOutcomeRefusedByItems_4_0;
 constexpr auto kByPlace = MorvixProtocolOutcomeRefusedByPlace_4_0;
 constexpr auto kUnreadable = MorvixProtocolOutcomeUnreadable_4_0;
 
-Json::Value Bool(const std::string& name, int byteOffset, int bitOffset) {
-  return AttributeOf("status_writable", name, "bool", byteOffset, bitOffset, "bit", 1);
-}
-
-Json::Value Enum(const std::string& name, int byteOffset, int bitOffset, int len, int count) {
-  return WithItems(AttributeOf("status_writable", name, "enum", byteOffset, bitOffset, "bit", len), count);
-}
-
-Json::Value Binary(const std::string& name, int byteOffset, int len) {
-  return AttributeOf("status_writable", name, "binary", byteOffset, 0, "byte", len);
-}
-
 // Raw 10 to 200, each worth a half, from 5 on.
 Json::Value Number(const std::string& name, int byteOffset, int len = 1) {
-  Json::Value attr = AttributeOf("status_writable", name, "uint8", byteOffset, 0, "byte", len);
-  attr["uint_spec"] = ParseJson(R"({"min": 10, "max": 200, "ratio": 0.5, "addition": 0})");
-  return attr;
-}
-
-std::vector<Attribute> Records(const std::vector<Json::Value>& attrs, int matchTypes = 15) {
-  std::vector<Attribute> attributes;
-  MorvixProtocolEntity_4_0 entityInfo;
-  const LogCapture capture;
-  EXPECT_TRUE(ProtocolParseEntity_4_0(Entity(attrs), matchTypes, attributes, entityInfo));
-  return attributes;
+  return With(::Number(name, byteOffset, len, R"({"min": 10, "max": 200, "ratio": 0.5})"), R"({"data_type": "uint8"})");
 }
 
 Attribute At(MorvixProtocolDataType_4_0 dataType, int32_t byteOffset, int32_t bitOffset, MorvixProtocolUnit_4_0 unit,

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Properties.h"
 #include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.h"
 #include "TestSupport.h"
 
@@ -245,73 +246,44 @@ TEST(GetAttrNumbers, ReadParsedDigitsByTheirRange) {
 
 // --- Numbers in text -------------------------------------------------------------------------------------------------
 
-struct IntegerText {
-  std::string text;
-  int64_t number;
-};
-
-const IntegerText kIntegerTexts[] = {
-    {"5", 5},
-    {"-5", -5},
-    {"+5", 5},
-    {"0", 0},
-    {"0x1F", 31},
-    {"0X1f", 31},
-    {"-0x10", -16},
-    {"017", 15},
-    {"-017", -15},
-    {"08", 0},  // octal ends before the 8
-    {"  5", 5},
-    {"\t\n\v\f\r 5", 5},
-    {"5abc", 5},
-    {"5 6", 5},
-    {"5.9", 5},
-    {"1e3", 1},
-    {"5\0009"s, 5},
-    {"2147483647", kInt32Max},
-    {"-2147483648", kInt32Min},
-};
-
-TEST(GetAttrInteger, ScansText) {
-  for (const IntegerText& row : kIntegerTexts) {
-    EXPECT_EQ(Integer(Text(row.text)), (Reading<int32_t>{true, static_cast<int32_t>(row.number)})) << row.text;
+// Every row of a JSON text is a text and the number that the reader gives for it.
+template <typename Number>
+void ExpectTexts(Reading<Number> (*read)(const Json::Value&), const std::string& rows) {
+  for (const Json::Value& row : ParseJson(rows)) {
+    EXPECT_EQ(read(row[0]), (Reading<Number>{true, static_cast<Number>(row[1].as<double>())})) << WriteJson(row);
   }
 }
 
-TEST(GetAttrInteger64, ScansText) {
-  for (const IntegerText& row : kIntegerTexts) {
-    EXPECT_EQ(Integer64(Text(row.text)), (Reading<int64_t>{true, row.number})) << row.text;
-  }
+TEST(GetAttrIntegers, ScanText) {
+  // Octal ends before an 8.
+  const char* const rows = R"([
+      ["5", 5], ["-5", -5], ["+5", 5], ["0", 0], ["0x1F", 31], ["0X1f", 31], ["-0x10", -16], ["017", 15],
+      ["-017", -15], ["08", 0], ["  5", 5], ["\t\n\u000b\f\r 5", 5], ["5abc", 5], ["5 6", 5], ["5.9", 5], ["1e3", 1],
+      ["5\u00009", 5], ["2147483647", 2147483647], ["-2147483648", -2147483648]])";
+  ExpectTexts(Integer, rows);
+  ExpectTexts(Integer64, rows);
   EXPECT_EQ(Integer64(Text("4294967296")), (Reading<int64_t>{true, 4294967296}));
   EXPECT_EQ(Integer64(Text("9007199254740993")), (Reading<int64_t>{true, 9007199254740993}));
-  EXPECT_EQ(Integer64(Text("0x7fffffffffffffff")), (Reading<int64_t>{true, kInt64Max}));
 }
 
 // The bits of the saturated 64-bit number are cut, as in the C library.
 TEST(GetAttrInteger, CutsTextBeyond32Bits) {
-  EXPECT_EQ(Integer(Text("2147483648")), (Reading<int32_t>{true, kInt32Min}));
-  EXPECT_EQ(Integer(Text("4294967295")), (Reading<int32_t>{true, -1}));
-  EXPECT_EQ(Integer(Text("4294967296")), (Reading<int32_t>{true, 0}));
-  EXPECT_EQ(Integer(Text("4294967301")), (Reading<int32_t>{true, 5}));
-  EXPECT_EQ(Integer(Text("-2147483649")), (Reading<int32_t>{true, kInt32Max}));
-  EXPECT_EQ(Integer(Text("0x100000005")), (Reading<int32_t>{true, 5}));
-  EXPECT_EQ(Integer(Text("9223372036854775807")), (Reading<int32_t>{true, -1}));
-  EXPECT_EQ(Integer(Text("9223372036854775808")), (Reading<int32_t>{true, -1}));
-  EXPECT_EQ(Integer(Text("99999999999999999999999")), (Reading<int32_t>{true, -1}));
-  EXPECT_EQ(Integer(Text("-9223372036854775808")), (Reading<int32_t>{true, 0}));
-  EXPECT_EQ(Integer(Text("-99999999999999999999999")), (Reading<int32_t>{true, 0}));
+  ExpectTexts(Integer, R"([
+      ["2147483648", -2147483648], ["4294967295", -1], ["4294967296", 0], ["4294967301", 5],
+      ["-2147483649", 2147483647], ["0x100000005", 5], ["9223372036854775807", -1], ["9223372036854775808", -1],
+      ["99999999999999999999999", -1], ["-9223372036854775808", 0], ["-99999999999999999999999", 0]])");
 }
 
 TEST(GetAttrInteger64, SaturatesText) {
-  EXPECT_EQ(Integer64(Text("9223372036854775807")), (Reading<int64_t>{true, kInt64Max}));
-  EXPECT_EQ(Integer64(Text("9223372036854775808")), (Reading<int64_t>{true, kInt64Max}));
-  EXPECT_EQ(Integer64(Text("0xffffffffffffffffff")), (Reading<int64_t>{true, kInt64Max}));
-  EXPECT_EQ(Integer64(Text(std::string(1000, '9'))), (Reading<int64_t>{true, kInt64Max}));
-  EXPECT_EQ(Integer64(Text("-9223372036854775808")), (Reading<int64_t>{true, kInt64Min}));
-  EXPECT_EQ(Integer64(Text("-9223372036854775809")), (Reading<int64_t>{true, kInt64Min}));
+  for (const std::string& text : {"9223372036854775807"s, "9223372036854775808"s, "0x7fffffffffffffff"s,
+                                  "0xffffffffffffffffff"s, std::string(1000, '9')}) {
+    EXPECT_EQ(Integer64(Text(text)), (Reading<int64_t>{true, kInt64Max})) << text;
+    EXPECT_EQ(Integer64(Text("-" + text)).output,
+              text == "9223372036854775807" || text == "0x7fffffffffffffff" ? -kInt64Max : kInt64Min);
+  }
 }
 
-TEST(GetAttrNumbers, RefuseTextThatIsNoNumber) {
+TEST(GetAttrNumbers, RefuseTextThatIsNotANumber) {
   for (const std::string& text : {"abc"s, "-"s, "+"s, "--5"s, "x1"s, "."s, "true"s, "\xc2\xb5"s, "  abc"s}) {
     ExpectRow({Text(text), kNoInteger, kNoInteger64, kNoHex, kNoDouble});
   }
@@ -333,32 +305,12 @@ TEST(GetAttrNumbers, TakeBlankTextExceptHex) {
 }
 
 TEST(GetAttrHex, ScansText) {
-  const struct {
-    std::string text;
-    dword number;
-  } rows[] = {
-      {"0x10", 16},
-      {"0x1f", 31},
-      {"0x1F", 31},
-      {"0xaBcDeF", 0xabcdef},
-      {"0x0", 0},
-      {"0x00000000000000000012", 0x12},
-      {"0x10 and more", 16},
-      {"0x10g", 16},
-      {"0x10\0002"s, 16},
-      {"0xffffffff", kUInt32Max},
-      {"0x80000000", 0x80000000},
-      {"0x 10", 16},                        // the conversion skips blanks of its own
-      {"0x0x10", 16},                       // and takes a prefix of its own
-      {"0x-1", kUInt32Max},                 // and a sign
-      {"0x100000005", 5},                   // cut to 32 bits
-      {"0xffffffff00000007", 7},            // cut to 32 bits
-      {"0x1ffffffffffffffff", kUInt32Max},  // saturated at 64 bits, then cut
-      {"0xabcdef0123456789000", kUInt32Max},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(Hex(Text(row.text)), (Reading<dword>{true, row.number})) << row.text;
-  }
+  // The conversion skips blanks and takes a prefix and a sign of its own; it saturates at 64 bits and is cut to 32.
+  ExpectTexts(Hex, R"([
+      ["0x10", 16], ["0x1f", 31], ["0x1F", 31], ["0xaBcDeF", 11259375], ["0x0", 0], ["0x00000000000000000012", 18],
+      ["0x10 and more", 16], ["0x10g", 16], ["0x10\u00002", 16], ["0xffffffff", 4294967295],
+      ["0x80000000", 2147483648], ["0x 10", 16], ["0x0x10", 16], ["0x-1", 4294967295], ["0x100000005", 5],
+      ["0xffffffff00000007", 7], ["0x1ffffffffffffffff", 4294967295], ["0xabcdef0123456789000", 4294967295]])");
 }
 
 TEST(GetAttrHex, RefusesTextWithoutItsExactPrefix) {
@@ -375,35 +327,15 @@ TEST(GetAttrHex, TakesAPrefixThatEndsEarlyAndLeavesTheOutput) {
 }
 
 TEST(GetAttrDouble, ScansText) {
-  const struct {
-    std::string text;
-    double number;
-  } rows[] = {
-      {"5", 5.0},
-      {"-5", -5.0},
-      {"+0.5", 0.5},
-      {".5", 0.5},
-      {"5.", 5.0},
-      {"1e3", 1000.0},
-      {"1.5E-1", 0.15},
-      {"  2.5xyz", 2.5},
-      {"2.5 3.5", 2.5},
-      {"2,5", 2.0},
-      {"0x1p4", 16.0},
-      {"0x1F", 31.0},
-      {"017", 17.0},
-      {"inf", kInfinity},
-      {"-Infinity", -kInfinity},
-      {"nan", std::numeric_limits<double>::quiet_NaN()},
-      {"1e999", kInfinity},
-      {"1e-999", 0.0},
-      {"0.1", 0.1},
-      {"2.5\0009"s, 2.5},
-      {"18446744073709551615", 18446744073709551616.0},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(Double(Text(row.text)), (Reading<double>{true, row.number})) << row.text;
+  ExpectTexts(Double, R"([
+      ["5", 5], ["-5", -5], ["+0.5", 0.5], [".5", 0.5], ["5.", 5], ["1e3", 1000], ["1.5E-1", 0.15], ["  2.5xyz", 2.5],
+      ["2.5 3.5", 2.5], ["2,5", 2], ["0x1p4", 16], ["0x1F", 31], ["017", 17], ["1e-999", 0], ["0.1", 0.1],
+      ["2.5\u00009", 2.5], ["18446744073709551615", 18446744073709551616.0]])");
+  for (const char* text : {"inf", "Infinity", "1e999"}) {
+    EXPECT_EQ(Double(Text(text)), (Reading<double>{true, kInfinity})) << text;
+    EXPECT_EQ(Double(Text("-"s + text)), (Reading<double>{true, -kInfinity})) << text;
   }
+  EXPECT_EQ(Double(Text("nan")), (Reading<double>{true, std::numeric_limits<double>::quiet_NaN()}));
   EXPECT_TRUE(std::signbit(Double(Text("-0")).output));
 }
 
@@ -532,7 +464,7 @@ void ExpectObject(const Json::Value& attr, const char* key, const Json::Value& e
   EXPECT_EQ(output, expected);
 }
 
-TEST(GetAttrAll, RefuseWhatIsNoObject) {
+TEST(GetAttrAll, RefuseWhatIsNotAnObject) {
   const Json::Value values[] = {Json::Value(), true,      Signed(5), Unsigned(5), Signed(kInt64Max),
                                 Real(1.5),     Text("k"), Text(""),  Array(),     ParseJson(R"([{"k":5},"k"])")};
   for (const Json::Value& attr : values) {
@@ -589,20 +521,8 @@ TEST(GetAttrAll, InsertNothing) {
 
 TEST(GetAttrAll, LogNothing) {
   const LogCapture log;
-  for (const char* text : {"null", "5", "{}", R"({"k":null})", R"({"k":"abc"})", R"({"k":1.5})", R"({"k":"5"})"}) {
-    const Json::Value attr = ParseJson(text);
-    int32_t integer = 0;
-    int64_t integer64 = 0;
-    dword hex = 0;
-    double number = 0;
-    std::string string;
-    Json::Value object;
-    ProtocolGetAttrInteger_4_0(attr, "k", integer);
-    ProtocolGetAttrInteger64_4_0(attr, "k", integer64);
-    ProtocolGetAttrHex_4_0(attr, "k", hex);
-    ProtocolGetAttrDouble_4_0(attr, "k", number);
-    ProtocolGetAttrString_4_0(attr, "k", string);
-    ProtocolGetAttrObject_4_0(attr, "k", object);
+  for (const Json::Value& attr : ParseJson(R"([null, 5, {}, {"k": null}, {"k": "abc"}, {"k": 1.5}, {"k": "5"}])")) {
+    support::CheckReaders(attr, "k");
   }
   EXPECT_EQ(log.Lines(), LogLines());
 }

@@ -15,43 +15,12 @@ Json::Value LoadExample(const std::string& name) { return ParseJson(ReadFile(EXA
 
 // One wrong value of every kind and at every limit.
 std::vector<Json::Value> WrongValues() {
-  std::vector<Json::Value> values = {Json::nullValue,
-                                     true,
-                                     -1,
-                                     -2,
-                                     0,
-                                     1,
-                                     63,
-                                     64,
-                                     65,
-                                     INT32_MAX,
-                                     INT32_MIN,
-                                     UINT32_MAX,
-                                     Json::Int64{1} << 33,
-                                     Json::UInt64{1} << 63,
-                                     Json::Value::minLargestInt,
-                                     0.0,
-                                     0.5,
-                                     -3.7,
-                                     1e300,
-                                     -1e300,
-                                     "",
-                                     " ",
-                                     "abc",
-                                     "0x",
-                                     "0x10",
-                                     "bit",
-                                     "byte",
-                                     "uint64",
-                                     "bool",
-                                     "binary",
-                                     std::string(100000, 'x'),
-                                     std::string("a\0b", 3),
-                                     "\xff\xfe",
-                                     Json::arrayValue,
-                                     Json::objectValue};
-  values.push_back(ParseJson("[1, null, \"a\", {}]"));
-  values.push_back(ParseJson(R"({"a": {"b": 1}})"));
+  const Json::Value parsed = ParseJson(R"([
+      null, true, -1, -2, 0, 1, 63, 64, 65, 2147483647, -2147483648, 4294967295, 8589934592, 9223372036854775808,
+      -9223372036854775808, 0.0, 0.5, -3.7, 1e300, -1e300, "", " ", "abc", "0x", "0x10", "bit", "byte", "uint64",
+      "bool", "binary", "a\u0000b", [], {}, [1, null, "a", {}], {"a": {"b": 1}}])");
+  std::vector<Json::Value> values(parsed.begin(), parsed.end());
+  values.insert(values.end(), {std::string(100000, 'x'), "\xff\xfe"});
   return values;
 }
 
@@ -66,7 +35,7 @@ void CollectNodes(Json::Value& value, std::vector<Json::Value*>& nodes) {
 // Everything that can be done with an entity, with the results held against one another. Arrays and objects as the
 // bounds of a scaling are the one thing that throws.
 void UseEntity(const Json::Value& entity, const Json::Value& values, const std::vector<byte>& packet) {
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   package.cmd = MorvixProtocolCommandWriteReq_4_0;
   try {
     ProtocolEncodeEntity_4_0(entity, package, values);
@@ -75,7 +44,7 @@ void UseEntity(const Json::Value& entity, const Json::Value& values, const std::
     EXPECT_EQ(package.flags, nullptr);
     EXPECT_EQ(package.value, nullptr);
   }
-  OwnedPackage received;
+  MorvixProtocolOwnedPackage_4_0 received;
   ASSERT_TRUE(ProtocolUnpackPackage_4_0(packet.data(), packet.size(), received));
   Json::Value decoded;
   try {

@@ -17,6 +17,10 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "Cases.h"
+#include "CodecModel.h"
 
 namespace number_text_test {
 namespace {
@@ -31,7 +35,7 @@ std::string_view TextOfTheLibrary(double number, char (&buffer)[32]) {
 }
 
 // Compares numbers with the C library. The text is one and the same throughout and starts out full of digits, so that
-// what an earlier number left behind must not show.
+// what an earlier number left there must not show.
 class Comparison {
  public:
   Comparison() { std::memset(text_.number, '8', sizeof text_.number); }
@@ -90,7 +94,7 @@ std::string Index(uint64_t index) {
 
 // --- By hand ---
 
-TEST(NumberText, HasNoPointBehindAWholeNumber) {
+TEST(NumberText, HasNoPointAfterAWholeNumber) {
   EXPECT_EQ(Text(0), "0");
   EXPECT_EQ(Text(7), "7");
   EXPECT_EQ(Text(-7), "-7");
@@ -139,7 +143,7 @@ TEST(NumberText, KeepsTheSignOfNothing) {
   EXPECT_EQ(Text(DBL_TRUE_MIN), "0");
 }
 
-// There is room for 31 characters. A point among them goes with the zeros behind it; without one zeros stay.
+// There is room for 31 characters. A point among them goes with the zeros after it; without one zeros stay.
 TEST(NumberText, LosesTheEndOfWhatDoesNotFit) {
   EXPECT_EQ(Text(std::ldexp(1, 99)), "633825300114114700748351602688");    // 30 digits and the point
   EXPECT_EQ(Text(-std::ldexp(1, 96)), "-79228162514264337593543950336");   // the point and one decimal
@@ -150,7 +154,7 @@ TEST(NumberText, LosesTheEndOfWhatDoesNotFit) {
   EXPECT_EQ(Text(DBL_MAX), "1797693134862315708145274237317");
 }
 
-TEST(NumberText, NamesWhatIsNoNumber) {
+TEST(NumberText, NamesWhatIsNotANumber) {
   EXPECT_EQ(Text(kInfinity), "inf");
   EXPECT_EQ(Text(-kInfinity), "-inf");
   EXPECT_EQ(Text(kNaN), "nan");
@@ -327,6 +331,22 @@ TEST(NumberText, FollowsTheRoundingModeAsTheLibraryDoes) {
     }
     ASSERT_EQ(std::fesetround(FE_TONEAREST), 0);
   }
+}
+
+// --- Against the model ---
+
+TEST(RemoveFloatLastZero, AgreesWithTheModelOnAnyText) {
+  support::Sightings outcomes({"unchanged", "changed"});
+  support::ForEachCase(2026040611, 200000, [&](support::Source& source) {
+    std::string text(source.Index(12), ' ');
+    for (char& letter : text) letter = source.Pick({'0', '0', '0', '.', '.', '1', '9', '-', 'E', '+'});
+    if (source.OneIn(8)) text.insert(source.Index(text.size() + 1), "E+");
+    const support::Inputs inputs(text);
+    std::vector<char> buffer(text.c_str(), text.c_str() + text.size() + 1);
+    const std::string expected = model::TrimNumber(text);
+    support::ExpectEqual(std::string(removeFloatLastZero(buffer.data())), expected, "zeros go like the model's");
+    outcomes.Add(expected == text ? "unchanged" : "changed");
+  });
 }
 
 }  // namespace number_text_test

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -32,12 +34,21 @@ Conversion ConvertEntity(const std::string& members) { return Convert(R"({"versi
 // The text of a document whose one entity "e" comes out with the given members.
 std::string EntityText(const std::string& members) { return R"({"e":{)" + members + R"(},"version":4.0})" + "\n"; }
 
+void ExpectResults(const Conversion& conversion, const std::string& text, const std::string& alerts = "[]",
+                   const std::string& faults = "[]") {
+  EXPECT_EQ(conversion.text, text);
+  EXPECT_EQ(WriteJson(conversion.alerts), alerts);
+  EXPECT_EQ(WriteJson(conversion.faults), faults);
+}
+
+std::vector<std::string> Words(const std::string& text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
 void ExpectRejected(const std::string& document) {
   SCOPED_TRACE(document.substr(0, 100));
-  const Conversion conversion = Convert(document);
-  EXPECT_EQ(conversion.text, "");
-  EXPECT_EQ(WriteJson(conversion.alerts), "[]");
-  EXPECT_EQ(WriteJson(conversion.faults), "[]");
+  ExpectResults(Convert(document), "");
 }
 
 std::string Repeated(const std::string& text, size_t times) {
@@ -51,13 +62,10 @@ std::string Repeated(const std::string& text, size_t times) {
 // --- The document as a whole ---
 
 TEST(ConvertReceiveResult, GivesADocumentWithoutEntitiesBack) {
-  const Conversion conversion = Convert(R"( { "version" : 4.0 } )");
-  EXPECT_EQ(conversion.text, "{\"version\":4.0}\n");
-  EXPECT_EQ(WriteJson(conversion.alerts), "[]");
-  EXPECT_EQ(WriteJson(conversion.faults), "[]");
+  ExpectResults(Convert(R"( { "version" : 4.0 } )"), "{\"version\":4.0}\n");
 }
 
-TEST(ConvertReceiveResult, RejectsTextThatIsNoJson) {
+TEST(ConvertReceiveResult, RejectsTextThatIsNotJson) {
   for (const char* text :
        {"", " ", "\n", "{", "}", R"({"version":4.0)", R"({"version":})", R"({"version" 4.0})", R"({version:4.0})",
         R"({'version':4.0})", R"({"version":4.0,})", R"({"version":4.0 "a":1})",
@@ -66,7 +74,7 @@ TEST(ConvertReceiveResult, RejectsTextThatIsNoJson) {
   }
 }
 
-TEST(ConvertReceiveResult, RejectsRootsThatAreNoObject) {
+TEST(ConvertReceiveResult, RejectsRootsThatAreNotObjects) {
   for (const char* text : {"null", "[]", R"([{"version":4.0}])", "4.0", "4", "true", R"("version")"}) {
     ExpectRejected(text);
   }
@@ -125,10 +133,7 @@ TEST(ConvertReceiveResult, TakesValuesOfEveryKind) {
         "[]", R"([1,[2,null],{"type":4}])", "{}", R"({"type":4,"value":{"type":8,"value":1}})"}) {
     SCOPED_TRACE(value);
     const std::string item = R"({"type":1,"value":)" + std::string(value) + "}";
-    const Conversion conversion = ConvertEntity(R"("a":)" + item);
-    EXPECT_EQ(conversion.text, EntityText(R"("a":)" + std::string(value)));
-    EXPECT_EQ(WriteJson(conversion.alerts), "[]");
-    EXPECT_EQ(WriteJson(conversion.faults), "[]");
+    ExpectResults(ConvertEntity(R"("a":)" + item), EntityText(R"("a":)" + std::string(value)));
   }
 }
 
@@ -138,42 +143,11 @@ TEST(ConvertReceiveResult, DropsTheOtherMembersOfAStatusItem) {
 
 TEST(ConvertReceiveResult, TreatsEveryTypeButTheIntegers4And8AsStatus) {
   // Among the last ones are those whose low 32 bits are 4 or 8.
-  for (const char* type : {"0",
-                           "1",
-                           "2",
-                           "3",
-                           "5",
-                           "6",
-                           "7",
-                           "9",
-                           "12",
-                           "16",
-                           "-4",
-                           "-8",
-                           "4.0",
-                           "8.0",
-                           "4e0",
-                           "true",
-                           "false",
-                           "null",
-                           "[4]",
-                           "[]",
-                           "{}",
-                           R"({"type":4})",
-                           R"("4")",
-                           R"("8")",
-                           R"("alert")",
-                           "2147483652",
-                           "4294967300",
-                           "4294967304",
-                           "-4294967292",
-                           "-4294967288",
-                           "18446744073709551612"}) {
+  for (const std::string& type :
+       Words("0 1 2 3 5 6 7 9 12 16 -4 -8 4.0 8.0 4e0 true false null [4] [] {} {\"type\":4} \"4\" \"8\" \"alert\" "
+             "2147483652 4294967300 4294967304 -4294967292 -4294967288 18446744073709551612")) {
     SCOPED_TRACE(type);
-    const Conversion conversion = ConvertEntity(R"("a":{"type":)" + std::string(type) + R"(,"value":"v"})");
-    EXPECT_EQ(conversion.text, EntityText(R"("a":"v")"));
-    EXPECT_EQ(WriteJson(conversion.alerts), "[]");
-    EXPECT_EQ(WriteJson(conversion.faults), "[]");
+    ExpectResults(ConvertEntity(R"("a":{"type":)" + std::string(type) + R"(,"value":"v"})"), EntityText(R"("a":"v")"));
   }
 }
 
@@ -191,11 +165,9 @@ TEST(ConvertReceiveResult, GivesNullForAStatusItemWithoutValue) {
 // --- Alerts and faults ---
 
 TEST(ConvertReceiveResult, MovesAlertsAndFaultsIntoTheirLists) {
-  const Conversion conversion =
-      ConvertEntity(R"("on":{"type":1,"value":true},"hot":{"type":4,"value":true},"worn":{"type":8,"value":"2"})");
-  EXPECT_EQ(conversion.text, EntityText(R"("on":true)"));
-  EXPECT_EQ(WriteJson(conversion.alerts), R"([{"name":"hot","value":true}])");
-  EXPECT_EQ(WriteJson(conversion.faults), R"([{"name":"worn","value":"2"}])");
+  ExpectResults(
+      ConvertEntity(R"("on":{"type":1,"value":true},"hot":{"type":4,"value":true},"worn":{"type":8,"value":"2"})"),
+      EntityText(R"("on":true)"), R"([{"name":"hot","value":true}])", R"([{"name":"worn","value":"2"}])");
 }
 
 TEST(ConvertReceiveResult, ListsInactiveAlertsAndFaultsToo) {
@@ -244,39 +216,33 @@ TEST(ConvertReceiveResult, ListsAlertsOfOneNameOncePerEntity) {
 }
 
 TEST(ConvertReceiveResult, TakesNamesThatAreMembersElsewhere) {
-  const Conversion conversion =
-      ConvertEntity(R"("type":{"type":4,"value":1},"value":{"type":8,"value":2},"name":{"type":1,"value":3},)"
-                    R"("version":{"type":2,"value":4},"":{"type":4,"value":5})");
-  EXPECT_EQ(conversion.text, EntityText(R"("name":3,"version":4)"));
-  EXPECT_EQ(WriteJson(conversion.alerts), R"([{"name":"","value":5},{"name":"type","value":1}])");
-  EXPECT_EQ(WriteJson(conversion.faults), R"([{"name":"value","value":2}])");
+  ExpectResults(ConvertEntity(R"("type":{"type":4,"value":1},"value":{"type":8,"value":2},"name":{"type":1,"value":3},)"
+                              R"("version":{"type":2,"value":4},"":{"type":4,"value":5})"),
+                EntityText(R"("name":3,"version":4)"), R"([{"name":"","value":5},{"name":"type","value":1}])",
+                R"([{"name":"value","value":2}])");
 }
 
-// --- What is no entity or no item ---
+// --- What is neither an entity nor an item ---
 
-TEST(ConvertReceiveResult, CarriesRootMembersThatAreNoObjectsThrough) {
+TEST(ConvertReceiveResult, CarriesRootMembersThatAreNotObjectsThrough) {
   for (const char* value : {"null", "7", "-0.5", "true", R"("text")", "[]", R"([{"a":{"type":4,"value":1}}])"}) {
     SCOPED_TRACE(value);
-    const Conversion conversion = Convert(R"({"version":4.0,"extra":)" + std::string(value) + "}");
-    EXPECT_EQ(conversion.text, R"({"extra":)" + std::string(value) + ",\"version\":4.0}\n");
-    EXPECT_EQ(WriteJson(conversion.alerts), "[]");
+    ExpectResults(Convert(R"({"version":4.0,"extra":)" + std::string(value) + "}"),
+                  R"({"extra":)" + std::string(value) + ",\"version\":4.0}\n");
   }
 }
 
-TEST(ConvertReceiveResult, CarriesEntityMembersThatAreNoObjectsThrough) {
+TEST(ConvertReceiveResult, CarriesEntityMembersThatAreNotObjectsThrough) {
   for (const char* value : {"null", "7", "-0.5", "false", R"("text")", "[]", R"([{"type":4,"value":1}])"}) {
     SCOPED_TRACE(value);
-    const Conversion conversion = ConvertEntity(R"("extra":)" + std::string(value) + R"(,"f":{"type":8,"value":1})");
-    EXPECT_EQ(conversion.text, EntityText(R"("extra":)" + std::string(value)));
-    EXPECT_EQ(WriteJson(conversion.alerts), "[]");
-    EXPECT_EQ(WriteJson(conversion.faults), R"([{"name":"f","value":1}])");
+    ExpectResults(ConvertEntity(R"("extra":)" + std::string(value) + R"(,"f":{"type":8,"value":1})"),
+                  EntityText(R"("extra":)" + std::string(value)), "[]", R"([{"name":"f","value":1}])");
   }
 }
 
 TEST(ConvertReceiveResult, TakesAnItemInThePlaceOfAnEntityForAnEntity) {
-  const Conversion conversion = Convert(R"({"odd":{"type":4,"value":1},"version":4.0})");
-  EXPECT_EQ(conversion.text, "{\"odd\":{\"type\":4,\"value\":1},\"version\":4.0}\n");
-  EXPECT_EQ(WriteJson(conversion.alerts), "[]");
+  ExpectResults(Convert(R"({"odd":{"type":4,"value":1},"version":4.0})"),
+                "{\"odd\":{\"type\":4,\"value\":1},\"version\":4.0}\n");
 }
 
 // --- Order ---
@@ -299,7 +265,7 @@ TEST(ConvertReceiveResult, OrdersEntitiesAndItemsByTheBytesOfTheirNames) {
   EXPECT_EQ(WriteJson(conversion.faults), R"([{"name":"f","value":1},{"name":"f","value":2}])");
 }
 
-TEST(ConvertReceiveResult, PutsEntitiesBehindTheVersionWhereTheirNamesBelong) {
+TEST(ConvertReceiveResult, PutsEntitiesAfterTheVersionWhereTheirNamesBelong) {
   EXPECT_EQ(Convert(R"({"zone":{"a":{"type":1,"value":1}},"version":4.0,"area":{"a":{"type":1,"value":2}}})").text,
             "{\"area\":{\"a\":2},\"version\":4.0,\"zone\":{\"a\":1}}\n");
 }
@@ -325,18 +291,17 @@ TEST(ConvertReceiveResult, KeepsAnAttributeBesideAnAlertOfTheSameBeginning) {
 }
 
 TEST(ConvertReceiveResult, ListsAlertsOfOneBeginningOneByOne) {
-  const Conversion conversion =
-      ConvertEntity(R"("a":{"type":4,"value":1},"a\u0000b":{"type":4,"value":2},"a\u0000c":{"type":8,"value":3})");
-  EXPECT_EQ(conversion.text, EntityText(""));
-  EXPECT_EQ(WriteJson(conversion.alerts), R"([{"name":"a","value":1},{"name":"a\u0000b","value":2}])");
-  EXPECT_EQ(WriteJson(conversion.faults), R"([{"name":"a\u0000c","value":3}])");
+  ExpectResults(
+      ConvertEntity(R"("a":{"type":4,"value":1},"a\u0000b":{"type":4,"value":2},"a\u0000c":{"type":8,"value":3})"),
+      EntityText(""), R"([{"name":"a","value":1},{"name":"a\u0000b","value":2}])",
+      R"([{"name":"a\u0000c","value":3}])");
 }
 
 TEST(ConvertReceiveResult, KeepsEntitiesOfOneBeginningApart) {
-  const Conversion conversion = Convert(
-      R"({"version":4.0,"e":{"s":{"type":1,"value":1}},"e\u0000x":{"a":{"type":4,"value":2},"s":{"value":3}}})");
-  EXPECT_EQ(conversion.text, "{\"e\":{\"s\":1},\"e\\u0000x\":{\"s\":3},\"version\":4.0}\n");
-  EXPECT_EQ(WriteJson(conversion.alerts), R"([{"name":"a","value":2}])");
+  ExpectResults(
+      Convert(
+          R"({"version":4.0,"e":{"s":{"type":1,"value":1}},"e\u0000x":{"a":{"type":4,"value":2},"s":{"value":3}}})"),
+      "{\"e\":{\"s\":1},\"e\\u0000x\":{\"s\":3},\"version\":4.0}\n", R"([{"name":"a","value":2}])");
 }
 
 TEST(ConvertReceiveResult, ComparesTheNamesOfAnItemsMembersWhole) {
@@ -406,7 +371,7 @@ TEST(ConvertReceiveResult, ReadsOverCommentsAndWritesNone) {
 
 // --- Deep nesting ---
 
-// The JSON reader throws on it; that is no JSON like any other.
+// The JSON reader throws on it; it counts as text that is not JSON.
 TEST(ConvertReceiveResult, RejectsTextThatIsNestedTooDeep) {
   const size_t depth = 100000;
   ExpectRejected(Repeated("[", depth));

@@ -92,7 +92,7 @@ TEST(ReplacedHost, LowerCasesKeywords) {
   loggedFormats.clear();
   lowerCased.clear();
   const Product product;
-  EXPECT_EQ(product.attributes.size(), 2u) << "ALERT stays as it is, and is no keyword";
+  EXPECT_EQ(product.attributes.size(), 2u) << "ALERT stays as it is, and is not a keyword";
   EXPECT_EQ(loggedFormats, (std::vector<std::string>{"Filter entity: id='%i' name='%s' display_name='%s'",
                                                      "Warning: '%s' is invalid, skip."}));
   // A copy of every keyword that is compared, whatever it looks like; both of an attribute before either counts.

@@ -94,17 +94,17 @@ Answers Work(int k, const std::function<void(MorvixProtocolPackage_4_0&, const J
   values["lamp"]["level"] = k * 0.5 - 10;
   char base64[16];
   values["lamp"]["key"] = __internal_base64_encode(base64, sizeof base64, payload.data() + 2, 3);
-  OwnedPackage package;
+  MorvixProtocolOwnedPackage_4_0 package;
   package.cmd = MorvixProtocolCommandWriteReq_4_0;
   encode(package, values);
   byte buffer[64];
   answers.sent = ToHex(buffer, ProtocolPackPackage_4_0(package, buffer, sizeof buffer));
 
   values["lamp"]["level"] = 1000;
-  package.Release();
+  package.Reset();
   encode(package, values);
   answers.refused = std::to_string(package.sizeFlags) + " " + std::to_string(package.sizeValue);
-  package.Release();
+  package.Reset();
 
   std::vector<byte> packet = {MorvixProtocolCommandNotifyResp_4_0};
   packet.insert(packet.end(), payload.begin(), payload.end());

@@ -23,7 +23,7 @@ from jsonschema import Draft202012Validator
 
 REMOVED = object()
 
-# One entity with an attribute of each kind. An unusable scaling of the third costs the two behind it as well.
+# One entity with an attribute of each kind. An unusable scaling of the third costs the two after it as well.
 BASE = {
     "name": "Heater",
     "protocolType": "data-point",
@@ -91,16 +91,16 @@ DIFFERENCES = {
     "wrapping id":
         "Integers from 2147483648 to 4294967295 are read as negative ones.",
     "cut fraction":
-        "Raw values are whole; the parser cuts the fraction of a limit off without a word.",
+        "Raw values are whole; the parser cuts the fraction of a limit off and logs nothing.",
     "unusable limits":
         "The parser judges no values. Beyond 0 <= min < max < 2^52 the codec refuses every value.",
     "unusable ratio":
-        "With a ratio of 0 every raw value reads the same; without finite numbers none reads as one.",
+        "With a ratio of 0 every raw value reads the same; without finite numbers no raw value reads as a number.",
     "unusable place":
         "The parser judges no places. No value comes through there: a bool is one bit; numbers and binaries are whole "
         "bytes; an enum has up to 64 bits or 8 bytes, a number up to 8 bytes; a payload has up to 16384 bytes.",
     "lost item":
-        "The parser leaves out an item that is no text, and the later ones move down.",
+        "The parser leaves out an item that is not a text, and the later ones move down.",
     "empty name":
         "An empty key works. But it is what an editor starts with, and it cannot be told from a forgotten name.",
     "entity called version":
@@ -116,7 +116,7 @@ class Case:
     """A document, made from BASE by edits, and what is expected of both sides.
 
     edits: from JSON pointer to the new value, or REMOVED.
-    schema: the JSON pointers of the values that the schema complains about; none when the document is valid.
+    schema: the JSON pointers of the values that the schema complains about; empty when the document is valid.
     module: the probe's lines; skipped() makes those of skipped attributes.
     taken: the attributes that the parser takes, of all that the document lists.
     difference: a key of DIFFERENCES when only one of the two takes the document.
@@ -226,7 +226,7 @@ def broken_attributes():
         for text in [keyword + "s", "x" + keyword]:
             yield Case(f"data type {text}", {f"{owner}/data_type": text}, [f"{owner}/data_type"],
                        skipped("data_type"), 4)
-    # What a data type or unit asks for is not asked for where there is none.
+    # What a data type or unit asks for is not asked for where that is missing or wrong.
     yield Case("no data type and nothing of what one would need",
                {f"{POWER}/data_type": REMOVED, f"{POWER}/enum": 7, f"{POWER}/uint_spec": 7,
                 f"{POWER}/position/len": 9}, [POWER], skipped("data_type"), 4)
@@ -265,7 +265,7 @@ def broken_attributes():
 
 
 def broken_scalings():
-    """Documents that both refuse: the scaling. What was fetched of it is inherited by the attributes behind."""
+    """Documents that both refuse: the scaling. What was read of it is inherited by the attributes after it."""
     yield Case("number without scaling", {SCALING: REMOVED}, [LEVEL], skipped("uint_spec"), 4)
     yield Case("scaling null", {SCALING: None}, [SCALING], skipped("uint_spec"), 4)
     for scaling in [[0, 100, 1, 0], "0..100", 100]:
@@ -286,7 +286,7 @@ def broken_scalings():
         for value in [[], {}, [0]]:
             yield Case(f"scaling with {member} {json.dumps(value)}", {f"{SCALING}/{member}": value},
                        [f"{SCALING}/{member}"], ["thrown"], 2)
-    yield Case("a scaling mended behind the first number",
+    yield Case("a scaling that lacks a limit, then a whole one",
                {f"{SCALING}/max": REMOVED, LABEL: edited(BASE["entities"][0]["attrs"][2], {"/name": "second"})},
                [SCALING], skipped("max"), 4)
 

@@ -1,12 +1,12 @@
 // A second opinion on the codec, for tests and fuzzers only: every rule once more, one plain step after the other, bit
 // by bit where there are bits. It shares no code with the module and calls none of its operations; of the module's
-// header it uses the records and enumerations as plain data. It is slow, it needs memory for whatever payload a
-// configuration asks for (see PayloadLength), and it has no test framework in it.
+// headers it uses the records and enumerations as plain data. It is slow, and it needs memory for whatever payload a
+// configuration asks for (see PayloadLength).
 //
 // Where the module just fails, the model says by which rule, so that a test can count the rules that its cases met.
 
-#ifndef MORVIX_TESTS_CODEC_MODEL_H
-#define MORVIX_TESTS_CODEC_MODEL_H
+#ifndef MORVIX_TESTS_SUPPORT_CODEC_MODEL_H
+#define MORVIX_TESTS_SUPPORT_CODEC_MODEL_H
 
 #include <json/value.h>
 
@@ -15,25 +15,22 @@
 #include <string>
 #include <vector>
 
-#include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.h"
+#include "Protocol/AllVersions/v4/ProtocolInspection_v4.0.h"
+#include "host/Logging.h"
 
 namespace model {
 
 using Attribute = MorvixProtocolAttribute_4_0;
 using Attributes = std::vector<Attribute>;
 using Bytes = std::vector<byte>;
+using Element = MorvixProtocolElement_4_0;
 using Entity = MorvixProtocolEntity_4_0;
+using Line = LogCapture::Line;
+using Lines = std::vector<Line>;
+using Outcome = MorvixProtocolOutcome_4_0;
 using Package = MorvixProtocolPackage_4_0;
 using Position = MorvixProtocolPosition_4_0;
-
-// One line of the log. `function` is empty for lines that name none.
-struct Line {
-  int level = 0;
-  std::string function;
-  std::string text;
-};
-bool operator==(const Line& left, const Line& right);
-using Lines = std::vector<Line>;
+using Result = MorvixProtocolResult_4_0;
 
 // --- Members of JSON objects ---
 
@@ -60,6 +57,7 @@ struct Parsed {
   bool hasThrown = false;  // at a "min" or "max" that is an array or object; what stands here was read before that
   Entity entity;
   Attributes attributes;
+  std::vector<Element> elements;
   Lines lines;
 };
 
@@ -142,7 +140,7 @@ Scaling ToRaw(uint64_t min, uint64_t max, uint64_t step, double ratio, double ad
 // Raw value to user value. `user` is set if the raw value is accepted.
 Scaling ToUser(uint64_t min, uint64_t max, uint64_t step, double ratio, double addition, uint64_t raw, double& user);
 
-// Without the zeros behind its point, nor the point if it is last. `text` ends at its first NUL.
+// Without the zeros after its point, nor the point if it is last. `text` ends at its first NUL.
 std::string TrimNumber(const std::string& text);
 std::string NumberText(double number);
 std::string IndexText(uint64_t index);
@@ -169,9 +167,6 @@ bool ReadBinary(const Bytes& payload, const Position& position, std::string& bas
 
 // --- Encoding ---
 
-// What became of an attribute. Those behind a failed one have none.
-enum class Outcome { kWritten, kLeftOut, kFailed };
-
 struct Encoded {
   bool hasThrown = false;   // see Parsed
   bool hasBuffers = false;  // the package holds two new buffers, which hold `flags` and `value`
@@ -179,7 +174,7 @@ struct Encoded {
   Bytes value;
   size_t sizeFlags = 0;  // what the package says is valid
   size_t sizeValue = 0;
-  std::vector<Outcome> outcomes;
+  std::vector<Result> results;
   Lines lines;
 };
 
@@ -194,7 +189,7 @@ Encoded EncodeEntity(const Json::Value& entity, const Json::Value& root);
 struct Decoded {
   bool hasThrown = false;  // see Parsed
   Json::Value document;
-  std::vector<Outcome> outcomes;
+  std::vector<Result> results;
   Lines lines;
 };
 

@@ -7,15 +7,11 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <exception>
 #include <initializer_list>
-#include <tuple>
+
+#include "TestSupport.h"
 
 namespace model {
-
-bool operator==(const Line& left, const Line& right) {
-  return std::tie(left.level, left.function, left.text) == std::tie(right.level, right.function, right.text);
-}
 
 // --- Members of JSON objects ---
 
@@ -24,15 +20,16 @@ namespace {
 // What a C string would hold of the text.
 std::string CutAtNul(const std::string& text) { return text.substr(0, text.find('\0')); }
 
-// The member whose whole name is `name`; null when there is none.
-Json::Value Member(const Json::Value& object, const std::string& name) {
+// The member whose whole name is `name`; null when there is none. It is not copied: most of the time would go into
+// that.
+const Json::Value& Member(const Json::Value& object, const std::string& name) {
   const Json::Value* member = object.find(name.data(), name.data() + name.size());
-  return member == nullptr ? Json::Value() : *member;
+  return member == nullptr ? Json::Value::nullSingleton() : *member;
 }
 
 // The member for the scalar readers: null where they give up at once.
-Json::Value ScalarMember(const Json::Value& object, const std::string& key) {
-  return KindOf(object) == Kind::kObject ? Member(object, CutAtNul(key)) : Json::Value();
+const Json::Value& ScalarMember(const Json::Value& object, const std::string& key) {
+  return KindOf(object) == Kind::kObject ? Member(object, CutAtNul(key)) : Json::Value::nullSingleton();
 }
 
 // All integers are scanned with 64 bits, whatever the machine's `long`, and cut to their target.
@@ -68,7 +65,7 @@ Kind KindOf(const Json::Value& value) {
 }
 
 bool ReadInteger(const Json::Value& object, const std::string& key, int32_t& value) {
-  const Json::Value member = ScalarMember(object, key);
+  const Json::Value& member = ScalarMember(object, key);
   switch (KindOf(member)) {
     case Kind::kText: {
       long long scanned = value;
@@ -89,7 +86,7 @@ bool ReadInteger(const Json::Value& object, const std::string& key, int32_t& val
 }
 
 bool ReadInteger64(const Json::Value& object, const std::string& key, int64_t& value) {
-  const Json::Value member = ScalarMember(object, key);
+  const Json::Value& member = ScalarMember(object, key);
   switch (KindOf(member)) {
     case Kind::kNull:
       return false;
@@ -136,7 +133,7 @@ bool ReadInteger64(const Json::Value& object, const std::string& key, int64_t& v
 }
 
 bool ReadHex(const Json::Value& object, const std::string& key, uint32_t& value) {
-  const Json::Value member = ScalarMember(object, key);
+  const Json::Value& member = ScalarMember(object, key);
   if (KindOf(member) == Kind::kText) {
     unsigned long long scanned = value;
     if (std::sscanf(member.asCString(), "0x%llX", &scanned) == 0) return false;
@@ -149,7 +146,7 @@ bool ReadHex(const Json::Value& object, const std::string& key, uint32_t& value)
 }
 
 bool ReadDouble(const Json::Value& object, const std::string& key, double& value) {
-  const Json::Value member = ScalarMember(object, key);
+  const Json::Value& member = ScalarMember(object, key);
   switch (KindOf(member)) {
     case Kind::kText:
       return std::sscanf(member.asCString(), "%lf", &value) != 0;
@@ -164,7 +161,7 @@ bool ReadDouble(const Json::Value& object, const std::string& key, double& value
 }
 
 bool ReadText(const Json::Value& object, const std::string& key, std::string& value) {
-  const Json::Value member = ScalarMember(object, key);
+  const Json::Value& member = ScalarMember(object, key);
   if (KindOf(member) != Kind::kText) return false;
   value = member.asString();
   return true;
@@ -172,9 +169,8 @@ bool ReadText(const Json::Value& object, const std::string& key, std::string& va
 
 bool ReadObject(const Json::Value& object, const std::string& key, Json::Value& value) {
   if (KindOf(object) != Kind::kObject) return false;
-  const Json::Value member = Member(object, CutAtNul(key));
-  value = member;
-  return KindOf(member) == Kind::kObject;
+  value = Json::Value(Member(object, CutAtNul(key)));
+  return KindOf(value) == Kind::kObject;
 }
 
 // --- Configurations ---
@@ -235,11 +231,10 @@ void ReadItems(const Json::Value& json, std::vector<std::string>& items) {
   }
 }
 
-// What the walk over the attributes carries from one to the next.
+// What the walk over the attributes carries from one to the next: members of the configuration, or null.
 struct Walk {
-  Json::Value position;
-  Json::Value uintSpec;
-  Json::Value enumValue;
+  const Json::Value* uintSpec = &Json::Value::nullSingleton();
+  const Json::Value* enumValue = &Json::Value::nullSingleton();
   MorvixProtocolType_4_0 currentType = MorvixProtocolTypeUnknown_4_0;
   size_t groupMin = SIZE_MAX;
   size_t groupMax = SIZE_MAX;
@@ -264,30 +259,44 @@ std::string ReadAttribute(const Json::Value& json, int matchTypes, Walk& walk, A
   if (attribute.data_type == MorvixProtocolDataTypeUnknown_4_0) return "data_type";
   if ((attribute.type & static_cast<uint32_t>(matchTypes)) == 0) return "";
   isSelected = true;
-  if (!ReadObject(json, "position", walk.position)) return "position";
-  if (IsUnsignedType(attribute) && !ReadObject(json, "uint_spec", walk.uintSpec)) return "uint_spec";
+  const Json::Value& position = Member(json, "position");
+  if (KindOf(position) != Kind::kObject) return "position";
+  if (IsUnsignedType(attribute)) {
+    walk.uintSpec = &Member(json, "uint_spec");
+    if (KindOf(*walk.uintSpec) != Kind::kObject) return "uint_spec";
+  }
   if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) {
-    walk.enumValue = Member(json, "enum");
-    if (KindOf(walk.enumValue) != Kind::kArray || walk.enumValue.size() == 0) {
-      walk.enumValue = Json::Value();
+    walk.enumValue = &Member(json, "enum");
+    if (KindOf(*walk.enumValue) != Kind::kArray || walk.enumValue->size() == 0) {
+      walk.enumValue = &Json::Value::nullSingleton();
       return "enum";
     }
   }
-  if (!ReadInteger(walk.position, "byte_offset", attribute.position.byte_offset)) return "byte_offset";
-  if (!ReadInteger(walk.position, "bit_offset", attribute.position.bit_offset)) return "bit_offset";
-  if (!ReadText(walk.position, "unit", unit)) return "unit";
-  if (!ReadInteger(walk.position, "len", attribute.position.len)) return "len";
+  if (!ReadInteger(position, "byte_offset", attribute.position.byte_offset)) return "byte_offset";
+  if (!ReadInteger(position, "bit_offset", attribute.position.bit_offset)) return "bit_offset";
+  if (!ReadText(position, "unit", unit)) return "unit";
+  if (!ReadInteger(position, "len", attribute.position.len)) return "len";
   attribute.position.unit = UnitOf(unit);
   if (attribute.position.unit == MorvixProtocolUnitUnknown_4_0) return "position.unit";
-  if (KindOf(walk.uintSpec) != Kind::kNull) {
-    if (!ReadInteger64(walk.uintSpec, "min", attribute.uint_spec.min)) return "min";
-    if (!ReadInteger64(walk.uintSpec, "max", attribute.uint_spec.max)) return "max";
+  if (KindOf(*walk.uintSpec) != Kind::kNull) {
+    if (!ReadInteger64(*walk.uintSpec, "min", attribute.uint_spec.min)) return "min";
+    if (!ReadInteger64(*walk.uintSpec, "max", attribute.uint_spec.max)) return "max";
     attribute.uint_spec.step = 1;
-    if (!ReadDouble(walk.uintSpec, "ratio", attribute.uint_spec.ratio)) return "ratio";
-    if (!ReadDouble(walk.uintSpec, "addition", attribute.uint_spec.addition)) return "addition";
+    if (!ReadDouble(*walk.uintSpec, "ratio", attribute.uint_spec.ratio)) return "ratio";
+    if (!ReadDouble(*walk.uintSpec, "addition", attribute.uint_spec.addition)) return "addition";
   }
-  if (KindOf(walk.enumValue) != Kind::kNull) ReadItems(walk.enumValue, attribute.enumList);
+  if (KindOf(*walk.enumValue) != Kind::kNull) ReadItems(*walk.enumValue, attribute.enumList);
   return "";
+}
+
+// What can be told of an element of the configuration; `skipped` as ReadAttribute gives it.
+Element Describe(const Json::Value& json, const std::string& skipped) {
+  Element element;
+  element.invalid = skipped;
+  std::string keyword;
+  if (ReadText(json, "type", keyword)) element.type = TypeOf(keyword);
+  if (ReadText(json, "data_type", keyword)) element.data_type = DataTypeOf(keyword);
+  return element;
 }
 
 void KeepGroups(const Attribute& next, Walk& walk, Attributes& attributes) {
@@ -301,7 +310,7 @@ void KeepGroups(const Attribute& next, Walk& walk, Attributes& attributes) {
   walk.currentType = next.type;
 }
 
-// The bytes up to the end of a group's last field. Up to a negative end, or none, there are no bytes.
+// The bytes up to the end of a group's last field. Without an end, or up to a negative one, there are no bytes.
 size_t GroupBytes(const Position& last) {
   const int32_t bits = Cut(static_cast<long long>(last.bit_offset) + last.len);
   if (bits <= 0) return 0;
@@ -348,16 +357,18 @@ Parsed Parse(const Json::Value& entity, int matchTypes) {
                           "Filter entity: id='" + std::to_string(parsed.entity.id) + "' name='" +
                               CutAtNul(parsed.entity.name) + "' display_name='" + CutAtNul(parsed.entity.display_name) +
                               "'"});
-  const Json::Value json = Member(entity, "attrs");
+  const Json::Value& json = Member(entity, "attrs");
   Walk walk;
   try {
     for (Json::ArrayIndex i = 0; i < json.size(); ++i) {
       Attribute attribute;
       bool isSelected = false;
       const std::string skipped = ReadAttribute(json[i], matchTypes, walk, attribute, isSelected);
+      parsed.elements.push_back(Describe(json[i], skipped));
       if (!skipped.empty()) {
         parsed.lines.push_back({1, "FilterConfigType", "Warning: '" + skipped + "' is invalid, skip."});
       } else if (isSelected) {
+        parsed.elements.back().attribute = parsed.attributes.size();
         KeepGroups(attribute, walk, parsed.attributes);
         parsed.attributes.push_back(attribute);
       }
@@ -672,40 +683,35 @@ std::string NumberText(double number) {
 std::string IndexText(uint64_t index) { return std::to_string(index).substr(0, 9); }
 
 std::string Base64Text(const Bytes& bytes) {
-  std::vector<bool> bits;
-  for (const byte value : bytes) {
-    for (size_t bit = 8; bit > 0; --bit) bits.push_back(BitOf(value, bit - 1));
-  }
-  while (bits.size() % 6 != 0) bits.push_back(false);
   std::string text;
-  for (size_t i = 0; i < bits.size(); i += 6) {
-    size_t symbol = 0;
-    for (size_t bit = 0; bit < 6; ++bit) symbol = symbol * 2 + (bits[i + bit] ? 1 : 0);
-    text += kAlphabet[symbol];
+  unsigned left = 0;  // the bits that no symbol has taken
+  unsigned count = 0;
+  for (const byte value : bytes) {
+    left = left * 256 + value;
+    for (count += 8; count >= 6; count -= 6) {
+      text += kAlphabet[left >> (count - 6)];
+      left %= 1U << (count - 6);
+    }
   }
+  if (count != 0) text += kAlphabet[left << (6 - count)];
   while (text.size() % 4 != 0) text += '=';
   return text;
 }
 
 Bytes Base64Bytes(const std::string& text, size_t capacity) {
-  std::vector<bool> bits;
+  Bytes bytes;
+  unsigned left = 0;  // the bits that no byte has taken
+  unsigned count = 0;
   for (const char letter : CutAtNul(text)) {
     if (letter == ' ' || (letter >= '\t' && letter <= '\r')) continue;
     const char* found = std::strchr(kAlphabet, letter);
     if (found == nullptr) break;
-    size_t symbol = static_cast<size_t>(found - kAlphabet);
-    std::array<bool, 6> six;
-    for (size_t bit = six.size(); bit > 0; --bit) {
-      six[bit - 1] = symbol % 2 == 1;
-      symbol /= 2;
-    }
-    bits.insert(bits.end(), six.begin(), six.end());
-  }
-  Bytes bytes;
-  for (size_t i = 0; i + 8 <= bits.size() && bytes.size() < capacity; i += 8) {
-    unsigned value = 0;
-    for (size_t bit = 0; bit < 8; ++bit) value = value * 2 + (bits[i + bit] ? 1 : 0);
-    bytes.push_back(static_cast<byte>(value));
+    left = left * 64 + static_cast<unsigned>(found - kAlphabet);
+    count += 6;
+    if (count < 8) continue;
+    count -= 8;
+    if (bytes.size() < capacity) bytes.push_back(static_cast<byte>(left >> count));
+    left %= 1U << count;
   }
   return bytes;
 }
@@ -817,10 +823,11 @@ std::string ItemMessage(uint64_t index, size_t count) {
 }
 
 // The object of the entity's values; null when there is none.
-Json::Value EntityValues(const Json::Value& root, const std::string& entityName) {
-  if (KindOf(root) != Kind::kObject) return Json::Value();
-  const Json::Value values = Member(root, entityName);
-  return KindOf(values) == Kind::kObject ? values : Json::Value();
+const Json::Value& EntityValues(const Json::Value& root, const std::string& entityName) {
+  const Json::Value& none = Json::Value::nullSingleton();
+  if (KindOf(root) != Kind::kObject) return none;
+  const Json::Value& values = Member(root, entityName);
+  return KindOf(values) == Kind::kObject ? values : none;
 }
 
 bool ReadIndex(const Json::Value& values, const std::string& key, uint64_t& index) {
@@ -837,57 +844,64 @@ bool ReadIndex(const Json::Value& values, const std::string& key, uint64_t& inde
   return isInteger;
 }
 
-// Each of these either leaves the attribute out or writes it; the message of a failure is set otherwise.
-Outcome EncodeBool(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
-  uint64_t value = 0;
-  if (!ReadIndex(values, attribute.name, value)) return Outcome::kLeftOut;
-  if (WriteBool(payload, attribute.position, value != 0).isDone) return Outcome::kWritten;
-  message = "Write bool value failed.";
-  return Outcome::kFailed;
+// The result of an attribute whose value is not read.
+Result LeftOut(const Attribute& attribute, const Json::Value& values) {
+  const std::string key = CutAtNul(attribute.name);
+  const bool isGiven = KindOf(values) == Kind::kObject && values.find(key.data(), key.data() + key.size()) != nullptr;
+  return {isGiven ? MorvixProtocolOutcomeWrongKind_4_0 : MorvixProtocolOutcomeAbsent_4_0, 0};
 }
 
-Outcome EncodeEnum(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
+// What a write gives, with the message of one that fails.
+Result ResultOfWrite(bool isDone, const char* type, uint64_t raw, std::string& message) {
+  if (isDone) return {MorvixProtocolOutcomeDone_4_0, raw};
+  message = std::string("Write ") + type + " value failed.";
+  return {MorvixProtocolOutcomeRefusedByPlace_4_0, raw};
+}
+
+Result EncodeBool(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
   uint64_t value = 0;
-  if (!ReadIndex(values, attribute.name, value)) return Outcome::kLeftOut;
-  if (value >= attribute.enumList.size()) {
-    message = ItemMessage(value, attribute.enumList.size());
-    return Outcome::kFailed;
+  if (!ReadIndex(values, attribute.name, value)) return LeftOut(attribute, values);
+  const bool bit = value != 0;
+  return ResultOfWrite(WriteBool(payload, attribute.position, bit).isDone, "bool", bit ? 1 : 0, message);
+}
+
+Result EncodeEnum(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
+  uint64_t index = 0;
+  if (!ReadIndex(values, attribute.name, index)) return LeftOut(attribute, values);
+  if (index >= attribute.enumList.size()) {
+    message = ItemMessage(index, attribute.enumList.size());
+    return {MorvixProtocolOutcomeRefusedByItems_4_0, index};
   }
-  if (WriteNumber(payload, attribute.position, value).isDone) return Outcome::kWritten;
-  message = "Write enum value failed.";
-  return Outcome::kFailed;
+  return ResultOfWrite(WriteNumber(payload, attribute.position, index).isDone, "enum", index, message);
 }
 
-Outcome EncodeBinary(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
+Result EncodeBinary(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
   std::string text;
-  if (!ReadText(values, attribute.name, text)) return Outcome::kLeftOut;
-  if (WriteBinary(payload, attribute.position, text)) return Outcome::kWritten;
-  message = "Write binary value failed.";
-  return Outcome::kFailed;
+  if (!ReadText(values, attribute.name, text)) return LeftOut(attribute, values);
+  return ResultOfWrite(WriteBinary(payload, attribute.position, text), "binary", 0, message);
 }
 
-Outcome EncodeNumber(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
+Result EncodeNumber(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
   double user = 0;
-  if (!ReadDouble(values, attribute.name, user)) return Outcome::kLeftOut;
+  if (!ReadDouble(values, attribute.name, user)) return LeftOut(attribute, values);
   const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
   uint64_t raw = 0;
   if (!IsAccepted(ToRaw(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max), Wide(scaling.step),
                         scaling.ratio, scaling.addition, user, raw))) {
     message = "Validate uint value failed.";
-    return Outcome::kFailed;
+    return {MorvixProtocolOutcomeRefusedByScaling_4_0, raw};
   }
-  if (WriteNumber(payload, attribute.position, raw).isDone) return Outcome::kWritten;
-  message = "Write uint value failed.";
-  return Outcome::kFailed;
+  return ResultOfWrite(WriteNumber(payload, attribute.position, raw).isDone, "uint", raw, message);
 }
 
-Outcome EncodeAttribute(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
+// The message is set when the result ends the call.
+Result EncodeAttribute(const Attribute& attribute, const Json::Value& values, Bytes& payload, std::string& message) {
   if (attribute.data_type == MorvixProtocolDataTypeBool_4_0) return EncodeBool(attribute, values, payload, message);
   if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) return EncodeEnum(attribute, values, payload, message);
   if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) return EncodeBinary(attribute, values, payload, message);
   if (IsUnsignedType(attribute)) return EncodeNumber(attribute, values, payload, message);
   message = "Attribute type is unknown, skip.";
-  return Outcome::kFailed;
+  return {MorvixProtocolOutcomeRefusedByPlace_4_0, 0};
 }
 
 }  // namespace
@@ -909,6 +923,7 @@ uint64_t PayloadLength(const Attributes& attributes) {
 
 Encoded EncodeAttributes(const Entity& entity, const Attributes& attributes, const Json::Value& root) {
   Encoded encoded;
+  encoded.results.resize(attributes.size());
   const uint64_t length = PayloadLength(attributes);
   if (length == 0) {
     encoded.lines.push_back({1, kEncode, "No data will encode."});
@@ -920,17 +935,16 @@ Encoded EncodeAttributes(const Entity& entity, const Attributes& attributes, con
   encoded.value.assign(static_cast<size_t>(length), 0);
   encoded.flags.assign(flagBytes, 0);
 
-  const Json::Value values = EntityValues(root, entity.name);
+  const Json::Value& values = EntityValues(root, entity.name);
   bool isSet = false;
   for (size_t i = 0; i < attributes.size(); ++i) {
     std::string message;
-    const Outcome outcome = EncodeAttribute(attributes[i], values, encoded.value, message);
-    encoded.outcomes.push_back(outcome);
-    if (outcome == Outcome::kFailed) {
+    encoded.results[i] = EncodeAttribute(attributes[i], values, encoded.value, message);
+    if (!message.empty()) {
       encoded.lines.push_back({1, kEncode, message});
       return encoded;
     }
-    if (outcome == Outcome::kWritten) {
+    if (encoded.results[i].outcome == MorvixProtocolOutcomeDone_4_0) {
       // Flag 0 is the lowest bit of the last byte.
       byte& flag = encoded.flags[flagBytes - 1 - i / 8];
       for (unsigned bit = 1, number = 0; number < 8; bit *= 2, ++number) {
@@ -960,36 +974,43 @@ Encoded EncodeEntity(const Json::Value& entity, const Json::Value& root) {
 
 namespace {
 
-// The value for the document, or null when the field cannot be read.
-Json::Value DecodeBool(const Attribute& attribute, const Bytes& payload) {
+// One attribute's value for the document; null when there is none. The message is set when the result ends the call.
+
+Json::Value DecodeBool(const Attribute& attribute, const Bytes& payload, Result& result) {
   bool value = false;
-  return ReadBool(payload, attribute.position, value) ? Json::Value(value) : Json::Value();
+  if (!ReadBool(payload, attribute.position, value)) return Json::Value();
+  result = {MorvixProtocolOutcomeDone_4_0, value ? uint64_t{1} : uint64_t{0}};
+  return value;
 }
 
-Json::Value DecodeBinary(const Attribute& attribute, const Bytes& payload) {
+Json::Value DecodeBinary(const Attribute& attribute, const Bytes& payload, Result& result) {
   std::string text;
-  return ReadBinary(payload, attribute.position, text) ? Json::Value(text) : Json::Value();
+  if (!ReadBinary(payload, attribute.position, text)) return Json::Value();
+  result.outcome = MorvixProtocolOutcomeDone_4_0;
+  return text;
 }
 
-Json::Value DecodeEnum(const Attribute& attribute, const Bytes& payload, std::string& message) {
-  uint64_t index = 0;
-  if (!ReadNumber(payload, attribute.position, index)) return Json::Value();
-  if (index >= attribute.enumList.size()) {
-    message = ItemMessage(index, attribute.enumList.size());
+Json::Value DecodeEnum(const Attribute& attribute, const Bytes& payload, Result& result, std::string& message) {
+  if (!ReadNumber(payload, attribute.position, result.raw)) return Json::Value();
+  if (result.raw >= attribute.enumList.size()) {
+    message = ItemMessage(result.raw, attribute.enumList.size());
+    result.outcome = MorvixProtocolOutcomeRefusedByItems_4_0;
     return Json::Value();
   }
-  return IndexText(index);
+  result.outcome = MorvixProtocolOutcomeDone_4_0;
+  return IndexText(result.raw);
 }
 
-Json::Value DecodeNumber(const Attribute& attribute, const Bytes& payload) {
-  uint64_t raw = 0;
-  if (!ReadNumber(payload, attribute.position, raw)) return Json::Value();
+Json::Value DecodeNumber(const Attribute& attribute, const Bytes& payload, Result& result) {
+  if (!ReadNumber(payload, attribute.position, result.raw)) return Json::Value();
   const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
   double user = 0;
   if (!IsAccepted(ToUser(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max), Wide(scaling.step),
-                         scaling.ratio, scaling.addition, raw, user))) {
+                         scaling.ratio, scaling.addition, result.raw, user))) {
+    result.outcome = MorvixProtocolOutcomeRefusedByScaling_4_0;
     return Json::Value();
   }
+  result.outcome = MorvixProtocolOutcomeDone_4_0;
   return NumberText(user);
 }
 
@@ -1011,32 +1032,31 @@ void Store(Json::Value& document, const Entity& entity, const Attribute& attribu
   item["value"] = value;
 }
 
-Outcome DecodeAttribute(const Entity& entity, const Attribute& attribute, const Bytes& payload, Json::Value& document,
-                        std::string& message) {
+Result DecodeAttribute(const Entity& entity, const Attribute& attribute, const Bytes& payload, Json::Value& document,
+                       std::string& message) {
+  Result result = {MorvixProtocolOutcomeUnreadable_4_0, 0};
   Json::Value value;
+  bool mayBeUnreadable = false;
   if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) {
-    value = DecodeEnum(attribute, payload, message);
-    if (!message.empty()) return Outcome::kFailed;
-    if (KindOf(value) == Kind::kNull) return Outcome::kLeftOut;
+    value = DecodeEnum(attribute, payload, result, message);
+    mayBeUnreadable = true;
   } else if (IsUnsignedType(attribute)) {
-    value = DecodeNumber(attribute, payload);
-    if (KindOf(value) == Kind::kNull) return Outcome::kLeftOut;
+    value = DecodeNumber(attribute, payload, result);
+    mayBeUnreadable = true;
   } else if (attribute.data_type == MorvixProtocolDataTypeBool_4_0) {
-    value = DecodeBool(attribute, payload);
+    value = DecodeBool(attribute, payload, result);
   } else if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) {
-    value = DecodeBinary(attribute, payload);
+    value = DecodeBinary(attribute, payload, result);
   } else {
-    ClearEntity(document, entity.name);
     message = "Unknown attribute type.";
-    return Outcome::kFailed;
   }
-  if (KindOf(value) == Kind::kNull) {
+  if (result.outcome == MorvixProtocolOutcomeDone_4_0) {
+    Store(document, entity, attribute, value);
+  } else if (!mayBeUnreadable) {
     ClearEntity(document, entity.name);
-    message = "Decode value is invalid.";
-    return Outcome::kFailed;
+    if (message.empty()) message = "Decode value is invalid.";
   }
-  Store(document, entity, attribute, value);
-  return Outcome::kWritten;
+  return result;
 }
 
 }  // namespace
@@ -1045,15 +1065,15 @@ Decoded DecodeAttributes(const Entity& entity, const Attributes& attributes, con
                          const Json::Value& document) {
   Decoded decoded;
   decoded.document = document;
+  decoded.results.resize(attributes.size());
   if (payload.empty()) {
     decoded.lines.push_back({1, kDecode, "No data to decode."});
     return decoded;
   }
-  for (const Attribute& attribute : attributes) {
+  for (size_t i = 0; i < attributes.size(); ++i) {
     std::string message;
-    const Outcome outcome = DecodeAttribute(entity, attribute, payload, decoded.document, message);
-    decoded.outcomes.push_back(outcome);
-    if (outcome == Outcome::kFailed) {
+    decoded.results[i] = DecodeAttribute(entity, attributes[i], payload, decoded.document, message);
+    if (!message.empty()) {
       decoded.lines.push_back({1, kDecode, message});
       return decoded;
     }
@@ -1135,26 +1155,6 @@ Unpacked Unpack(const Bytes& packet) {
   return unpacked;
 }
 
-// The reader and the writer that give the documents their text are old ones, kept by the library for that.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-
-namespace {
-
-bool ParseText(const std::string& text, Json::Value& root) {
-  try {
-    return Json::Reader().parse(text, root, true);
-  } catch (const std::exception&) {  // nested too deeply
-    return false;
-  }
-}
-
-std::string WriteText(const Json::Value& value) { return Json::FastWriter().write(value); }
-
-}  // namespace
-
-#pragma GCC diagnostic pop
-
 namespace {
 
 bool IsInteger(const Json::Value& value, int integer) {
@@ -1183,7 +1183,7 @@ Converted Convert(const std::string& text) {
   Converted converted;
   Json::Value root;
   if (!ParseText(text, root) || KindOf(root) != Kind::kObject) return converted;
-  const Json::Value version = Member(root, "version");
+  const Json::Value& version = Member(root, "version");
   if (KindOf(version) != Kind::kReal || version.asDouble() != 4.0) return converted;
   for (const std::string& name : root.getMemberNames()) {
     Json::Value entity = Member(root, name);
@@ -1191,7 +1191,7 @@ Converted Convert(const std::string& text) {
     ConvertEntity(entity, converted.alerts, converted.faults);
     root[name] = entity;
   }
-  converted.text = WriteText(root);
+  converted.text = ::Written(root);
   return converted;
 }
 
@@ -1200,9 +1200,9 @@ void AddActive(const Json::Value& alerts, std::vector<TavelReceiveInfo>& active)
   for (Json::ArrayIndex i = 0; i < alerts.size(); ++i) {
     const Json::Value& alert = alerts[i];
     if (KindOf(alert) != Kind::kObject) continue;
-    const Json::Value name = Member(alert, "name");
+    const Json::Value& name = Member(alert, "name");
     if (KindOf(name) != Kind::kText) continue;
-    const Json::Value value = Member(alert, "value");
+    const Json::Value& value = Member(alert, "value");
     int32_t number = 0;
     if (KindOf(value) == Kind::kSigned) number = value.asInt();
     if (KindOf(value) == Kind::kBool) number = value.asBool() ? 1 : 0;
@@ -1226,7 +1226,7 @@ Received Receive(const Entity& entity, const Attributes& attributes, const Bytes
   Decoded decoded = DecodeAttributes(entity, attributes, unpacked.value, Json::Value());
   received.lines = decoded.lines;
   decoded.document["version"] = 4.0;
-  const Converted converted = Convert(WriteText(decoded.document));
+  const Converted converted = Convert(::Written(decoded.document));
   received.document = converted.text;
   AddActive(converted.alerts, received.alerts);
   AddActive(converted.faults, received.faults);
