@@ -86,7 +86,7 @@ std::string Text(double number) {
 }
 
 std::string Index(uint64_t index) {
-  ValueText text;
+  char text[kNumberTextSize];
   return std::string(EnumText(index, text));
 }
 

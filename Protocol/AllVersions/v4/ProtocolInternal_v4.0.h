@@ -51,6 +51,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -402,6 +403,30 @@ void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value
 [[nodiscard]] bool ProtocolReceivePacket_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                              const std::vector<MorvixProtocolAttribute_4_0>& attributes,
                                              const byte* data, size_t dataLen, std::string& document,
+                                             std::vector<TavelReceiveInfo>& valert,
+                                             std::vector<TavelReceiveInfo>& vfault);
+
+/// What ProtocolReceivePacket_4_0 would compute for every packet of one product, computed once: the order of the names,
+/// their text in the document, how each value is read. A value that owns its strings; copies share them. Any number of
+/// threads may use a plan at once. One that is default-constructed or moved from is that of no attributes.
+class MorvixProtocolReceivePlan_4_0 {
+  friend MorvixProtocolReceivePlan_4_0 ProtocolPlanReceive_4_0(
+      const MorvixProtocolEntity_4_0& entityInfo, const std::vector<MorvixProtocolAttribute_4_0>& attributes);
+  friend bool ProtocolReceivePacket_4_0(const MorvixProtocolReceivePlan_4_0& plan, const byte* data, size_t dataLen,
+                                        std::string& document, std::vector<TavelReceiveInfo>& valert,
+                                        std::vector<TavelReceiveInfo>& vfault);
+
+  std::shared_ptr<const void> plan_;
+};
+
+/// The plan of an entity; `attributes` are those of all groups, in configuration order. The records are not needed
+/// afterwards.
+MorvixProtocolReceivePlan_4_0 ProtocolPlanReceive_4_0(const MorvixProtocolEntity_4_0& entityInfo,
+                                                      const std::vector<MorvixProtocolAttribute_4_0>& attributes);
+
+/// ProtocolReceivePacket_4_0 with the records of the plan: the same results and log lines at less than half of the cost.
+[[nodiscard]] bool ProtocolReceivePacket_4_0(const MorvixProtocolReceivePlan_4_0& plan, const byte* data,
+                                             size_t dataLen, std::string& document,
                                              std::vector<TavelReceiveInfo>& valert,
                                              std::vector<TavelReceiveInfo>& vfault);
 
