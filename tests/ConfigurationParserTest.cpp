@@ -651,7 +651,7 @@ TEST(Inheritance, EndsWithUnusableItems) {
 }
 
 // An attribute hands on what was fetched for it even when it is skipped afterwards, and nothing when it was skipped or
-// passed over before.
+// ignored before that.
 TEST(Inheritance, ComesFromSkippedAttributesOnceTheyWereFetched) {
   for (const char* path : {"position.byte_offset", "position.bit_offset", "position.unit", "position.len"}) {
     const Parsed parsed = Parse({Without(Number(), path), Without(Enum(), path), Attribute()});

@@ -59,7 +59,7 @@ TEST(CommandLine, TakesNoEmptyTexts) {
     const ToolRun run = RunTool(arguments);
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.out, "");
-    EXPECT_THAT(run.err, HasSubstr("expected a text, found none"));
+    EXPECT_THAT(run.err, HasSubstr("expected text, found an empty string"));
   }
 }
 
@@ -88,7 +88,7 @@ TEST(CommandLine, ColoursWhereItIsTold) {
 TEST(Completion, DescribesWhatFits) {
   EXPECT_EQ(RunTool({"complete", "--", "sh"}).out, "show\tLists the entities and attributes of a configuration.\n");
   EXPECT_EQ(RunTool({"complete", "--", "lint", "--ro"}).out,
-            "--roundtrip\tencodes and decodes limits and middles of every attribute as well\n");
+            "--roundtrip\talso encodes and decodes the limits and a middle value of every attribute\n");
   EXPECT_EQ(RunTool({"complete", "--", "lint", "--format=s"}).out, "--format=sarif\n");
   EXPECT_EQ(RunTool({"complete", "--", "decode", ""}).out, "") << "files";
   EXPECT_EQ(RunTool({"complete", "--", "decode", "--entity", ""}).out, "") << "any text";

@@ -680,7 +680,7 @@ TEST(EncodeText, IsAProblemWhenItIsReadInPart) {
 
 TEST(EncodeDocument, ReportsAMemberThatStandsThereTwice) {
   const ToolRun run = EncodeKettle({"-", "--strict"}, "{\"kettle\": {\"power\": 1,\n \"power\": 0}}");
-  EXPECT_EQ(run.err, "dp4: standard input:2:2: \"power\" stands here again; the earlier value is not used\n");
+  EXPECT_EQ(run.err, "dp4: standard input:2:2: \"power\" is repeated; the earlier value is not used\n");
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.exitCode, 1);
 }

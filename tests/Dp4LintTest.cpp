@@ -308,7 +308,7 @@ TEST(Lint, ColorsSeveritiesWhenAsked) {
 // ---- Places ----
 
 TEST(Lint, CountsColumnsInBytesAndInSarifInUtf16) {
-  // Behind the letters a-umlaut (2 bytes) and the treble clef (4 bytes, 2 UTF-16 units).
+  // After the letters a-umlaut (2 bytes) and the treble clef (4 bytes, 2 UTF-16 units).
   const std::string text = "{\"\xc3\xa4\xf0\x9d\x84\x9e\": 0, \"entities\": []}";
   EXPECT_THAT(RunTool({"lint", "-"}, text).out, StartsWith("standard input:1:27: warning: there is no entity"));
   const Json::Value region = ParseJson(RunTool({"lint", "--format", "sarif", "-"}, text)

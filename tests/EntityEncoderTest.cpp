@@ -69,7 +69,7 @@ struct Encoding {
   LogLines lines;
 };
 
-// A package that is in use already, with buffers that nobody may release.
+// A package that is already in use, with buffers that must not be released.
 struct UsedPackage : MorvixProtocolPackage_4_0 {
   UsedPackage() {
     cmd = MorvixProtocolCommandReadResp_4_0;

@@ -11,8 +11,7 @@
 
 namespace support {
 
-// Thrown where a property does not hold. A test reports it; in a fuzzer nobody catches it, which ends the run at this
-// place.
+// Thrown where a property does not hold. A test reports it; in a fuzzer it is not caught, which ends the run here.
 struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
