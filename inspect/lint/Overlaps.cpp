@@ -119,7 +119,7 @@ void LintSharedBits(const EntityModel& entity, Findings& findings) {
 
 // ---- Fields that a write corrupts ----
 
-// A mask of the bits that a value of the field can set, starting at its lowest bit.
+// The bits that a value of the field can set: a range that ends with its lowest bit.
 BitRange SettableBits(const Field& field) {
   const Attribute& attribute = *field.attribute;
   if (IsBinary(attribute)) return field.bits;
