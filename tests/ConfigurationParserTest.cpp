@@ -109,7 +109,7 @@ Attributes ParseAll(const std::vector<Json::Value>& attributes) {
   return parsed.attributes;
 }
 
-// The only attribute that is given, when it is taken; else the test fails.
+// The record of the only attribute; the test fails when it is dropped.
 MorvixProtocolAttribute_4_0 ParseOne(const Json::Value& attribute) {
   const Attributes attributes = ParseAll({attribute});
   return attributes.size() == 1 ? attributes[0] : MorvixProtocolAttribute_4_0();
@@ -455,7 +455,7 @@ TEST(FilterConfigType, SkipsAnAttributeByTheMemberAtFault) {
   }
 }
 
-// The one error that passes through: a limit that is an array or an object.
+// The only exception that reaches the caller: a limit that is an array or an object.
 TEST(FilterConfigType, LetsTheLibrarysErrorAboutALimitPass) {
   for (const char* path : {"uint_spec.min", "uint_spec.max"}) {
     for (const char* limit : {"[]", "[1]", "{}", R"({"a": "a text that has to be released"})"}) {

@@ -1,4 +1,4 @@
-// What dp4 does with its arguments before a command is at work: help, mistakes, colours, completion.
+// How dp4 handles its arguments before a command runs: help, errors, colours, completion.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ TEST(CommandLine, EscapesArgumentsInMessages) {
                    "dp4: --format: \\x1b[2J not in {text,json,sarif}\ndp4 --help tells more.\n");
 }
 
-// JsonCpp's reader takes a NUL for the end of the text.
+// JsonCpp's reader stops at a NUL.
 TEST(CommandLine, PassesNothingOverBehindANul) {
   const std::string text = std::string("{}\n ") + '\0' + " {";
   const std::string err = "dp4: standard input:2:2: not JSON: a NUL after the document\n";

@@ -1,4 +1,4 @@
-// `dp4 decode`. The golden texts in tests/golden/dp4/ follow from the products' pages in tests/golden/, where the
+// `dp4 decode`. The golden files in tests/golden/dp4/ follow from the products' pages in tests/golden/, where the
 // notifications are worked out by hand.
 
 #include <gmock/gmock.h>
@@ -188,7 +188,7 @@ TEST(DecodePacket, WithBlanksNeedsQuotationMarks) {
 
 // ---- Packets that do not decode as a whole ----
 
-// What the application would be told comes out all the same.
+// The result that the application would get is still printed.
 TEST(DecodeFailure, OfABoolLosesTheEntity) {
   const ToolRun run = DecodeKettle({"04 03 50 04 6f 02"});
   ExpectProblem(run,
@@ -239,7 +239,7 @@ TEST(DecodeFailure, IsToldInTheTable) {
                 "5)\n");
 }
 
-// A number that its limits refuse is left out without a line of the module; only the table tells.
+// A number outside its limits is left out without logging; only the table shows it.
 TEST(DecodeFailure, IsNoneWhereANumberIsLeftOut) {
   ExpectFine(DecodeKettle({"04 00 79 04 6f 00 00"}),
              R"({"values":{"kettle":{"power":false,"program":"0","temperature":"93.5"},"version":4.0},)"

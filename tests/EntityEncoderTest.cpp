@@ -182,7 +182,7 @@ TEST(GetIntegerValue, RefusesOtherKindsLettersAndWhatIsMissing) {
   uint64_t value = 99;
   EXPECT_FALSE(GetIntegerValue(OneValue(1), "main", "b", value));
   EXPECT_EQ(value, 0u);
-  // A text that is refused leaves the output alone, and so does an absent entity.
+  // A refused string leaves the output unchanged, and so does an absent entity.
   value = 99;
   EXPECT_FALSE(GetIntegerValue(OneValue("letters"), "main", "a", value));
   EXPECT_FALSE(GetIntegerValue(OneValue("x1"), "main", "a", value));

@@ -1,5 +1,5 @@
-// Input that is wrong in every place in turn. What each fault does has its own tests; here the promise is that nothing
-// crashes, leaks, throws or contradicts itself, whatever the fault.
+// Input with a fault in each place in turn. The effect of each fault has its own tests; this test checks that no fault
+// causes a crash, a leak, an exception or contradicting results.
 
 #include <gtest/gtest.h>
 

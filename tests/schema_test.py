@@ -74,7 +74,7 @@ UNITS = ["bit", "byte"]
 DATA_TYPES = {"bool": POWER, "enum": MODE, "binary": LABEL,
               "uint8": LEVEL, "uint16": LEVEL, "uint32": LEVEL, "uint64": LEVEL}
 
-# What one of the two takes and the other does not, and why that is as it should be.
+# Values that only one of the two accepts, and why that is intended.
 DIFFERENCES = {
     # The schema takes it.
     "whole real":
