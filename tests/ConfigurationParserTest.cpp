@@ -568,7 +568,7 @@ TEST(FilterConfigType, SelectsTheGroupsOfTheMask) {
   EXPECT_EQ(Parse(attributes, -1).attributes.size(), 4u);
 }
 
-// Identity and keywords are looked at for every attribute, the rest for selected ones only.
+// Identity and keywords are checked for every attribute, the rest for selected ones only.
 TEST(FilterConfigType, WarnsAboutUnselectedAttributesUpToTheirKeywords) {
   const std::vector<Json::Value> attributes = {
       Json::Value(),

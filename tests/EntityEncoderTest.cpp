@@ -553,7 +553,7 @@ TEST(EncodeEntity, EndsAtTheFirstRefusedValueAndKeepsWhatItWrote) {
     std::vector<byte> payload(row.payloadBytes, 0);
     payload[0] = 165;
     result.ExpectUncounted({1}, payload);
-    // Without a value the bad place is not even looked at.
+    // Without a value the bad place is ignored.
     const Encoding without(entity, Values(R"({"first": 165, "after": 17})"));
     EXPECT_EQ(without.lines, LogLines({kFiltered}));
     EXPECT_EQ(without.Flags(), "05");

@@ -136,7 +136,7 @@ TEST(EntityModel, NamesTheMemberForWhichAnElementIsDropped) {
   EXPECT_EQ(entity.model.Read(1), nullptr);
 }
 
-// Encoding does not look at the number, which is only read.
+// Encoding ignores the number, which is only read.
 TEST(EntityModel, DropsInOneDirectionOnly) {
   Json::Value number = With(Number("n", 0, 1), R"({"type": "status_readonly"})");
   number["uint_spec"].removeMember("max");

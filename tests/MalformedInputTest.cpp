@@ -32,7 +32,7 @@ void CollectNodes(Json::Value& value, std::vector<Json::Value*>& nodes) {
   }
 }
 
-// Everything that can be done with an entity, with the results held against one another. Arrays and objects as the
+// Everything that can be done with an entity, with the results compared with one another. Arrays and objects as the
 // bounds of a scaling are the one thing that throws.
 void UseEntity(const Json::Value& entity, const Json::Value& values, const std::vector<byte>& packet) {
   MorvixProtocolOwnedPackage_4_0 package;

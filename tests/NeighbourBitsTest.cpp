@@ -1,4 +1,4 @@
-// Lint's findings about neighbour bits, held against what the module writes: every bit field of a small group, next to
+// Lint's findings about neighbour bits, compared with what the module writes: every bit field of a small group, next to
 // every other bit.
 
 #include <gtest/gtest.h>
