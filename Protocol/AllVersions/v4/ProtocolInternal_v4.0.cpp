@@ -354,8 +354,8 @@ static MorvixProtocolUnit_4_0 ProtocolGetUnit_4_0(const char* type) {
   return FindKeyword(type, kMeanings, MorvixProtocolUnitUnknown_4_0);
 }
 
-// The parser fills records, which own their strings, for callers who keep them; and views into the configuration for
-// the one-call operations. Both have the same field names, and the codec works on either.
+// The parser fills records, which own their strings, for callers who keep them; and views into the configuration where
+// a one-call operation cannot change it meanwhile. Both have the same field names, and the codec works on either.
 namespace {
 
 struct AttributeView {
@@ -786,7 +786,8 @@ static bool DecodeUInt(const byte* data, [[maybe_unused]] size_t dataLen, size_t
 }
 
 // Reads the field's bits, in place, from the spanned bytes.
-static bool BitCopy(const byte* offset, int32_t start, int32_t length, size_t byteLength, uint64_t& u) {
+[[maybe_unused]] static bool BitCopy(const byte* offset, int32_t start, int32_t length, size_t byteLength,
+                                     uint64_t& u) {
   if (!FitsWord(start, length, byteLength)) return false;
   DecodeUInt(offset, byteLength, byteLength, u);
   FixIntegerInBitRange(u, start % 8, length);
@@ -913,8 +914,8 @@ static inline bool WriteUIntValue(byte* data, size_t& dataLen, const MorvixProto
   if (field == nullptr || byteLength > kWordBytes) return false;
   dataLen = byteLength;
   if (position.unit == MorvixProtocolUnitByte_4_0) return EncodeUInt(value, byteLength, field, byteLength);
+  if (!FitsWord(position.bit_offset, position.len, byteLength)) return false;
   uint64_t u = 0;
-  if (!BitCopy(field, position.bit_offset, position.len, byteLength, u)) return false;
   EncodeBit(value, ShiftInByte(position), static_cast<size_t>(position.len), u);
   return BitCopy(u, position.bit_offset, position.len, byteLength, field);
 }
@@ -1134,7 +1135,8 @@ static const Json::Value* FindValue(const Json::Value* values, const char* attri
   return values == nullptr ? nullptr : values->find(attributeName, attributeName + std::strlen(attributeName));
 }
 
-// A value that is refused, or absent, is stored as 0; only an absent entity leaves the output alone.
+// An absent value, or one of a kind that is refused, is stored as 0. A string without a number and an absent entity
+// leave the output alone.
 static bool ReadInteger(const Json::Value* values, const char* attributeName, uint64_t& value) {
   if (values == nullptr) return false;
   const Json::Value* member = FindValue(values, attributeName);
@@ -1786,10 +1788,11 @@ static void ParseAndDecode(const Json::Value& entity, const MorvixProtocolPackag
 
 void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0 package, Json::Value& decodeResult) {
   if (!HasPayload(package)) return;
-  if (decodeResult.begin() == decodeResult.end()) {
+  // The configuration may be part of the document, which is about to change: then records own their strings.
+  const bool isFree = decodeResult.begin() == decodeResult.end() && !decodeResult.isString();
+  if (isFree) {
     ParseAndDecode<AttributeView>(entity, package, decodeResult);
   } else {
-    // The configuration may be part of the document, which is about to change: records own their strings.
     ParseAndDecode<MorvixProtocolAttribute_4_0>(entity, package, decodeResult);
   }
 }
