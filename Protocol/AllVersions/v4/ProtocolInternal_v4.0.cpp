@@ -2295,7 +2295,7 @@ bool ProtocolReceivePacket_4_0(const MorvixProtocolReceivePlan_4_0& plan, const 
                                std::vector<TavelReceiveInfo>& vfault) {
   document.clear();
   if (!IsReceivable(data, dataLen)) return false;
-  const ReceivePlan none;
+  const ReceivePlan none = {};
   const ReceivePlan& steps = plan.plan_ == nullptr ? none : *static_cast<const ReceivePlan*>(plan.plan_.get());
   ReceivePayload(steps.order, steps.attributes, {data + 1, dataLen - 1}, {document, valert, vfault});
   return true;
