@@ -11,6 +11,7 @@
 #include "Environment.h"
 #include "inspect/findings/Finding.h"
 #include "inspect/packets/Packet.h"
+#include "inspect/packets/ResultForms.h"
 
 namespace dp4 {
 
@@ -58,11 +59,16 @@ struct RequestOptions {
 };
 int Request(const RequestOptions& options, Environment& environment);
 
-enum class DocumentForm { kFlat, kDecoded, kTable };
-
 struct DecodeOptions : EntityOptions {
   std::vector<std::string> packets;  // empty: a stream on standard input
-  DocumentForm document = DocumentForm::kFlat;
+  morvix::inspect::DocumentForm document = morvix::inspect::DocumentForm::kFlat;
+  std::string line;               // how lines are taken apart: a ready-made pattern or one of RE2; empty: they are packets
+  std::string member = "packet";  // of lines that are JSON objects
+  std::vector<std::string> only;  // names of attributes; empty for all
+  bool items = false;             // enums by name
+  bool changes = false;           // a record only when something changed
+  bool strict = false;            // notes and unmatched lines are problems
+  bool quiet = false;             // no summary
 };
 int Decode(const DecodeOptions& options, Environment& environment);
 

@@ -37,14 +37,23 @@ const char kOneEntity[] = "only this entity, by name or id; all without it";
 const char kDecodeExample[] =
     R"(dp4 decode kettle.json 04055a019f0100
   dp4 decode kettle.json --document table < capture.txt
+  dp4 decode kettle.json --line time --document csv < log.txt > kettle.csv
 
 Forms of --document:
   flat     a line of JSON: "values", the application's document; "alerts" and "faults", the value of each by its
-           name; "active", the integers of those that are active
+           name; "active", the integers of those that are active; "notes", what is missing or too much. Of a write,
+           "set" has the attributes whose flags are set
   decoded  a line of JSON: the decoded document, each value with the type of its group
   table    every attribute with its place, bits and value, for people
+  csv      a row for each packet, a column for each attribute
 
-A line of standard input is a packet, or a JSON object whose member "packet" is replaced by the result.)";
+A line of standard input is a packet in hexadecimal: one run of digits, or groups of one even length with the same
+separator between all of them (blanks, colons or commas), 0x before each or braces around all. Or it is a JSON object
+whose member "packet" is replaced by the result. Other lines are read with --line:
+  time       a timestamp, then the packet
+  direction  a timestamp; <, >, <-, ->, RX or TX; then the packet
+  candump    what candump prints or logs
+  PATTERN    a pattern of RE2 with a group (?P<packet>...); its other named groups are kept)";
 
 const char kFooter[] =
     "Exit codes: 0 fine, 1 the input has problems, 2 unusable arguments or unreadable files.\n"
@@ -80,7 +89,10 @@ const Choices<FindingsForm> kFindingsForms = {
 const Choices<Severity> kSeverities = {
     {"error", Severity::kError}, {"warning", Severity::kWarning}, {"info", Severity::kInfo}};
 const Choices<DocumentForm> kDocumentForms = {
-    {"flat", DocumentForm::kFlat}, {"decoded", DocumentForm::kDecoded}, {"table", DocumentForm::kTable}};
+    {"flat", DocumentForm::kFlat},
+    {"decoded", DocumentForm::kDecoded},
+    {"table", DocumentForm::kTable},
+    {"csv", DocumentForm::kCsv}};
 
 // An option whose value is one of a few words. `value` holds the default.
 template <typename Value>
@@ -208,6 +220,12 @@ class CommandLine {
         ->check(CLI::Range(kLeast, kMost).description(""));
   }
 
+  // An option that may be repeated, with one text each time.
+  static CLI::Option* AddNames(CLI::App& command, const char* name, std::vector<std::string>& texts, const char* help,
+                               const char* type = "NAME") {
+    return command.add_option(name, texts, help)->type_name(type)->expected(1)->take_all()->allow_extra_args(false);
+  }
+
   static void AddOutput(CLI::App& command, PacketForm& output) {
     AddChoice(command, "--output", kPacketForms, output)->type_name("FORM");
   }
@@ -252,11 +270,7 @@ class CommandLine {
     command.callback([this] { exitCode_ = Encode(encode_, environment_); });
     AddConfiguration(command, kNeededEntity, encode_);
     command.add_option("VALUES", encode_.values, "value document (JSON); - for standard input")->check(kNotEmpty);
-    command.add_option("--set", encode_.set, "one value, after those of the document")
-        ->type_name("NAME=VALUE")
-        ->expected(1)
-        ->take_all()
-        ->allow_extra_args(false);
+    AddNames(command, "--set", encode_.set, "one value, after those of the document", "NAME=VALUE");
     AddChoice(command, "--command", kWriteCommands, encode_.command)->type_name("COMMAND");
     AddSubDevice(command, encode_.subDevice);
     AddOutput(command, encode_.output);
@@ -276,11 +290,22 @@ class CommandLine {
 
   void AddDecode() {
     CLI::App& command =
-        Add("decode", "Decodes received packets, given or one a line on standard input.", kDecodeExample);
+        Add("decode", "Decodes packets, given or one a line on standard input.", kDecodeExample);
     command.callback([this] { exitCode_ = Decode(decode_, environment_); });
     AddConfiguration(command, kNeededEntity, decode_);
     command.add_option("PACKET", decode_.packets, "packets in hexadecimal, with or without 0x, blanks and colons");
     AddChoice(command, "--document", kDocumentForms, decode_.document)->type_name("FORM");
+    auto* line = command.add_option("--line", decode_.line, "takes lines apart: time, direction, candump or a pattern")
+                     ->type_name("PATTERN")
+                     ->check(kNotEmpty);
+    command.add_option("--member", decode_.member, "the member of JSON lines that holds the packet; packet without it")
+        ->type_name("NAME")
+        ->excludes(line);
+    AddNames(command, "--only", decode_.only, "tells this attribute only; may be repeated");
+    command.add_flag("--items", decode_.items, "enums by the names of their items");
+    command.add_flag("--changes", decode_.changes, "a record only when something changed");
+    command.add_flag("--strict", decode_.strict, "notes and unmatched lines are problems");
+    command.add_flag("--quiet", decode_.quiet, "no summary at the end of a stream");
   }
 
   void AddDevices() {
