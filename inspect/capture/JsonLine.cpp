@@ -38,12 +38,13 @@ std::string WithoutControls(const std::string& json) {
 bool ReadJsonLine(const std::string& text, const std::string& member, JsonLine& parts, HexError& error) {
   std::string line = text;
   std::replace_if(line.begin(), line.end(), IsControl, ' ');
-  Json::Value object;
+  Json::Value value;
   json::SyntaxError problem;
-  if (!json::ReadStrict(line, object, problem)) {
+  if (!json::ReadStrict(line, value, problem)) {
     error = {problem.place.column, "not JSON: " + Escaped(problem.message)};
     return false;
   }
+  const Json::Value& object = value;
   if (!object.isObject() || !object[member].isString()) {
     error = {1, "expected a member " + InQuotes(member) + ", a string of hexadecimal digits"};
     return false;

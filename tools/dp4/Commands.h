@@ -47,8 +47,10 @@ struct EncodeOptions : EntityOptions {
   MorvixProtocolCommand_4_0 command = MorvixProtocolCommandWriteReq_4_0;
   std::optional<int32_t> subDevice;
   morvix::inspect::PacketForm output = morvix::inspect::PacketForm::kHex;
-  bool explain = false;
-  bool strict = false;  // a value that is left out is a problem
+  std::string name;      // of an array of C; empty for "packet"
+  bool explain = false;  // what was set, or why it was not
+  bool json = false;     // the explanation is JSON
+  bool lenient = false;  // sends what can be sent
 };
 int Encode(const EncodeOptions& options, Environment& environment);
 

@@ -55,6 +55,14 @@ whose member "packet" is replaced by the result. Other lines are read with --lin
   candump    what candump prints or logs
   PATTERN    a pattern of RE2 with a group (?P<packet>...); its other named groups are kept)";
 
+const char kEncodeExample[] =
+    R"(dp4 encode kettle.json --set power=1 --set program=keep_warm --explain
+  dp4 encode kettle.json --set power=1 --output c-array --name kettle_on
+  dp4 encode kettle.json --set temperature=85.5 --command notify
+
+The value of an enum is an index in decimal digits, or an item. A document that decode made may be VALUES. If a value
+cannot be taken, there is no packet, unless --lenient is given.)";
+
 const char kFooter[] =
     "Exit codes: 0 fine, 1 the input has problems, 2 unusable arguments or unreadable files.\n"
     "dp4 COMMAND --help tells more about a command, with an example.";
@@ -82,8 +90,11 @@ const Choices<PacketForm> kPacketForms = {{"hex", PacketForm::kHex},
                                           {"c-array", PacketForm::kCArray},
                                           {"base64", PacketForm::kBase64},
                                           {"binary", PacketForm::kBinary}};
-const Choices<MorvixProtocolCommand_4_0> kWriteCommands = {{"write", MorvixProtocolCommandWriteReq_4_0},
-                                                           {"cc-write", MorvixProtocolCommandCCWriteReq_4_0}};
+const Choices<MorvixProtocolCommand_4_0> kEncodeCommands = {{"write", MorvixProtocolCommandWriteReq_4_0},
+                                                            {"cc-write", MorvixProtocolCommandCCWriteReq_4_0},
+                                                            {"notify", MorvixProtocolCommandNotifyResp_4_0},
+                                                            {"read-response", MorvixProtocolCommandReadResp_4_0}};
+const Choices<bool> kExplanationForms = {{"text", false}, {"json", true}};
 const Choices<FindingsForm> kFindingsForms = {
     {"text", FindingsForm::kText}, {"json", FindingsForm::kJson}, {"sarif", FindingsForm::kSarif}};
 const Choices<Severity> kSeverities = {
@@ -265,17 +276,20 @@ class CommandLine {
   }
 
   void AddEncode() {
-    CLI::App& command = Add("encode", "Turns values into a write packet.",
-                            "dp4 encode kettle.json --set power=1 --set target=85 --explain");
+    CLI::App& command = Add("encode", "Turns values into a packet: a write, or what a device would send.", kEncodeExample);
     command.callback([this] { exitCode_ = Encode(encode_, environment_); });
     AddConfiguration(command, kNeededEntity, encode_);
     command.add_option("VALUES", encode_.values, "value document (JSON); - for standard input")->check(kNotEmpty);
     AddNames(command, "--set", encode_.set, "one value, after those of the document", "NAME=VALUE");
-    AddChoice(command, "--command", kWriteCommands, encode_.command)->type_name("COMMAND");
+    AddChoice(command, "--command", kEncodeCommands, encode_.command)->type_name("COMMAND");
     AddSubDevice(command, encode_.subDevice);
     AddOutput(command, encode_.output);
+    command.add_option("--name", encode_.name, "the name of an array of C, which then has its explanation as a comment")
+        ->type_name("NAME")
+        ->check(kNotEmpty);
     command.add_flag("--explain", encode_.explain, "prints attribute by attribute what was set, or why it was not");
-    command.add_flag("--strict", encode_.strict, "a value that is left out is a problem");
+    AddChoice(command, "--format", kExplanationForms, encode_.json, "form of the explanation: ")->type_name("FORMAT");
+    command.add_flag("--lenient", encode_.lenient, "makes a packet of the values that are right if others are not");
   }
 
   void AddRequest() {
