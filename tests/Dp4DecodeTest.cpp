@@ -126,8 +126,8 @@ TEST(DecodePacket, IsHexadecimalInOneWriting) {
        {"04055a04640101", "04055A04640101", "04 05 5a 04 64 01 01", "0x04055a04640101", "04:05:5a:04:64:01:01",
         "0x04, 0x05, 0x5a, 0x04, 0x64, 0x01, 0x01", "0X04 0X05 0x5a 0X04 0x64 0x01 0x01", "  04055a04640101\r\n",
         "0405 5a04 6401 01", "04055a:046401:01", "04,05,5a,04,64,01,01", "04 05 5a\t04  64 01\n01",
-        "{0x04, 0x05, 0x5a, 0x04, 0x64, 0x01, 0x01}", "{ 0x04,0x05,0x5a,\n\t0x04,0x64,0x01,\n\t0x01,\n}", "{04055a04640101}",
-        "{04 05 5a 04 64 01 01 }"}) {
+        "{0x04, 0x05, 0x5a, 0x04, 0x64, 0x01, 0x01}", "{ 0x04,0x05,0x5a,\n\t0x04,0x64,0x01,\n\t0x01,\n}",
+        "{04055a04640101}", "{04 05 5a 04 64 01 01 }"}) {
     ExpectFine(DecodeKettle({packet}), KettleLine());
   }
 }
@@ -197,8 +197,7 @@ TEST(DecodePacket, IsRefusedWithTheReason) {
   const std::string shortText = "too short; expected a command byte and at least one byte of payload";
   ExpectProblem(DecodeKettle({"04"}), ErrorRecord(shortText), "dp4: packet 1: " + shortText + "\n");
   for (const std::string packet : {"0a00", "0000", "ff", "05", "0e00"}) {
-    const std::string text =
-        "command " + packet.substr(0, 2) + " is unknown; expected 01 to 04, 07, 08, 0b, 0c or 0d";
+    const std::string text = "command " + packet.substr(0, 2) + " is unknown; expected 01 to 04, 07, 08, 0b, 0c or 0d";
     ExpectProblem(DecodeKettle({packet}), ErrorRecord(text), "dp4: packet 1: " + text + "\n");
   }
 }
@@ -249,17 +248,18 @@ TEST(DecodeFailure, OfABoolLosesTheEntity) {
 TEST(DecodeFailure, OfAnEnumKeepsWhatCameBefore) {
   const std::string err =
       "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n";
-  ExpectProblem(DecodeKettle({"04 07 50 04 6f 02 00"}),
-                R"({"command":4,"values":{"kettle":{"power":true},"version":4.0},"alerts":{},"faults":{},"active":{)"
-                R"("alerts":{},"faults":{}},)"
-                R"("notes":[{"kind":"no-item","name":"program","place":{"firstBit":5,"bits":2},"raw":3,"min":0,"max":2},)"
-                R"({"kind":"not-reached","name":"target","place":{"firstBit":8,"bits":8}},)"
-                R"({"kind":"not-reached","name":"temperature","place":{"firstBit":16,"bits":16}},)"
-                R"({"kind":"not-reached","name":"low_water","place":{"firstBit":39,"bits":1}},)"
-                R"({"kind":"not-reached","name":"lid_open","place":{"firstBit":38,"bits":1}},)"
-                R"({"kind":"not-reached","name":"sensor","place":{"firstBit":47,"bits":1}}]})"
-                "\n",
-                err);
+  ExpectProblem(
+      DecodeKettle({"04 07 50 04 6f 02 00"}),
+      R"({"command":4,"values":{"kettle":{"power":true},"version":4.0},"alerts":{},"faults":{},"active":{)"
+      R"("alerts":{},"faults":{}},)"
+      R"("notes":[{"kind":"no-item","name":"program","place":{"firstBit":5,"bits":2},"raw":3,"min":0,"max":2},)"
+      R"({"kind":"not-reached","name":"target","place":{"firstBit":8,"bits":8}},)"
+      R"({"kind":"not-reached","name":"temperature","place":{"firstBit":16,"bits":16}},)"
+      R"({"kind":"not-reached","name":"low_water","place":{"firstBit":39,"bits":1}},)"
+      R"({"kind":"not-reached","name":"lid_open","place":{"firstBit":38,"bits":1}},)"
+      R"({"kind":"not-reached","name":"sensor","place":{"firstBit":47,"bits":1}}]})"
+      "\n",
+      err);
   ExpectProblem(DecodeKettle({"04 07 50 04 6f 02 00", "--document", "decoded"}),
                 "{\"kettle\":{\"power\":{\"type\":1,\"value\":true}}}\n", err);
 }
@@ -296,12 +296,13 @@ TEST(DecodeFailure, IsToldInTheTable) {
 
 // A number that its limits refuse is left out without a line of the module; the notes and the table tell.
 TEST(DecodeFailure, IsNoneWhereANumberIsLeftOut) {
-  ExpectFine(DecodeKettle({"04 00 79 04 6f 00 00"}),
-             R"({"command":4,"values":{"kettle":{"power":false,"program":"0","temperature":"93.5"},"version":4.0},)"
-             R"("alerts":{"Lid open":false,"Low water":false},"faults":{"Sensor broken":false},)"
-             R"("active":{"alerts":{},"faults":{}},)"
-             R"("notes":[{"kind":"out-of-range","name":"target","place":{"firstBit":8,"bits":8},"raw":121,"min":0,"max":120}]})"
-             "\n");
+  ExpectFine(
+      DecodeKettle({"04 00 79 04 6f 00 00"}),
+      R"({"command":4,"values":{"kettle":{"power":false,"program":"0","temperature":"93.5"},"version":4.0},)"
+      R"("alerts":{"Lid open":false,"Low water":false},"faults":{"Sensor broken":false},)"
+      R"("active":{"alerts":{},"faults":{}},)"
+      R"("notes":[{"kind":"out-of-range","name":"target","place":{"firstBit":8,"bits":8},"raw":121,"min":0,"max":120}]})"
+      "\n");
   EXPECT_THAT(DecodeKettle({"04 00 79 04 6f 00 00", "--document", "table"}).out,
               HasSubstr("target         writable   1        79            left out: raw 121, expected 0 to 120\n"));
   const std::string unusable = R"({"id": 0, "name": "n", "display_name": "", "desc": "", "type": "status_readonly",
@@ -316,10 +317,11 @@ TEST(DecodeFailure, IsNoneWhereThePayloadEndsBeforeANumber) {
       "data_type": "uint8", "uint_spec": {"min": 0, "max": 9, "ratio": 1, "addition": 0},
       "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}})";
   const std::string attributes = Attribute("on", "", "status_readonly", 0) + ", " + late;
-  ExpectFine(DecodeWith(Configuration("box", attributes), {"0401"}),
-             R"({"command":4,"values":{"box":{"on":true},"version":4.0},"alerts":{},"faults":{},)"
-             R"("active":{"alerts":{},"faults":{}},"notes":[{"kind":"short","name":"late","place":{"firstBit":8,"bits":8}}]})"
-             "\n");
+  ExpectFine(
+      DecodeWith(Configuration("box", attributes), {"0401"}),
+      R"({"command":4,"values":{"box":{"on":true},"version":4.0},"alerts":{},"faults":{},)"
+      R"("active":{"alerts":{},"faults":{}},"notes":[{"kind":"short","name":"late","place":{"firstBit":8,"bits":8}}]})"
+      "\n");
   ExpectFine(DecodeWith(Configuration("box", attributes), {"0401", "--document", "table"}),
              "packet 1: notification, box, 1 byte of payload\n"
              "\n"
@@ -388,7 +390,8 @@ TEST(DecodeFlat, HasTheFaultThatReplacesAnAlert) {
 // The version takes the entity's place.
 TEST(DecodeFlat, HasNothingOfAnEntityCalledVersion) {
   ExpectFine(DecodeWith(Configuration("version", Attribute("a", "Hot", "alert", 0)), {"0401"}),
-             "{\"command\":4,\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},\"faults\":{}}}\n");
+             "{\"command\":4,\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},"
+             "\"faults\":{}}}\n");
 }
 
 TEST(DecodeFlat, KeepsAnAlertsOwnValueBesideTheActiveInteger) {
@@ -413,9 +416,10 @@ TEST(DecodeFlat, HasNothingOfAnEntityWithoutAttributes) {
 TEST(DecodeText, IsEscaped) {
   const std::string attributes = Attribute("a", R"(Hot\u001b[2J\n\u009b\"\\x)", "alert", 0);
   const ToolRun flat = DecodeWith(Configuration("box", attributes), {"0401"});
-  ExpectFine(flat, R"({"command":4,"values":{"box":{},"version":4.0},"alerts":{"Hot\u001b[2J\n\u009b\"\\x":true},"faults":{},)"
-                   R"("active":{"alerts":{"Hot\u001b[2J\n\u009b\"\\x":1},"faults":{}}})"
-                   "\n");
+  ExpectFine(
+      flat, R"({"command":4,"values":{"box":{},"version":4.0},"alerts":{"Hot\u001b[2J\n\u009b\"\\x":true},"faults":{},)"
+            R"("active":{"alerts":{"Hot\u001b[2J\n\u009b\"\\x":1},"faults":{}}})"
+            "\n");
   const ToolRun table = DecodeWith(Configuration("box", attributes), {"0401", "--document", "table"});
   EXPECT_THAT(table.out, HasSubstr(R"(Hot\x1b[2J\n\u009b"\\x  alert  0.0    1     true   active)"));
 }
@@ -439,11 +443,10 @@ TEST(DecodeStream, ReportsBadLinesByNumberAndGoesOn) {
   const std::string digit = "expected a hexadecimal digit, found 'h'";
   const std::string shortText = "too short; expected a command byte and at least one byte of payload";
   const std::string second = "expected the second hexadecimal digit of a byte, found the end";
-  ExpectProblem(
-      DecodeKettle({}, "04055a04640101\n\nhello\n04\n04055a04640101\n0405 5\n"),
-      KettleLine() + ErrorRecord(digit) + ErrorRecord(shortText) + KettleLine() + ErrorRecord(second),
-      "dp4: standard input:3:1: " + digit + "\ndp4: standard input:4: " + shortText + "\ndp4: standard input:6:7: " +
-          second + "\n");
+  ExpectProblem(DecodeKettle({}, "04055a04640101\n\nhello\n04\n04055a04640101\n0405 5\n"),
+                KettleLine() + ErrorRecord(digit) + ErrorRecord(shortText) + KettleLine() + ErrorRecord(second),
+                "dp4: standard input:3:1: " + digit + "\ndp4: standard input:4: " + shortText +
+                    "\ndp4: standard input:6:7: " + second + "\n");
 }
 
 TEST(DecodeStream, PassesOverLinesThatAreTooLong) {
@@ -530,8 +533,7 @@ TEST(DecodeJsonLine, IsReportedWithItsPlace) {
     std::string record;  // with an E where the message stands
   };
   const std::string member = R"(expected a member "packet", a string of hexadecimal digits)";
-  const std::string memberRecord =
-      R"({"error":"expected a member \"packet\", a string of hexadecimal digits"})";
+  const std::string memberRecord = R"({"error":"expected a member \"packet\", a string of hexadecimal digits"})";
   for (const Case& test : std::vector<Case>{
            {R"({"packet": 4})", ":1", member, memberRecord},
            {R"({"Packet": "04"})", ":1", member, memberRecord},
@@ -567,8 +569,7 @@ TEST(DecodeJsonLine, IsStrictJson) {
     EXPECT_THAT(run.err, HasSubstr(": not JSON: ")) << line;
   }
   ExpectProblem(DecodeKettle({}, "{\"packet\": " + std::string(5000, '[') + std::string(5000, ']') + "}"),
-                ErrorRecord("not JSON: nested too deep"),
-                "dp4: standard input:1:1: not JSON: nested too deep\n");
+                ErrorRecord("not JSON: nested too deep"), "dp4: standard input:1:1: not JSON: nested too deep\n");
 }
 
 // ---- Long streams ----

@@ -34,7 +34,7 @@ std::string PatternOf(const std::string& choice) {
   }
   if (choice == "candump") {
     return R"(^\s*(?:\((?P<time>[^)]*)\)\s+)?(?P<interface>[^\s#]+)\s+(?:(?P<direction>[RT]X)\s+\S+\s+\S+\s+)?)"
-           R"((?P<id>[0-9A-Fa-f]{3,8})(?:##?|\s+\[\d+\]\s+)(?P<packet>[0-9A-Fa-f]{2}[0-9A-Fa-f ]*?))"
+           R"((?P<id>[0-9A-Fa-f]{3,8})(?:##[0-9A-Fa-f]|#|\s+\[\d+\]\s+)(?P<packet>[0-9A-Fa-f]{2}[0-9A-Fa-f ]*?))"
            R"((?:\s+'.*'|\s+[RT])?\s*$)";
   }
   return choice;
@@ -55,6 +55,9 @@ LinePattern::LinePattern(const std::string& pattern) {
   if (!expression_->ok()) {
     throw InputError(fmt::format("--line {}: not a pattern: {}", Escaped(pattern), Escaped(expression_->error())));
   }
+  if (expression_->NamedCapturingGroups().size() != expression_->CapturingGroupNames().size()) {
+    throw InputError(fmt::format("--line {}: expected groups of different names", Escaped(pattern)));
+  }
   for (const auto& [index, name] : expression_->CapturingGroupNames()) {
     if (name == "packet") {
       packetIndex_ = index;
@@ -64,8 +67,9 @@ LinePattern::LinePattern(const std::string& pattern) {
     }
   }
   if (packetIndex_ == 0) {
-    throw InputError(fmt::format("--line {}: expected time, direction, candump or a pattern with a group (?P<packet>...){}",
-                                 Escaped(pattern), DidYouMean(pattern, kReadyMade)));
+    throw InputError(
+        fmt::format("--line {}: expected time, direction, candump or a pattern with a group (?P<packet>...){}",
+                    Escaped(pattern), DidYouMean(pattern, kReadyMade)));
   }
   matches_.resize(static_cast<size_t>(expression_->NumberOfCapturingGroups()) + 1);
 }

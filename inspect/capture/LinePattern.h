@@ -33,7 +33,8 @@ class LinePattern {
   // Whether the line matches. Sets the packet, and the texts of the other groups.
   bool Match(std::string_view line, std::string_view& packet);
 
-  // The named groups but the packet, in their order. Their texts are those of the last match, as long as its line lives.
+  // The named groups but the packet, in their order. Their texts are those of the last match, as long as its line
+  // lives.
   const std::vector<LineGroup>& Others() const { return others_; }
 
  private:

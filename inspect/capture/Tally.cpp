@@ -60,7 +60,7 @@ std::string Tally::Text(size_t lines) const {
   Counts errors;
   Counts notes;
   for (size_t i = 0; i < kCommands; ++i) {
-    if (packets_[i] != 0) packets.Add(packets_[i], CommandName(static_cast<int>(i)));
+    if (packets_[i] != 0) packets.Add(packets_[i], CommandName(static_cast<uint32_t>(i)));
   }
   for (const auto& [kind, count] : errors_) errors.Add(count, kind);
   for (size_t i = 0; i < kNoteKinds; ++i) notes.Add(notes_[i], NoteName(static_cast<NoteKind>(i)));

@@ -22,8 +22,8 @@ class Tally {
 
   size_t Unmatched() const { return unmatched_; }
 
-  // "6 lines, 3 packets (2 notify, 1 write), 1 unmatched, 1 error (1 no packet), 2 notes (2 out-of-range), from 03:15:22
-  // to 03:17:00", escaped.
+  // "6 lines, 3 packets (2 notify, 1 write), 1 unmatched, 1 error (1 no packet), 2 notes (2 out-of-range), from
+  // 03:15:22 to 03:17:00", escaped.
   std::string Text(size_t lines) const;
 
  private:

@@ -169,8 +169,7 @@ std::string PartText(const char* name, const byte* data, size_t size) {
 }  // namespace
 
 const Direction& DirectionOf(const EntityModel& entity, MorvixProtocolCommand_4_0 command) {
-  const bool isWrite =
-      command == MorvixProtocolCommandWriteReq_4_0 || command == MorvixProtocolCommandCCWriteReq_4_0;
+  const bool isWrite = command == MorvixProtocolCommandWriteReq_4_0 || command == MorvixProtocolCommandCCWriteReq_4_0;
   return isWrite ? entity.Writing() : entity.Reading();
 }
 
@@ -279,10 +278,9 @@ std::vector<std::string> Encoding::Problems() const {
     if (refused == nullptr && IsRefused(value)) refused = &value;
   }
   if (HasPacket() || (refused == nullptr && areValuesTold_)) return problems;
-  const std::string reason =
-      direction_.payloadBytes == 0
-          ? "No data will encode."
-          : std::string("no value to encode for it; expected one of ") + (IsWrite() ? "a writable" : "an") + " attribute";
+  const std::string reason = direction_.payloadBytes == 0 ? "No data will encode."
+                                                          : std::string("no value to encode for it; expected one of ") +
+                                                                (IsWrite() ? "a writable" : "an") + " attribute";
   problems.push_back(refused != nullptr ? textOf(*refused) : entityText_ + ": " + reason);
   return problems;
 }

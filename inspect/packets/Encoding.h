@@ -41,7 +41,8 @@ class Encoding {
   // The parts of the packet, byte by byte.
   std::string PartsText() const;
 
-  // Every attribute with its flag in a write, value, place and bits. `isSent` is false when the packet is not given out.
+  // Every attribute with its flag in a write, value, place and bits. `isSent` is false when the packet is not given
+  // out.
   std::string TableText(bool isSent, bool color) const;
 
   // Both as one line of JSON, with the problems: {"command", "subDevice", "packet", "flags", "payload", "attributes":

@@ -151,10 +151,11 @@ std::string CArrayText(const Bytes& packet, std::string_view name) {
 
 bool ParseHex(std::string_view text, Bytes& bytes, HexError& error) { return HexParser(text, bytes, error).Parse(); }
 
-const char* CommandName(int command) {
-  static constexpr const char* kNames[] = {nullptr, "write",    "read",    "read-response", "notify", nullptr,     nullptr,
-                                           "cc-write", "cc-read", nullptr, nullptr,         "cc-add", "cc-delete", "cc-list"};
-  return command >= 0 && command < static_cast<int>(std::size(kNames)) ? kNames[command] : nullptr;
+const char* CommandName(uint32_t command) {
+  static constexpr const char* kNames[] = {nullptr, "write",  "read",      "read-response", "notify",
+                                           nullptr, nullptr,  "cc-write",  "cc-read",       nullptr,
+                                           nullptr, "cc-add", "cc-delete", "cc-list"};
+  return command < std::size(kNames) ? kNames[command] : nullptr;
 }
 
 std::string Base64Text(const byte* data, size_t size) {

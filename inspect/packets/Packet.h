@@ -4,6 +4,7 @@
 #define MORVIX_INSPECT_PACKETS_PACKET_H
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,7 +18,7 @@ using Bytes = std::vector<byte>;
 
 // "write", "read", "read-response", "notify", "cc-write", "cc-read", "cc-add", "cc-delete" or "cc-list"; null for a
 // command that no packet of version 4.0 carries.
-const char* CommandName(int command);
+const char* CommandName(uint32_t command);
 
 // Why a text is not a packet, and the column, counted from 1, where that shows.
 struct HexError {
@@ -25,10 +26,10 @@ struct HexError {
   std::string message;
 };
 
-// The bytes of hexadecimal text: one run of digits; or groups of digits, all of one even length except for the last one,
-// which may be shorter, with the same separator between all of them: blanks, a colon, or a comma with or without blanks.
-// 0x may stand before every group, and braces around the whole; a comma may then follow the last group, as in C. False
-// with `error` set for anything else: a time of day before a packet is not taken for a part of it.
+// The bytes of hexadecimal text: one run of digits; or groups of digits, all of one even length except for the last
+// one, which may be shorter, with the same separator between all of them: blanks, a colon, or a comma with or without
+// blanks. 0x may stand before every group, and braces around the whole; a comma may then follow the last group, as in
+// C. False with `error` set for anything else: a time of day before a packet is not taken for a part of it.
 bool ParseHex(std::string_view text, Bytes& bytes, HexError& error);
 
 std::string Base64Text(const byte* data, size_t size);

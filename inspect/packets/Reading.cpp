@@ -23,15 +23,15 @@ MorvixProtocolPackage_4_0 PackageWith(const byte* payload, size_t size) {
   return package;
 }
 
-bool IsResponse(int command) {
+bool IsResponse(uint32_t command) {
   return command == MorvixProtocolCommandReadResp_4_0 || command == MorvixProtocolCommandNotifyResp_4_0;
 }
 
-bool IsWrite(int command) {
+bool IsWrite(uint32_t command) {
   return command == MorvixProtocolCommandWriteReq_4_0 || command == MorvixProtocolCommandCCWriteReq_4_0;
 }
 
-bool NamesSubDevice(int command) {
+bool NamesSubDevice(uint32_t command) {
   return command == MorvixProtocolCommandCCReadReq_4_0 || command == MorvixProtocolCommandCCDelSubDeviceReq_4_0;
 }
 
@@ -122,7 +122,7 @@ PacketReader::PacketReader(const EntityModel& entity)
                               [](const Field& field) { return field.bitsInLonger.IsEmpty(); })) {}
 
 const PacketReading* PacketReader::Read(const Bytes& packet, PacketError& error) {
-  const int command = packet[0];
+  const uint32_t command = packet[0];
   reading_.command = static_cast<MorvixProtocolCommand_4_0>(command);
   reading_.subDevice.reset();
   reading_.direction = nullptr;

@@ -354,9 +354,8 @@ class Table : public ResultForm {
     const FieldValue& value = reading.values[field.flag];
     const BitRange& place = reading.IsReceived() ? field.bitsInLonger : field.bits;
     const BitRange bits = place.EndByte() <= reading.payloadBytes ? place : BitRange();
-    const bool isActive =
-        IsAlertOrFault(attribute) && reading.IsTold(field) && !IsReplacedIn(reading, field) &&
-        ActiveInteger(attribute, value) != 0;
+    const bool isActive = IsAlertOrFault(attribute) && reading.IsTold(field) && !IsReplacedIn(reading, field) &&
+                          ActiveInteger(attribute, value) != 0;
     std::string note = NoteOf(field, reading);
     if (isActive) note += note.empty() ? "active" : ", active";
     const bool isDone = value.result.outcome == MorvixProtocolOutcomeDone_4_0;

@@ -76,7 +76,8 @@ void Values::TakeDocument(const json::Document& document) {
     const Json::Value& value = isItem ? given[name]["value"] : given[name];
     const size_t start = json::OffsetOf(value);
     Take(name, value,
-         {document.PlaceName(value), document.Text().substr(start, static_cast<size_t>(value.getOffsetLimit()) - start)});
+         {document.PlaceName(value),
+          document.Text().substr(start, static_cast<size_t>(value.getOffsetLimit()) - start)});
   }
 }
 
@@ -122,10 +123,9 @@ bool Values::ReplaceItem(const Attribute& attribute, Json::Value& value, const s
   }
   if (indices.size() == 1) return true;
   const std::string name = source + ": " + InQuotes(attribute.name);
-  problems_.push_back(indices.empty()
-                          ? name + " has no item " + InQuotes(text) + KnownNames(text, attribute.enumList)
-                          : name + " has several items " + InQuotes(text) + "; expected one of the indices " +
-                                Series(indices, "or"));
+  problems_.push_back(indices.empty() ? name + " has no item " + InQuotes(text) + KnownNames(text, attribute.enumList)
+                                      : name + " has several items " + InQuotes(text) +
+                                            "; expected one of the indices " + Series(indices, "or"));
   return false;
 }
 

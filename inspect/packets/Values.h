@@ -27,8 +27,8 @@ class Values {
   // them outlive it.
   Values(const json::Document& configuration, const EntityModel& entity, const Direction& direction);
 
-  // Takes the values of a document, {entity: {name: value}}, or of one that decoding made. Passes over what an attribute
-  // that is only read has in it, and "version". Throws InputError when it has another form.
+  // Takes the values of a document, {entity: {name: value}}, or of one that decoding made. Passes over what an
+  // attribute that is only read has in it, and "version". Throws InputError when it has another form.
   void TakeDocument(const json::Document& document);
 
   // Takes NAME=VALUE. The value of an enum is an index in decimal digits, or else an item; any other is JSON if it is
@@ -53,11 +53,11 @@ class Values {
 
   std::string entityName_;
   std::vector<std::string> entities_;
-  std::vector<std::string> names_;                             // of the attributes that are taken
-  std::map<std::string, const Attribute*> attributes_;         // the first of each of these names
-  std::map<std::string, std::string> others_;                  // attributes that are not, and why
-  std::map<std::string, std::string> keys_;                    // names by other keys of decoded documents
-  std::set<std::string> readOnly_;                             // names and keys of attributes that are only read
+  std::vector<std::string> names_;                      // of the attributes that are taken
+  std::map<std::string, const Attribute*> attributes_;  // the first of each of these names
+  std::map<std::string, std::string> others_;           // attributes that are not, and why
+  std::map<std::string, std::string> keys_;             // names by other keys of decoded documents
+  std::set<std::string> readOnly_;                      // names and keys of attributes that are only read
   Json::Value document_{Json::objectValue};
   std::map<std::string, Given> given_;  // of the entity, by name
   std::vector<std::string> problems_;

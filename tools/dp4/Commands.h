@@ -64,7 +64,7 @@ int Request(const RequestOptions& options, Environment& environment);
 struct DecodeOptions : EntityOptions {
   std::vector<std::string> packets;  // empty: a stream on standard input
   morvix::inspect::DocumentForm document = morvix::inspect::DocumentForm::kFlat;
-  std::string line;               // how lines are taken apart: a ready-made pattern or one of RE2; empty: they are packets
+  std::string line;  // how lines are taken apart: a ready-made pattern or one of RE2; empty: they are packets
   std::string member = "packet";  // of lines that are JSON objects
   std::vector<std::string> only;  // names of attributes; empty for all
   bool items = false;             // enums by name

@@ -1,10 +1,12 @@
 // dp4 decode: packets to what they say, one packet or a stream of them.
 //
 // Standard input is read when no packets are given. A line is a packet in hexadecimal; or a JSON object, whose text
-// "packet" is replaced by the result; or what --line takes apart. The rest of a JSON line is kept as it stands, the order
-// of its members and the writing of its numbers included; only control characters are escaped. Empty lines are ignored.
+// "packet" is replaced by the result; or what --line takes apart. The rest of a JSON line is kept as it stands, the
+// order of its members and the writing of its numbers included; only control characters are escaped. Empty lines are
+// ignored.
 //
-// Every line gives one record, also if there is an error in it, which is reported as well; the stream goes on. Lines that
+// Every line gives one record, also if there is an error in it, which is reported as well; the stream goes on. Lines
+// that
 // --line does not match give none and are counted.
 
 #include <fmt/format.h>
@@ -195,7 +197,8 @@ class Decoder {
     if (pattern_) return DecodeMatch(line);
     const size_t first = line.find_first_not_of(kBlanks);
     const size_t second = line[first] == '{' ? line.find_first_not_of(kBlanks, first + 1) : 0;
-    const bool isArray = second != std::string_view::npos && std::isxdigit(static_cast<unsigned char>(line[second])) != 0;
+    const bool isArray =
+        second != std::string_view::npos && std::isxdigit(static_cast<unsigned char>(line[second])) != 0;
     if (line[first] == '{' && !isArray) return DecodeJsonLine(line);
     DecodePacket(line, 0);
   }
@@ -237,7 +240,8 @@ class Decoder {
     const PacketReading* reading = reader_.Read(packet_, error);
     if (reading != nullptr && !form_->Takes(*reading)) {
       error = {"not received", fmt::format("command {:02x} is not received; expected 03 (read response) or 04 "
-                                           "(notification)", packet_[0])};
+                                           "(notification)",
+                                           packet_[0])};
       reading = nullptr;
     }
     if (reading == nullptr) {
@@ -360,7 +364,7 @@ class Decoder {
   std::optional<JsonLine> json_;  // the line that is decoded, if it is one
   std::optional<LineHints> hints_;
   std::array<std::optional<std::string>, kCommands> states_;  // what the last packet of each command said
-  Bytes packet_;                                             // kept for its memory
+  Bytes packet_;                                              // kept for its memory
   Tally tally_;
   const char* source_ = "";
   size_t number_ = 0;  // of the line or packet

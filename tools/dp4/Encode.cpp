@@ -24,8 +24,8 @@ bool IsCName(const std::string& name) {
 
 void CheckOptions(const EncodeOptions& options) {
   const bool isCArray = options.output == PacketForm::kCArray;
-  const bool isWrite = options.command == MorvixProtocolCommandWriteReq_4_0 ||
-                       options.command == MorvixProtocolCommandCCWriteReq_4_0;
+  const bool isWrite =
+      options.command == MorvixProtocolCommandWriteReq_4_0 || options.command == MorvixProtocolCommandCCWriteReq_4_0;
   if (options.explain && !options.json && options.output == PacketForm::kBinary) {
     throw InputError("--explain is text and cannot follow a binary packet; expected another --output");
   }

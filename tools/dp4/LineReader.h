@@ -35,7 +35,7 @@ class LineReader {
   std::function<void()> beforeWaiting_;
   std::vector<char> buffer_;
   std::string joined_;  // a line that came in several pieces
-  size_t begin_ = 0;  // what is left of the buffer
+  size_t begin_ = 0;    // what is left of the buffer
   size_t end_ = 0;
   size_t number_ = 0;
   size_t bytesTaken_ = 0;

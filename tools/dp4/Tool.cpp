@@ -99,11 +99,10 @@ const Choices<FindingsForm> kFindingsForms = {
     {"text", FindingsForm::kText}, {"json", FindingsForm::kJson}, {"sarif", FindingsForm::kSarif}};
 const Choices<Severity> kSeverities = {
     {"error", Severity::kError}, {"warning", Severity::kWarning}, {"info", Severity::kInfo}};
-const Choices<DocumentForm> kDocumentForms = {
-    {"flat", DocumentForm::kFlat},
-    {"decoded", DocumentForm::kDecoded},
-    {"table", DocumentForm::kTable},
-    {"csv", DocumentForm::kCsv}};
+const Choices<DocumentForm> kDocumentForms = {{"flat", DocumentForm::kFlat},
+                                              {"decoded", DocumentForm::kDecoded},
+                                              {"table", DocumentForm::kTable},
+                                              {"csv", DocumentForm::kCsv}};
 
 // An option whose value is one of a few words. `value` holds the default.
 template <typename Value>
@@ -276,7 +275,8 @@ class CommandLine {
   }
 
   void AddEncode() {
-    CLI::App& command = Add("encode", "Turns values into a packet: a write, or what a device would send.", kEncodeExample);
+    CLI::App& command =
+        Add("encode", "Turns values into a packet: a write, or what a device would send.", kEncodeExample);
     command.callback([this] { exitCode_ = Encode(encode_, environment_); });
     AddConfiguration(command, kNeededEntity, encode_);
     command.add_option("VALUES", encode_.values, "value document (JSON); - for standard input")->check(kNotEmpty);
@@ -284,7 +284,8 @@ class CommandLine {
     AddChoice(command, "--command", kEncodeCommands, encode_.command)->type_name("COMMAND");
     AddSubDevice(command, encode_.subDevice);
     AddOutput(command, encode_.output);
-    command.add_option("--name", encode_.name, "the name of an array of C, which then has its explanation as a comment")
+    command
+        .add_option("--name", encode_.name, "the name of an array of C, which then has its explanation as a comment")
         ->type_name("NAME")
         ->check(kNotEmpty);
     command.add_flag("--explain", encode_.explain, "prints attribute by attribute what was set, or why it was not");
@@ -303,8 +304,7 @@ class CommandLine {
   }
 
   void AddDecode() {
-    CLI::App& command =
-        Add("decode", "Decodes packets, given or one a line on standard input.", kDecodeExample);
+    CLI::App& command = Add("decode", "Decodes packets, given or one a line on standard input.", kDecodeExample);
     command.callback([this] { exitCode_ = Decode(decode_, environment_); });
     AddConfiguration(command, kNeededEntity, decode_);
     command.add_option("PACKET", decode_.packets, "packets in hexadecimal, with or without 0x, blanks and colons");
