@@ -166,6 +166,64 @@ TEST(EncodeOutput, HasABoldHeadingInColour) {
   EXPECT_NE(run.out.find("\x1b[1mFLAG\x1b[0m"), std::string::npos) << run.out;
 }
 
+TEST(EncodeOutput, HasTheExplanationOfANamedArrayInAComment) {
+  const std::string array =
+      "/*\n"
+      " command     01\n"
+      " flags       01\n"
+      " payload     01 00\n"
+      "\n"
+      " FLAG   NAME     VALUE  PLACE    BITS  NOTE\n"
+      " 0 = 1  power    1      0.0      1\n"
+      " 1 = 0  program         0.2-0.1        left out: no value\n"
+      " 2 = 0  target          1              left out: no value\n"
+      "\n"
+      " FLAG is the attribute's bit in the flag bitmap. PLACE counts bytes of the payload, or byte.bit with bit 0 the "
+      "lowest.\n"
+      " */\n"
+      "const unsigned char kettle_on[4] = {\n    0x01, 0x01, 0x01, 0x00,\n};\n";
+  EXPECT_EQ(EncodeKettle({"--set", "power=1", "--output", "c-array", "--name", "kettle_on"}).out, array);
+  EXPECT_EQ(
+      EncodeKettle({"--set", "power=1", "--output", "c-array", "--name", "kettle_on", "--explain", "--color", "always"})
+          .out,
+      array);
+}
+
+// Neither a name nor a value ends the comment.
+TEST(EncodeOutput, KeepsAnExplanationInsideItsComment) {
+  const std::string fan = Fan(BitField("a*/b/*c", R"("data_type": "enum", "enum": ["**/", "//*"])", 0, 2));
+  const std::string out = RunTool({"encode", "-", "--set", "a*/b/*c=**/", "--output", "c-array", "--explain"}, fan).out;
+  EXPECT_EQ(out.find("*/"), out.find("*/\nconst")) << out;
+  EXPECT_EQ(out.rfind("/*"), 0U) << out;
+}
+
+TEST(EncodeOutput, IsNamedOnlyAsAnArrayOfC) {
+  ExpectUsageError(EncodeKettle({"--set", "power=1", "--name", "on"}),
+                   "--name is for an array of C; expected --output c-array");
+  for (const std::string name : {"1on", "kettle on", "a-b", "x;"}) {
+    ExpectUsageError(EncodeKettle({"--set", "power=1", "--output", "c-array", "--name", name}),
+                     "--name " + name + ": expected a name of C");
+  }
+}
+
+TEST(EncodeOutput, MayBeExplainedInJson) {
+  EXPECT_EQ(EncodeKettle({"--set", "power=1", "--set", "program=keep_warm", "--explain", "--format", "json"}).out,
+            R"({"command":1,"packet":"01 03 05 00","flags":"03","payload":"05 00","attributes":[)"
+            R"({"name":"power","flag":0,"value":"1","place":{"firstBit":7,"bits":1},"raw":1,"bits":"1"},)"
+            R"({"name":"program","flag":1,"value":"keep_warm","place":{"firstBit":5,"bits":2},"raw":2,"bits":"10",)"
+            R"("note":"keep_warm"},)"
+            R"({"name":"target","flag":2,"place":{"firstBit":8,"bits":8},"note":"left out: no value"}],"problems":[]})"
+            "\n");
+  const ToolRun refused = EncodeKettle({"--set", "target=101", "--explain", "--format", "json"});
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_THAT(refused.out, testing::StartsWith(R"({"command":1,"attributes":[)"));
+  EXPECT_THAT(refused.out, testing::HasSubstr(R"("problems":["--set target=101: \"target\" refused: )"));
+  EXPECT_THAT(EncodeKettle({"--set", "power=1", "--sub-device", "7", "--explain", "--format", "json"}).out,
+              testing::StartsWith(R"({"command":1,"subDevice":7,"packet":"01 )"));
+  ExpectUsageError(EncodeKettle({"--set", "power=1", "--format", "json"}),
+                   "--format json is a form of the explanation; expected --explain, and --output hex or none");
+}
+
 // ---- The command and the sub-device ----
 
 TEST(EncodeCommand, MayNameASubDeviceOrNone) {
@@ -174,6 +232,68 @@ TEST(EncodeCommand, MayNameASubDeviceOrNone) {
             IdText("07 05 00 00 00 07 03 4f\n", "07 00 00 00 05 07 03 4f\n"));
   EXPECT_EQ(EncodeKettle({"kettle.values.json", "--sub-device", "-2"}).out,
             IdText("01 fe ff ff ff 07 03 4f\n", "01 ff ff ff fe 07 03 4f\n"));
+}
+
+// ---- What a device sends ----
+
+// (85.5 + 20) / 0.1 = 1055 = 04 1f; the open lid is bit 1 of byte 4.
+TEST(EncodeReport, HasTheAttributesOfAllGroups) {
+  const ToolRun run = EncodeKettle({"--set", "temperature=85.5", "--set", "lid_open=1", "--set", "program=keep_warm",
+                                    "--command", "notify", "--explain"});
+  EXPECT_EQ(run.out,
+            "04 04 00 04 1f 02 00\n"
+            "\n"
+            "command     04\n"
+            "payload     04 00 04 1f 02 00\n"
+            "\n"
+            "NAME         VALUE      PLACE    BITS   NOTE\n"
+            "power                   0.0             left out: no value\n"
+            "program      keep_warm  0.2-0.1  10     keep_warm\n"
+            "target                  1               left out: no value\n"
+            "temperature  85.5       2-3      04 1f  raw 1055\n"
+            "low_water               4.0             left out: no value\n"
+            "lid_open     1          4.1      1\n"
+            "sensor                  5.0             left out: no value\n"
+            "\n"
+            "PLACE counts bytes of the payload, or byte.bit with bit 0 the lowest.\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(EncodeKettle({"--set", "sensor=1", "--command", "read-response"}).out, "03 00 00 00 00 00 01\n");
+}
+
+TEST(EncodeReport, IsWhatDecodeReads) {
+  for (const std::string product : {"kettle", "air_conditioner", "gateway"}) {
+    const auto decode = [&product](const std::string& packet) {
+      return RunTool({"decode", product + ".json", "--entity", "0", packet, "--document", "decoded"}).out;
+    };
+    const std::string packet = ReadFile(std::string(EXAMPLES_DIR) + "/" + product + ".notify.hex");
+    const std::string decoded = decode(packet);
+    const ToolRun run = RunTool({"encode", product + ".json", "--entity", "0", "-", "--command", "notify"}, decoded);
+    EXPECT_EQ(run.err, "") << product;
+    EXPECT_EQ(run.out.size(), packet.size()) << product;
+    EXPECT_EQ(decode(run.out), decoded) << product;
+  }
+}
+
+// Bit 0 is the last byte's lowest bit, and speed lies across both bytes: 1 01 1011 0000 1 is 02 c1 with mode's 01 in
+// bits 3 and 2: 02 c5. A write of the three would lose the other two.
+TEST(EncodeReport, HasEachValueWhereDecodingReadsIt) {
+  const ToolRun run =
+      RunTool({"encode", "-", "--set", "swing=1", "--set", "mode=1", "--set", "speed=11", "--command", "notify"},
+              SwappingFan());
+  EXPECT_EQ(run.out, "04 02 c5\n");
+  EXPECT_EQ(run.err, "");
+}
+
+TEST(EncodeReport, TellsWhatAnotherAttributeOverwrites) {
+  const std::string twice = Fan(BitField("a", R"("data_type": "bool")", 0, 1) + ", " +
+                                BitField("b", R"("data_type": "enum", "enum": ["x", "y", "z"])", 0, 2));
+  ExpectProblem(RunTool({"encode", "-", "--set", "a=1", "--set", "b=z", "--command", "notify"}, twice),
+                "--set a=1: \"a\" overwritten: was 1 until \"b\" was written");
+}
+
+TEST(EncodeReport, NamesNoSubDevice) {
+  ExpectUsageError(EncodeKettle({"--set", "power=1", "--command", "notify", "--sub-device", "5"}),
+                   "notify names no sub-device; expected no --sub-device");
 }
 
 // ---- --set ----
@@ -267,6 +387,40 @@ TEST(EncodeSet, ExpectsANameAndAValue) {
   ExpectUsageError(EncodeKettle({}), "no values to encode: expected a value document or --set NAME=VALUE");
 }
 
+// ---- Items ----
+
+TEST(EncodeItem, IsTakenByNameOrIndex) {
+  // Program is bits 2 and 1 of byte 0, its flag is 02.
+  EXPECT_EQ(EncodeKettle({"--set", "program=keep_warm"}).out, "01 02 04 00\n");
+  EXPECT_EQ(EncodeKettle({"--set", "program=\"green_tea\""}).out, "01 02 02 00\n");
+  EXPECT_EQ(EncodeKettle({"--set", "program=01"}).out, "01 02 02 00\n");
+  EXPECT_EQ(EncodeKettle({"-"}, R"({"kettle": {"program": "keep_warm"}})").out, "01 02 04 00\n");
+  EXPECT_EQ(EncodeKettle({"-"}, R"({"kettle": {"program": "1"}})").out, "01 02 02 00\n");
+  EXPECT_EQ(EncodeKettle({"-"}, R"({"kettle": {"program": 1}})").out, "01 02 02 00\n");
+}
+
+TEST(EncodeItem, IsAnsweredWithTheKnownOnesWhenItIsUnknown) {
+  const std::string known = "known: boil, green_tea and keep_warm";
+  ExpectProblem(EncodeKettle({"--set", "program=keep_wram"}),
+                "--set program=keep_wram: \"program\" has no item \"keep_wram\"; did you mean \"keep_warm\"? " + known);
+  for (const std::string item : {"", "-1", "1x", "1.0", "0x1", "true", "null", " 1"}) {
+    ExpectProblem(EncodeKettle({"--set", "program=" + item}),
+                  "--set program=" + item + ": \"program\" has no item \"" + item + "\"; " + known);
+  }
+  ExpectProblem(EncodeKettle({"-"}, R"({"kettle": {"program": "warm up"}})"),
+                "standard input:1:24: \"program\" has no item \"warm up\"; " + known);
+}
+
+// The texts of JSON's words and of numbers may be items as well; two alike are told apart by their index alone.
+TEST(EncodeItem, MayBeAnyText) {
+  const std::string fan = Fan(BitField("mode", R"("data_type": "enum", "enum": ["null", "-1", "calm", "calm"])", 0, 2));
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "mode=null"}, fan).out, "01 01 00\n");
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "mode=-1"}, fan).out, "01 01 01\n");
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "mode=3"}, fan).out, "01 01 03\n");
+  ExpectProblem(RunTool({"encode", "-", "--set", "mode=calm"}, fan),
+                "--set mode=calm: \"mode\" has several items \"calm\"; expected one of the indices 2 or 3");
+}
+
 // ---- The value document ----
 
 TEST(EncodeDocument, ComesFromStandardInput) {
@@ -307,6 +461,19 @@ TEST(EncodeDocument, MakesAPacketOfTheRestWhenLenient) {
   EXPECT_EQ(run.err, kSlipsReport);
   EXPECT_EQ(run.out, "01 02 04 00\n");
   EXPECT_EQ(run.exitCode, 0);
+}
+
+// Alerts go by their display names there. The kettle's read-only attributes and the version are passed over.
+TEST(EncodeDocument, MayBeADecodedOne) {
+  for (const std::string form : {"flat", "decoded"}) {
+    const std::string document = RunTool({"decode", "kettle.json", "04055a04640101", "--document", form}).out;
+    const ToolRun run = EncodeKettle({"-"}, document);
+    EXPECT_EQ(run.err, "") << form;
+    EXPECT_EQ(run.out, "01 07 05 5a\n") << form;
+    EXPECT_EQ(run.exitCode, 0) << form;
+  }
+  EXPECT_EQ(EncodeKettle({"-"}, R"({"kettle": {"power": true, "temperature": "50"}, "version": 4.0})").out,
+            "01 01 01 00\n");
 }
 
 TEST(EncodeDocument, ReportsValuesOfOtherKinds) {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <map>
+#include <new>
 #include <utility>
 
 #include "host/Base64.h"
@@ -29,11 +30,16 @@ bool IsDone(const EncodedValue& value) { return value.result.outcome == MorvixPr
 
 bool IsRefused(const EncodedValue& value) { return !EncodeLine(*value.field->attribute, value.result).empty(); }
 
-// Lets the module encode a part of the values, in a payload of the same length as that of all.
+// Encodes a part of the values, in a payload of the same length as that of all. The module makes a write; in what a
+// device sends, every value stands where decoding reads it, which writing does not do in every bit group.
 class PartialEncoder {
  public:
   PartialEncoder(const EntityModel& entity, const Direction& direction, const Values& values)
-      : info_(entity.Info()), all_(direction.records), document_(values.Document()), first_(all_) {
+      : info_(entity.Info()),
+        direction_(direction),
+        isWrite_(&direction == &entity.Writing()),
+        document_(values.Document()),
+        first_(direction.records) {
     const Json::Value* given = document_.find(info_.name.data(), info_.name.data() + info_.name.size());
     while (given != nullptr && given->isMember(unused_.name)) unused_.name += '-';
     unused_.data_type = MorvixProtocolDataTypeBinary_4_0;
@@ -43,14 +49,18 @@ class PartialEncoder {
   // The payload with one value, and what became of it.
   Bytes EncodeAlone(size_t index, Result& result) const {
     std::vector<Result> results;
-    Bytes payload = Encode({all_[index], unused_}, results);
+    Bytes written = Encode({direction_.records[index], unused_}, results);
     result = results[0];
+    if (isWrite_ || result.outcome != MorvixProtocolOutcomeDone_4_0) return written;
+    Bytes payload(direction_.payloadBytes);
+    Place(direction_.fields[index], result, written, payload);
     return payload;
   }
 
   // The payload with the values of the first `count` attributes.
   Bytes EncodeFirst(size_t count) {
-    for (size_t i = 0; i < first_.size(); ++i) first_[i].name = i < count ? all_[i].name : unused_.name;
+    if (!isWrite_) return PlaceFirst(count);
+    for (size_t i = 0; i < first_.size(); ++i) first_[i].name = i < count ? direction_.records[i].name : unused_.name;
     std::vector<Result> results;
     return Encode(first_, results);
   }
@@ -63,8 +73,36 @@ class PartialEncoder {
     return {package.value, package.value + package.sizeValue};
   }
 
+  // The bytes of a binary are taken from what the module wrote of it alone.
+  static void Place(const Field& field, const Result& result, const Bytes& written, Bytes& payload) {
+    const BitRange& bits = field.bits;
+    if (IsBinary(*field.attribute)) {
+      std::copy(written.data() + bits.FirstByte(), written.data() + bits.EndByte(), payload.data() + bits.FirstByte());
+      return;
+    }
+    uint64_t raw = result.raw;
+    for (uint64_t bit = bits.end; bit > bits.begin; raw >>= 1) {
+      --bit;
+      byte& place = payload[static_cast<size_t>(bit / 8)];
+      const auto mask = static_cast<byte>(0x80 >> bit % 8);
+      place = static_cast<byte>((place & ~mask) | ((raw & 1) != 0 ? mask : 0));
+    }
+  }
+
+  Bytes PlaceFirst(size_t count) const {
+    Bytes payload(direction_.payloadBytes);
+    for (size_t i = 0; i < count; ++i) {
+      std::vector<Result> results;
+      const Bytes written = Encode({direction_.records[i], unused_}, results);
+      const bool isDone = results[0].outcome == MorvixProtocolOutcomeDone_4_0;
+      if (isDone) Place(direction_.fields[i], results[0], written, payload);
+    }
+    return payload;
+  }
+
   const MorvixProtocolEntity_4_0& info_;
-  const std::vector<Attribute>& all_;
+  const Direction& direction_;
+  const bool isWrite_;
   const Json::Value& document_;
   std::vector<Attribute> first_;
   Attribute unused_;  // as long as the payload; has no value, since its name is not in the document
@@ -187,8 +225,8 @@ Encoding::Encoding(const EntityModel& entity, std::string entityText, const Valu
                                  entityText_, Count(payloadBytes, "byte"), direction_.records.size(),
                                  IsWrite() ? " writable" : ""));
   }
-  ProtocolEncodeAttributes_4_0(entity.Info(), direction_.records, package_, values.Document());
-  const PartialEncoder encoder(entity, direction_, values);
+  PartialEncoder encoder(entity, direction_, values);
+  if (IsWrite()) ProtocolEncodeAttributes_4_0(entity.Info(), direction_.records, package_, values.Document());
   for (const Field& field : direction_.fields) {
     const Attribute& attribute = *field.attribute;
     values_.push_back({&field, {}, {}, false, "left out: no value"});
@@ -196,11 +234,22 @@ Encoding::Encoding(const EntityModel& entity, std::string entityText, const Valu
     EncodedValue& value = values_.back();
     value.given = values.SourceOf(attribute);
     encoder.EncodeAlone(field.flag, value.result);
+    if (!IsWrite() && IsDone(value) && field.bits.IsEmpty()) {
+      value.result.outcome = MorvixProtocolOutcomeRefusedByPlace_4_0;
+    }
     value.note = IsDone(value) ? "" : "left out: " + KindsTaken(attribute);
     if (IsRefused(value)) {
       value.note =
           fmt::format("refused: {} ({})", EncodeLine(attribute, value.result), ExpectedText(attribute, value.result));
     }
+  }
+  const bool isAnyDone = std::any_of(values_.begin(), values_.end(), IsDone);
+  if (!IsWrite() && isAnyDone && std::none_of(values_.begin(), values_.end(), IsRefused)) {
+    const Bytes payload = encoder.EncodeFirst(values_.size());
+    package_.value = static_cast<byte*>(std::malloc(payload.size()));
+    if (package_.value == nullptr) throw std::bad_alloc();
+    package_.sizeValue = payload.size();
+    std::copy(payload.begin(), payload.end(), package_.value);
   }
   if (HasPacket()) NoteWritten(values);
 }

@@ -23,11 +23,11 @@ struct EncodedValue {
 // The attributes that a packet with this command carries: the writable ones of a write, or all of what a device sends.
 const Direction& DirectionOf(const EntityModel& entity, MorvixProtocolCommand_4_0 command);
 
-// A packet with the values, whose flags and payload the module makes: a write, or what a device would send.
+// A packet with the values: a write, which the module makes, or what a device would send.
 class Encoding {
  public:
   // `entityText` is what messages call the entity; `package` holds the command and the sub-device. The module's lines
-  // are logged. Throws InputError when no packet can hold the entity's attributes. The entity outlives it.
+  // of a write are logged. Throws InputError when no packet can hold the entity's attributes. The entity outlives it.
   Encoding(const EntityModel& entity, std::string entityText, const Values& values,
            MorvixProtocolOwnedPackage_4_0 package);
 

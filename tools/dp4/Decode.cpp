@@ -157,7 +157,8 @@ class Decoder {
   ExitCode Finish() {
     if (hasTables_) output_.Text() += kTableKey;
     output_.Flush();
-    if (options_.packets.empty() && !options_.quiet) environment_.err << "dp4: " << tally_.Text(number_) << '\n';
+    const bool isTold = options_.packets.empty() && !options_.quiet && environment_.out.good();
+    if (isTold) environment_.err << "dp4: " << tally_.Text(number_) << '\n';
     return problems_ == 0 ? kFine : kProblems;
   }
 
