@@ -6,6 +6,8 @@
 #include <memory>
 #include <streambuf>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "Support.h"
 #include "inspect/capture/JsonLine.h"
@@ -53,9 +55,9 @@ std::vector<Line> LinesOf(const std::string& text, size_t pieceBytes) {
   size_t waits = 0;
   dp4::LineReader reader(in, [&] { ++waits; });
   std::vector<Line> lines;
-  std::string line;
+  std::string_view line;
   while (reader.Next(line)) {
-    lines.push_back({line, reader.IsTooLong()});
+    lines.push_back({std::string(line), reader.IsTooLong()});
     fuzz::ExpectEqual(reader.Number(), lines.size(), "lines are counted");
   }
   fuzz::ExpectEqual(reader.BytesTaken(), text.size(), "a stream is read to its end");
@@ -103,32 +105,52 @@ void CheckForms(const fuzz::Bytes& bytes) {
   fuzz::ExpectEqual(again, bytes, "an array has the packet's bytes");
 }
 
-// Two digits a byte, perhaps with a prefix.
-bool IsHexWord(const std::string& word) {
-  const bool hasPrefix = word.compare(0, 2, "0x") == 0 || word.compare(0, 2, "0X") == 0;
-  const std::string digits = word.substr(hasPrefix ? 2 : 0);
-  return !digits.empty() && digits.size() % 2 == 0 && digits.find_first_not_of(kHexDigits) == std::string::npos;
+std::string Trimmed(const std::string& text) {
+  const size_t first = text.find_first_not_of(kBlanks);
+  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
 }
 
-// Words with blanks between them, and marks between which there is at least one word.
-bool IsHexText(const std::string& text) {
-  std::string part;
-  size_t words = 0;
-  for (const char c : text + ",") {
-    const bool isMark = c == ':' || c == ',';
-    if (!isMark && kBlanks.find(c) == std::string::npos) {
-      part += c;
-      continue;
-    }
-    if (!part.empty()) {
-      if (!IsHexWord(part)) return false;
-      ++words;
-      part.clear();
-    }
-    if (isMark && words == 0) return false;
-    if (isMark) words = 0;
+// Groups of one even length, of which the last may be shorter, all with 0x or all without.
+bool AreGroups(std::vector<std::string> groups) {
+  const auto hasPrefix = [](const std::string& group) {
+    return group.compare(0, 2, "0x") == 0 || group.compare(0, 2, "0X") == 0;
+  };
+  const bool isPrefixed = hasPrefix(groups[0]);
+  for (size_t i = 0; i < groups.size(); ++i) {
+    if (hasPrefix(groups[i]) != isPrefixed) return false;
+    if (isPrefixed) groups[i].erase(0, 2);
+    const size_t size = groups[i].size();
+    if (size == 0 || size % 2 != 0 || groups[i].find_first_not_of(kHexDigits) != std::string::npos) return false;
+    if (i + 1 < groups.size() ? size != groups[0].size() : size > groups[0].size()) return false;
   }
   return true;
+}
+
+std::vector<std::string> Split(const std::string& text, const std::string& separators, bool isTrimmed) {
+  std::vector<std::string> parts = {""};
+  for (const char c : text) {
+    if (separators.find(c) == std::string::npos) {
+      parts.back() += c;
+    } else {
+      parts.emplace_back();
+    }
+  }
+  for (std::string& part : parts) part = isTrimmed ? Trimmed(part) : part;
+  return parts;
+}
+
+// Slow: each kind of separator is tried.
+bool IsHexText(const std::string& line) {
+  std::string text = Trimmed(line);
+  if (!text.empty() && text[0] == '{') {
+    if (text.size() < 2 || text.back() != '}') return false;
+    text = Trimmed(text.substr(1, text.size() - 2));
+    if (!text.empty() && text.back() == ',') text = Trimmed(text.substr(0, text.size() - 1));
+  }
+  std::vector<std::string> words = Split(text, kBlanks, false);
+  words.erase(std::remove(words.begin(), words.end(), ""), words.end());
+  if (words.empty()) return false;
+  return AreGroups(words) || AreGroups(Split(text, ":", false)) || AreGroups(Split(text, ",", true));
 }
 
 bool CheckHex(const std::string& text, fuzz::Bytes& bytes) {
@@ -168,7 +190,7 @@ bool IsPlainBetweenTexts(const std::string& json) {
 bool CheckJsonLine(const std::string& line, std::string& packet) {
   inspect::JsonLine parts;
   inspect::HexError error;
-  if (!inspect::ReadJsonLine(line, parts, error)) {
+  if (!inspect::ReadJsonLine(line, "packet", parts, error)) {
     CheckError(error, line);
     return false;
   }
@@ -202,10 +224,22 @@ std::string ActiveText(const std::vector<TavelReceiveInfo>& active) {
   return fuzz::Written(values);
 }
 
-std::unique_ptr<inspect::ResultForm> FormOf(const inspect::EntityModel& entity, size_t index) {
-  return index == 0   ? inspect::FlatForm(entity)
-         : index == 1 ? inspect::DecodedForm(entity)
-                      : inspect::TableForm(entity, false);
+constexpr inspect::DocumentForm kForms[] = {inspect::DocumentForm::kFlat, inspect::DocumentForm::kDecoded,
+                                            inspect::DocumentForm::kCsv, inspect::DocumentForm::kTable};
+
+// A result is one line, of JSON where it is. Returns the value of one in JSON.
+Json::Value CheckResult(const inspect::EntityModel& entity, inspect::DocumentForm form,
+                        const inspect::PacketReading& reading) {
+  const bool isJson = form == inspect::DocumentForm::kFlat || form == inspect::DocumentForm::kDecoded;
+  const std::unique_ptr<inspect::ResultForm> result = inspect::MakeForm(form, entity, {});
+  Json::Value value;
+  if (!result->Takes(reading)) return value;
+  std::string text;
+  const size_t state = result->Append(reading, text);
+  if (text.empty() || state > text.size()) fuzz::Fail("a result has a text", fuzz::Show(text));
+  if (isJson && !fuzz::ParseText(text, value)) fuzz::Fail("a result is JSON", fuzz::Show(text));
+  if (isJson && text.find_first_of("\r\n") != std::string::npos) fuzz::Fail("JSON is one line", fuzz::Show(text));
+  return value;
 }
 
 // Tables take longer than the other forms.
@@ -217,17 +251,20 @@ void CheckPacket(const inspect::EntityModel& entity, const fuzz::Bytes& packet, 
   const bool isReceived = ProtocolReceivePacket_4_0(entity.Info(), entity.Reading().records, packet.data(),
                                                     packet.size(), document, alerts, faults);
   const fuzz::Lines lines = fuzz::TakeLines();
-  fuzz::ExpectEqual(inspect::RefusalOf(packet).empty(), isReceived, "a packet has a result if the module takes it");
-  if (!isReceived) return;
-  for (size_t i = 0; i < (withTable ? 3 : 2); ++i) {
-    std::string failure;
-    const std::string result = FormOf(entity, i)->ResultOf(packet, failure);
-    fuzz::ExpectEqual(fuzz::TakeLines(), lines, "the module's lines are logged once");
-    fuzz::ExpectEqual(failure.empty(), lines.empty(), "a failure has a message");
-    if (result.empty() || result.back() != '\n') fuzz::Fail("a result ends its line", fuzz::Show(result));
-    Json::Value value;
-    if (i < 2 && !fuzz::ParseText(result, value)) fuzz::Fail("a result is JSON", fuzz::Show(result));
-    if (i != 0) continue;
+  inspect::PacketReader reader(entity);
+  inspect::PacketError error;
+  const inspect::PacketReading* reading = reader.Read(packet, error);
+  fuzz::ExpectEqual(fuzz::TakeLines(), lines, "the module's lines are logged once");
+  fuzz::ExpectEqual(reading != nullptr && reading->IsReceived(), isReceived, "what the module takes is taken");
+  if (reading == nullptr) {
+    if (error.text.empty() || *error.kind == '\0') fuzz::Fail("an error has a text", fuzz::Show(packet));
+    return;
+  }
+  fuzz::ExpectEqual(reading->failure.empty(), lines.empty(), "a failure has a text");
+  for (const inspect::DocumentForm form : kForms) {
+    if (form == inspect::DocumentForm::kTable && !withTable) continue;
+    const Json::Value value = CheckResult(entity, form, *reading);
+    if (form != inspect::DocumentForm::kFlat || !isReceived) continue;
     fuzz::ExpectEqual(fuzz::Written(value["values"]), document, "the values are the module's");
     fuzz::ExpectEqual(fuzz::Written(value["active"]["alerts"]), ActiveText(alerts), "so are the active alerts");
     fuzz::ExpectEqual(fuzz::Written(value["active"]["faults"]), ActiveText(faults), "so are the active faults");
@@ -269,7 +306,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (line.size() > 100000) continue;
     std::string hex = line;
     const size_t first = line.find_first_not_of(kBlanks);
-    if (first != std::string::npos && line[first] == '{' && !CheckJsonLine(line, hex)) continue;
+    const bool isObject =
+        first != std::string::npos && line[first] == '{' && line.find('"', first) != std::string::npos;
+    if (isObject && !CheckJsonLine(line, hex)) continue;
     fuzz::Bytes packet;
     if (CheckHex(hex, packet)) CheckPacket(entities[data[0] % entities.size()], packet, (data[1] + i) % 4 == 0);
   }

@@ -17,6 +17,7 @@
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 std::string Notification(const std::string& product) {
@@ -38,8 +39,9 @@ std::string KettleResult() {
   return line.substr(0, line.size() - 1);
 }
 
+// Without a summary.
 ToolRun DecodeKettle(std::vector<std::string> arguments, const std::string& standardInput = "") {
-  arguments.insert(arguments.begin(), {"decode", "kettle.json"});
+  arguments.insert(arguments.begin(), {"decode", "kettle.json", "--quiet"});
   return RunTool(arguments, standardInput);
 }
 
@@ -60,6 +62,9 @@ void ExpectProblem(const ToolRun& run, const std::string& out, const std::string
   EXPECT_EQ(run.err, err);
   EXPECT_EQ(run.exitCode, 1);
 }
+
+// The record of a packet with an error; `message` is plain.
+std::string ErrorRecord(const std::string& message) { return "{\"error\":\"" + message + "\"}\n"; }
 
 void ExpectUsageError(const ToolRun& run, const std::string& message) {
   EXPECT_EQ(run.out, "");
@@ -106,7 +111,7 @@ TEST_P(DecodeExample, GivesTheGoldenTable) {
 
 TEST_P(DecodeExample, GivesFlatResultsWithoutBeingAsked) {
   const std::string line = WithoutBlanks(Notification(GetParam())) + "\n";
-  ExpectFine(RunTool({"decode", GetParam() + ".json", "--entity", "0"}, line),
+  ExpectFine(RunTool({"decode", GetParam() + ".json", "--entity", "0", "--quiet"}, line),
              Golden(GetParam() + ".decode.flat.jsonl"));
 }
 
@@ -116,10 +121,13 @@ INSTANTIATE_TEST_SUITE_P(Examples, DecodeExample,
 
 // ---- The writing of packets ----
 
-TEST(DecodePacket, IsHexadecimalInAnyWriting) {
-  for (const std::string packet : {"04055a04640101", "04055A04640101", "04 05 5a 04 64 01 01", "0x04055a04640101",
-                                   "04:05:5a:04:64:01:01", "0x04, 0x05, 0x5a, 0x04, 0x64, 0x01, 0x01",
-                                   "0X04 0X05 5a 0464 01:01", "  04055a0464\t01\n01\r\n", "04 : 05 , 5a04640101"}) {
+TEST(DecodePacket, IsHexadecimalInOneWriting) {
+  for (const std::string packet :
+       {"04055a04640101", "04055A04640101", "04 05 5a 04 64 01 01", "0x04055a04640101", "04:05:5a:04:64:01:01",
+        "0x04, 0x05, 0x5a, 0x04, 0x64, 0x01, 0x01", "0X04 0X05 0x5a 0X04 0x64 0x01 0x01", "  04055a04640101\r\n",
+        "0405 5a04 6401 01", "04055a:046401:01", "04,05,5a,04,64,01,01", "04 05 5a\t04  64 01\n01",
+        "{0x04, 0x05, 0x5a, 0x04, 0x64, 0x01, 0x01}", "{ 0x04,0x05,0x5a,\n\t0x04,0x64,0x01,\n\t0x01,\n}",
+        "{04055a04640101}", "{04 05 5a 04 64 01 01 }"}) {
     ExpectFine(DecodeKettle({packet}), KettleLine());
   }
 }
@@ -129,7 +137,7 @@ TEST(DecodePacket, IsDecodedOneAfterTheOther) {
   ExpectFine(
       DecodeKettle({"04055a04640101", "03 03 50 04 6f 02 00"}),
       KettleLine() +
-          R"({"values":{"kettle":{"power":true,"program":"1","target":"80","temperature":"93.5"},"version":4.0},)"
+          R"({"command":3,"values":{"kettle":{"power":true,"program":"1","target":"80","temperature":"93.5"},"version":4.0},)"
           R"("alerts":{"Lid open":true,"Low water":false},"faults":{"Sensor broken":false},)"
           R"("active":{"alerts":{"Lid open":1},"faults":{}}})"
           "\n");
@@ -142,6 +150,7 @@ TEST(DecodePacket, IsReportedWithTheColumnAndWhatWasExpected) {
     std::string message;
   };
   const std::string second = "expected the second hexadecimal digit of a byte, found ";
+  const std::string oneLength = "expected groups of digits of one length, found ";
   for (const Case& test :
        std::vector<Case>{{"", ":1", "expected hexadecimal digits, found the end"},
                          {" \n", ":3", "expected hexadecimal digits, found the end"},
@@ -149,36 +158,65 @@ TEST(DecodePacket, IsReportedWithTheColumnAndWhatWasExpected) {
                          {"04 5 5a", ":5", second + "a blank"},
                          {"04:0g", ":5", second + "'g'"},
                          {"04xx", ":3", "expected a hexadecimal digit, found 'x'"},
-                         {"0404 0x", ":8", "expected a hexadecimal digit, found the end"},
+                         {"04055a 0x", ":8", "expected no 0x before a group, found '0'"},
+                         {"0x04 05", ":6", "expected 0x before each group, found '0'"},
+                         {"0x04 0x", ":8", "expected a hexadecimal digit, found the end"},
                          {"04::05", ":4", "expected a byte, found ':'"},
                          {":04", ":1", "expected a byte, found ':'"},
-                         {"04 05,", ":7", "expected a byte, found the end"},
-                         {"04\x1b[2J", ":3", "expected a hexadecimal digit, found '\\x1b'"},
+                         {"04,05,", ":7", "expected a byte, found the end"},
+                         {"04 05,5a", ":6", "expected a blank, as before, found ','"},
+                         {"04,05 5a", ":6", "expected a comma, as before, found a blank"},
+                         {"04:05 5a", ":6", "expected a colon, as before, found a blank"},
+                         {"04: 05", ":4", "expected a hexadecimal digit, found a blank"},
+                         {"04 05 5a04640101", ":7", oneLength + "'5'"},
+                         {"0405 5a 0464", ":9", "expected the end after a shorter group, found '0'"},
+                         {"{04 05", ":7", "expected a closing brace, found the end"},
+                         {"{04} 05", ":6", "expected the end, found '0'"},
+                         {"04 05}", ":6", "expected a hexadecimal digit, found '}'"},
                          {"04\xc3\xa4", ":3", "expected a hexadecimal digit, found a character beyond ASCII"}}) {
-    ExpectProblem(DecodeKettle({test.packet}), "", "dp4: packet 1" + test.place + ": " + test.message + "\n");
+    ExpectProblem(DecodeKettle({test.packet}), ErrorRecord(test.message),
+                  "dp4: packet 1" + test.place + ": " + test.message + "\n");
+  }
+  // An escape in a message is escaped once more in JSON.
+  ExpectProblem(DecodeKettle({"04\x1b[2J"}), ErrorRecord("expected a hexadecimal digit, found '\\\\x1b'"),
+                "dp4: packet 1:3: expected a hexadecimal digit, found '\\x1b'\n");
+}
+
+// A time of day has colons, or blanks between digits of other lengths.
+TEST(DecodePacket, IsNeverATimeWithAPacketAfterIt) {
+  for (const std::string line : {"03:15:22 04055a019f0100", "04:05:06 04 05 5a 01 9f 01 00", "03 15 22 04055a019f0100",
+                                 "0315 04055a019f0100", "2026-01-31 04055a019f0100", "04:05:06,04055a019f0100",
+                                 "04055a019f0100 # on", "# 04055a019f0100", "packet 04055a019f0100"}) {
+    const ToolRun run = DecodeKettle({}, line);
+    EXPECT_EQ(run.exitCode, 1) << line;
+    EXPECT_THAT(run.out, StartsWith("{\"error\":\"expected ")) << line;
   }
 }
 
 TEST(DecodePacket, IsRefusedWithTheReason) {
-  const std::string received = " is not received; expected 03 (read response) or 04 (notification)\n";
-  ExpectProblem(DecodeKettle({"01 07 03 4f"}), "", "dp4: packet 1: command 01" + received);
-  ExpectProblem(DecodeKettle({"0a00"}), "", "dp4: packet 1: command 0a" + received);
-  ExpectProblem(DecodeKettle({"0000"}), "", "dp4: packet 1: command 00" + received);
-  ExpectProblem(DecodeKettle({"04"}), "",
-                "dp4: packet 1: too short; expected a command byte and at least one byte of payload\n");
+  const std::string shortText = "too short; expected a command byte and at least one byte of payload";
+  ExpectProblem(DecodeKettle({"04"}), ErrorRecord(shortText), "dp4: packet 1: " + shortText + "\n");
+  for (const std::string packet : {"0a00", "0000", "ff", "05", "0e00"}) {
+    const std::string text = "command " + packet.substr(0, 2) + " is unknown; expected 01 to 04, 07, 08, 0b, 0c or 0d";
+    ExpectProblem(DecodeKettle({packet}), ErrorRecord(text), "dp4: packet 1: " + text + "\n");
+  }
 }
 
 TEST(DecodePacket, HasUpTo16384BytesOfPayload) {
   std::string packet = "04055a04640101";
   while (packet.size() < 2 * 16385) packet += "00";
-  ExpectFine(DecodeKettle({}, packet + "\n"), KettleLine());
-  ExpectProblem(DecodeKettle({}, packet + "00\n"), "",
-                "dp4: standard input:1: too long; expected a command byte and at most 16384 bytes of payload\n");
+  // What is beyond the kettle's six bytes is told.
+  const std::string surplus = R"(,"notes":[{"kind":"surplus","place":{"firstBit":48,"bits":131024}}]})";
+  const std::string line = KettleResult();
+  ExpectFine(DecodeKettle({}, packet + "\n"), line.substr(0, line.size() - 1) + surplus + "\n");
+  const std::string tooLong = "too long; expected a command byte and at most 16384 bytes of payload";
+  ExpectProblem(DecodeKettle({}, packet + "00\n"), ErrorRecord(tooLong), "dp4: standard input:1: " + tooLong + "\n");
 }
 
 TEST(DecodePacket, DoesNotKeepTheNextOnesFromBeingDecoded) {
-  ExpectProblem(DecodeKettle({"04 0g", "04055a04640101"}), KettleLine(),
-                "dp4: packet 1:5: expected the second hexadecimal digit of a byte, found 'g'\n");
+  const std::string text = "expected the second hexadecimal digit of a byte, found 'g'";
+  ExpectProblem(DecodeKettle({"04 0g", "04055a04640101"}), ErrorRecord(text) + KettleLine(),
+                "dp4: packet 1:5: " + text + "\n");
 }
 
 TEST(DecodePacket, WithBlanksNeedsQuotationMarks) {
@@ -188,11 +226,20 @@ TEST(DecodePacket, WithBlanksNeedsQuotationMarks) {
 
 // ---- Packets that do not decode as a whole ----
 
-// The result that the application would get is still printed.
+// What the application would be told comes out all the same.
+// The kettle's places: bits 7, 6 to 5, 8 to 15 and 16 to 31, 39, 38 and 47, with bit 0 the highest of byte 0.
 TEST(DecodeFailure, OfABoolLosesTheEntity) {
   const ToolRun run = DecodeKettle({"04 03 50 04 6f 02"});
   ExpectProblem(run,
-                "{\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},\"faults\":{}}}\n",
+                R"({"command":4,"values":{"version":4.0},"alerts":{},"faults":{},"active":{"alerts":{},"faults":{}},)"
+                R"("notes":[{"kind":"not-reached","name":"power","place":{"firstBit":7,"bits":1}},)"
+                R"({"kind":"not-reached","name":"program","place":{"firstBit":5,"bits":2}},)"
+                R"({"kind":"not-reached","name":"target","place":{"firstBit":8,"bits":8}},)"
+                R"({"kind":"not-reached","name":"temperature","place":{"firstBit":16,"bits":16}},)"
+                R"({"kind":"not-reached","name":"low_water","place":{"firstBit":39,"bits":1}},)"
+                R"({"kind":"not-reached","name":"lid_open","place":{"firstBit":38,"bits":1}},)"
+                R"({"kind":"short","name":"sensor","place":{"firstBit":47,"bits":1}}]})"
+                "\n",
                 "dp4: packet 1: \"sensor\" unreadable: Decode value is invalid. (expected 6 bytes of payload, found "
                 "5)\n");
   EXPECT_EQ(DecodeKettle({"04 03 50 04 6f 02", "--document", "decoded"}).out, "{}\n");
@@ -201,10 +248,18 @@ TEST(DecodeFailure, OfABoolLosesTheEntity) {
 TEST(DecodeFailure, OfAnEnumKeepsWhatCameBefore) {
   const std::string err =
       "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n";
-  ExpectProblem(DecodeKettle({"04 07 50 04 6f 02 00"}),
-                "{\"values\":{\"kettle\":{\"power\":true},\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{"
-                "\"alerts\":{},\"faults\":{}}}\n",
-                err);
+  ExpectProblem(
+      DecodeKettle({"04 07 50 04 6f 02 00"}),
+      R"({"command":4,"values":{"kettle":{"power":true},"version":4.0},"alerts":{},"faults":{},"active":{)"
+      R"("alerts":{},"faults":{}},)"
+      R"("notes":[{"kind":"no-item","name":"program","place":{"firstBit":5,"bits":2},"raw":3,"min":0,"max":2},)"
+      R"({"kind":"not-reached","name":"target","place":{"firstBit":8,"bits":8}},)"
+      R"({"kind":"not-reached","name":"temperature","place":{"firstBit":16,"bits":16}},)"
+      R"({"kind":"not-reached","name":"low_water","place":{"firstBit":39,"bits":1}},)"
+      R"({"kind":"not-reached","name":"lid_open","place":{"firstBit":38,"bits":1}},)"
+      R"({"kind":"not-reached","name":"sensor","place":{"firstBit":47,"bits":1}}]})"
+      "\n",
+      err);
   ExpectProblem(DecodeKettle({"04 07 50 04 6f 02 00", "--document", "decoded"}),
                 "{\"kettle\":{\"power\":{\"type\":1,\"value\":true}}}\n", err);
 }
@@ -239,13 +294,15 @@ TEST(DecodeFailure, IsToldInTheTable) {
                 "5)\n");
 }
 
-// A number outside its limits is left out without logging; only the table shows it.
+// A number that its limits refuse is left out without a line of the module; the notes and the table tell.
 TEST(DecodeFailure, IsNoneWhereANumberIsLeftOut) {
-  ExpectFine(DecodeKettle({"04 00 79 04 6f 00 00"}),
-             R"({"values":{"kettle":{"power":false,"program":"0","temperature":"93.5"},"version":4.0},)"
-             R"("alerts":{"Lid open":false,"Low water":false},"faults":{"Sensor broken":false},)"
-             R"("active":{"alerts":{},"faults":{}}})"
-             "\n");
+  ExpectFine(
+      DecodeKettle({"04 00 79 04 6f 00 00"}),
+      R"({"command":4,"values":{"kettle":{"power":false,"program":"0","temperature":"93.5"},"version":4.0},)"
+      R"("alerts":{"Lid open":false,"Low water":false},"faults":{"Sensor broken":false},)"
+      R"("active":{"alerts":{},"faults":{}},)"
+      R"("notes":[{"kind":"out-of-range","name":"target","place":{"firstBit":8,"bits":8},"raw":121,"min":0,"max":120}]})"
+      "\n");
   EXPECT_THAT(DecodeKettle({"04 00 79 04 6f 00 00", "--document", "table"}).out,
               HasSubstr("target         writable   1        79            left out: raw 121, expected 0 to 120\n"));
   const std::string unusable = R"({"id": 0, "name": "n", "display_name": "", "desc": "", "type": "status_readonly",
@@ -260,9 +317,11 @@ TEST(DecodeFailure, IsNoneWhereThePayloadEndsBeforeANumber) {
       "data_type": "uint8", "uint_spec": {"min": 0, "max": 9, "ratio": 1, "addition": 0},
       "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}})";
   const std::string attributes = Attribute("on", "", "status_readonly", 0) + ", " + late;
-  ExpectFine(DecodeWith(Configuration("box", attributes), {"0401"}),
-             "{\"values\":{\"box\":{\"on\":true},\"version\":4.0},\"alerts\":{},\"faults\":{},"
-             "\"active\":{\"alerts\":{},\"faults\":{}}}\n");
+  ExpectFine(
+      DecodeWith(Configuration("box", attributes), {"0401"}),
+      R"({"command":4,"values":{"box":{"on":true},"version":4.0},"alerts":{},"faults":{},)"
+      R"("active":{"alerts":{},"faults":{}},"notes":[{"kind":"short","name":"late","place":{"firstBit":8,"bits":8}}]})"
+      "\n");
   ExpectFine(DecodeWith(Configuration("box", attributes), {"0401", "--document", "table"}),
              "packet 1: notification, box, 1 byte of payload\n"
              "\n"
@@ -277,7 +336,9 @@ TEST(DecodeFailure, MayBeThePlaces) {
   ExpectProblem(
       DecodeWith(Configuration("box", Attribute("wide", "", "status_readonly", 0, R"("data_type": "bool")", 2)),
                  {"0400"}),
-      "{\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},\"faults\":{}}}\n",
+      R"({"command":4,"values":{"version":4.0},"alerts":{},"faults":{},"active":{"alerts":{},"faults":{}},)"
+      R"("notes":[{"kind":"not-reached","name":"wide"}]})"
+      "\n",
       "dp4: packet 1: \"wide\" unreadable: Decode value is invalid. (nothing can be read from its place; dp4 "
       "lint tells why)\n");
 }
@@ -296,9 +357,9 @@ TEST(DecodeLog, ShowsTheModulesLines) {
 TEST(DecodeFlat, HasTheLaterOfTwoAlertsOfOneName) {
   const std::string twins = Attribute("a", "Hot", "alert", 0) + ", " + Attribute("b", "Hot", "alert", 1);
   ExpectFine(DecodeWith(Configuration("box", twins), {"0401", "0402"}),
-             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{\"Hot\":false},\"faults\":{},"
+             "{\"command\":4,\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{\"Hot\":false},\"faults\":{},"
              "\"active\":{\"alerts\":{},\"faults\":{}}}\n"
-             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{\"Hot\":true},\"faults\":{},"
+             "{\"command\":4,\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{\"Hot\":true},\"faults\":{},"
              "\"active\":{\"alerts\":{\"Hot\":1},\"faults\":{}}}\n");
 }
 
@@ -306,7 +367,7 @@ TEST(DecodeFlat, HasTheLaterOfTwoAlertsOfOneName) {
 TEST(DecodeFlat, HasNoAlertThatAStatusReplaces) {
   const std::string attributes = Attribute("a", "Hot", "alert", 0) + ", " + Attribute("Hot", "", "status_readonly", 1);
   ExpectFine(DecodeWith(Configuration("box", attributes), {"0401"}),
-             "{\"values\":{\"box\":{\"Hot\":false},\"version\":4.0},\"alerts\":{},\"faults\":{},"
+             "{\"command\":4,\"values\":{\"box\":{\"Hot\":false},\"version\":4.0},\"alerts\":{},\"faults\":{},"
              "\"active\":{\"alerts\":{},\"faults\":{}}}\n");
   const ToolRun table = DecodeWith(Configuration("box", attributes), {"0401", "--document", "table"});
   EXPECT_EQ(table.out,
@@ -322,14 +383,15 @@ TEST(DecodeFlat, HasNoAlertThatAStatusReplaces) {
 TEST(DecodeFlat, HasTheFaultThatReplacesAnAlert) {
   const std::string attributes = Attribute("a", "Hot", "alert", 0) + ", " + Attribute("b", "Hot", "fault", 0);
   ExpectFine(DecodeWith(Configuration("box", attributes), {"0401"}),
-             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{},\"faults\":{\"Hot\":true},"
+             "{\"command\":4,\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{},\"faults\":{\"Hot\":true},"
              "\"active\":{\"alerts\":{},\"faults\":{\"Hot\":1}}}\n");
 }
 
 // The version takes the entity's place.
 TEST(DecodeFlat, HasNothingOfAnEntityCalledVersion) {
   ExpectFine(DecodeWith(Configuration("version", Attribute("a", "Hot", "alert", 0)), {"0401"}),
-             "{\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},\"faults\":{}}}\n");
+             "{\"command\":4,\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},"
+             "\"faults\":{}}}\n");
 }
 
 TEST(DecodeFlat, KeepsAnAlertsOwnValueBesideTheActiveInteger) {
@@ -338,23 +400,26 @@ TEST(DecodeFlat, KeepsAnAlertsOwnValueBesideTheActiveInteger) {
       "data_type": "uint8", "uint_spec": {"min": 0, "max": 255, "ratio": 0.5, "addition": 0},
       "position": {"byte_offset": 0, "bit_offset": 0, "unit": "byte", "len": 1}})";
   ExpectFine(DecodeWith(Configuration("box", level), {"0405", "0401"}),
-             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{},\"faults\":{\"Level\":\"2.5\"},"
+             "{\"command\":4,\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{},\"faults\":{\"Level\":\"2.5\"},"
              "\"active\":{\"alerts\":{},\"faults\":{\"Level\":2}}}\n"
-             "{\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{},\"faults\":{\"Level\":\"0.5\"},"
+             "{\"command\":4,\"values\":{\"box\":{},\"version\":4.0},\"alerts\":{},\"faults\":{\"Level\":\"0.5\"},"
              "\"active\":{\"alerts\":{},\"faults\":{}}}\n");
 }
 
 TEST(DecodeFlat, HasNothingOfAnEntityWithoutAttributes) {
   ExpectFine(DecodeWith(Configuration("box", ""), {"0401"}),
-             "{\"values\":{\"version\":4.0},\"alerts\":{},\"faults\":{},\"active\":{\"alerts\":{},\"faults\":{}}}\n");
+             R"({"command":4,"values":{"version":4.0},"alerts":{},"faults":{},"active":{"alerts":{},"faults":{}},)"
+             R"("notes":[{"kind":"surplus","place":{"firstBit":0,"bits":8}}]})"
+             "\n");
 }
 
 TEST(DecodeText, IsEscaped) {
   const std::string attributes = Attribute("a", R"(Hot\u001b[2J\n\u009b\"\\x)", "alert", 0);
   const ToolRun flat = DecodeWith(Configuration("box", attributes), {"0401"});
-  ExpectFine(flat, R"({"values":{"box":{},"version":4.0},"alerts":{"Hot\u001b[2J\n\u009b\"\\x":true},"faults":{},)"
-                   R"("active":{"alerts":{"Hot\u001b[2J\n\u009b\"\\x":1},"faults":{}}})"
-                   "\n");
+  ExpectFine(
+      flat, R"({"command":4,"values":{"box":{},"version":4.0},"alerts":{"Hot\u001b[2J\n\u009b\"\\x":true},"faults":{},)"
+            R"("active":{"alerts":{"Hot\u001b[2J\n\u009b\"\\x":1},"faults":{}}})"
+            "\n");
   const ToolRun table = DecodeWith(Configuration("box", attributes), {"0401", "--document", "table"});
   EXPECT_THAT(table.out, HasSubstr(R"(Hot\x1b[2J\n\u009b"\\x  alert  0.0    1     true   active)"));
 }
@@ -375,20 +440,24 @@ TEST(DecodeStream, HasAPacketALine) {
 }
 
 TEST(DecodeStream, ReportsBadLinesByNumberAndGoesOn) {
-  ExpectProblem(DecodeKettle({}, "04055a04640101\n\nhello\n04\n04055a04640101\n0405 5\n"), KettleLine() + KettleLine(),
-                "dp4: standard input:3:1: expected a hexadecimal digit, found 'h'\n"
-                "dp4: standard input:4: too short; expected a command byte and at least one byte of payload\n"
-                "dp4: standard input:6:7: expected the second hexadecimal digit of a byte, found the end\n");
+  const std::string digit = "expected a hexadecimal digit, found 'h'";
+  const std::string shortText = "too short; expected a command byte and at least one byte of payload";
+  const std::string second = "expected the second hexadecimal digit of a byte, found the end";
+  ExpectProblem(DecodeKettle({}, "04055a04640101\n\nhello\n04\n04055a04640101\n0405 5\n"),
+                KettleLine() + ErrorRecord(digit) + ErrorRecord(shortText) + KettleLine() + ErrorRecord(second),
+                "dp4: standard input:3:1: " + digit + "\ndp4: standard input:4: " + shortText +
+                    "\ndp4: standard input:6:7: " + second + "\n");
 }
 
 TEST(DecodeStream, PassesOverLinesThatAreTooLong) {
-  const std::string limit = "expected a line of at most 1048576 bytes\n";
+  const std::string limit = "expected a line of at most 1048576 bytes";
   ExpectProblem(DecodeKettle({}, std::string(5000000, 'a') + "\n04055a04640101\n" + std::string(1048577, '0')),
-                KettleLine(), "dp4: standard input:1: " + limit + "dp4: standard input:3: " + limit);
+                ErrorRecord(limit) + KettleLine() + ErrorRecord(limit),
+                "dp4: standard input:1: " + limit + "\ndp4: standard input:3: " + limit + "\n");
   // One byte less is a line like any other.
+  const std::string tooLong = "too long; expected a command byte and at most 16384 bytes of payload";
   ExpectProblem(DecodeKettle({}, std::string(1048576 - 14, ' ') + "04055a04640101\n04" + std::string(1048574, '0')),
-                KettleLine(),
-                "dp4: standard input:2: too long; expected a command byte and at most 16384 bytes of payload\n");
+                KettleLine() + ErrorRecord(tooLong), "dp4: standard input:2: " + tooLong + "\n");
 }
 
 TEST(DecodeStream, HasATableForEachPacket) {
@@ -398,6 +467,7 @@ TEST(DecodeStream, HasATableForEachPacket) {
   const std::string first = golden.substr(0, golden.find("\n\nPLACE") + 1);
   EXPECT_THAT(run.out, StartsWith("line 1" + first.substr(first.find(':')) +
                                   "\nline 3: notification, kettle, 4 bytes of payload\n\n"));
+  EXPECT_THAT(run.out, Not(HasSubstr("line 2")));
 }
 
 TEST(DecodeStream, CannotShareStandardInputWithTheConfiguration) {
@@ -458,18 +528,33 @@ TEST(DecodeJsonLine, KeepsTheOthersAsTheyAreSpelt) {
 TEST(DecodeJsonLine, IsReportedWithItsPlace) {
   struct Case {
     std::string line;
-    std::string report;
+    std::string place;
+    std::string message;
+    std::string record;  // with an E where the message stands
   };
+  const std::string member = R"(expected a member "packet", a string of hexadecimal digits)";
+  const std::string memberRecord = R"({"error":"expected a member \"packet\", a string of hexadecimal digits"})";
   for (const Case& test : std::vector<Case>{
-           {R"({"packet": 4})", ":1: expected a member \"packet\", a string of hexadecimal digits"},
-           {R"({"Packet": "04"})", ":1: expected a member \"packet\", a string of hexadecimal digits"},
-           {R"({"n": 1, "packet": "04 0g"})", ":25: expected the second hexadecimal digit of a byte, found 'g'"},
-           {R"({"packet": "02"})", ": too short; expected a command byte and at least one byte of payload"},
-           {R"({"packet": "0201"})",
-            ": command 02 is not received; expected 03 (read response) or 04 (notification)"}}) {
-    ExpectProblem(DecodeKettle({}, "\n" + test.line + "\n04055a04640101\n"), KettleLine(),
-                  "dp4: standard input:2" + test.report + "\n");
+           {R"({"packet": 4})", ":1", member, memberRecord},
+           {R"({"Packet": "04"})", ":1", member, memberRecord},
+           {R"({"n": 1, "packet": "04 0g"})", ":25", "expected the second hexadecimal digit of a byte, found 'g'",
+            R"({"n": 1, "packet": {"error":"expected the second hexadecimal digit of a byte, found 'g'"}})"},
+           {R"({"packet": "04", "n": 1})", "", "too short; expected a command byte and at least one byte of payload",
+            R"({"packet": {"error":"too short; expected a command byte and at least one byte of payload"}, "n": 1})"},
+           {R"({"packet": "0501"})", "", "command 05 is unknown; expected 01 to 04, 07, 08, 0b, 0c or 0d",
+            R"({"packet": {"error":"command 05 is unknown; expected 01 to 04, 07, 08, 0b, 0c or 0d"}})"}}) {
+    ExpectProblem(DecodeKettle({}, "\n" + test.line + "\n04055a04640101\n"), test.record + "\n" + KettleLine(),
+                  "dp4: standard input:2" + test.place + ": " + test.message + "\n");
   }
+}
+
+// The record keeps its line's other members, whatever the packet's member is called.
+TEST(DecodeJsonLine, HasItsPacketInTheMemberThatIsAskedFor) {
+  ExpectFine(DecodeKettle({"--member", "data"}, R"({"packet": 7, "data": "04055a04640101", "time": 1})"),
+             R"({"packet": 7, "data": )" + KettleResult() + ", \"time\": 1}\n");
+  EXPECT_THAT(DecodeKettle({"--member", "data"}, R"({"packet": "04055a04640101"})").err,
+              HasSubstr(":1: expected a member \"data\", a string of hexadecimal digits\n"));
+  EXPECT_EQ(DecodeKettle({"--member", "data", "--line", "time"}).exitCode, 2);
 }
 
 TEST(DecodeJsonLine, IsStrictJson) {
@@ -479,12 +564,12 @@ TEST(DecodeJsonLine, IsStrictJson) {
         R"({'packet': '04055a04640101'})"}) {
     const ToolRun run = DecodeKettle({}, line);
     EXPECT_EQ(run.exitCode, 1) << line;
-    EXPECT_EQ(run.out, "") << line;
+    EXPECT_THAT(run.out, StartsWith("{\"error\":\"not JSON: ")) << line;
     EXPECT_THAT(run.err, StartsWith("dp4: standard input:1:")) << line;
     EXPECT_THAT(run.err, HasSubstr(": not JSON: ")) << line;
   }
-  ExpectProblem(DecodeKettle({}, "{\"packet\": " + std::string(5000, '[') + std::string(5000, ']') + "}"), "",
-                "dp4: standard input:1:1: not JSON: nested too deep\n");
+  ExpectProblem(DecodeKettle({}, "{\"packet\": " + std::string(5000, '[') + std::string(5000, ']') + "}"),
+                ErrorRecord("not JSON: nested too deep"), "dp4: standard input:1:1: not JSON: nested too deep\n");
 }
 
 // ---- Long streams ----
@@ -508,7 +593,7 @@ std::string Tenths(long tenths) {
 
 std::string LongResult(size_t i) {
   const bool isOpen = i % 100 == 0;
-  return R"({"values":{"kettle":{"power":true,"program":"2","target":"85","temperature":")" +
+  return R"({"command":4,"values":{"kettle":{"power":true,"program":"2","target":"85","temperature":")" +
          Tenths(static_cast<long>(i % 1501) - 200) + R"("},"version":4.0},"alerts":{"Lid open":)" +
          (isOpen ? "true" : "false") + R"(,"Low water":false},"faults":{"Sensor broken":false},"active":{"alerts":{)" +
          (isOpen ? R"("Lid open":1)" : "") + R"(},"faults":{}}})";
@@ -543,7 +628,8 @@ TEST(DecodeStream, PassesNothingThroughThatIsNoJson) {
       "byte; last read: '\"\\xff'\n"
       "dp4: standard input:4:2: not JSON: syntax error while parsing object key - invalid literal; last read: "
       "'{/'; expected string literal\n");
-  EXPECT_EQ(run.out.compare(0, 40, "{\"v\":-0.5e3,\"\\\"/\":\"01\",\"packet\":{\"values"), 0) << run.out;
+  EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 5) << run.out;
+  EXPECT_THAT(run.out, HasSubstr("}\n{\"v\":-0.5e3,\"\\\"/\":\"01\",\"packet\":{\"command"));
   EXPECT_EQ(run.exitCode, 1);
 }
 
@@ -552,7 +638,7 @@ TEST(DecodeStream, TakesNoPlusAndNothingBehindANul) {
   const std::string packet = R"("packet": "04055a019f0100"})";
   const ToolRun run =
       DecodeKettle({}, "{\"at\": +1, " + packet + "\n{" + packet + std::string(1, '\0') + " \"more\"\n");
-  EXPECT_EQ(run.out, "");
+  EXPECT_THAT(run.out, Not(HasSubstr("command")));
   EXPECT_EQ(
       run.err,
       "dp4: standard input:1:8: not JSON: syntax error while parsing value - invalid literal; last read: "

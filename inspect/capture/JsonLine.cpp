@@ -35,24 +35,27 @@ std::string WithoutControls(const std::string& json) {
 
 }  // namespace
 
-bool ReadJsonLine(const std::string& text, JsonLine& parts, HexError& error) {
+bool ReadJsonLine(const std::string& text, const std::string& member, JsonLine& parts, HexError& error) {
   std::string line = text;
   std::replace_if(line.begin(), line.end(), IsControl, ' ');
-  Json::Value object;
+  Json::Value value;
   json::SyntaxError problem;
-  if (!json::ReadStrict(line, object, problem)) {
+  if (!json::ReadStrict(line, value, problem)) {
     error = {problem.place.column, "not JSON: " + Escaped(problem.message)};
     return false;
   }
-  if (!object.isObject() || !object["packet"].isString()) {
-    error = {1, "expected a member \"packet\", a string of hexadecimal digits"};
+  const Json::Value& object = value;
+  if (!object.isObject() || !object[member].isString()) {
+    error = {1, "expected a member " + InQuotes(member) + ", a string of hexadecimal digits"};
     return false;
   }
-  const Json::Value& packet = object["packet"];
+  const Json::Value& packet = object[member];
+  const Json::Value& time = object["time"];
   parts.hasOthers = object.size() > 1;
   parts.before = WithoutControls(text.substr(0, static_cast<size_t>(packet.getOffsetStart())));
   parts.after = WithoutControls(text.substr(static_cast<size_t>(packet.getOffsetLimit())));
   parts.packet = packet.asString();
+  parts.time = time.isString() || time.isNumeric() ? time.asString() : "";
   return true;
 }
 

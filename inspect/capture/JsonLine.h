@@ -1,4 +1,4 @@
-// Lines of a capture that are JSON objects with a packet among their members.
+// Lines of a capture that are JSON objects, with a packet in one of their members.
 
 #ifndef MORVIX_INSPECT_CAPTURE_JSON_LINE_H
 #define MORVIX_INSPECT_CAPTURE_JSON_LINE_H
@@ -14,11 +14,12 @@ struct JsonLine {
   std::string before;      // the text around the value of the packet, without control characters
   std::string packet;
   std::string after;
+  std::string time;  // of a member "time", as text; empty when there is none
 };
 
 // Control characters, which JSON forbids, are read as blanks and shown as escapes. False, with `error` and its column,
-// when the line is not a JSON object with a string "packet".
-bool ReadJsonLine(const std::string& line, JsonLine& parts, HexError& error);
+// when the line is not a JSON object whose member of this name is a string.
+bool ReadJsonLine(const std::string& line, const std::string& member, JsonLine& parts, HexError& error);
 
 }  // namespace morvix::inspect
 

@@ -74,4 +74,16 @@ std::string CompactText(const Json::Value& value) {
   return text.str();
 }
 
+void AppendString(std::string_view text, std::string& json) {
+  const bool isPlain =
+      std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+  if (isPlain) {
+    json += '"';
+    json += text;
+    json += '"';
+  } else {
+    json += CompactText(Json::Value(text.data(), text.data() + text.size()));
+  }
+}
+
 }  // namespace morvix::inspect::json

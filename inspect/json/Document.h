@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace morvix::inspect::json {
@@ -61,6 +62,9 @@ bool Parse(const std::string& text, const Json::CharReaderBuilder& builder, Json
 
 // JSON on one line, without a line feed.
 std::string CompactText(const Json::Value& value);
+
+// Appends a text as a JSON string.
+void AppendString(std::string_view text, std::string& json);
 
 }  // namespace morvix::inspect::json
 

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <iterator>
-
 namespace morvix::inspect {
 
 std::string PlaceText(const BitRange& bits) {
@@ -44,15 +42,25 @@ std::string ContentText(const BitRange& bits, const unsigned char* payload) {
 }
 
 uint64_t RawValue(const BitRange& bits, const unsigned char* payload) {
+  constexpr uint64_t kWordBytes = 8;
   uint64_t raw = 0;
-  for (uint64_t bit = bits.begin; bit < bits.end; ++bit) raw = raw << 1 | (BitAt(payload, bit) ? 1 : 0);
-  return raw;
+  if (bits.EndByte() - bits.FirstByte() > kWordBytes) {
+    for (uint64_t bit = bits.begin; bit < bits.end; ++bit) raw = raw << 1 | (BitAt(payload, bit) ? 1 : 0);
+    return raw;
+  }
+  for (size_t at = bits.FirstByte(); at < bits.EndByte(); ++at) raw = raw << 8 | payload[at];
+  return raw >> (uint64_t{8} * bits.EndByte() - bits.end) & bits.MaxValue();
 }
 
 std::string HexText(const unsigned char* data, size_t size) {
+  constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
   text.reserve(3 * size);
-  for (size_t i = 0; i < size; ++i) fmt::format_to(std::back_inserter(text), i == 0 ? "{:02x}" : " {:02x}", data[i]);
+  for (size_t i = 0; i < size; ++i) {
+    if (i != 0) text += ' ';
+    text += kDigits[data[i] >> 4];
+    text += kDigits[data[i] & 15];
+  }
   return text;
 }
 

@@ -7,10 +7,12 @@
 #include <cstdlib>
 #include <iterator>
 #include <map>
+#include <new>
 #include <utility>
 
 #include "host/Base64.h"
 #include "host/Logging.h"
+#include "inspect/json/Document.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 #include "inspect/text/Format.h"
@@ -19,9 +21,8 @@ namespace morvix::inspect {
 
 namespace {
 
-const char kTableKey[] =
-    "\nFLAG is the attribute's bit in the flag bitmap. PLACE counts bytes of the payload, or byte.bit with bit 0 the "
-    "lowest.\n";
+const char kFlagKey[] = "FLAG is the attribute's bit in the flag bitmap. ";
+const char kPlaceKey[] = "PLACE counts bytes of the payload, or byte.bit with bit 0 the lowest.\n";
 constexpr size_t kValueColumns = 32;
 constexpr size_t kBitsColumns = 47;  // 16 bytes
 
@@ -29,28 +30,37 @@ bool IsDone(const EncodedValue& value) { return value.result.outcome == MorvixPr
 
 bool IsRefused(const EncodedValue& value) { return !EncodeLine(*value.field->attribute, value.result).empty(); }
 
-// Has the module encode some of the values, into a payload as long as with all of them.
+// Encodes a part of the values, in a payload of the same length as that of all. The module makes a write; in what a
+// device sends, every value stands where decoding reads it, which writing does not do in every bit group.
 class PartialEncoder {
  public:
-  PartialEncoder(const EntityModel& entity, const Values& values)
-      : info_(entity.Info()), all_(entity.Writing().records), document_(values.Document()), first_(all_) {
+  PartialEncoder(const EntityModel& entity, const Direction& direction, const Values& values)
+      : info_(entity.Info()),
+        direction_(direction),
+        isWrite_(&direction == &entity.Writing()),
+        document_(values.Document()),
+        first_(direction.records) {
     const Json::Value* given = document_.find(info_.name.data(), info_.name.data() + info_.name.size());
     while (given != nullptr && given->isMember(unused_.name)) unused_.name += '-';
     unused_.data_type = MorvixProtocolDataTypeBinary_4_0;
-    unused_.position.len = static_cast<int32_t>(entity.Writing().payloadBytes);
+    unused_.position.len = static_cast<int32_t>(direction.payloadBytes);
   }
 
   // The payload with one value, and the result of encoding it.
   Bytes EncodeAlone(size_t index, Result& result) const {
     std::vector<Result> results;
-    Bytes payload = Encode({all_[index], unused_}, results);
+    Bytes written = Encode({direction_.records[index], unused_}, results);
     result = results[0];
+    if (isWrite_ || result.outcome != MorvixProtocolOutcomeDone_4_0) return written;
+    Bytes payload(direction_.payloadBytes);
+    Place(direction_.fields[index], result, written, payload);
     return payload;
   }
 
   // The payload with the values of the first `count` attributes.
   Bytes EncodeFirst(size_t count) {
-    for (size_t i = 0; i < first_.size(); ++i) first_[i].name = i < count ? all_[i].name : unused_.name;
+    if (!isWrite_) return PlaceFirst(count);
+    for (size_t i = 0; i < first_.size(); ++i) first_[i].name = i < count ? direction_.records[i].name : unused_.name;
     std::vector<Result> results;
     return Encode(first_, results);
   }
@@ -63,8 +73,36 @@ class PartialEncoder {
     return {package.value, package.value + package.sizeValue};
   }
 
+  // The bytes of a binary are taken from what the module wrote of it alone.
+  static void Place(const Field& field, const Result& result, const Bytes& written, Bytes& payload) {
+    const BitRange& bits = field.bits;
+    if (IsBinary(*field.attribute)) {
+      std::copy(written.data() + bits.FirstByte(), written.data() + bits.EndByte(), payload.data() + bits.FirstByte());
+      return;
+    }
+    uint64_t raw = result.raw;
+    for (uint64_t bit = bits.end; bit > bits.begin; raw >>= 1) {
+      --bit;
+      byte& place = payload[static_cast<size_t>(bit / 8)];
+      const auto mask = static_cast<byte>(0x80 >> bit % 8);
+      place = static_cast<byte>((place & ~mask) | ((raw & 1) != 0 ? mask : 0));
+    }
+  }
+
+  Bytes PlaceFirst(size_t count) const {
+    Bytes payload(direction_.payloadBytes);
+    for (size_t i = 0; i < count; ++i) {
+      std::vector<Result> results;
+      const Bytes written = Encode({direction_.records[i], unused_}, results);
+      const bool isDone = results[0].outcome == MorvixProtocolOutcomeDone_4_0;
+      if (isDone) Place(direction_.fields[i], results[0], written, payload);
+    }
+    return payload;
+  }
+
   const MorvixProtocolEntity_4_0& info_;
-  const std::vector<Attribute>& all_;
+  const Direction& direction_;
+  const bool isWrite_;
   const Json::Value& document_;
   std::vector<Attribute> first_;
   Attribute unused_;  // as long as the payload, and never given a value
@@ -73,7 +111,7 @@ class PartialEncoder {
 // For a value of a kind that the data type does not accept.
 std::string KindsTaken(const Attribute& attribute) {
   if (IsBool(attribute)) return "a bool takes an integer of 32 bits, true, false or decimal text";
-  if (IsEnum(attribute)) return "an enum takes an item's index, an integer of 32 bits or decimal text";
+  if (IsEnum(attribute)) return "an enum takes an item or its index";
   if (IsBinary(attribute)) return "a binary takes base64 text in quotation marks";
   return fmt::format("a {} takes a number or the text of one", DataTypeName(attribute.data_type));
 }
@@ -168,36 +206,65 @@ std::string PartText(const char* name, const byte* data, size_t size) {
 
 }  // namespace
 
+const Direction& DirectionOf(const EntityModel& entity, MorvixProtocolCommand_4_0 command) {
+  const bool isWrite = command == MorvixProtocolCommandWriteReq_4_0 || command == MorvixProtocolCommandCCWriteReq_4_0;
+  return isWrite ? entity.Writing() : entity.Reading();
+}
+
 Encoding::Encoding(const EntityModel& entity, std::string entityText, const Values& values,
                    MorvixProtocolOwnedPackage_4_0 package)
-    : entity_(entity), entityText_(std::move(entityText)), package_(std::move(package)) {
-  const Direction& writing = entity.Writing();
-  const size_t payloadBytes = writing.payloadBytes;
-  if (payloadBytes > MorvixProtocolMaxPayloadBytes_4_0 || FlagBytes(writing) > MorvixProtocolMaxFlagBytes_4_0) {
-    throw InputError(fmt::format("{} takes {} of payload for its {} writable attributes, more than a packet can hold",
-                                 entityText_, Count(payloadBytes, "byte"), writing.records.size()));
+    : entity_(entity),
+      direction_(DirectionOf(entity, package.cmd)),
+      entityText_(std::move(entityText)),
+      areValuesTold_(!values.Problems().empty()),
+      package_(std::move(package)) {
+  const size_t payloadBytes = direction_.payloadBytes;
+  if (payloadBytes > MorvixProtocolMaxPayloadBytes_4_0 ||
+      (IsWrite() && FlagBytes(direction_) > MorvixProtocolMaxFlagBytes_4_0)) {
+    throw InputError(fmt::format("{} takes {} of payload for its {}{} attributes, more than a packet can hold",
+                                 entityText_, Count(payloadBytes, "byte"), direction_.records.size(),
+                                 IsWrite() ? " writable" : ""));
   }
-  ProtocolEncodeAttributes_4_0(entity.Info(), writing.records, package_, values.Document());
-  const PartialEncoder encoder(entity, values);
-  for (const Field& field : writing.fields) {
+  PartialEncoder encoder(entity, direction_, values);
+  if (IsWrite()) ProtocolEncodeAttributes_4_0(entity.Info(), direction_.records, package_, values.Document());
+  for (const Field& field : direction_.fields) {
     const Attribute& attribute = *field.attribute;
     values_.push_back({&field, {}, {}, false, "left out: no value"});
     if (values.Of(attribute) == nullptr) continue;
     EncodedValue& value = values_.back();
     value.given = values.SourceOf(attribute);
     encoder.EncodeAlone(field.flag, value.result);
+    if (!IsWrite() && IsDone(value) && field.bits.IsEmpty()) {
+      value.result.outcome = MorvixProtocolOutcomeRefusedByPlace_4_0;
+    }
     value.note = IsDone(value) ? "" : "left out: " + KindsTaken(attribute);
     if (IsRefused(value)) {
       value.note =
           fmt::format("refused: {} ({})", EncodeLine(attribute, value.result), ExpectedText(attribute, value.result));
     }
   }
+  const bool isAnyDone = std::any_of(values_.begin(), values_.end(), IsDone);
+  if (!IsWrite() && isAnyDone && std::none_of(values_.begin(), values_.end(), IsRefused)) {
+    const Bytes payload = encoder.EncodeFirst(values_.size());
+    package_.value = static_cast<byte*>(std::malloc(payload.size()));
+    if (package_.value == nullptr) throw std::bad_alloc();
+    package_.sizeValue = payload.size();
+    std::copy(payload.begin(), payload.end(), package_.value);
+  }
   if (HasPacket()) NoteWritten(values);
+}
+
+// The module packs requests only; what a device sends is its command and the payload.
+Bytes Encoding::Packet() const {
+  if (IsWrite()) return PackPackage(package_);
+  Bytes packet = {static_cast<byte>(package_.cmd)};
+  packet.insert(packet.end(), package_.value, package_.value + package_.sizeValue);
+  return packet;
 }
 
 // Writing one attribute can change the bits of another.
 void Encoding::NoteWritten(const Values& values) {
-  PartialEncoder encoder(entity_, values);
+  PartialEncoder encoder(entity_, direction_, values);
   const auto contentOf = [this](size_t index, const byte* payload) {
     return ContentText(values_[index].field->bits, payload);
   };
@@ -259,37 +326,78 @@ std::vector<std::string> Encoding::Problems() const {
       problems.push_back(textOf(value));
     if (refused == nullptr && IsRefused(value)) refused = &value;
   }
-  if (HasPacket()) return problems;
-  const char* reason = entity_.Writing().payloadBytes == 0
-                           ? "No data will encode."
-                           : "no value to encode for it; expected one of a writable attribute";
+  if (HasPacket() || (refused == nullptr && areValuesTold_)) return problems;
+  const std::string reason = direction_.payloadBytes == 0 ? "No data will encode."
+                                                          : std::string("no value to encode for it; expected one of ") +
+                                                                (IsWrite() ? "a writable" : "an") + " attribute";
   problems.push_back(refused != nullptr ? textOf(*refused) : entityText_ + ": " + reason);
   return problems;
 }
 
 std::string Encoding::PartsText() const {
   const Bytes packet = Packet();
-  const size_t subDidBytes = packet.size() - 1 - package_.sizeFlags - package_.sizeValue;
+  const size_t flagBytes = IsWrite() ? package_.sizeFlags : 0;
+  const size_t subDidBytes = packet.size() - 1 - flagBytes - package_.sizeValue;
   return PartText("command", packet.data(), 1) + PartText("sub-device", packet.data() + 1, subDidBytes) +
-         PartText("flags", package_.flags, package_.sizeFlags) +
-         PartText("payload", package_.value, package_.sizeValue);
+         PartText("flags", package_.flags, flagBytes) + PartText("payload", package_.value, package_.sizeValue);
 }
 
 std::string Encoding::TableText(bool isSent, bool color) const {
-  std::vector<TableRow> rows = {HeadingRow({"FLAG", "NAME", "VALUE", "PLACE", "BITS", "NOTE"})};
+  TableRow heading = HeadingRow({"FLAG", "NAME", "VALUE", "PLACE", "BITS", "NOTE"});
+  if (!IsWrite()) heading.erase(heading.begin());
+  std::vector<TableRow> rows = {heading};
   for (const EncodedValue& value : values_) {
     const BitRange& bits = value.field->bits;
     const bool isWritten = IsDone(value);
-    std::string flag = std::to_string(value.field->flag);
-    if (isSent) flag += BitAt(package_.flags, FlagBit(entity_.Writing(), value.field->flag)) ? " = 1" : " = 0";
-    rows.push_back({{flag},
-                    {NameText(value.field->attribute->name)},
+    TableRow row = {{NameText(value.field->attribute->name)},
                     {Shortened(Escaped(value.given.text), kValueColumns)},
                     {PlaceText(bits)},
                     {isWritten && isSent ? Shortened(ContentText(bits, package_.value), kBitsColumns) : ""},
-                    {isWritten && !isSent && !value.isAltered ? "not sent" : value.note}});
+                    {isWritten && !isSent && !value.isAltered ? "not sent" : value.note}};
+    if (IsWrite()) {
+      std::string flag = std::to_string(value.field->flag);
+      if (isSent) flag += BitAt(package_.flags, FlagBit(direction_, value.field->flag)) ? " = 1" : " = 0";
+      row.insert(row.begin(), {flag});
+    }
+    rows.push_back(std::move(row));
   }
-  return AlignedTable(rows, color) + kTableKey;
+  return AlignedTable(rows, color) + '\n' + (IsWrite() ? kFlagKey : "") + kPlaceKey;
+}
+
+std::string Encoding::JsonText(bool isSent, const std::vector<std::string>& problems) const {
+  const auto quoted = [](const std::string& text) {
+    std::string json;
+    json::AppendString(text, json);
+    return json;
+  };
+  std::string text = fmt::format("{{\"command\":{}", static_cast<int>(package_.cmd));
+  if (package_.needInsertSubDid != 0) text += fmt::format(",\"subDevice\":{}", package_.subDid);
+  if (isSent) {
+    const Bytes packet = Packet();
+    text += fmt::format(",\"packet\":\"{}\"", HexText(packet.data(), packet.size()));
+    if (IsWrite()) text += fmt::format(",\"flags\":\"{}\"", HexText(package_.flags, package_.sizeFlags));
+    text += fmt::format(",\"payload\":\"{}\"", HexText(package_.value, package_.sizeValue));
+  }
+  text += ",\"attributes\":[";
+  for (const EncodedValue& value : values_) {
+    const BitRange& bits = value.field->bits;
+    if (&value != values_.data()) text += ',';
+    text += "{\"name\":" + quoted(value.field->attribute->name);
+    if (IsWrite()) text += fmt::format(",\"flag\":{}", value.field->flag);
+    if (!value.given.source.empty()) text += ",\"value\":" + quoted(value.given.text);
+    if (!bits.IsEmpty()) {
+      text += fmt::format(R"(,"place":{{"firstBit":{},"bits":{}}})", bits.begin, bits.Length());
+    }
+    if (IsDone(value) && isSent) {
+      if (!IsBinary(*value.field->attribute)) text += fmt::format(",\"raw\":{}", RawValue(bits, package_.value));
+      text += ",\"bits\":" + quoted(ContentText(bits, package_.value));
+    }
+    if (!value.note.empty()) text += ",\"note\":" + quoted(value.note);
+    text += '}';
+  }
+  text += "],\"problems\":[";
+  for (const std::string& problem : problems) text += (&problem == problems.data() ? "" : ",") + quoted(problem);
+  return text + "]}\n";
 }
 
 }  // namespace morvix::inspect

@@ -1,4 +1,4 @@
-// Encodes a write and explains the result for each value.
+// What becomes of each value of a packet that is made, and its explanation for people and programs.
 
 #ifndef MORVIX_INSPECT_PACKETS_ENCODING_H
 #define MORVIX_INSPECT_PACKETS_ENCODING_H
@@ -11,7 +11,7 @@
 
 namespace morvix::inspect {
 
-// One writable attribute in a write.
+// One attribute in a packet that is made.
 struct EncodedValue {
   const Field* field;
   Result result;           // of this value alone, whatever the earlier results
@@ -20,17 +20,20 @@ struct EncodedValue {
   std::string note;        // explanation; empty when there is nothing to explain
 };
 
-// A write of the values, made by the module.
+// The attributes that a packet with this command carries: the writable ones of a write, or all of what a device sends.
+const Direction& DirectionOf(const EntityModel& entity, MorvixProtocolCommand_4_0 command);
+
+// A packet with the values: a write, which the module makes, or what a device would send.
 class Encoding {
  public:
-  // Messages call the entity `entityText`. `package` holds the command and the sub-device. The module's lines are
-  // logged. Throws InputError when no packet can hold the entity's writable attributes. The entity outlives it.
+  // `entityText` is what messages call the entity; `package` holds the command and the sub-device. The module's lines
+  // of a write are logged. Throws InputError when no packet can hold the entity's attributes. The entity outlives it.
   Encoding(const EntityModel& entity, std::string entityText, const Values& values,
            MorvixProtocolOwnedPackage_4_0 package);
 
-  // Whether there is a packet: at least one value was written and none was refused.
+  // Whether there is a packet: a value was taken and none refused.
   bool HasPacket() const { return package_.sizeValue != 0; }
-  Bytes Packet() const { return PackPackage(package_); }
+  Bytes Packet() const;
 
   // One line for each value that is left out or altered, and one for the reason why there is no packet.
   std::vector<std::string> Problems() const;
@@ -38,14 +41,23 @@ class Encoding {
   // The parts of the packet, byte by byte.
   std::string PartsText() const;
 
-  // Every writable attribute with its flag, value, place and bits. `isSent` is false when the packet is not output.
+  // Every attribute with its flag in a write, value, place and bits. `isSent` is false when the packet is not given
+  // out.
   std::string TableText(bool isSent, bool color) const;
+
+  // Both as one line of JSON, with the problems: {"command", "subDevice", "packet", "flags", "payload", "attributes":
+  // [{"name", "flag", "value", "place": {"firstBit", "bits"}, "raw", "bits", "note"}], "problems"}, with what applies.
+  // Bytes are in hexadecimal. "value" is as it was given; "raw" and "bits" are in the packet.
+  std::string JsonText(bool isSent, const std::vector<std::string>& problems) const;
 
  private:
   void NoteWritten(const Values& values);
+  bool IsWrite() const { return &direction_ == &entity_.Writing(); }
 
   const EntityModel& entity_;
+  const Direction& direction_;
   std::string entityText_;
+  bool areValuesTold_;  // that some were not taken has been told
   MorvixProtocolOwnedPackage_4_0 package_;
   std::vector<EncodedValue> values_;
 };

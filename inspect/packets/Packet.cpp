@@ -2,8 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <charconv>
+#include <array>
 #include <iterator>
 
 #include "host/Base64.h"
@@ -16,36 +15,132 @@ namespace morvix::inspect {
 
 namespace {
 
-std::string Found(const std::string& text, size_t at) {
+std::string Found(std::string_view text, size_t at) {
   if (at >= text.size()) return "the end";
   if (IsBlank(text[at])) return "a blank";
   if ((text[at] & 0x80) != 0) return "a character beyond ASCII";
   return "'" + Escaped(text.substr(at, 1)) + "'";
 }
 
-bool FailAt(const std::string& text, size_t at, const std::string& expected, HexError& error) {
-  error = {at + 1, "expected " + expected + ", found " + Found(text, at)};
-  return false;
+constexpr byte kNoDigit = 0xff;
+
+// The value of each character as a hexadecimal digit.
+constexpr std::array<byte, 256> kDigitValues = [] {
+  std::array<byte, 256> values{};
+  for (size_t c = 0; c < values.size(); ++c) {
+    values[c] = static_cast<byte>(c >= '0' && c <= '9'   ? c - '0'
+                                  : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                                  : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                                         : kNoDigit);
+  }
+  return values;
+}();
+
+byte DigitAt(std::string_view text, size_t at) {
+  return at < text.size() ? kDigitValues[static_cast<unsigned char>(text[at])] : kNoDigit;
 }
 
-// Parses the adjacent digits from `at` on and moves `at` to their end.
-bool ParseDigits(const std::string& text, size_t& at, Bytes& bytes, HexError& error) {
-  if (text.compare(at, 2, "0x") == 0 || text.compare(at, 2, "0X") == 0) at += 2;
-  do {
-    const char* first = text.data() + at;
-    unsigned value = 0;
-    const auto digits = std::from_chars(first, first + std::min<size_t>(text.size() - at, 2), value, 16).ptr - first;
-    if (digits == 0) return FailAt(text, at, "a hexadecimal digit", error);
-    if (digits == 1) return FailAt(text, at + 1, "the second hexadecimal digit of a byte", error);
-    bytes.push_back(static_cast<byte>(value));
-    at += 2;
-  } while (at < text.size() && !IsBlank(text[at]) && text[at] != ':' && text[at] != ',');
-  return true;
-}
+// Reads one text. Each step moves on in it, or sets the error.
+class HexParser {
+ public:
+  HexParser(std::string_view text, Bytes& bytes, HexError& error) : text_(text), bytes_(bytes), error_(error) {}
 
-std::string CArrayText(const Bytes& packet) {
+  bool Parse() {
+    bytes_.clear();
+    SkipBlanks();
+    if (IsAt('{')) {
+      isBraced_ = true;
+      ++at_;
+      SkipBlanks();
+    }
+    if (at_ == text_.size()) return Fail("hexadecimal digits");
+    for (bool isFirst = true;; isFirst = false) {
+      if (!ParseGroup(isFirst)) return false;
+      bool isEnd = false;
+      if (!ParseSeparator(isFirst, isEnd)) return false;
+      if (isEnd) return true;
+    }
+  }
+
+ private:
+  enum class Separator { kBlanks, kColon, kComma };
+
+  bool IsAt(char c) const { return at_ < text_.size() && text_[at_] == c; }
+
+  void SkipBlanks() {
+    while (at_ < text_.size() && IsBlank(text_[at_])) ++at_;
+  }
+
+  bool Fail(const char* expected) {
+    error_ = {at_ + 1, fmt::format("expected {}, found {}", expected, Found(text_, at_))};
+    return false;
+  }
+
+  bool ParseGroup(bool isFirst) {
+    const size_t begin = at_;
+    const bool hasPrefix = IsAt('0') && at_ + 1 < text_.size() && (text_[at_ + 1] == 'x' || text_[at_ + 1] == 'X');
+    if (!isFirst && hasPrefix != hasPrefix_) return Fail(hasPrefix_ ? "0x before each group" : "no 0x before a group");
+    hasPrefix_ = hasPrefix;
+    if (hasPrefix) at_ += 2;
+    if (DigitAt(text_, at_) == kNoDigit) return Fail(IsAt(':') || IsAt(',') ? "a byte" : "a hexadecimal digit");
+    const size_t first = at_;
+    for (byte high = DigitAt(text_, at_); high != kNoDigit; high = DigitAt(text_, at_)) {
+      const byte low = DigitAt(text_, ++at_);
+      if (low == kNoDigit) return Fail("the second hexadecimal digit of a byte");
+      bytes_.push_back(static_cast<byte>(high << 4 | low));
+      ++at_;
+    }
+    const size_t length = at_ - first;
+    if (isFirst) groupLength_ = length;
+    if (length > groupLength_ || isShort_) {
+      at_ = begin;
+      return Fail(isShort_ ? "the end after a shorter group" : "groups of digits of one length");
+    }
+    isShort_ = length < groupLength_;
+    return true;
+  }
+
+  bool ParseSeparator(bool isFirst, bool& isEnd) {
+    const size_t begin = at_;
+    SkipBlanks();
+    const bool isComma = IsAt(',');
+    const bool isColon = IsAt(':') && at_ == begin;
+    if (isComma || isColon) ++at_;
+    if (isComma) SkipBlanks();
+    if (at_ == text_.size() || (isBraced_ && IsAt('}') && !isColon)) return ParseEnd(isComma || isColon, isEnd);
+    if (!isComma && !isColon && at_ == begin) return Fail("a hexadecimal digit");
+    const Separator separator = isComma ? Separator::kComma : isColon ? Separator::kColon : Separator::kBlanks;
+    if (isFirst) separator_ = separator;
+    if (separator == separator_) return true;
+    at_ = begin;
+    return Fail(separator_ == Separator::kBlanks  ? "a blank, as before"
+                : separator_ == Separator::kColon ? "a colon, as before"
+                                                  : "a comma, as before");
+  }
+
+  bool ParseEnd(bool isAfterMark, bool& isEnd) {
+    if (!isBraced_) return isAfterMark ? Fail("a byte") : (isEnd = true);
+    if (!IsAt('}')) return Fail("a closing brace");
+    ++at_;
+    SkipBlanks();
+    isEnd = at_ == text_.size();
+    return isEnd || Fail("the end");
+  }
+
+  const std::string_view text_;
+  Bytes& bytes_;
+  HexError& error_;
+  size_t at_ = 0;
+  bool isBraced_ = false;
+  bool hasPrefix_ = false;
+  bool isShort_ = false;    // a group has been shorter than the first
+  size_t groupLength_ = 0;  // of the first
+  Separator separator_ = Separator::kBlanks;
+};
+
+std::string CArrayText(const Bytes& packet, std::string_view name) {
   constexpr size_t kBytesPerLine = 12;
-  std::string text = fmt::format("const unsigned char packet[{}] = {{", packet.size());
+  std::string text = fmt::format("const unsigned char {}[{}] = {{", name, packet.size());
   for (size_t i = 0; i < packet.size(); ++i) {
     fmt::format_to(std::back_inserter(text), "{}0x{:02x},", i % kBytesPerLine == 0 ? "\n    " : " ", packet[i]);
   }
@@ -54,24 +149,13 @@ std::string CArrayText(const Bytes& packet) {
 
 }  // namespace
 
-bool ParseHex(const std::string& text, Bytes& bytes, HexError& error) {
-  bytes.clear();
-  bool isByteDue = true;  // at the start and after a mark
-  for (size_t at = 0;;) {
-    while (at < text.size() && IsBlank(text[at])) ++at;
-    if (at == text.size()) {
-      if (!isByteDue) return true;
-      return FailAt(text, at, bytes.empty() ? "hexadecimal digits" : "a byte", error);
-    }
-    if (text[at] == ':' || text[at] == ',') {
-      if (isByteDue) return FailAt(text, at, "a byte", error);
-      isByteDue = true;
-      ++at;
-      continue;
-    }
-    if (!ParseDigits(text, at, bytes, error)) return false;
-    isByteDue = false;
-  }
+bool ParseHex(std::string_view text, Bytes& bytes, HexError& error) { return HexParser(text, bytes, error).Parse(); }
+
+const char* CommandName(uint32_t command) {
+  static constexpr const char* kNames[] = {nullptr, "write",  "read",      "read-response", "notify",
+                                           nullptr, nullptr,  "cc-write",  "cc-read",       nullptr,
+                                           nullptr, "cc-add", "cc-delete", "cc-list"};
+  return command < std::size(kNames) ? kNames[command] : nullptr;
 }
 
 std::string Base64Text(const byte* data, size_t size) {
@@ -79,10 +163,10 @@ std::string Base64Text(const byte* data, size_t size) {
   return __internal_base64_encode(text.data(), static_cast<uint32_t>(text.size()), data, size);
 }
 
-std::string PacketText(const Bytes& packet, PacketForm form) {
+std::string PacketText(const Bytes& packet, PacketForm form, std::string_view name) {
   switch (form) {
     case PacketForm::kCArray:
-      return CArrayText(packet);
+      return CArrayText(packet, name);
     case PacketForm::kBase64:
       return Base64Text(packet.data(), packet.size()) + '\n';
     case PacketForm::kBinary:
@@ -90,6 +174,19 @@ std::string PacketText(const Bytes& packet, PacketForm form) {
     default:
       return HexText(packet.data(), packet.size()) + '\n';
   }
+}
+
+std::string CComment(std::string_view text) {
+  std::string comment = "/*\n";
+  bool isLineStart = true;
+  for (const char c : text) {
+    if (isLineStart && c != '\n') comment += ' ';
+    const bool isMark = (c == '/' && comment.back() == '*') || (c == '*' && comment.back() == '/');
+    if (isMark) comment += ' ';
+    comment += c;
+    isLineStart = c == '\n';
+  }
+  return comment + (isLineStart ? " */\n" : "\n */\n");
 }
 
 Bytes PackPackage(const MorvixProtocolPackage_4_0& package) {

@@ -3,212 +3,379 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <map>
-#include <set>
-#include <utility>
 
-#include "host/Logging.h"
-#include "inspect/packets/Reading.h"
+#include "inspect/json/Document.h"
+#include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 #include "inspect/text/Format.h"
+#include "inspect/text/Similar.h"
 
 namespace morvix::inspect {
 
 namespace {
 
+using json::AppendString;
 using json::CompactText;
 
-// ---- decoded ----
+const std::string kVersion = "version";
+
+void AppendNumber(uint64_t number, std::string& out) {
+  char digits[24];
+  out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+
+std::string JsonText(const std::string& text) {
+  std::string json;
+  AppendString(text, json);
+  return json;
+}
+
+// A text as it comes back from JSON: bytes that are not UTF-8 are replaced there.
+std::string ThroughJson(const std::string& text) {
+  const std::string json = JsonText(text);
+  if (json.size() == text.size() + 2 && json.find('\\') == std::string::npos) return text;
+  Json::Value value;
+  json::SyntaxError error;
+  return json::Parse("[" + json + "]", Json::CharReaderBuilder(), value, error) ? value[0].asString() : text;
+}
+
+// Which attributes are told, and how.
+class Selection {
+ public:
+  Selection(const EntityModel& entity, const FormOptions& options) : hasItems_(options.hasItems) {
+    std::vector<std::string> known;
+    std::vector<std::string> keys;
+    for (const Field* field : entity.Fields()) {
+      const Attribute& attribute = *field->attribute;
+      isWanted_.resize(std::max(isWanted_.size(), field->element + 1));
+      isWanted_[field->element] = options.only.empty() || Contains(options.only, attribute.name) ||
+                                  Contains(options.only, DocumentKey(attribute));
+      known.push_back(attribute.name);
+      keys.push_back(DocumentKey(attribute));
+    }
+    for (const std::string& name : options.only) {
+      if (Contains(known, name) || Contains(keys, name)) continue;
+      throw InputError(fmt::format("--only {}: no attribute of {} is called so{}", Escaped(name),
+                                   InQuotes(entity.Info().name), KnownNames(name, known)));
+    }
+  }
+
+  bool IsWanted(const Field& field) const { return isWanted_[field.element]; }
+
+  // The text of a told value, with the names of items where they are wanted.
+  std::string_view TextOf(const Field& field, const FieldValue& value) const {
+    const bool isItem = hasItems_ && IsEnum(*field.attribute);
+    return isItem ? field.attribute->enumList[static_cast<size_t>(value.result.raw)] : std::string_view(value.text);
+  }
+
+  void AppendValue(const Field& field, const FieldValue& value, std::string& out) const {
+    if (IsBool(*field.attribute)) {
+      out += value.text;
+    } else {
+      AppendString(TextOf(field, value), out);
+    }
+  }
+
+ private:
+  bool hasItems_;
+  std::vector<bool> isWanted_;
+};
+
+// ---- Documents ----
+
+// An attribute in a document.
+struct Item {
+  const Field* field;
+  std::string key;    // what tells it from others in the document
+  std::string start;  // `"key":`
+  bool hasRival;      // the next item has the same key and, if it is told, replaces this one
+};
+
+// The attributes in the order of a document: by key, and of equal keys the one that stays is the last.
+std::vector<Item> ItemsInOrder(const EntityModel& entity, std::string (*keyText)(const std::string&)) {
+  std::vector<Item> items;
+  for (const Field& field : entity.Reading().fields) {
+    const std::string& key = DocumentKey(*field.attribute);
+    items.push_back({&field, keyText(key), JsonText(key) + ':', false});
+  }
+  std::stable_sort(items.begin(), items.end(), [](const Item& left, const Item& right) {
+    if (left.key != right.key) return left.key < right.key;
+    return DocumentKey(*left.field->attribute) < DocumentKey(*right.field->attribute);
+  });
+  for (size_t i = 0; i + 1 < items.size(); ++i) items[i].hasRival = items[i].key == items[i + 1].key;
+  return items;
+}
+
+bool IsReplaced(const PacketReading& reading, const std::vector<Item>& items, size_t index) {
+  while (items[index].hasRival) {
+    if (reading.IsTold(*items[++index].field)) return true;
+  }
+  return false;
+}
+
+// Calls `take` for each item that the document has.
+template <typename Take>
+void ForEachTold(const PacketReading& reading, const std::vector<Item>& items, Take take) {
+  for (size_t i = 0; i < items.size(); ++i) {
+    if (reading.IsTold(*items[i].field) && !IsReplaced(reading, items, i)) take(items[i]);
+  }
+}
+
+bool IsAnyTold(const PacketReading& reading) {
+  const std::vector<Field>& fields = reading.direction->fields;
+  return std::any_of(fields.begin(), fields.end(), [&](const Field& field) { return reading.IsTold(field); });
+}
+
+void AppendNotes(const PacketReading& reading, const Selection& selection, std::string& out) {
+  bool isFirst = true;
+  for (const Note& note : reading.notes) {
+    if (note.field != nullptr && !selection.IsWanted(*note.field)) continue;
+    out += isFirst ? ",\"notes\":[" : ",";
+    isFirst = false;
+    fmt::format_to(std::back_inserter(out), R"({{"kind":"{}")", NoteName(note.kind));
+    if (note.field != nullptr) {
+      out += ",\"name\":";
+      AppendString(note.field->attribute->name, out);
+    }
+    if (!note.place.IsEmpty()) {
+      fmt::format_to(std::back_inserter(out), R"(,"place":{{"firstBit":{},"bits":{}}})", note.place.begin,
+                     note.place.Length());
+    }
+    if (note.kind == NoteKind::kOutOfRange) {
+      const Scaling& scaling = note.field->attribute->uint_spec;
+      fmt::format_to(std::back_inserter(out), R"(,"raw":{},"min":{},"max":{})", note.raw, scaling.min, scaling.max);
+    }
+    if (note.kind == NoteKind::kNoItem) {
+      const size_t items = note.field->attribute->enumList.size();
+      fmt::format_to(std::back_inserter(out), R"(,"raw":{})", note.raw);
+      if (items != 0) fmt::format_to(std::back_inserter(out), R"(,"min":0,"max":{})", items - 1);
+    }
+    out += '}';
+  }
+  if (!isFirst) out += ']';
+}
+
+class Flat : public ResultForm {
+ public:
+  Flat(const EntityModel& entity, const FormOptions& options)
+      : selection_(entity, options),
+        items_(ItemsInOrder(entity, ThroughJson)),
+        entityName_(ThroughJson(entity.Info().name)),
+        entityStart_(JsonText(entity.Info().name) + ":{") {}
+
+  size_t Append(const PacketReading& reading, std::string& out) override {
+    out += "{\"command\":";
+    AppendNumber(reading.command, out);
+    const size_t start = out.size();
+    if (reading.IsReceived()) {
+      AppendReceived(reading, out);
+    } else {
+      AppendRequest(reading, out);
+    }
+    if (!reading.notes.empty()) AppendNotes(reading, selection_, out);
+    out += '}';
+    return start;
+  }
+
+ private:
+  void AppendReceived(const PacketReading& reading, std::string& out) {
+    alerts_.clear();
+    faults_.clear();
+    activeAlerts_.clear();
+    activeFaults_.clear();
+    // The document's version replaces an entity of this name.
+    const bool isEntity = entityName_ != kVersion && IsAnyTold(reading);
+    const bool isBeforeVersion = entityName_ < kVersion;
+    out += isEntity && isBeforeVersion ? ",\"values\":{" : ",\"values\":{\"version\":4.0";
+    if (isEntity) {
+      if (!isBeforeVersion) out += ',';
+      out += entityStart_;
+      bool isFirst = true;
+      ForEachTold(reading, items_, [&](const Item& item) {
+        if (!selection_.IsWanted(*item.field)) return;
+        const Group group = item.field->attribute->type;
+        if (group == MorvixProtocolTypeAlert_4_0) return AppendListed(item, reading, alerts_, activeAlerts_);
+        if (group == MorvixProtocolTypeFault_4_0) return AppendListed(item, reading, faults_, activeFaults_);
+        if (!isFirst) out += ',';
+        isFirst = false;
+        AppendItem(item, reading, out);
+      });
+      out += isBeforeVersion ? "},\"version\":4.0" : "}";
+    }
+    out += "},\"alerts\":{";
+    out += alerts_;
+    out += "},\"faults\":{";
+    out += faults_;
+    out += "},\"active\":{\"alerts\":{";
+    out += activeAlerts_;
+    out += "},\"faults\":{";
+    out += activeFaults_;
+    out += "}}";
+  }
+
+  void AppendItem(const Item& item, const PacketReading& reading, std::string& out) const {
+    out += item.start;
+    selection_.AppendValue(*item.field, reading.values[item.field->flag], out);
+  }
+
+  void AppendListed(const Item& item, const PacketReading& reading, std::string& list, std::string& active) const {
+    if (!list.empty()) list += ',';
+    AppendItem(item, reading, list);
+    const int32_t integer = ActiveInteger(*item.field->attribute, reading.values[item.field->flag]);
+    if (integer == 0) return;
+    if (!active.empty()) active += ',';
+    active += item.start;
+    active += std::to_string(integer);
+  }
+
+  void AppendRequest(const PacketReading& reading, std::string& out) const {
+    if (reading.subDevice) out += ",\"subDevice\":" + std::to_string(*reading.subDevice);
+    if (reading.direction == nullptr) return;
+    std::string values;
+    char separator = '[';
+    out += ",\"set\":";
+    std::map<std::string_view, const Field*> lastOfName;  // two attributes of one name have one value in a document
+    for (const Field& field : reading.direction->fields) {
+      if (reading.IsTold(field)) lastOfName[field.attribute->name] = &field;
+    }
+    for (const Field& field : reading.direction->fields) {
+      const FieldValue& value = reading.values[field.flag];
+      if (value.result.outcome == MorvixProtocolOutcomeAbsent_4_0 || !selection_.IsWanted(field)) continue;
+      out += separator;
+      separator = ',';
+      AppendString(field.attribute->name, out);
+      if (!reading.IsTold(field) || lastOfName[field.attribute->name] != &field) continue;
+      if (!values.empty()) values += ',';
+      AppendString(field.attribute->name, values);
+      values += ':';
+      selection_.AppendValue(field, value, values);
+    }
+    if (separator == '[') out += '[';
+    out += "],\"values\":{" + entityStart_ + values + "}}";
+  }
+
+  const Selection selection_;
+  const std::vector<Item> items_;
+  const std::string entityName_;
+  const std::string entityStart_;
+  // Kept for their memory.
+  std::string alerts_;
+  std::string faults_;
+  std::string activeAlerts_;
+  std::string activeFaults_;
+};
 
 class Decoded : public ResultForm {
  public:
-  explicit Decoded(const EntityModel& entity) : entity_(entity) {}
+  Decoded(const EntityModel& entity, const FormOptions& options)
+      : selection_(entity, options),
+        items_(ItemsInOrder(entity, [](const std::string& key) { return key; })),
+        entityStart_("{" + JsonText(entity.Info().name) + ":{") {}
 
-  std::string ResultOf(const Bytes& packet, std::string& failure) override {
-    const PacketReading reading = ReadPacket(entity_, packet);
-    failure = FailureText(entity_, reading, packet);
-    return CompactText(reading.document) + '\n';
+  bool Takes(const PacketReading& reading) const override { return reading.IsReceived(); }
+
+  size_t Append(const PacketReading& reading, std::string& out) override {
+    const size_t start = out.size();
+    if (!IsAnyTold(reading)) {
+      out += "{}";
+      return start;
+    }
+    out += entityStart_;
+    bool isFirst = true;
+    ForEachTold(reading, items_, [&](const Item& item) {
+      if (!selection_.IsWanted(*item.field)) return;
+      if (!isFirst) out += ',';
+      isFirst = false;
+      out += item.start;
+      out += "{\"type\":";
+      AppendNumber(item.field->attribute->type, out);
+      out += ",\"value\":";
+      selection_.AppendValue(*item.field, reading.values[item.field->flag], out);
+      out += '}';
+    });
+    out += "}}";
+    return start;
   }
 
  private:
-  const EntityModel& entity_;
-};
-
-// ---- flat ----
-
-// One pass gives the values and what is active. The alerts and faults that are not active are read from their places,
-// as long as each has one and a key of its own; otherwise they come from the decoded document.
-class Flat : public ResultForm {
- public:
-  explicit Flat(const EntityModel& entity)
-      : entity_(entity),
-        alerts_(FieldsOf(MorvixProtocolTypeAlert_4_0)),
-        faults_(FieldsOf(MorvixProtocolTypeFault_4_0)),
-        isSeparable_(IsSeparable()) {}
-
-  std::string ResultOf(const Bytes& packet, std::string& failure) override {
-    activeAlerts_.clear();
-    activeFaults_.clear();
-    bool isWhole = false;
-    {
-      const LogCapture capture;
-      static_cast<void>(ProtocolReceivePacket_4_0(entity_.Info(), entity_.Reading().records, packet.data(),
-                                                  packet.size(), document_, activeAlerts_, activeFaults_));
-      isWhole = capture.Lines().empty();
-    }
-    document_.erase(document_.find_last_not_of('\n') + 1);
-    std::string alerts;
-    std::string faults;
-    failure.clear();
-    if (isWhole && isSeparable_) {
-      alerts = ListText(alerts_, packet);
-      faults = ListText(faults_, packet);
-    } else {
-      PacketReading reading = ReadPacket(entity_, packet);
-      failure = FailureText(entity_, reading, packet);
-      reading.document["version"] = 4.0;
-      Json::Value alertList;
-      Json::Value faultList;
-      ProtocolConvertReceiveResult_4_0(CompactText(reading.document), alertList, faultList);
-      alerts = TextByName(alertList);
-      faults = TextByName(faultList);
-    }
-    return fmt::format("{{\"values\":{},\"alerts\":{},\"faults\":{},\"active\":{{\"alerts\":{},\"faults\":{}}}}}\n",
-                       document_, alerts, faults, ActiveText(activeAlerts_), ActiveText(activeFaults_));
-  }
-
- private:
-  // Fields with their keys as JSON strings.
-  using KeyedFields = std::vector<std::pair<std::string, const Field*>>;
-
-  // In the order of a document.
-  KeyedFields FieldsOf(Group group) const {
-    std::map<std::string, const Field*> fields;
-    for (const Field& field : entity_.Reading().fields) {
-      if (field.attribute->type == group) fields[field.attribute->display_name] = &field;
-    }
-    KeyedFields keyed;
-    for (const auto& [name, field] : fields) keyed.emplace_back(CompactText(name), field);
-    return keyed;
-  }
-
-  bool IsSeparable() const {
-    std::set<std::string> keys;  // as output: keys that are not UTF-8 may become equal there
-    for (const Field& field : entity_.Reading().fields) {
-      const bool isNew = keys.insert(CompactText(DocumentKey(*field.attribute))).second;
-      if (!isNew || (IsAlertOrFault(*field.attribute) && field.bitsInLonger.IsEmpty())) return false;
-    }
-    return entity_.Info().name != "version";
-  }
-
-  // The values by name, of a packet that was decoded to its end.
-  static std::string ListText(const KeyedFields& fields, const Bytes& packet) {
-    std::string text = "{";
-    const byte* payload = packet.data() + 1;
-    for (const auto& [key, field] : fields) {
-      const BitRange& bits = field->bitsInLonger;
-      if (bits.EndByte() > packet.size() - 1) continue;
-      const bool isNumeric = !IsBinary(*field->attribute);
-      const Result result{MorvixProtocolOutcomeDone_4_0, isNumeric ? RawValue(bits, payload) : 0};
-      const std::string value = ValueText(*field, result, payload);
-      if (value.empty()) continue;  // its scaling refuses the raw value
-      const char* quote = IsBool(*field->attribute) ? "" : "\"";
-      text += fmt::format("{}{}:{}{}{}", text.size() == 1 ? "" : ",", key, quote, value, quote);
-    }
-    return text + '}';
-  }
-
-  static std::string TextByName(const Json::Value& list) {
-    Json::Value values(Json::objectValue);
-    for (const Json::Value& item : list) values[item["name"].asString()] = item["value"];
-    return CompactText(values);
-  }
-
-  static std::string ActiveText(const std::vector<TavelReceiveInfo>& active) {
-    std::string text = "{";
-    for (const TavelReceiveInfo& info : active) {
-      text += fmt::format("{}{}:{}", text.size() == 1 ? "" : ",", CompactText(info.name), info.value);
-    }
-    return text + '}';
-  }
-
-  const EntityModel& entity_;
-  const KeyedFields alerts_;
-  const KeyedFields faults_;
-  const bool isSeparable_;
-  // Kept for their memory.
-  std::string document_;
-  std::vector<TavelReceiveInfo> activeAlerts_;
-  std::vector<TavelReceiveInfo> activeFaults_;
+  const Selection selection_;
+  const std::vector<Item> items_;
+  const std::string entityStart_;
 };
 
 // ---- table ----
 
 class Table : public ResultForm {
  public:
-  Table(const EntityModel& entity, bool color) : entity_(entity), color_(color) {}
-
-  std::string ResultOf(const Bytes& packet, std::string& failure) override {
-    const PacketReading reading = ReadPacket(entity_, packet);
-    failure = FailureText(entity_, reading, packet);
-    const std::set<std::string> active = ActiveKeys(packet);
-    std::map<std::string, size_t> lastOfKey;
-    for (const Field& field : entity_.Reading().fields) {
-      if (IsTold(reading, field)) lastOfKey[DocumentKey(*field.attribute)] = field.flag;
-    }
-    std::vector<TableRow> rows = {HeadingRow({"NAME", "GROUP", "PLACE", "BITS", "VALUE", "NOTE"})};
-    for (const Field& field : entity_.Reading().fields) {
-      rows.push_back(RowOf(field, packet, reading, active, lastOfKey));
-    }
-    const bool isNotification = reading.command == MorvixProtocolCommandNotifyResp_4_0;
-    return fmt::format("{}, {}, {} of payload\n\n{}", isNotification ? "notification" : "read response",
-                       NameText(entity_.Info().name), Count(packet.size() - 1, "byte"), AlignedTable(rows, color_));
+  Table(const EntityModel& entity, const FormOptions& options)
+      : entity_(entity),
+        selection_(entity, options),
+        color_(options.color),
+        items_(ItemsInOrder(entity, [](const std::string& key) { return key; })),
+        ranks_(items_.size()) {
+    for (size_t i = 0; i < items_.size(); ++i) ranks_[items_[i].field->flag] = i;
   }
+
+  size_t Append(const PacketReading& reading, std::string& out) override {
+    out += TitleOf(reading);
+    const size_t start = out.size();
+    if (reading.direction == nullptr) return start;
+    std::vector<TableRow> rows = {HeadingRow({"NAME", "GROUP", "PLACE", "BITS", "VALUE", "NOTE"})};
+    rows.reserve(reading.direction->fields.size() + 1);
+    for (const Field& field : reading.direction->fields) {
+      if (selection_.IsWanted(field)) rows.push_back(RowOf(field, reading));
+    }
+    out += '\n';
+    out += AlignedTable(rows, color_);
+    return start;
+  }
+
+  void AppendError(std::string_view /*error*/, std::string& /*out*/) const override {}
 
  private:
   static constexpr size_t kBitsColumns = 47;  // 16 bytes
   static constexpr size_t kValueColumns = 48;
 
-  // Whether the decoded document has this field's value: an unreadable bool or binary removes all values of the entity.
-  static bool IsTold(const PacketReading& reading, const Field& field) {
-    if (reading.results[field.flag].outcome != MorvixProtocolOutcomeDone_4_0) return false;
-    return reading.culprit == nullptr || (IsEnum(*reading.culprit->attribute) && field.flag < reading.culprit->flag);
+  std::string TitleOf(const PacketReading& reading) const {
+    const bool isNotification = reading.command == MorvixProtocolCommandNotifyResp_4_0;
+    const bool isReceived = reading.IsReceived();
+    std::string title = isNotification ? "notification" : isReceived ? "read response" : CommandName(reading.command);
+    if (!isReceived) title += " request";
+    if (reading.direction != nullptr) title += ", " + NameText(entity_.Info().name);
+    if (reading.subDevice) title += fmt::format(", sub-device {}", *reading.subDevice);
+    if (reading.direction != nullptr) title += ", " + Count(reading.payloadBytes, "byte") + " of payload";
+    return title + "\n";
   }
 
-  // Alerts and faults; within one entity their names are distinct.
-  std::set<std::string> ActiveKeys(const Bytes& packet) const {
-    const LogCapture silent;  // these lines have already been logged
-    std::string document;
-    std::vector<TavelReceiveInfo> active;
-    static_cast<void>(ProtocolReceivePacket_4_0(entity_.Info(), entity_.Reading().records, packet.data(), packet.size(),
-                                                document, active, active));
-    std::set<std::string> keys;
-    for (const TavelReceiveInfo& info : active) keys.insert(info.name);
-    return keys;
-  }
-
-  TableRow RowOf(const Field& field, const Bytes& packet, const PacketReading& reading,
-                 const std::set<std::string>& active, const std::map<std::string, size_t>& lastOfKey) const {
+  TableRow RowOf(const Field& field, const PacketReading& reading) const {
     const Attribute& attribute = *field.attribute;
-    const byte* payload = packet.data() + 1;
-    const bool isInside = field.bitsInLonger.EndByte() <= packet.size() - 1;
-    const BitRange bits = isInside ? field.bitsInLonger : BitRange();
-    const std::string value = ValueText(field, reading.results[field.flag], payload);
-    std::string note = NoteOf(field, reading, lastOfKey);
-    const bool isActive = IsAlertOrFault(attribute) && active.count(DocumentKey(attribute)) != 0;
+    const FieldValue& value = reading.values[field.flag];
+    const BitRange& place = reading.IsReceived() ? field.bitsInLonger : field.bits;
+    const BitRange bits = place.EndByte() <= reading.payloadBytes ? place : BitRange();
+    const bool isActive = IsAlertOrFault(attribute) && reading.IsTold(field) && !IsReplacedIn(reading, field) &&
+                          ActiveInteger(attribute, value) != 0;
+    std::string note = NoteOf(field, reading);
     if (isActive) note += note.empty() ? "active" : ", active";
-    return {{NameText(DocumentKey(attribute))},
+    const bool isDone = value.result.outcome == MorvixProtocolOutcomeDone_4_0;
+    const bool isSet = value.result.outcome != MorvixProtocolOutcomeAbsent_4_0;
+    return {{NameText(reading.IsReceived() ? DocumentKey(attribute) : attribute.name)},
             {GroupName(attribute.type), GroupColor(attribute.type)},
             {PlaceText(bits)},
-            {Shortened(ContentText(bits, payload), kBitsColumns)},
-            {Shortened(value, kValueColumns)},
-            {note, isActive ? GroupColor(attribute.type) : ""}};
+            {isSet ? Shortened(ContentText(bits, reading.payload), kBitsColumns) : ""},
+            {isDone ? Shortened(value.text, kValueColumns) : ""},
+            {std::move(note), isActive ? GroupColor(attribute.type) : ""}};
   }
 
-  static std::string NoteOf(const Field& field, const PacketReading& reading,
-                            const std::map<std::string, size_t>& lastOfKey) {
+  bool IsReplacedIn(const PacketReading& reading, const Field& field) const {
+    return reading.IsReceived() && IsReplaced(reading, items_, ranks_[field.flag]);
+  }
+
+  std::string NoteOf(const Field& field, const PacketReading& reading) const {
     const Attribute& attribute = *field.attribute;
-    const Result& result = reading.results[field.flag];
+    const Result& result = reading.values[field.flag].result;
+    if (result.outcome == MorvixProtocolOutcomeAbsent_4_0) return "not set";
     const std::string line = DecodeLine(attribute, result);
     if (!line.empty()) return "unreadable: " + line;
     if (result.outcome == MorvixProtocolOutcomeUnreadable_4_0) return "left out: not readable in this payload";
@@ -217,27 +384,122 @@ class Table : public ResultForm {
       return fmt::format("left out: raw {}, expected {} to {}", result.raw, attribute.uint_spec.min,
                          attribute.uint_spec.max);
     }
-    if (!IsTold(reading, field)) {
-      return "not reported: " + NameText(DocumentKey(*reading.culprit->attribute)) + " is unreadable";
+    if (!reading.IsTold(field)) {
+      return "not told: " + NameText(DocumentKey(*reading.culprit->attribute)) + " is unreadable";
     }
-    if (lastOfKey.at(DocumentKey(attribute)) != field.flag) {
-      return "not reported: another attribute of this name follows";
-    }
+    if (IsReplacedIn(reading, field)) return "not told: another attribute of this name follows";
     return IsEnum(attribute) ? NameText(attribute.enumList.at(static_cast<size_t>(result.raw))) : "";
   }
 
   const EntityModel& entity_;
+  const Selection selection_;
   const bool color_;
+  const std::vector<Item> items_;
+  std::vector<size_t> ranks_;  // of the fields that are read, in `items_`
+};
+
+// ---- csv ----
+
+class Csv : public ResultForm {
+ public:
+  Csv(const EntityModel& entity, const FormOptions& options) : selection_(entity, options) {
+    for (const Field* field : entity.Fields()) {
+      if (!selection_.IsWanted(*field)) continue;
+      columns_.push_back({entity.Read(field->element), entity.Written(field->element)});
+    }
+  }
+
+  size_t Append(const PacketReading& reading, std::string& out) override {
+    AppendNumber(reading.command, out);
+    out += ',';
+    if (!reading.notes.empty()) AppendCsvCell(ErrorOf(reading), out);
+    const size_t start = out.size();
+    for (const Column& column : columns_) {
+      out += ',';
+      const Field* field = reading.direction == nullptr ? nullptr : reading.IsReceived() ? column.read : column.written;
+      if (field != nullptr && reading.IsTold(*field)) AppendValue(*field, reading.values[field->flag], out);
+    }
+    return start;
+  }
+
+  void AppendError(std::string_view error, std::string& out) const override {
+    out += ',';
+    AppendCsvCell(error, out);
+    out.append(columns_.size(), ',');
+  }
+
+ private:
+  // An attribute in both directions; null where it has none.
+  struct Column {
+    const Field* read;
+    const Field* written;
+  };
+
+  void AppendValue(const Field& field, const FieldValue& value, std::string& out) const {
+    if (IsBool(*field.attribute)) {
+      out += value.result.raw != 0 ? '1' : '0';
+    } else {
+      AppendCsvCell(selection_.TextOf(field, value), out);
+    }
+  }
+
+  // Why decoding ended early, or else the notes.
+  std::string ErrorOf(const PacketReading& reading) const {
+    if (!reading.failure.empty()) return reading.failure;
+    std::string text;
+    for (const Note& note : reading.notes) {
+      if (note.field != nullptr && !selection_.IsWanted(*note.field)) continue;
+      text += (text.empty() ? "" : "; ") + NoteText(note);
+    }
+    return text;
+  }
+
+  const Selection selection_;
+  std::vector<Column> columns_;
 };
 
 }  // namespace
 
-std::unique_ptr<ResultForm> FlatForm(const EntityModel& entity) { return std::make_unique<Flat>(entity); }
+bool ResultForm::Takes(const PacketReading& /*reading*/) const { return true; }
 
-std::unique_ptr<ResultForm> DecodedForm(const EntityModel& entity) { return std::make_unique<Decoded>(entity); }
+void ResultForm::AppendError(std::string_view error, std::string& out) const {
+  out += "{\"error\":";
+  AppendString(error, out);
+  out += '}';
+}
 
-std::unique_ptr<ResultForm> TableForm(const EntityModel& entity, bool color) {
-  return std::make_unique<Table>(entity, color);
+std::unique_ptr<ResultForm> MakeForm(DocumentForm form, const EntityModel& entity, const FormOptions& options) {
+  switch (form) {
+    case DocumentForm::kDecoded:
+      return std::make_unique<Decoded>(entity, options);
+    case DocumentForm::kTable:
+      return std::make_unique<Table>(entity, options);
+    case DocumentForm::kCsv:
+      return std::make_unique<Csv>(entity, options);
+    default:
+      return std::make_unique<Flat>(entity, options);
+  }
+}
+
+void AppendCsvHead(const EntityModel& entity, const FormOptions& options, std::string& out) {
+  const Selection selection(entity, options);
+  out += "command,error";
+  for (const Field* field : entity.Fields()) {
+    if (!selection.IsWanted(*field)) continue;
+    out += ',';
+    AppendCsvCell(field->attribute->name, out);
+  }
+}
+
+void AppendCsvCell(std::string_view text, std::string& out) {
+  const bool isPlain = text.find_first_of(",\"\r\n") == std::string_view::npos;
+  if (isPlain) {
+    out += text;
+    return;
+  }
+  out += '"';
+  for (const char c : text) out.append(c == '"' ? 2 : 1, c);
+  out += '"';
 }
 
 }  // namespace morvix::inspect

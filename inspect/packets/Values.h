@@ -6,6 +6,7 @@
 #include <json/value.h>
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,14 +23,16 @@ struct Given {
 
 class Values {
  public:
-  // `entity` is the model of an entity of this configuration. Both outlive the values.
-  Values(const json::Document& configuration, const EntityModel& entity);
+  // For the attributes that `direction` has, of the entity of this configuration that `entity` is the model of; all of
+  // them outlive it.
+  Values(const json::Document& configuration, const EntityModel& entity, const Direction& direction);
 
-  // Adds the values of a document, {entity: {name: value}}. Throws InputError when it has another form.
+  // Takes the values of a document, {entity: {name: value}}, or of one that decoding made. Passes over what an
+  // attribute that is only read has in it, and "version". Throws InputError when it has another form.
   void TakeDocument(const json::Document& document);
 
-  // Adds NAME=VALUE. The value is parsed as JSON, or else taken as a string. A later value replaces an earlier one.
-  // Throws InputError when the setting has another form or does not name a writable attribute.
+  // Takes NAME=VALUE. The value of an enum is an index in decimal digits, or else an item; any other is JSON if it is
+  // JSON, otherwise a text. A later one replaces an earlier one. Throws InputError when it has another form.
   void TakeSetting(const std::string& setting);
 
   // The document for the module.
@@ -40,19 +43,24 @@ class Values {
   const Json::Value* Of(const Attribute& attribute) const;
   const Given& SourceOf(const Attribute& attribute) const { return given_.at(attribute.name.c_str()); }
 
-  // Members that do not name a writable attribute, and why; one line each.
-  const std::vector<std::string>& Unused() const { return unused_; }
+  // The values that were not taken, and why; one line each.
+  const std::vector<std::string>& Problems() const { return problems_; }
 
  private:
-  std::string UnusedText(const std::string& name) const;
+  void Take(const std::string& name, Json::Value value, const Given& given);
+  bool ReplaceItem(const Attribute& attribute, Json::Value& value, const std::string& source);
+  std::string UnknownText(const std::string& name) const;
 
   std::string entityName_;
   std::vector<std::string> entities_;
-  std::vector<std::string> writable_;
-  std::map<std::string, std::string> others_;  // attributes that are not written, and why
+  std::vector<std::string> names_;                      // of the attributes that are taken
+  std::map<std::string, const Attribute*> attributes_;  // the first of each of these names
+  std::map<std::string, std::string> others_;           // attributes that are not, and why
+  std::map<std::string, std::string> keys_;             // names by other keys of decoded documents
+  std::set<std::string> readOnly_;                      // names and keys of attributes that are only read
   Json::Value document_{Json::objectValue};
   std::map<std::string, Given> given_;  // of the entity, by name
-  std::vector<std::string> unused_;
+  std::vector<std::string> problems_;
 };
 
 }  // namespace morvix::inspect

@@ -38,6 +38,8 @@ size_t ReadCharacter(std::string_view text, size_t at, int32_t& code) {
 }
 
 std::string Escaped(std::string_view text) {
+  const bool isPlain = std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~' && c != '\\'; });
+  if (isPlain) return std::string(text);
   std::string escaped;
   escaped.reserve(text.size());
   for (size_t at = 0; at < text.size();) {

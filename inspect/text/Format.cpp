@@ -35,6 +35,11 @@ std::vector<Glyph> Glyphs(std::string_view text) {
   return glyphs;
 }
 
+// Printable ASCII takes one column a character.
+bool IsPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 bool IsSeparator(const Glyph& glyph) { return glyph.bytes.find_first_of(" _-.:/") == 0; }
 
 // The end of the line that begins at `start`: at a blank in its second half if there is one, otherwise at a separator.
@@ -91,6 +96,7 @@ std::string Listed(const std::vector<std::string>& labels, size_t count) {
 std::string ShortestText(double number) { return fmt::format("{}", number); }
 
 size_t TextWidth(std::string_view text) {
+  if (IsPlain(text)) return text.size();
   size_t width = 0;
   for (const Glyph& glyph : Glyphs(text)) width += glyph.width;
   return width;
@@ -108,6 +114,8 @@ std::vector<std::string> Wrapped(std::string_view text, size_t width, size_t max
 }
 
 std::string Shortened(std::string_view text, size_t columns) {
+  const bool hasBlanks = !text.empty() && (text.front() == ' ' || text.back() == ' ');
+  if (text.size() <= columns && !hasBlanks && IsPlain(text)) return std::string(text);
   const std::vector<std::string> lines = Wrapped(text, columns, 1, "…");
   return lines.empty() ? "" : lines[0];
 }

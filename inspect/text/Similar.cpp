@@ -84,4 +84,16 @@ std::string DidYouMean(const std::string& name, const std::vector<std::string>& 
   return offered.empty() ? "" : "; did you mean " + Series(offered, "or") + "?";
 }
 
+std::string KnownNames(const std::string& name, const std::vector<std::string>& known) {
+  constexpr size_t kShown = 40;
+  const std::string similar = DidYouMean(name, known);
+  std::vector<std::string> shown;
+  for (const std::string& other : known) {
+    if (shown.size() < kShown) shown.push_back(NameText(other));
+  }
+  if (known.size() > kShown) shown.push_back(std::to_string(known.size() - kShown) + " more");
+  if (shown.empty()) return similar;
+  return similar + (similar.empty() ? "; known: " : " known: ") + Series(shown, "and");
+}
+
 }  // namespace morvix::inspect

@@ -16,6 +16,9 @@ std::string SimilarName(const std::string& name, const std::vector<std::string>&
 // "; did you mean "a" or "b"?" with up to three known names, or an empty string.
 std::string DidYouMean(const std::string& name, const std::vector<std::string>& known);
 
+// The same, with all of the known names, or as many as can be read: "; did you mean "a"? known: a, b and c".
+std::string KnownNames(const std::string& name, const std::vector<std::string>& known);
+
 }  // namespace morvix::inspect
 
 #endif

@@ -11,6 +11,7 @@
 #include "Environment.h"
 #include "inspect/findings/Finding.h"
 #include "inspect/packets/Packet.h"
+#include "inspect/packets/ResultForms.h"
 
 namespace dp4 {
 
@@ -46,8 +47,10 @@ struct EncodeOptions : EntityOptions {
   MorvixProtocolCommand_4_0 command = MorvixProtocolCommandWriteReq_4_0;
   std::optional<int32_t> subDevice;
   morvix::inspect::PacketForm output = morvix::inspect::PacketForm::kHex;
-  bool explain = false;
-  bool strict = false;  // treats a value that is left out as a problem
+  std::string name;      // of an array of C; empty for "packet"
+  bool explain = false;  // what was set, or why it was not
+  bool json = false;     // the explanation is JSON
+  bool lenient = false;  // sends what can be sent
 };
 int Encode(const EncodeOptions& options, Environment& environment);
 
@@ -58,11 +61,16 @@ struct RequestOptions {
 };
 int Request(const RequestOptions& options, Environment& environment);
 
-enum class DocumentForm { kFlat, kDecoded, kTable };
-
 struct DecodeOptions : EntityOptions {
   std::vector<std::string> packets;  // empty: a stream on standard input
-  DocumentForm document = DocumentForm::kFlat;
+  morvix::inspect::DocumentForm document = morvix::inspect::DocumentForm::kFlat;
+  std::string line;  // how lines are taken apart: a ready-made pattern or one of RE2; empty: they are packets
+  std::string member = "packet";  // of lines that are JSON objects
+  std::vector<std::string> only;  // names of attributes; empty for all
+  bool items = false;             // enums by name
+  bool changes = false;           // a record only when something changed
+  bool strict = false;            // notes and unmatched lines are problems
+  bool quiet = false;             // no summary
 };
 int Decode(const DecodeOptions& options, Environment& environment);
 

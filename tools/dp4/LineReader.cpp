@@ -1,6 +1,7 @@
 #include "LineReader.h"
 
 #include <algorithm>
+#include <cstring>
 #include <istream>
 #include <utility>
 
@@ -17,25 +18,28 @@ constexpr size_t kBufferBytes = 65536;
 LineReader::LineReader(std::istream& in, std::function<void()> beforeWaiting)
     : source_(*in.rdbuf()), beforeWaiting_(std::move(beforeWaiting)), buffer_(kBufferBytes) {}
 
-bool LineReader::Next(std::string& line) {
-  line.clear();
+bool LineReader::Next(std::string_view& line) {
+  line = {};
+  joined_.clear();
   isTooLong_ = false;
   bool isAny = false;
-  while (begin_ != end_ || Fill()) {
-    isAny = true;
-    const auto first = buffer_.begin() + static_cast<std::ptrdiff_t>(begin_);
-    const auto last = buffer_.begin() + static_cast<std::ptrdiff_t>(end_);
-    const auto lineEnd = std::find(first, last, '\n');
-    const auto size = static_cast<size_t>(lineEnd - first);
-    if (size > kMaxLineBytes - line.size()) isTooLong_ = true;
-    line.append(first, first + static_cast<std::ptrdiff_t>(std::min(size, kMaxLineBytes - line.size())));
-    begin_ += size;
-    if (lineEnd == last) continue;
-    ++begin_;
-    break;
+  for (bool isEnd = false; !isEnd && (begin_ != end_ || Fill()); isAny = true) {
+    const char* first = buffer_.data() + begin_;
+    const auto* lineEnd = static_cast<const char*>(std::memchr(first, '\n', end_ - begin_));
+    isEnd = lineEnd != nullptr;
+    const size_t size = isEnd ? static_cast<size_t>(lineEnd - first) : end_ - begin_;
+    begin_ += size + (isEnd ? 1 : 0);
+    if (isEnd && !isAny) {
+      isTooLong_ = size > kMaxLineBytes;
+      line = {first, std::min(size, kMaxLineBytes)};
+    } else {
+      if (size > kMaxLineBytes - joined_.size()) isTooLong_ = true;
+      joined_.append(first, std::min(size, kMaxLineBytes - joined_.size()));
+      line = joined_;
+    }
   }
   if (isAny) ++number_;
-  if (number_ == 1 && line.compare(0, 3, "\xef\xbb\xbf") == 0) line.erase(0, 3);
+  if (number_ == 1 && line.substr(0, 3) == "\xef\xbb\xbf") line.remove_prefix(3);
   return isAny;
 }
 

@@ -7,6 +7,7 @@
 #include <functional>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace dp4 {
@@ -19,9 +20,9 @@ class LineReader {
   // `beforeWaiting` is called before each read that may block.
   LineReader(std::istream& in, std::function<void()> beforeWaiting);
 
-  // The next line, cut at the limit, the first without a byte-order mark; false at the end. Throws InputError when the
-  // stream cannot be read.
-  bool Next(std::string& line);
+  // The next line, cut at the limit, the first without a byte-order mark; false at the end. It is valid until the next
+  // call. Throws InputError when the stream cannot be read.
+  bool Next(std::string_view& line);
 
   bool IsTooLong() const { return isTooLong_; }
   size_t Number() const { return number_; }
@@ -33,7 +34,8 @@ class LineReader {
   std::streambuf& source_;
   std::function<void()> beforeWaiting_;
   std::vector<char> buffer_;
-  size_t begin_ = 0;  // start of the unread part of the buffer
+  std::string joined_;  // a line that came in several pieces
+  size_t begin_ = 0;    // what is left of the buffer
   size_t end_ = 0;
   size_t number_ = 0;
   size_t bytesTaken_ = 0;

@@ -37,14 +37,31 @@ const char kOneEntity[] = "only this entity, by name or id; all without it";
 const char kDecodeExample[] =
     R"(dp4 decode kettle.json 04055a019f0100
   dp4 decode kettle.json --document table < capture.txt
+  dp4 decode kettle.json --line time --document csv < log.txt > kettle.csv
 
 Forms of --document:
   flat     a line of JSON: "values", the application's document; "alerts" and "faults", the value of each by its
-           name; "active", the integers of those that are active
+           name; "active", the integers of those that are active; "notes", what is missing or too much. Of a write,
+           "set" has the attributes whose flags are set
   decoded  a line of JSON: the decoded document, each value with the type of its group
   table    every attribute with its place, bits and value, for people
+  csv      a row for each packet, a column for each attribute
 
-A line of standard input is a packet, or a JSON object whose member "packet" is replaced by the result.)";
+A line of standard input is a packet in hexadecimal: one run of digits, or groups of one even length with the same
+separator between all of them (blanks, colons or commas), 0x before each or braces around all. Or it is a JSON object
+whose member "packet" is replaced by the result. Other lines are read with --line:
+  time       a timestamp, then the packet
+  direction  a timestamp; <, >, <-, ->, RX or TX; then the packet
+  candump    what candump prints or logs
+  PATTERN    a pattern of RE2 with a group (?P<packet>...); its other named groups are kept)";
+
+const char kEncodeExample[] =
+    R"(dp4 encode kettle.json --set power=1 --set program=keep_warm --explain
+  dp4 encode kettle.json --set power=1 --output c-array --name kettle_on
+  dp4 encode kettle.json --set temperature=85.5 --command notify
+
+The value of an enum is an index in decimal digits, or an item. A document that decode made may be VALUES. If a value
+cannot be taken, there is no packet, unless --lenient is given.)";
 
 const char kFooter[] =
     "Exit codes: 0 fine, 1 the input has problems, 2 unusable arguments or unreadable files.\n"
@@ -73,14 +90,19 @@ const Choices<PacketForm> kPacketForms = {{"hex", PacketForm::kHex},
                                           {"c-array", PacketForm::kCArray},
                                           {"base64", PacketForm::kBase64},
                                           {"binary", PacketForm::kBinary}};
-const Choices<MorvixProtocolCommand_4_0> kWriteCommands = {{"write", MorvixProtocolCommandWriteReq_4_0},
-                                                           {"cc-write", MorvixProtocolCommandCCWriteReq_4_0}};
+const Choices<MorvixProtocolCommand_4_0> kEncodeCommands = {{"write", MorvixProtocolCommandWriteReq_4_0},
+                                                            {"cc-write", MorvixProtocolCommandCCWriteReq_4_0},
+                                                            {"notify", MorvixProtocolCommandNotifyResp_4_0},
+                                                            {"read-response", MorvixProtocolCommandReadResp_4_0}};
+const Choices<bool> kExplanationForms = {{"text", false}, {"json", true}};
 const Choices<FindingsForm> kFindingsForms = {
     {"text", FindingsForm::kText}, {"json", FindingsForm::kJson}, {"sarif", FindingsForm::kSarif}};
 const Choices<Severity> kSeverities = {
     {"error", Severity::kError}, {"warning", Severity::kWarning}, {"info", Severity::kInfo}};
-const Choices<DocumentForm> kDocumentForms = {
-    {"flat", DocumentForm::kFlat}, {"decoded", DocumentForm::kDecoded}, {"table", DocumentForm::kTable}};
+const Choices<DocumentForm> kDocumentForms = {{"flat", DocumentForm::kFlat},
+                                              {"decoded", DocumentForm::kDecoded},
+                                              {"table", DocumentForm::kTable},
+                                              {"csv", DocumentForm::kCsv}};
 
 // An option whose value is one of a few words. `value` holds the default.
 template <typename Value>
@@ -208,6 +230,12 @@ class CommandLine {
         ->check(CLI::Range(kLeast, kMost).description(""));
   }
 
+  // An option that may be repeated, with one text each time.
+  static CLI::Option* AddNames(CLI::App& command, const char* name, std::vector<std::string>& texts, const char* help,
+                               const char* type = "NAME") {
+    return command.add_option(name, texts, help)->type_name(type)->expected(1)->take_all()->allow_extra_args(false);
+  }
+
   static void AddOutput(CLI::App& command, PacketForm& output) {
     AddChoice(command, "--output", kPacketForms, output)->type_name("FORM");
   }
@@ -247,21 +275,22 @@ class CommandLine {
   }
 
   void AddEncode() {
-    CLI::App& command = Add("encode", "Turns values into a write packet.",
-                            "dp4 encode kettle.json --set power=1 --set target=85 --explain");
+    CLI::App& command =
+        Add("encode", "Turns values into a packet: a write, or what a device would send.", kEncodeExample);
     command.callback([this] { exitCode_ = Encode(encode_, environment_); });
     AddConfiguration(command, kNeededEntity, encode_);
     command.add_option("VALUES", encode_.values, "value document (JSON); - for standard input")->check(kNotEmpty);
-    command.add_option("--set", encode_.set, "one value, after those of the document")
-        ->type_name("NAME=VALUE")
-        ->expected(1)
-        ->take_all()
-        ->allow_extra_args(false);
-    AddChoice(command, "--command", kWriteCommands, encode_.command)->type_name("COMMAND");
+    AddNames(command, "--set", encode_.set, "one value, after those of the document", "NAME=VALUE");
+    AddChoice(command, "--command", kEncodeCommands, encode_.command)->type_name("COMMAND");
     AddSubDevice(command, encode_.subDevice);
     AddOutput(command, encode_.output);
-    command.add_flag("--explain", encode_.explain, "explains for each attribute what was set, or why it was not");
-    command.add_flag("--strict", encode_.strict, "treats a value that is left out as a problem");
+    command
+        .add_option("--name", encode_.name, "the name of an array of C, which then has its explanation as a comment")
+        ->type_name("NAME")
+        ->check(kNotEmpty);
+    command.add_flag("--explain", encode_.explain, "prints attribute by attribute what was set, or why it was not");
+    AddChoice(command, "--format", kExplanationForms, encode_.json, "form of the explanation: ")->type_name("FORMAT");
+    command.add_flag("--lenient", encode_.lenient, "makes a packet of the values that are right if others are not");
   }
 
   void AddRequest() {
@@ -275,12 +304,22 @@ class CommandLine {
   }
 
   void AddDecode() {
-    CLI::App& command =
-        Add("decode", "Decodes received packets, from arguments or one per line from standard input.", kDecodeExample);
+    CLI::App& command = Add("decode", "Decodes packets, given or one a line on standard input.", kDecodeExample);
     command.callback([this] { exitCode_ = Decode(decode_, environment_); });
     AddConfiguration(command, kNeededEntity, decode_);
     command.add_option("PACKET", decode_.packets, "packets in hexadecimal, with or without 0x, blanks and colons");
     AddChoice(command, "--document", kDocumentForms, decode_.document)->type_name("FORM");
+    auto* line = command.add_option("--line", decode_.line, "takes lines apart: time, direction, candump or a pattern")
+                     ->type_name("PATTERN")
+                     ->check(kNotEmpty);
+    command.add_option("--member", decode_.member, "the member of JSON lines that holds the packet; packet without it")
+        ->type_name("NAME")
+        ->excludes(line);
+    AddNames(command, "--only", decode_.only, "tells this attribute only; may be repeated");
+    command.add_flag("--items", decode_.items, "enums by the names of their items");
+    command.add_flag("--changes", decode_.changes, "a record only when something changed");
+    command.add_flag("--strict", decode_.strict, "notes and unmatched lines are problems");
+    command.add_flag("--quiet", decode_.quiet, "no summary at the end of a stream");
   }
 
   void AddDevices() {
