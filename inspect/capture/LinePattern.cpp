@@ -40,10 +40,10 @@ std::string PatternOf(const std::string& choice) {
   return choice;
 }
 
-bool IsPacket(std::string_view text) {
+bool IsPacket(std::string_view text, size_t leastBytes) {
   Bytes bytes;
   HexError error;
-  return ParseHex(text, bytes, error) && bytes.size() > 1 && CommandName(bytes[0]) != nullptr;
+  return ParseHex(text, bytes, error) && bytes.size() >= leastBytes && CommandName(bytes[0]) != nullptr;
 }
 
 }  // namespace
@@ -93,13 +93,13 @@ std::string LineHints::HintFor(std::string_view line) {
   constexpr size_t kMostStarts = 32;
   std::string_view packet;
   for (auto& [name, pattern] : readyMade_) {
-    if (pattern.Match(line, packet) && IsPacket(packet)) return "--line " + name + " reads such lines";
+    if (pattern.Match(line, packet) && IsPacket(packet, 1)) return "--line " + name + " reads such lines";
   }
   size_t at = 0;
   for (size_t i = 0; i < kMostStarts; ++i) {
     at = line.find_first_of(" \t#=;|)]>,:", at);
     if (at == std::string_view::npos) break;
-    if (IsPacket(line.substr(++at))) return "--line with a pattern reads lines that have something before the packet";
+    if (IsPacket(line.substr(++at), 2)) return "--line with a pattern reads lines that have something before the packet";
   }
   return "";
 }
