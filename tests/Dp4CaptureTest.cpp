@@ -139,6 +139,28 @@ TEST(CapturePattern, KeepsItsOtherGroupsBesideAnError) {
   EXPECT_EQ(run.exitCode, 1);
 }
 
+// A line that is too long to be matched has nothing of the line before it.
+TEST(CapturePattern, KeepsNothingOfTheLineBefore) {
+  const std::string error = R"({"error":"expected a line of at most 1048576 bytes"})";
+  const std::string tooLong = std::string(1048577, '0') + "\n";
+  EXPECT_EQ(DecodeKettle({"--line", "(?P<at>\\d+): (?P<packet>.*)"}, "7: 02\n" + tooLong).out,
+            R"({"at":"7","packet":{"command":2}})"
+            "\n"
+            R"({"packet":)" +
+                error + "}\n");
+  EXPECT_EQ(DecodeKettle({}, R"({"at": 7, "packet": "02"})"
+                             "\n" +
+                                 tooLong)
+                .out,
+            R"({"at": 7, "packet": {"command":2}})"
+            "\n" +
+                error + "\n");
+  EXPECT_EQ(DecodeKettle({"--line", "(?P<at>\\d+): (?P<packet>.*)", "--document", "csv", "--only", "power"},
+                         "7: 02\n" + tooLong)
+                .out,
+            "at,line,command,error,power\r\n7,1,2,,\r\n,2,,expected a line of at most 1048576 bytes,\r\n");
+}
+
 TEST(CapturePattern, IsAUsageErrorWithoutAPacket) {
   ExpectUsageError(DecodeKettle({"--line", "tiem"}, ""),
                    "--line tiem: expected time, direction, candump or a pattern with a group (?P<packet>...); did you "

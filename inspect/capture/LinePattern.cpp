@@ -85,6 +85,10 @@ bool LinePattern::Match(std::string_view line, std::string_view& packet) {
   return true;
 }
 
+void LinePattern::Forget() {
+  for (LineGroup& group : others_) group.text = {};
+}
+
 LineHints::LineHints() {
   for (const std::string& name : kReadyMade) readyMade_.emplace_back(name, LinePattern(name));
 }
@@ -99,7 +103,8 @@ std::string LineHints::HintFor(std::string_view line) {
   for (size_t i = 0; i < kMostStarts; ++i) {
     at = line.find_first_of(" \t#=;|)]>,:", at);
     if (at == std::string_view::npos) break;
-    if (IsPacket(line.substr(++at), 2)) return "--line with a pattern reads lines that have something before the packet";
+    if (IsPacket(line.substr(++at), 2))
+      return "--line with a pattern reads lines that have something before the packet";
   }
   return "";
 }

@@ -57,7 +57,7 @@ void Values::TakeDocument(const json::Document& document) {
   const Json::Value* root = &document.Root();
   // A result of decoding, whose values are the document.
   const bool isResult = root->isObject() && root->isMember("command") && (*root)["values"].isObject();
-  if (isResult && !Contains(entities_, "values")) root = &(*root)["values"];
+  if (isResult && !Contains(entities_, "command")) root = &(*root)["values"];
   if (!root->isObject()) throw InputError(document.PlaceName(*root) + ": expected an object {" + entity + ": {...}}");
   for (const std::string& name : root->getMemberNames()) {
     if (Contains(entities_, name) || name == "version") continue;

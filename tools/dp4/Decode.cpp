@@ -6,13 +6,13 @@
 // ignored.
 //
 // Every line gives one record, also if there is an error in it, which is reported as well; the stream goes on. Lines
-// that
-// --line does not match give none and are counted.
+// that do not match the pattern of --line give none and are counted.
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <chrono>
 #include <fstream>
 #include <istream>
@@ -29,7 +29,6 @@
 #include "inspect/packets/Reading.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
-#include "inspect/text/Format.h"
 
 namespace dp4 {
 
@@ -143,6 +142,8 @@ class Decoder {
     std::string_view line;
     while (output_.EndRecord() && lines.Next(line)) {
       number_ = lines.Number();
+      json_.reset();
+      if (pattern_) pattern_->Forget();
       if (lines.IsTooLong()) {
         RecordError("too long line", 0, fmt::format("expected a line of at most {} bytes", kMaxLineBytes));
       } else if (line.find_first_not_of(kBlanks) != std::string_view::npos) {
@@ -194,7 +195,6 @@ class Decoder {
   }
 
   void DecodeLine(std::string_view line) {
-    json_.reset();
     if (pattern_) return DecodeMatch(line);
     const size_t first = line.find_first_not_of(kBlanks);
     const size_t second = line[first] == '{' ? line.find_first_not_of(kBlanks, first + 1) : 0;
