@@ -269,8 +269,17 @@ TEST(CaptureRequest, IsWhatEncodeMakes) {
     EXPECT_THAT(Decoded({}, packet), HasSubstr(R"("values":{"kettle":{"power":true,"program":"1","target":"79.5"}})"));
   }
   // And encode takes what decode makes.
-  const std::string result = Decoded({}, "01 07 03 4f\n");
-  EXPECT_EQ(RunTool({"encode", "kettle.json", "-"}, result).out, "01 07 03 4f\n");
+  for (const std::string product : {"kettle", "air_conditioner", "gateway", "power_meter"}) {
+    const auto run = [&product](const std::string& command, const std::string& more, const std::string& standardInput) {
+      std::vector<std::string> arguments = {command, product + ".json", "--entity", "0"};
+      if (!more.empty()) arguments.push_back(more);
+      return RunTool(arguments, standardInput).out;
+    };
+    const std::string packet = run("encode", product + ".values.json", "");
+    EXPECT_GT(packet.size(), 3U) << product;
+    EXPECT_EQ(run("encode", "-", run("decode", "", packet)), packet) << product;
+    EXPECT_EQ(run("encode", "-", run("decode", "--items", packet)), packet) << product;
+  }
 }
 
 TEST(CaptureRequest, HasNoDecodedDocument) {
