@@ -302,6 +302,7 @@ class Decoder {
     }
     if (!parts.time.empty()) tally_.AddTime(parts.time);
     origin_.json = std::move(parts);
+    if (!origin_.json->hasPacket) return RecordError("no packet", error.column, error.message);
     DecodePacket(origin_.json->packet, origin_.json->before.size() + 1);  // its quotation mark
   }
 
