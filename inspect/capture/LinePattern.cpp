@@ -24,7 +24,10 @@ const char kTimestamp[] =
 
 const char kPacketToEnd[] = R"((?P<packet>\{?\s*[0-9A-Fa-f][0-9A-Fa-fxX:, \t]*\}?)\s*$)";
 
-const std::vector<std::string> kReadyMade = {"time", "direction", "candump"};
+const std::vector<std::string>& ReadyMade() {
+  static const std::vector<std::string> kNames = {"time", "direction", "candump"};
+  return kNames;
+}
 
 std::string PatternOf(const std::string& choice) {
   const std::string timestamp = kTimestamp;
@@ -69,7 +72,7 @@ LinePattern::LinePattern(const std::string& pattern) {
   if (packetIndex_ == 0) {
     throw InputError(
         fmt::format("--line {}: expected time, direction, candump or a pattern with a group (?P<packet>...){}",
-                    Escaped(pattern), DidYouMean(pattern, kReadyMade)));
+                    Escaped(pattern), DidYouMean(pattern, ReadyMade())));
   }
   matches_.resize(static_cast<size_t>(expression_->NumberOfCapturingGroups()) + 1);
 }
@@ -90,7 +93,7 @@ void LinePattern::Forget() {
 }
 
 LineHints::LineHints() {
-  for (const std::string& name : kReadyMade) readyMade_.emplace_back(name, LinePattern(name));
+  for (const std::string& name : ReadyMade()) readyMade_.emplace_back(name, LinePattern(name));
 }
 
 std::string LineHints::HintFor(std::string_view line) {
