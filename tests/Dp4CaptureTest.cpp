@@ -126,6 +126,14 @@ TEST(CapturePattern, KeepsItsOtherGroups) {
             R"({"packet":)" + KettleResult() + "}\n");
 }
 
+TEST(CapturePattern, SeesLinesWithoutTheirEnds) {
+  const std::string result = R"({"packet":)" + KettleResult() + "}\n";
+  const std::string note = R"({"note":"on","packet":)" + KettleResult() + "}\n";
+  EXPECT_EQ(Decoded({"--line", "^(?P<packet>[0-9a-f]+)$"}, kPacket + "\r\n" + kPacket + "\n"), result + result);
+  EXPECT_EQ(Decoded({"--line", "(?P<packet>\\S+)\t(?P<note>.*)"}, kPacket + "\ton\r\n" + kPacket + "\ton"),
+            note + note);
+}
+
 // A line that matches has a record in any case.
 TEST(CapturePattern, KeepsItsOtherGroupsBesideAnError) {
   const ToolRun run = DecodeKettle({"--line", "(?P<at>\\d+): (?P<packet>.*)", "--quiet"}, "7: off\n8: 0a00\n");

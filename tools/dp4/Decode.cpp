@@ -280,7 +280,9 @@ class Decoder {
     DecodePacket(line, 0);
   }
 
+  // Patterns see lines without their ends, whichever these are.
   void DecodeMatch(std::string_view line) {
+    if (line.back() == '\r') line.remove_suffix(1);
     std::string_view packet;
     if (!origin_.pattern->Match(line, packet)) {
       tally_.AddUnmatched();
