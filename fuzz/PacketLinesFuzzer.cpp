@@ -195,6 +195,7 @@ bool CheckJsonLine(const std::string& line, std::string& packet) {
     return false;
   }
   packet = parts.packet;
+  if (!parts.hasPacket) CheckError(error, line);
   if (parts.before.empty() || parts.before[parts.before.find_first_not_of(' ')] != '{') {
     fuzz::Fail("a line that is taken is an object", fuzz::Show(line));
   }
@@ -207,6 +208,7 @@ bool CheckJsonLine(const std::string& line, std::string& packet) {
   if (!fuzz::ParseText(replaced, value) || value["packet"] != Json::Value(7) || parts.hasOthers != (value.size() > 1)) {
     fuzz::Fail("the rest of a line stays", fuzz::Show(line) + "\nbecame " + fuzz::Show(replaced));
   }
+  if (!parts.hasPacket) return false;
   // Without control characters, the text around the packet is unchanged.
   const bool isClean =
       std::none_of(line.begin(), line.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; });

@@ -126,6 +126,14 @@ TEST(CapturePattern, KeepsItsOtherGroups) {
             R"({"packet":)" + KettleResult() + "}\n");
 }
 
+TEST(CapturePattern, SeesLinesWithoutTheirEnds) {
+  const std::string result = R"({"packet":)" + KettleResult() + "}\n";
+  const std::string note = R"({"note":"on","packet":)" + KettleResult() + "}\n";
+  EXPECT_EQ(Decoded({"--line", "^(?P<packet>[0-9a-f]+)$"}, kPacket + "\r\n" + kPacket + "\n"), result + result);
+  EXPECT_EQ(Decoded({"--line", "(?P<packet>\\S+)\t(?P<note>.*)"}, kPacket + "\ton\r\n" + kPacket + "\ton"),
+            note + note);
+}
+
 // A line that matches has a record in any case.
 TEST(CapturePattern, KeepsItsOtherGroupsBesideAnError) {
   const ToolRun run = DecodeKettle({"--line", "(?P<at>\\d+): (?P<packet>.*)", "--quiet"}, "7: off\n8: 0a00\n");
@@ -137,6 +145,28 @@ TEST(CapturePattern, KeepsItsOtherGroupsBesideAnError) {
             "dp4: standard input:1:4: expected a hexadecimal digit, found 'o'\n"
             "dp4: standard input:2: command 0a is unknown; expected 01 to 04, 07, 08, 0b, 0c or 0d\n");
   EXPECT_EQ(run.exitCode, 1);
+}
+
+// A line that is too long to be matched has nothing of the line before it.
+TEST(CapturePattern, KeepsNothingOfTheLineBefore) {
+  const std::string error = R"({"error":"expected a line of at most 1048576 bytes"})";
+  const std::string tooLong = std::string(1048577, '0') + "\n";
+  EXPECT_EQ(DecodeKettle({"--line", "(?P<at>\\d+): (?P<packet>.*)"}, "7: 02\n" + tooLong).out,
+            R"({"at":"7","packet":{"command":2}})"
+            "\n"
+            R"({"packet":)" +
+                error + "}\n");
+  EXPECT_EQ(DecodeKettle({}, R"({"at": 7, "packet": "02"})"
+                             "\n" +
+                                 tooLong)
+                .out,
+            R"({"at": 7, "packet": {"command":2}})"
+            "\n" +
+                error + "\n");
+  EXPECT_EQ(DecodeKettle({"--line", "(?P<at>\\d+): (?P<packet>.*)", "--document", "csv", "--only", "power"},
+                         "7: 02\n" + tooLong)
+                .out,
+            "at,line,command,error,power\r\n7,1,2,,\r\n,2,,expected a line of at most 1048576 bytes,\r\n");
 }
 
 TEST(CapturePattern, IsAUsageErrorWithoutAPacket) {
@@ -247,8 +277,17 @@ TEST(CaptureRequest, IsWhatEncodeMakes) {
     EXPECT_THAT(Decoded({}, packet), HasSubstr(R"("values":{"kettle":{"power":true,"program":"1","target":"79.5"}})"));
   }
   // And encode takes what decode makes.
-  const std::string result = Decoded({}, "01 07 03 4f\n");
-  EXPECT_EQ(RunTool({"encode", "kettle.json", "-"}, result).out, "01 07 03 4f\n");
+  for (const std::string product : {"kettle", "air_conditioner", "gateway", "power_meter"}) {
+    const auto run = [&product](const std::string& command, const std::string& more, const std::string& standardInput) {
+      std::vector<std::string> arguments = {command, product + ".json", "--entity", "0"};
+      if (!more.empty()) arguments.push_back(more);
+      return RunTool(arguments, standardInput).out;
+    };
+    const std::string packet = run("encode", product + ".values.json", "");
+    EXPECT_GT(packet.size(), 3U) << product;
+    EXPECT_EQ(run("encode", "-", run("decode", "", packet)), packet) << product;
+    EXPECT_EQ(run("encode", "-", run("decode", "--items", packet)), packet) << product;
+  }
 }
 
 TEST(CaptureRequest, HasNoDecodedDocument) {

@@ -533,10 +533,12 @@ TEST(DecodeJsonLine, IsReportedWithItsPlace) {
     std::string record;  // with an E where the message stands
   };
   const std::string member = R"(expected a member "packet", a string of hexadecimal digits)";
-  const std::string memberRecord = R"({"error":"expected a member \"packet\", a string of hexadecimal digits"})";
+  const std::string error = R"({"error":"expected a member \"packet\", a string of hexadecimal digits"})";
   for (const Case& test : std::vector<Case>{
-           {R"({"packet": 4})", ":1", member, memberRecord},
-           {R"({"Packet": "04"})", ":1", member, memberRecord},
+           {R"({"packet": 4})", ":12", member, R"({"packet": )" + error + "}"},
+           {R"({"n": 1, "packet": ["04"], "m": 2})", ":20", member, R"({"n": 1, "packet": )" + error + R"(, "m": 2})"},
+           {R"({"Packet": "04"} )", ":1", member, R"({"Packet": "04","packet":)" + error + "} "},
+           {"{ }", ":1", member, R"({ "packet":)" + error + "}"},
            {R"({"n": 1, "packet": "04 0g"})", ":25", "expected the second hexadecimal digit of a byte, found 'g'",
             R"({"n": 1, "packet": {"error":"expected the second hexadecimal digit of a byte, found 'g'"}})"},
            {R"({"packet": "04", "n": 1})", "", "too short; expected a command byte and at least one byte of payload",

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "inspect/json/Document.h"
 #include "inspect/json/Scan.h"
 #include "inspect/model/BitRange.h"
 #include "inspect/text/Escape.h"
@@ -44,18 +45,29 @@ bool ReadJsonLine(const std::string& text, const std::string& member, JsonLine& 
     error = {problem.place.column, "not JSON: " + Escaped(problem.message)};
     return false;
   }
-  const Json::Value& object = value;
-  if (!object.isObject() || !object[member].isString()) {
-    error = {1, "expected a member " + InQuotes(member) + ", a string of hexadecimal digits"};
+  if (!value.isObject()) {
+    error = {1, "expected an object"};
     return false;
   }
+  const Json::Value& object = value;
+  const bool isMember = object.isMember(member);
   const Json::Value& packet = object[member];
   const Json::Value& time = object["time"];
-  parts.hasOthers = object.size() > 1;
-  parts.before = WithoutControls(text.substr(0, static_cast<size_t>(packet.getOffsetStart())));
-  parts.after = WithoutControls(text.substr(static_cast<size_t>(packet.getOffsetLimit())));
-  parts.packet = packet.asString();
+  parts.hasPacket = packet.isString();
+  if (!parts.hasPacket) {
+    const size_t offset = isMember ? static_cast<size_t>(packet.getOffsetStart()) : 0;
+    error = {offset + 1, "expected a member " + InQuotes(member) + ", a string of hexadecimal digits"};
+  }
+  parts.hasOthers = object.size() > (isMember ? 1 : 0);
+  parts.packet = parts.hasPacket ? packet.asString() : "";
   parts.time = time.isString() || time.isNumeric() ? time.asString() : "";
+  const size_t end = text.rfind('}');
+  parts.before = WithoutControls(text.substr(0, isMember ? static_cast<size_t>(packet.getOffsetStart()) : end));
+  parts.after = WithoutControls(text.substr(isMember ? static_cast<size_t>(packet.getOffsetLimit()) : end));
+  if (isMember) return true;
+  if (parts.hasOthers) parts.before += ',';
+  json::AppendString(member, parts.before);
+  parts.before += ':';
   return true;
 }
 

@@ -11,14 +11,15 @@ namespace morvix::inspect {
 
 struct JsonLine {
   bool hasOthers = false;  // members besides the packet
-  std::string before;      // the text around the value of the packet, without control characters
+  bool hasPacket = false;  // the member is there and is a string
+  std::string before;      // the text around its value, or around where it would stand, without control characters
   std::string packet;
   std::string after;
   std::string time;  // of a member "time", as text; empty when there is none
 };
 
 // Control characters, which JSON forbids, are read as blanks and shown as escapes. False, with `error` and its column,
-// when the line is not a JSON object whose member of this name is a string.
+// when the line is not a JSON object. `error` is set as well when the object's member of this name is not a string.
 bool ReadJsonLine(const std::string& line, const std::string& member, JsonLine& parts, HexError& error);
 
 }  // namespace morvix::inspect

@@ -24,7 +24,10 @@ const char kTimestamp[] =
 
 const char kPacketToEnd[] = R"((?P<packet>\{?\s*[0-9A-Fa-f][0-9A-Fa-fxX:, \t]*\}?)\s*$)";
 
-const std::vector<std::string> kReadyMade = {"time", "direction", "candump"};
+const std::vector<std::string>& ReadyMade() {
+  static const std::vector<std::string> kNames = {"time", "direction", "candump"};
+  return kNames;
+}
 
 std::string PatternOf(const std::string& choice) {
   const std::string timestamp = kTimestamp;
@@ -40,10 +43,10 @@ std::string PatternOf(const std::string& choice) {
   return choice;
 }
 
-bool IsPacket(std::string_view text) {
+bool IsPacket(std::string_view text, size_t leastBytes) {
   Bytes bytes;
   HexError error;
-  return ParseHex(text, bytes, error) && bytes.size() > 1 && CommandName(bytes[0]) != nullptr;
+  return ParseHex(text, bytes, error) && bytes.size() >= leastBytes && CommandName(bytes[0]) != nullptr;
 }
 
 }  // namespace
@@ -69,7 +72,7 @@ LinePattern::LinePattern(const std::string& pattern) {
   if (packetIndex_ == 0) {
     throw InputError(
         fmt::format("--line {}: expected time, direction, candump or a pattern with a group (?P<packet>...){}",
-                    Escaped(pattern), DidYouMean(pattern, kReadyMade)));
+                    Escaped(pattern), DidYouMean(pattern, ReadyMade())));
   }
   matches_.resize(static_cast<size_t>(expression_->NumberOfCapturingGroups()) + 1);
 }
@@ -85,21 +88,26 @@ bool LinePattern::Match(std::string_view line, std::string_view& packet) {
   return true;
 }
 
+void LinePattern::Forget() {
+  for (LineGroup& group : others_) group.text = {};
+}
+
 LineHints::LineHints() {
-  for (const std::string& name : kReadyMade) readyMade_.emplace_back(name, LinePattern(name));
+  for (const std::string& name : ReadyMade()) readyMade_.emplace_back(name, LinePattern(name));
 }
 
 std::string LineHints::HintFor(std::string_view line) {
   constexpr size_t kMostStarts = 32;
   std::string_view packet;
   for (auto& [name, pattern] : readyMade_) {
-    if (pattern.Match(line, packet) && IsPacket(packet)) return "--line " + name + " reads such lines";
+    if (pattern.Match(line, packet) && IsPacket(packet, 1)) return "--line " + name + " reads such lines";
   }
   size_t at = 0;
   for (size_t i = 0; i < kMostStarts; ++i) {
     at = line.find_first_of(" \t#=;|)]>,:", at);
     if (at == std::string_view::npos) break;
-    if (IsPacket(line.substr(++at))) return "--line with a pattern reads lines that have something before the packet";
+    if (IsPacket(line.substr(++at), 2))
+      return "--line with a pattern reads lines that have something before the packet";
   }
   return "";
 }

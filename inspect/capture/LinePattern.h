@@ -33,6 +33,9 @@ class LinePattern {
   // Whether the line matches. Sets the packet, and the texts of the other groups.
   bool Match(std::string_view line, std::string_view& packet);
 
+  // Forgets the texts of the last match.
+  void Forget();
+
   // The named groups but the packet, in their order. Their texts are those of the last match, as long as its line
   // lives.
   const std::vector<LineGroup>& Others() const { return others_; }

@@ -24,17 +24,20 @@ std::string Found(std::string_view text, size_t at) {
 
 constexpr byte kNoDigit = 0xff;
 
-// The value of each character as a hexadecimal digit.
-constexpr std::array<byte, 256> kDigitValues = [] {
+constexpr byte DigitValue(size_t c) {
+  if (c >= '0' && c <= '9') return static_cast<byte>(c - '0');
+  if (c >= 'a' && c <= 'f') return static_cast<byte>(c - 'a' + 10);
+  return c >= 'A' && c <= 'F' ? static_cast<byte>(c - 'A' + 10) : kNoDigit;
+}
+
+constexpr std::array<byte, 256> MakeDigitValues() {
   std::array<byte, 256> values{};
-  for (size_t c = 0; c < values.size(); ++c) {
-    values[c] = static_cast<byte>(c >= '0' && c <= '9'   ? c - '0'
-                                  : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                                  : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                                         : kNoDigit);
-  }
+  for (size_t c = 0; c < values.size(); ++c) values[c] = DigitValue(c);
   return values;
-}();
+}
+
+// The value of each character as a hexadecimal digit.
+constexpr std::array<byte, 256> kDigitValues = MakeDigitValues();
 
 byte DigitAt(std::string_view text, size_t at) {
   return at < text.size() ? kDigitValues[static_cast<unsigned char>(text[at])] : kNoDigit;

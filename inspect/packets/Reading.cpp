@@ -252,7 +252,7 @@ Note PacketReader::NoteOf(NoteKind kind, const Field& field) const {
 void PacketReader::NoteValues() {
   const size_t expected = reading_.direction->payloadBytes;
   if (reading_.payloadBytes > expected) {
-    const BitRange surplus = {uint64_t{8} * expected, uint64_t{8} * reading_.payloadBytes};
+    const BitRange surplus = {8 * uint64_t{expected}, 8 * uint64_t{reading_.payloadBytes}};
     reading_.notes.push_back({NoteKind::kSurplus, nullptr, surplus, 0});
   }
   for (const Field& field : reading_.direction->fields) NoteValue(field);

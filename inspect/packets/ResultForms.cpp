@@ -17,9 +17,8 @@ namespace morvix::inspect {
 namespace {
 
 using json::AppendString;
-using json::CompactText;
 
-const std::string kVersion = "version";
+constexpr std::string_view kVersion = "version";
 
 void AppendNumber(uint64_t number, std::string& out) {
   char digits[24];

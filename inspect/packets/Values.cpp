@@ -32,7 +32,7 @@ Values::Values(const json::Document& configuration, const EntityModel& entity, c
     attributes_.emplace(names_.back(), &attribute);
   }
   for (const Attribute& attribute : direction.records) {
-    if (!Contains(names_, DocumentKey(attribute))) keys_.emplace(DocumentKey(attribute), attribute.name.c_str());
+    if (attributes_.count(DocumentKey(attribute)) == 0) keys_.emplace(DocumentKey(attribute), attribute.name.c_str());
   }
   for (const bool isRead : {false, true}) {  // an attribute that is read is worth more than one that is not
     for (size_t i = 0; i < entity.Elements().size(); ++i) {
@@ -41,7 +41,7 @@ Values::Values(const json::Document& configuration, const EntityModel& entity, c
       std::string name;
       if ((read != nullptr) != isRead || !ProtocolGetAttrString_4_0(*element.json, "name", name)) continue;
       if (isRead) name = name.c_str();
-      if (Contains(names_, name)) continue;
+      if (attributes_.count(name) != 0) continue;
       others_[name] = ReasonOf(element, isRead);
       if (isRead && !element.IsWritable()) readOnly_.insert({name, DocumentKey(*read->attribute)});
     }
@@ -57,7 +57,7 @@ void Values::TakeDocument(const json::Document& document) {
   const Json::Value* root = &document.Root();
   // A result of decoding, whose values are the document.
   const bool isResult = root->isObject() && root->isMember("command") && (*root)["values"].isObject();
-  if (isResult && !Contains(entities_, "values")) root = &(*root)["values"];
+  if (isResult && !Contains(entities_, "command")) root = &(*root)["values"];
   if (!root->isObject()) throw InputError(document.PlaceName(*root) + ": expected an object {" + entity + ": {...}}");
   for (const std::string& name : root->getMemberNames()) {
     if (Contains(entities_, name) || name == "version") continue;

@@ -86,7 +86,7 @@ std::string DidYouMean(const std::string& name, const std::vector<std::string>& 
 
 std::string KnownNames(const std::string& name, const std::vector<std::string>& known) {
   constexpr size_t kShown = 40;
-  const std::string similar = DidYouMean(name, known);
+  std::string similar = DidYouMean(name, known);
   std::vector<std::string> shown;
   for (const std::string& other : known) {
     if (shown.size() < kShown) shown.push_back(NameText(other));

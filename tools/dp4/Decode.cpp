@@ -6,13 +6,13 @@
 // ignored.
 //
 // Every line gives one record, also if there is an error in it, which is reported as well; the stream goes on. Lines
-// that
-// --line does not match give none and are counted.
+// that do not match the pattern of --line give none and are counted.
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <chrono>
 #include <fstream>
 #include <istream>
@@ -29,7 +29,6 @@
 #include "inspect/packets/Reading.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
-#include "inspect/text/Format.h"
 
 namespace dp4 {
 
@@ -108,6 +107,93 @@ class Output {
   std::string text_;
 };
 
+// Where a packet comes from.
+struct Origin {
+  bool isArgument = false;
+  size_t number = 0;                   // of the line or argument
+  std::optional<JsonLine> json;        // the line, if it is a JSON object
+  std::optional<LinePattern> pattern;  // what takes lines apart; with the texts of this one
+
+  const std::vector<LineGroup>& Groups() const {
+    static const std::vector<LineGroup> kNone;
+    return pattern ? pattern->Others() : kNone;
+  }
+
+  void Begin(size_t newNumber) {
+    number = newNumber;
+    json.reset();
+    if (pattern) pattern->Forget();
+  }
+};
+
+// What stands before and after the result in a record.
+class Frame {
+ public:
+  Frame(DocumentForm form, const Origin& origin) : form_(form), origin_(origin) {}
+
+  // The names of what Open writes in CSV.
+  void AppendHead(std::string& out) const {
+    for (const LineGroup& group : origin_.Groups()) {
+      AppendCsvCell(group.name, out);
+      out += ',';
+    }
+    out += "line,";
+  }
+
+  void Open(std::string& out) const {
+    if (form_ == DocumentForm::kTable) {
+      AppendTitle(out);
+    } else if (form_ == DocumentForm::kCsv) {
+      for (const LineGroup& group : origin_.Groups()) {
+        AppendCsvCell(group.text, out);
+        out += ',';
+      }
+      out += std::to_string(origin_.number) + ',';
+    } else if (origin_.json) {
+      out += origin_.json->before;
+    } else if (origin_.pattern) {
+      AppendGroups(out);
+    }
+  }
+
+  void Close(std::string& out) const {
+    if (form_ == DocumentForm::kTable) return;
+    if (form_ == DocumentForm::kCsv) {
+      out += '\r';
+    } else if (origin_.json) {
+      out += origin_.json->after;
+    } else if (origin_.pattern) {
+      out += '}';
+    }
+    out += '\n';
+  }
+
+ private:
+  void AppendTitle(std::string& out) const {
+    out += (origin_.isArgument ? "packet " : "line ") + std::to_string(origin_.number);
+    if (origin_.json && origin_.json->hasOthers) out += " " + origin_.json->before + "..." + origin_.json->after;
+    for (const LineGroup& group : origin_.Groups()) {
+      if (group.text.data() != nullptr) out += " " + Escaped(group.text);
+    }
+    out += ": ";
+  }
+
+  void AppendGroups(std::string& out) const {
+    out += '{';
+    for (const LineGroup& group : origin_.Groups()) {
+      if (group.text.data() == nullptr) continue;
+      json::AppendString(group.name, out);
+      out += ':';
+      json::AppendString(group.text, out);
+      out += ',';
+    }
+    out += "\"packet\":";
+  }
+
+  const DocumentForm form_;
+  const Origin& origin_;
+};
+
 class Decoder {
  public:
   Decoder(const EntityModel& entity, const DecodeOptions& options, Environment& environment)
@@ -115,23 +201,20 @@ class Decoder {
         environment_(environment),
         output_(environment),
         reader_(entity),
-        form_(MakeForm(options.document, entity, FormOptionsOf(options))) {
-    if (!options.line.empty()) pattern_.emplace(options.line);
+        form_(MakeForm(options.document, entity, FormOptionsOf(options))),
+        frame_(options.document, origin_) {
+    if (!options.line.empty()) origin_.pattern.emplace(options.line);
     if (options.document != DocumentForm::kCsv) return;
-    for (const LineGroup& group : Groups()) {
-      AppendCsvCell(group.name, output_.Text());
-      output_.Text() += ',';
-    }
-    output_.Text() += "line,";
+    frame_.AppendHead(output_.Text());
     AppendCsvHead(entity, FormOptionsOf(options), output_.Text());
     output_.Text() += "\r\n";
   }
 
   void DecodeArguments() {
     CheckArguments();
-    source_ = "packet ";
+    origin_.isArgument = true;
     for (const std::string& packet : options_.packets) {
-      ++number_;
+      origin_.Begin(origin_.number + 1);
       DecodePacket(packet, 0);
     }
   }
@@ -139,10 +222,9 @@ class Decoder {
   void DecodeStream() {
     Progress progress(environment_);
     LineReader lines(environment_.in, [this] { output_.Flush(); });
-    source_ = "standard input:";
     std::string_view line;
     while (output_.EndRecord() && lines.Next(line)) {
-      number_ = lines.Number();
+      origin_.Begin(lines.Number());
       if (lines.IsTooLong()) {
         RecordError("too long line", 0, fmt::format("expected a line of at most {} bytes", kMaxLineBytes));
       } else if (line.find_first_not_of(kBlanks) != std::string_view::npos) {
@@ -157,8 +239,8 @@ class Decoder {
   ExitCode Finish() {
     if (hasTables_) output_.Text() += kTableKey;
     output_.Flush();
-    const bool isTold = options_.packets.empty() && !options_.quiet && environment_.out.good();
-    if (isTold) environment_.err << "dp4: " << tally_.Text(number_) << '\n';
+    const bool isTold = !origin_.isArgument && !options_.quiet && environment_.out.good();
+    if (isTold) environment_.err << "dp4: " << tally_.Text(origin_.number) << '\n';
     return problems_ == 0 ? kFine : kProblems;
   }
 
@@ -188,14 +270,8 @@ class Decoder {
     }
   }
 
-  const std::vector<LineGroup>& Groups() const {
-    static const std::vector<LineGroup> kNone;
-    return pattern_ ? pattern_->Others() : kNone;
-  }
-
   void DecodeLine(std::string_view line) {
-    json_.reset();
-    if (pattern_) return DecodeMatch(line);
+    if (origin_.pattern) return DecodeMatch(line);
     const size_t first = line.find_first_not_of(kBlanks);
     const size_t second = line[first] == '{' ? line.find_first_not_of(kBlanks, first + 1) : 0;
     const bool isArray =
@@ -204,14 +280,16 @@ class Decoder {
     DecodePacket(line, 0);
   }
 
+  // Patterns see lines without their ends, whichever these are.
   void DecodeMatch(std::string_view line) {
+    if (line.back() == '\r') line.remove_suffix(1);
     std::string_view packet;
-    if (!pattern_->Match(line, packet)) {
+    if (!origin_.pattern->Match(line, packet)) {
       tally_.AddUnmatched();
       if (options_.strict) Report(0, "does not match --line");
       return;
     }
-    for (const LineGroup& group : Groups()) {
+    for (const LineGroup& group : origin_.Groups()) {
       if (group.name == "time" && !group.text.empty()) tally_.AddTime(group.text);
     }
     DecodePacket(packet, packet.data() == nullptr ? 0 : static_cast<size_t>(packet.data() - line.data()));
@@ -224,9 +302,10 @@ class Decoder {
       RecordError("no packet", error.column, error.message);
       return;
     }
-    json_ = std::move(parts);
-    if (!json_->time.empty()) tally_.AddTime(json_->time);
-    DecodePacket(json_->packet, json_->before.size() + 1);  // its quotation mark
+    if (!parts.time.empty()) tally_.AddTime(parts.time);
+    origin_.json = std::move(parts);
+    if (!origin_.json->hasPacket) return RecordError("no packet", error.column, error.message);
+    DecodePacket(origin_.json->packet, origin_.json->before.size() + 1);  // its quotation mark
   }
 
   // `offset` is the packet's in the line, for messages.
@@ -234,7 +313,7 @@ class Decoder {
     HexError hexError;
     if (!ParseHex(text, packet_, hexError)) {
       RecordError("no packet", offset + hexError.column, hexError.message);
-      if (!pattern_ && !json_) Hint(text);
+      if (!origin_.isArgument && !origin_.pattern && !origin_.json) Hint(text);
       return;
     }
     PacketError error;
@@ -261,14 +340,16 @@ class Decoder {
     }
     std::string& out = output_.Text();
     const size_t begin = out.size();
-    OpenRecord();
+    const bool isTable = options_.document == DocumentForm::kTable;
+    if (isTable && hasTables_) out += '\n';
+    frame_.Open(out);
     const size_t state = form_->Append(reading, out);
     if (options_.changes && !IsChanged(reading, std::string_view(out).substr(state))) {
       out.resize(begin);
       return;
     }
-    if (options_.document == DocumentForm::kTable) hasTables_ = true;
-    CloseRecord();
+    hasTables_ = isTable;
+    frame_.Close(out);
   }
 
   // Against the last packet of its command; what a device sends is of one kind, whether it was asked or not.
@@ -283,57 +364,9 @@ class Decoder {
     tally_.AddError(kind);
     Report(column, message);
     if (options_.document == DocumentForm::kTable) return;
-    OpenRecord();
+    frame_.Open(output_.Text());
     form_->AppendError(message, output_.Text());
-    CloseRecord();
-  }
-
-  // What stands before a result.
-  void OpenRecord() {
-    std::string& out = output_.Text();
-    if (options_.document == DocumentForm::kTable) {
-      out += (hasTables_ ? "\n" : "") + TitleOf();
-    } else if (options_.document == DocumentForm::kCsv) {
-      for (const LineGroup& group : Groups()) {
-        AppendCsvCell(group.text, out);
-        out += ',';
-      }
-      out += std::to_string(number_) + ',';
-    } else if (json_) {
-      out += json_->before;
-    } else if (pattern_) {
-      out += '{';
-      for (const LineGroup& group : Groups()) {
-        if (group.text.data() == nullptr) continue;
-        json::AppendString(group.name, out);
-        out += ':';
-        json::AppendString(group.text, out);
-        out += ',';
-      }
-      out += "\"packet\":";
-    }
-  }
-
-  void CloseRecord() {
-    std::string& out = output_.Text();
-    if (options_.document == DocumentForm::kTable) return;
-    if (options_.document == DocumentForm::kCsv) {
-      out += '\r';
-    } else if (json_) {
-      out += json_->after;
-    } else if (pattern_) {
-      out += '}';
-    }
-    out += '\n';
-  }
-
-  std::string TitleOf() const {
-    std::string title = (options_.packets.empty() ? "line " : "packet ") + std::to_string(number_);
-    if (json_ && json_->hasOthers) title += " " + json_->before + "..." + json_->after;
-    for (const LineGroup& group : Groups()) {
-      if (group.text.data() != nullptr) title += " " + Escaped(group.text);
-    }
-    return title + ": ";
+    frame_.Close(output_.Text());
   }
 
   // At a column, unless it is 0.
@@ -341,14 +374,14 @@ class Decoder {
     ++problems_;
     if (environment_.isOutTerminal) output_.Flush();
     environment_.clearProgress();
-    environment_.err << "dp4: " << source_ << number_;
+    environment_.err << "dp4: " << (origin_.isArgument ? "packet " : "standard input:") << origin_.number;
     if (column != 0) environment_.err << ':' << column;
     environment_.err << ": " << message << '\n';
   }
 
   // Once, how to read lines such as this one, which is no packet.
   void Hint(std::string_view line) {
-    if (isHinted_ || !options_.packets.empty()) return;
+    if (isHinted_) return;
     if (!hints_) hints_.emplace();
     const std::string hint = hints_->HintFor(line);
     if (hint.empty()) return;
@@ -361,14 +394,12 @@ class Decoder {
   Output output_;
   PacketReader reader_;
   const std::unique_ptr<ResultForm> form_;
-  std::optional<LinePattern> pattern_;
-  std::optional<JsonLine> json_;  // the line that is decoded, if it is one
+  Origin origin_;
+  const Frame frame_;
   std::optional<LineHints> hints_;
   std::array<std::optional<std::string>, kCommands> states_;  // what the last packet of each command said
   Bytes packet_;                                              // kept for its memory
   Tally tally_;
-  const char* source_ = "";
-  size_t number_ = 0;  // of the line or packet
   size_t problems_ = 0;
   bool isHinted_ = false;
   bool hasTables_ = false;
