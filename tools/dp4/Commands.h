@@ -21,10 +21,17 @@ struct EntityOptions {
   bool color = false;
 };
 
+// The forms of a result that is one document.
+enum class DataForm { kText, kJson, kCsv };
+
 // Of one entity or all.
-int Show(const EntityOptions& options, Environment& environment);
+struct ShowOptions : EntityOptions {
+  DataForm format = DataForm::kText;
+};
+int Show(const ShowOptions& options, Environment& environment);
 
 struct LayoutOptions : EntityOptions {
+  DataForm format = DataForm::kText;
   std::string svg;  // the file of the picture; empty for the text form
 };
 int Layout(const LayoutOptions& options, Environment& environment);
@@ -73,6 +80,7 @@ struct DevicesOptions {
   std::string find;           // a product key
   bool keys = false;          // lists the product keys
   std::optional<bool> debug;  // the build whose keys are taken; nothing: as the file says
+  DataForm format = DataForm::kText;
 };
 int Devices(const DevicesOptions& options, Environment& environment);
 

@@ -79,6 +79,7 @@ const Choices<FindingsForm> kFindingsForms = {
     {"text", FindingsForm::kText}, {"json", FindingsForm::kJson}, {"sarif", FindingsForm::kSarif}};
 const Choices<Severity> kSeverities = {
     {"error", Severity::kError}, {"warning", Severity::kWarning}, {"info", Severity::kInfo}};
+const Choices<DataForm> kDataForms = {{"text", DataForm::kText}, {"json", DataForm::kJson}, {"csv", DataForm::kCsv}};
 const Choices<DocumentForm> kDocumentForms = {
     {"flat", DocumentForm::kFlat}, {"decoded", DocumentForm::kDecoded}, {"table", DocumentForm::kTable}};
 
@@ -212,19 +213,26 @@ class CommandLine {
     AddChoice(command, "--output", kPacketForms, output)->type_name("FORM");
   }
 
+  static CLI::Option* AddDataForm(CLI::App& command, DataForm& format, const std::string& help) {
+    return AddChoice(command, "--format", kDataForms, format, help)->type_name("FORMAT");
+  }
+
   void AddShow() {
     CLI::App& command = Add("show", "Lists the entities and attributes of a configuration.", "dp4 show kettle.json");
     command.callback([this] { exitCode_ = Show(show_, environment_); });
     AddConfiguration(command, kOneEntity, show_);
+    AddDataForm(command, show_.format, "");
   }
 
   void AddLayout() {
     CLI::App& command = Add("layout", "Draws the payload as a map of bits.", "dp4 layout kettle.json --svg kettle.svg");
     command.callback([this] { exitCode_ = Layout(layout_, environment_); });
     AddConfiguration(command, kNeededEntity, layout_);
+    auto* format = AddDataForm(command, layout_.format, "");
     command.add_option("--svg", layout_.svg, "writes a picture to this file instead; - for standard output")
         ->type_name("FILE")
-        ->check(kNotEmpty);
+        ->check(kNotEmpty)
+        ->excludes(format);
   }
 
   void AddLint() {
@@ -305,6 +313,7 @@ class CommandLine {
     auto* keys = command.add_flag("--keys", devices_.keys, "the product keys of all devices");
     protocol->excludes(find)->excludes(keys);
     find->excludes(keys);
+    AddDataForm(command, devices_.format, "a line of JSON for each result; ");
     auto* debug = command.add_flag("--debug", "takes the keys of debug builds");
     auto* release = command.add_flag("--release", "takes the keys of release builds");
     debug->excludes(release);
@@ -333,7 +342,7 @@ class CommandLine {
   CLI::App app_{kDescription, "dp4"};
   int exitCode_ = kFine;
   bool isLogged_ = false;
-  EntityOptions show_;
+  ShowOptions show_;
   LayoutOptions layout_;
   LintOptions lint_;
   EncodeOptions encode_;
