@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -66,6 +67,9 @@ struct PlacedFinding {
   size_t utf16Column;
 };
 
+// The units of UTF-16 that a text of UTF-8 takes.
+size_t Utf16Units(std::string_view text);
+
 // Places findings that are in the order of the text.
 std::vector<PlacedFinding> PlaceAll(const std::string& text, std::vector<Finding> findings);
 
@@ -80,7 +84,7 @@ struct FileFindings {
 std::string FindingsText(const std::vector<FileFindings>& files, bool color);
 std::string FindingsJson(const std::vector<FileFindings>& files);
 std::string FindingsSarif(const std::vector<FileFindings>& files, const Rules& rules);  // SARIF 2.1.0
-std::string RulesText(const Rules& rules, bool color);
+std::string RulesText(const Rules& rules, bool color, size_t width);                    // as AlignedTable takes it
 std::string RulesJson(const Rules& rules);
 
 }  // namespace morvix::inspect

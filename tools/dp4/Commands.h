@@ -47,6 +47,16 @@ struct LintOptions : EntityOptions {
 };
 int Lint(const LintOptions& options, Environment& environment);
 
+struct CompareOptions {
+  std::string before;
+  std::string after;
+  FindingsForm format = FindingsForm::kText;
+  morvix::inspect::Severity severity = morvix::inspect::Severity::kError;  // from which on findings are problems
+  bool listRules = false;                                                  // instead of comparing
+  bool color = false;
+};
+int Compare(const CompareOptions& options, Environment& environment);
+
 struct EncodeOptions : EntityOptions {
   std::string values;            // file of a value document, "-" for standard input; empty with --set only
   std::vector<std::string> set;  // "name=value" each; after the document's values

@@ -16,7 +16,7 @@ using namespace morvix::inspect;
 namespace {
 
 // The findings of the files, or the rules.
-std::string Output(const std::vector<FileFindings>& files, const LintOptions& options) {
+std::string Output(const std::vector<FileFindings>& files, const LintOptions& options, size_t columns) {
   const Rules& rules = LintRules();
   switch (options.format) {
     case FindingsForm::kJson:
@@ -24,7 +24,7 @@ std::string Output(const std::vector<FileFindings>& files, const LintOptions& op
     case FindingsForm::kSarif:
       return FindingsSarif(files, rules);
     default:
-      return options.listRules ? RulesText(rules, options.color) : FindingsText(files, options.color);
+      return options.listRules ? RulesText(rules, options.color, columns) : FindingsText(files, options.color);
   }
 }
 
@@ -32,7 +32,7 @@ std::string Output(const std::vector<FileFindings>& files, const LintOptions& op
 
 int Lint(const LintOptions& options, Environment& environment) {
   if (options.listRules) {
-    environment.out << Output({}, options);
+    environment.out << Output({}, options, environment.columns);
     return kFine;
   }
   if (std::count(options.configurations.begin(), options.configurations.end(), "-") > 1) {
@@ -53,7 +53,7 @@ int Lint(const LintOptions& options, Environment& environment) {
     }
   }
   // The other files' findings are not lost to one that cannot be used.
-  if (!files.empty() || unusable.empty()) environment.out << Output(files, options);
+  if (!files.empty() || unusable.empty()) environment.out << Output(files, options, environment.columns);
   if (!unusable.empty()) throw InputError(unusable);
   return areFine ? kFine : kProblems;
 }

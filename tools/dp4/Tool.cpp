@@ -132,6 +132,7 @@ class CommandLine {
     AddShow();
     AddLayout();
     AddLint();
+    AddCompare();
     AddEncode();
     AddRequest();
     AddDecode();
@@ -178,10 +179,14 @@ class CommandLine {
   // What most commands take.
   void AddShared(CLI::App& command, const char* entityHelp, EntityOptions& options) {
     command.add_option("--entity", options.entity, entityHelp)->type_name("NAME|ID")->check(kNotEmpty);
+    AddLogAndColor(command, options.color);
+  }
+
+  void AddLogAndColor(CLI::App& command, bool& color) {
     command.add_flag("--log", isLogged_, "shows the protocol module's log lines on standard error");
-    options.color = environment_.hasColors;
-    const auto chooseColor = [this, &options](const std::string& when) {
-      options.color = when == "always" || (when == "auto" && environment_.hasColors);
+    color = environment_.hasColors;
+    const auto chooseColor = [this, &color](const std::string& when) {
+      color = when == "always" || (when == "auto" && environment_.hasColors);
     };
     command
         .add_option_function<std::string>("--color", chooseColor,
@@ -251,6 +256,27 @@ class CommandLine {
     command.callback([this, files, rules] {
       if (files->count() == 0 && rules->count() == 0) throw CLI::RequiredError("CONFIG");
       exitCode_ = dp4::Lint(lint_, environment_);
+    });
+  }
+
+  void AddCompare() {
+    CLI::App& command = Add("compare",
+                            "Finds what a new configuration breaks: errors break devices in the field, "
+                            "warnings applications, infos nobody.",
+                            "dp4 compare kettle.json kettle-2.json");
+    AddLogAndColor(command, compare_.color);
+    auto* before = command.add_option("OLD", compare_.before, "product configuration (JSON) of devices in the field")
+                       ->check(kNotEmpty);
+    auto* after = command.add_option("NEW", compare_.after, "the one that is to follow it; - for standard input")
+                      ->check(kNotEmpty);
+    AddChoice(command, "--format", kFindingsForms, compare_.format)->type_name("FORMAT");
+    AddChoice(command, "--severity", kSeverities, compare_.severity, "exit code 1 from this severity on: ")
+        ->type_name("SEVERITY");
+    auto* rules = command.add_flag("--rules", compare_.listRules, "lists the rules instead");
+    command.callback([this, before, after, rules] {
+      if (rules->count() == 0 && before->count() == 0) throw CLI::RequiredError("OLD");
+      if (rules->count() == 0 && after->count() == 0) throw CLI::RequiredError("NEW");
+      exitCode_ = dp4::Compare(compare_, environment_);
     });
   }
 
@@ -345,6 +371,7 @@ class CommandLine {
   ShowOptions show_;
   LayoutOptions layout_;
   LintOptions lint_;
+  CompareOptions compare_;
   EncodeOptions encode_;
   RequestOptions request_;
   DecodeOptions decode_;
