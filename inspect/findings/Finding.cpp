@@ -9,6 +9,17 @@ const char* SeverityName(Severity severity) {
   return severity == Severity::kError ? "error" : severity == Severity::kWarning ? "warning" : "info";
 }
 
+bool Findings::Wants(const Rule& rule) {
+  const bool isDisabled = !disabled_.empty() && disabled_.count(rule.name) != 0;
+  const bool isLessSevere = rule.severity < least_;
+  if (isDisabled) {
+    ++disabledCount_;
+  } else if (isLessSevere) {
+    ++lessSevere_;
+  }
+  return !isDisabled && !isLessSevere;
+}
+
 void Findings::Add(Finding finding) {
   if (Wants(*finding.rule)) findings_.push_back(std::move(finding));
 }
@@ -18,8 +29,8 @@ void Findings::Add(const Rule& rule, const Spot& spot, std::string message, std:
 }
 
 void Findings::AddOnce(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix) {
-  if (!Wants(rule) || !known_.insert({&rule, spot.pointer}).second) return;
-  Add(rule, spot, std::move(message), std::move(effect), std::move(fix));
+  if (known_.insert({&rule, spot.pointer}).second)
+    Add(rule, spot, std::move(message), std::move(effect), std::move(fix));
 }
 
 std::vector<Finding> Findings::Sorted() const {

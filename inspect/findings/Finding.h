@@ -24,6 +24,7 @@ struct Rule {
   const char* name;
   Severity severity;
   const char* sentence;
+  const char* why = "";  // at more length: what happens, why, and how to put it right
 };
 
 // Rules in the order in which they are listed, which also decides between findings at one place.
@@ -41,7 +42,9 @@ struct Finding {
 // The findings of one document, as far as they are severe enough.
 class Findings {
  public:
-  Findings(const Rules& rules, Severity least) : rules_(rules), least_(least) {}
+  // Findings of the disabled rules are left out as well.
+  Findings(const Rules& rules, Severity least, std::set<std::string> disabled = {})
+      : rules_(rules), least_(least), disabled_(std::move(disabled)) {}
 
   void Add(Finding finding);
   void Add(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix);
@@ -51,11 +54,19 @@ class Findings {
   // In the order of the text, then of the rules.
   std::vector<Finding> Sorted() const;
 
+  // How many were left out for their severity, and for their rule.
+  size_t LessSevere() const { return lessSevere_; }
+  size_t Disabled() const { return disabledCount_; }
+
  private:
-  bool Wants(const Rule& rule) const { return rule.severity >= least_; }
+  // Counts what it does not want.
+  bool Wants(const Rule& rule);
 
   const Rules& rules_;
   Severity least_;
+  std::set<std::string> disabled_;
+  size_t lessSevere_ = 0;
+  size_t disabledCount_ = 0;
   std::vector<Finding> findings_;
   std::set<std::pair<const Rule*, std::string>> known_;
 };
@@ -78,6 +89,8 @@ struct FileFindings {
   std::string path;  // as it was given; "-" for standard input
   std::string name;  // what messages call it
   std::vector<PlacedFinding> findings;
+  size_t lessSevere = 0;  // left out for their severity
+  size_t disabled = 0;    // left out for their rule
 };
 
 // All forms end their last line.
@@ -86,6 +99,13 @@ std::string FindingsJson(const std::vector<FileFindings>& files);
 std::string FindingsSarif(const std::vector<FileFindings>& files, const Rules& rules);  // SARIF 2.1.0
 std::string RulesText(const Rules& rules, bool color, size_t width);                    // as AlignedTable takes it
 std::string RulesJson(const Rules& rules);
+
+// "2 files: 1 error, 2 warnings (3 infos not shown: --severity info)", without a line end. `least` is the minimum
+// severity that was reported.
+std::string SummaryText(const std::vector<FileFindings>& files, Severity least);
+
+// A rule at length, in lines of at most 80 columns.
+std::string RuleText(const Rule& rule, bool color);
 
 }  // namespace morvix::inspect
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.h"
@@ -197,10 +198,41 @@ std::string RulesText(const Rules& rules, bool color, size_t width) {
   return AlignedTable(rows, color, width);
 }
 
+std::string SummaryText(const std::vector<FileFindings>& files, Severity least) {
+  std::map<Severity, size_t> counts;
+  size_t lessSevere = 0;
+  size_t disabled = 0;
+  for (const FileFindings& file : files) {
+    for (const PlacedFinding& placed : file.findings) ++counts[placed.finding.rule->severity];
+    lessSevere += file.lessSevere;
+    disabled += file.disabled;
+  }
+  std::vector<std::string> parts;
+  for (const Severity severity : {Severity::kError, Severity::kWarning, Severity::kInfo}) {
+    if (counts[severity] != 0) parts.push_back(Count(counts[severity], SeverityName(severity)));
+  }
+  std::string text = Count(files.size(), "file") + ": ";
+  text += parts.empty() ? "nothing found" : fmt::format("{}", fmt::join(parts, ", "));
+  const char* lower = least == Severity::kError ? "warning" : "info";
+  if (lessSevere != 0) text += fmt::format(" ({} not shown: --severity {})", lessSevere, lower);
+  if (disabled != 0) text += fmt::format(" ({} of disabled rules)", disabled);
+  return text;
+}
+
+std::string RuleText(const Rule& rule, bool color) {
+  constexpr size_t kWidth = 80;
+  std::string text =
+      fmt::format("{}: {}\n{}\n\n", Colored(rule.name, kBold, color),
+                  Colored(SeverityName(rule.severity), SeverityColor(rule.severity), color), rule.sentence);
+  for (const std::string& line : Wrapped(rule.why, kWidth, SIZE_MAX, "")) text += line + "\n";
+  return text;
+}
+
 std::string RulesJson(const Rules& rules) {
   Tree list = Tree::array();
   for (const Rule* rule : rules) {
     list.push_back({{"id", rule->name}, {"severity", SeverityName(rule->severity)}, {"sentence", rule->sentence}});
+    if (*rule->why != '\0') list.back()["why"] = rule->why;
   }
   return Written(list);
 }

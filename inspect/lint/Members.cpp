@@ -23,12 +23,16 @@ namespace {
 void LintUnknown(const Spot& object, const Names& known, const char* kind, Findings& findings) {
   if (!object.value->isObject()) return;
   for (const std::string& name : object.value->getMemberNames()) {
-    if (Contains(known, name)) continue;
+    const bool isNote = name.compare(0, 2, "x-") == 0 || name.compare(0, 1, "$") == 0;  // of the author's own
+    if (isNote || Contains(known, name)) continue;
     const std::string similar = SimilarName(name, known);
     std::string fix = "remove it";
     if (!similar.empty()) {
       fix = object.value->isMember(similar) ? "remove it; " + Quoted(similar) + " is there already"
                                             : "did you mean " + Quoted(similar) + "?";
+    } else if (Contains(known, "attrs") && !object.value->isMember("attrs") &&
+               MeantArray(*object.value, "attrs") == name) {
+      fix = "did you mean 'attrs'?";
     } else if (Contains(PositionMembers(), name)) {
       fix = "move it into 'position'";
     } else if (Contains(ScalingMembers(), name)) {

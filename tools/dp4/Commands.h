@@ -42,7 +42,9 @@ struct LintOptions : EntityOptions {
   std::vector<std::string> configurations;  // instead of the one
   FindingsForm format = FindingsForm::kText;
   morvix::inspect::Severity severity = morvix::inspect::Severity::kWarning;
-  bool listRules = false;  // instead of linting
+  bool listRules = false;             // instead of linting
+  std::string explained;              // a rule, to be explained instead of linting
+  std::vector<std::string> disabled;  // rules
   bool roundtrip = false;
 };
 int Lint(const LintOptions& options, Environment& environment);

@@ -138,6 +138,7 @@ class CommandLine {
     AddDecode();
     AddDevices();
     AddCompletion();
+    AddHelp();
   }
 
   int Run(const std::vector<std::string>& arguments) {
@@ -252,9 +253,21 @@ class CommandLine {
         ->type_name("SEVERITY");
     command.add_flag("--roundtrip", lint_.roundtrip,
                      "encodes and decodes limits and middles of every attribute as well");
+    command
+        .add_option("--disable", lint_.disabled,
+                    "leaves a rule out; so does {\"disable\": [RULE, ...]} in a file .dp4-lint.json beside the "
+                    "configuration")
+        ->type_name("RULE")
+        ->expected(1)
+        ->take_all()
+        ->allow_extra_args(false);
     auto* rules = command.add_flag("--rules", lint_.listRules, "lists the rules instead");
-    command.callback([this, files, rules] {
-      if (files->count() == 0 && rules->count() == 0) throw CLI::RequiredError("CONFIG");
+    auto* explain = command.add_option("--explain", lint_.explained, "explains a rule instead")
+                        ->type_name("RULE")
+                        ->check(kNotEmpty);
+    command.callback([this, files, rules, explain] {
+      const bool isLinting = rules->count() == 0 && explain->count() == 0;
+      if (isLinting && files->count() == 0) throw CLI::RequiredError("CONFIG");
       exitCode_ = dp4::Lint(lint_, environment_);
     });
   }
@@ -364,6 +377,18 @@ class CommandLine {
     complete.callback([this] { environment_.out << Completions(app_, words_); });
   }
 
+  void AddHelp() {
+    CLI::App& command = Add("help", "Tells more about a command, as COMMAND --help does.", "dp4 help decode");
+    command.add_option("COMMAND", helpOf_, "all commands without it");
+    command.callback([this] {
+      if (!helpOf_.empty()) CheckCommand({helpOf_});
+      // As a formatter writes it: the tool's own help would be that of the command that was given, which is this one.
+      environment_.out << (helpOf_.empty()
+                               ? app_.get_formatter()->make_help(&app_, app_.get_name(), CLI::AppFormatMode::Normal)
+                               : app_.get_subcommand(helpOf_)->help(app_.get_name()));
+    });
+  }
+
   Environment& environment_;
   CLI::App app_{kDescription, "dp4"};
   int exitCode_ = kFine;
@@ -377,6 +402,7 @@ class CommandLine {
   DecodeOptions decode_;
   DevicesOptions devices_;
   std::string shell_;
+  std::string helpOf_;
   std::vector<std::string> words_;
 };
 
