@@ -310,7 +310,7 @@ TEST(LayoutText, DrawsTheEndOfAWriteInsideOfAField) {
           .out;
   EXPECT_NE(text.find(R"(
    1 | log                                                                   |
-     +--------------------------------------------------------------+--------+
+     |                                                              +--------+
    2 | log                                                          |! log + | ] bit group 2
      |                                                              |off     | ]
      +==============================================================+========+ end of a write

@@ -372,8 +372,8 @@ TEST(ShowJson, HasALineForEachEntity) {
   EXPECT_EQ(lines[1] + "\n", RunTool({"show", "gateway.json", "--entity", "1", "--format", "json"}).out);
 }
 
-// The group of a has two bytes on writing, since b ends it there at bit 9, and one on reading. c is after the end of a
-// write of nothing; n lies nowhere, since it is a number in bits.
+// The group of a has two bytes on writing, since b ends it there at bit 9, and one on reading. n lies nowhere, since it
+// is a number in bits.
 TEST(ShowJson, HasThePlaceInAWriteWhereItDiffers) {
   const std::string configuration =
       Configuration(Bool("a", 0, 0) + "," + Bool("x", 3, 0, "status_readonly") + "," + Bool("b", 0, 9) + "," +
@@ -399,6 +399,19 @@ TEST(ShowJson, ListsWhatTheParserDrops) {
             R"([{"index":1,"member":"display_name","name":"b"},{"index":2,"member":"attr"},)"
             R"({"index":3,"member":"name"}])");
   EXPECT_EQ(entity["attributes"].size(), 1U);
+}
+
+// The read-only number lacks its ratio, which on reading drops q after it as well. On writing q is taken.
+TEST(ShowJson, HasWhatIsWrittenOnly) {
+  const std::string configuration = Configuration(
+      Attribute("n", "status_readonly", "uint8", Bytes(0, 1), R"("uint_spec": {"min": 0, "max": 9, "addition": 0}, )") +
+      "," + Bool("q", 0, 3));
+  const Json::Value entity = ParseJson(RunTool({"show", "-", "--format", "json"}, configuration).out);
+  EXPECT_EQ(WriteJson(entity["attributes"]),
+            R"([{"description":"","displayName":"D q","flag":0,"group":"status_writable","id":0,"name":"q",)"
+            R"("type":"bool","writePlace":{"bits":1,"firstBit":4}}])");
+  EXPECT_EQ(WriteJson(entity["dropped"]),
+            R"([{"index":0,"member":"ratio","name":"n"},{"index":1,"member":"ratio","name":"q"}])");
 }
 
 TEST(ShowCsv, HasARowForEachAttributeOfEachEntity) {

@@ -71,10 +71,10 @@ std::string Rule(const MapColumns& above, const MapColumns& below, bool endsWrit
   return isLine ? rule : "";
 }
 
-// The bit groups at the right of the grid.
+// The bit groups at the right of the grid, with their names if there is room for them.
 class GroupMarks {
  public:
-  explicit GroupMarks(const PayloadMap& map) : map_(map) {}
+  GroupMarks(const PayloadMap& map, bool hasNames) : map_(map), hasNames_(hasNames) {}
 
   // What stands at the right of a row's first line; of the other ones, and of a line between it and the next row, too
   // when `isGoingOn`.
@@ -85,7 +85,8 @@ class GroupMarks {
       const BitRange& group = map_.groups[i];
       if (byteIndex < group.FirstByte() || byteIndex >= group.EndByte()) continue;
       isInside = true;
-      if (!isGoingOn && named_.insert(i).second) names += (names.empty() ? " bit group " : ", ") + PlaceText(group);
+      if (hasNames_ && !isGoingOn && named_.insert(i).second)
+        names += (names.empty() ? " bit group " : ", ") + PlaceText(group);
     }
     return isInside ? " ]" + names : "";
   }
@@ -100,6 +101,7 @@ class GroupMarks {
 
  private:
   const PayloadMap& map_;
+  const bool hasNames_;
   std::set<size_t> named_;
 };
 
@@ -129,7 +131,10 @@ std::string RowText(const PayloadMap& map, const MapRow& row, size_t labelWidth,
   return text;
 }
 
-std::string GridText(const PayloadMap& map, bool color) {
+// Whether words fit at the right of the grid.
+bool HasMargin(size_t width) { return width == 0 || width >= 100; }
+
+std::string GridText(const PayloadMap& map, bool color, size_t width) {
   const size_t labelWidth = std::max<size_t>(4, std::to_string(map.blocks.back().last).size());
   const std::string margin(labelWidth + 1, ' ');
   std::string text = PaddedTo(labelWidth + 1, "byte") + "bit ";
@@ -137,11 +142,12 @@ std::string GridText(const PayloadMap& map, bool color) {
   const MapColumns outside{};
   MapColumns above = outside;
   const MapRow* previous = nullptr;
-  GroupMarks groups(map);
+  GroupMarks groups(map, HasMargin(width));
   const auto addRule = [&](const MapColumns& columns, const std::string& groupMark) {
     const bool endsWrite = previous != nullptr && EndsWrite(map, *previous);
     const std::string rule = Rule(above, columns, endsWrite);
-    if (!rule.empty()) text += margin + rule + groupMark + (endsWrite ? " end of a write" : "") + "\n";
+    if (!rule.empty())
+      text += margin + rule + groupMark + (endsWrite && HasMargin(width) ? " end of a write" : "") + "\n";
     above = columns;
   };
   const std::vector<MapRow> rows = RowsOf(map);
@@ -154,14 +160,22 @@ std::string GridText(const PayloadMap& map, bool color) {
   return text;
 }
 
-std::string KeyText(const PayloadMap& map) {
+std::string KeyText(const PayloadMap& map, size_t width) {
   std::vector<std::string> parts;
   if (map.hasGaps) parts.push_back(std::string(". ") + map.gapText);
   if (!map.overlaps.empty()) parts.emplace_back("! fields overlap");
   if (map.hasValueBits) parts.emplace_back("[7:0] bits of the value");
   if (!map.groups.empty()) parts.emplace_back("] bits of one group");
+  if (map.writtenBytes != 0 && !HasMargin(width)) parts.emplace_back("=== end of a write");
   parts.emplace_back("2-3 bytes, 0.2 byte and bit");
-  return fmt::format("{}\n", fmt::join(parts, "   "));
+  std::string text = parts[0];
+  size_t used = TextWidth(parts[0]);
+  for (size_t i = 1; i < parts.size(); ++i) {
+    const bool isFull = width != 0 && used + 3 + TextWidth(parts[i]) > width;
+    text += (isFull ? "\n" : "   ") + parts[i];
+    used = (isFull ? 0 : used + 3) + TextWidth(parts[i]);
+  }
+  return text + "\n";
 }
 
 std::string LegendText(const PayloadMap& map, bool color, size_t width) {
@@ -184,7 +198,7 @@ std::string LegendText(const PayloadMap& map, bool color, size_t width) {
 
 std::string MapText(const PayloadMap& map, bool color, size_t width) {
   std::string text = Colored(map.title, kBold, color) + ": " + map.summary + "\n";
-  if (!map.blocks.empty()) text += "\n" + GridText(map, color) + KeyText(map);
+  if (!map.blocks.empty()) text += "\n" + GridText(map, color, width) + KeyText(map, width);
   if (!map.fields.empty()) text += "\n" + LegendText(map, color, width);
   const std::vector<std::string> remarks = Remarks(map);
   if (!remarks.empty()) text += "\n";

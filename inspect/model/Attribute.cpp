@@ -57,7 +57,7 @@ std::string MaxText(const Attribute& number) { return UserText(number, static_ca
 std::string ExpectedIndex(const Attribute& attribute) {
   const size_t items = attribute.enumList.size();
   if (items == 0) return "it has no items";
-  return fmt::format("expected 0 to {}; the {} in the module's line is the number of items", items - 1, items);
+  return fmt::format("expected 0 to {}; the line's {} counts the items", items - 1, items);
 }
 
 namespace {

@@ -29,18 +29,20 @@ const std::string& GroupKeyword(Group group) {
   return keywords[index];
 }
 
+// Of an attribute that is read or written.
 Tree AttributeTree(const EntityModel& entity, const Field& field) {
   const Attribute& attribute = *field.attribute;
+  const Field* read = entity.Read(field.element);
   Tree tree = {
       {"name", attribute.name}, {"displayName", attribute.display_name}, {"description", attribute.desc},
       {"id", attribute.id},     {"group", GroupKeyword(attribute.type)}, {"type", DataTypeName(attribute.data_type)}};
   const Field* written = entity.Written(field.element);
   if (written != nullptr) tree["flag"] = written->flag;
-  const Tree place = PlaceOf(attribute, entity.Reading().payloadBytes);
+  const Tree place = read == nullptr ? Tree() : PlaceOf(*read->attribute, entity.Reading().payloadBytes);
   if (!place.is_null()) tree["place"] = place;
   if (written != nullptr) {
     const Tree writePlace = PlaceOf(*written->attribute, entity.Writing().payloadBytes);
-    if (writePlace != place) tree["writePlace"] = writePlace;
+    if (!writePlace.is_null() && writePlace != place) tree["writePlace"] = writePlace;
   }
   if (IsNumber(attribute)) {
     const Scaling& scaling = attribute.uint_spec;
@@ -55,7 +57,7 @@ Tree AttributeTree(const EntityModel& entity, const Field& field) {
 
 Tree AttributeTrees(const EntityModel& entity) {
   Tree trees = Tree::array();
-  for (const Field& field : entity.Reading().fields) trees.push_back(AttributeTree(entity, field));
+  for (const Field* field : entity.Fields()) trees.push_back(AttributeTree(entity, *field));
   return trees;
 }
 
@@ -63,11 +65,12 @@ Tree DroppedTrees(const EntityModel& entity) {
   Tree dropped = Tree::array();
   for (size_t i = 0; i < entity.Elements().size(); ++i) {
     const Element& element = entity.Elements()[i];
-    if (element.droppedOnReading.empty()) continue;
+    const std::string& member = element.droppedOnReading.empty() ? element.droppedOnWriting : element.droppedOnReading;
+    if (member.empty()) continue;
     Tree tree = {{"index", i}};
     std::string name;
     if (ProtocolGetAttrString_4_0(*element.json, "name", name)) tree["name"] = name;
-    tree["member"] = element.droppedOnReading;
+    tree["member"] = member;
     dropped.push_back(tree);
   }
   return dropped;

@@ -17,10 +17,10 @@ namespace morvix::inspect {
 //                    "min", "max", "ratio", "addition", "items"}],
 //    "dropped": [{"index", "name", "member"}]}
 //
-// "attributes" are those that are read, in configuration order; "dropped" are the elements of "attrs" that the parser
-// drops, with the member for which it does. Places count bits from the most significant bit of byte 0: "place" in the
-// payload of all groups, "writePlace" in a write where it differs (null where a write has no place for it). "flag" is
-// there for what can be written, limits and scaling for numbers, "items" for enums. Limits are raw values.
+// "attributes" are those that are read or written, in configuration order; "dropped" are the elements of "attrs" that
+// the parser drops when reading or writing, with the member for which it does. Places count bits from the most
+// significant bit of byte 0: "place" in the payload of all groups, "writePlace" in a write where it has another one.
+// "flag" is there for what can be written, limits and scaling for numbers, "items" for enums. Limits are raw values.
 std::string DescriptionJson(const EntityModel& entity);
 
 // The attributes of DescriptionJson as comma-separated values, a row each, with the entity's name first. Items are a

@@ -87,14 +87,26 @@ std::vector<std::string> LinesOf(const std::string& cell, size_t width = SIZE_MA
   return lines;
 }
 
-// Makes the widest columns narrower until all of them fit, or until cells would be too narrow to be read.
-void Narrow(std::vector<size_t>& widths, size_t width) {
-  constexpr size_t kNarrowest = 8;
+// The columns of the longest part of a cell that Wrapped does not break.
+size_t LongestPart(const std::string& cell) {
+  size_t longest = 0;
+  for (size_t begin = 0, end = 0; begin < cell.size(); begin = end + 1) {
+    end = std::min(cell.find_first_of(" _-.:/\n", begin), cell.size());
+    longest = std::max(longest, TextWidth(std::string_view(cell).substr(begin, end - begin)) + 1);
+  }
+  return longest;
+}
+
+// Makes the widest columns narrower until all of them fit, but none narrower than `least`.
+void Narrow(std::vector<size_t>& widths, const std::vector<size_t>& least, size_t width) {
   size_t used = std::accumulate(widths.begin(), widths.end(), kColumnGap * (widths.size() - 1));
   for (; used > width; --used) {
-    const auto widest = std::max_element(widths.begin(), widths.end());
-    if (*widest <= kNarrowest) return;
-    --*widest;
+    size_t widest = widths.size();
+    for (size_t i = 0; i < widths.size(); ++i) {
+      if (widths[i] > least[i] && (widest == widths.size() || widths[i] > widths[widest])) widest = i;
+    }
+    if (widest == widths.size()) return;
+    --widths[widest];
   }
 }
 
@@ -164,7 +176,18 @@ std::string AlignedTable(const std::vector<TableRow>& rows, bool color, size_t w
       for (const std::string& line : LinesOf(row[i].text)) widths[i] = std::max(widths[i], TextWidth(line));
     }
   }
-  if (width != 0) Narrow(widths, width);
+  if (width != 0) {
+    constexpr size_t kLongestPart = 20;  // longer ones are broken anywhere
+    std::vector<size_t> least(widths.size());
+    for (const TableRow& row : rows) {
+      for (size_t i = 0; i < row.size(); ++i) {
+        least[i] = std::max(least[i], std::min(LongestPart(row[i].text), kLongestPart));
+      }
+    }
+    Narrow(widths, least, width);
+    constexpr size_t kNarrowest = 8;  // cannot be read any more
+    Narrow(widths, std::vector<size_t>(widths.size(), kNarrowest), width);
+  }
   std::string table;
   for (const TableRow& row : rows) {
     std::vector<std::vector<std::string>> cells;
