@@ -13,6 +13,7 @@
 
 #include "host/Logging.h"
 #include "inspect/compare/Examples.h"
+#include "inspect/compare/Match.h"
 #include "inspect/compare/Rules.h"
 #include "inspect/layout/AttributeTable.h"
 #include "inspect/packets/Reading.h"
@@ -117,16 +118,29 @@ class AttributesCheck {
       } else {
         AddAdded({&after_, field->element});
       }
+      LimitShown();
     }
     std::set<size_t> kept;
     for (const Pair& pair : pairs_) kept.insert(pair.before.element);
     for (const Field* field : oldFields_) {
       if (kept.count(field->element) == 0) AddRemoved({&before_, field->element});
+      LimitShown();
     }
     for (Change& change : changes_) NameOthers(change);
   }
 
  private:
+  // So many long packets would fill the memory: the last ones are told by their meaning only.
+  void LimitShown() {
+    constexpr size_t kMostBytes = size_t{1} << 26;
+    for (; limited_ < changes_.size(); ++limited_) {
+      for (ShownPacket* packet : {&changes_[limited_].packetBefore, &changes_[limited_].packetAfter}) {
+        shownBytes_ += packet->bytes.size();
+        if (shownBytes_ > kMostBytes) Bytes().swap(packet->bytes);
+      }
+    }
+  }
+
   static Identity IdentityOf(const Field& field) {
     return {field.attribute->name, field.attribute->id, static_cast<int>(field.attribute->type)};
   }
@@ -219,40 +233,42 @@ class AttributesCheck {
                    "put new writable attributes into bits that are free, or make a new product of it");
       Show(changes_.back(), *written);
     }
-    CheckPayloadLength();
+    CheckReading();
   }
 
   static std::string SizesText(size_t size, size_t before) {
     return fmt::format("{} instead of {}", Count(size, "byte"), before);
   }
 
-  void CheckPayloadLength() {
+  // What becomes of a packet of zeros of a device in the field.
+  void CheckReading() {
     const size_t oldBytes = before_.Reading().payloadBytes;
     const size_t newBytes = after_.Reading().payloadBytes;
-    if (oldBytes == newBytes || before_.Reading().fields.empty() || after_.Reading().fields.empty()) return;
-    const std::string message = fmt::format("the payload of what is read has {}", SizesText(newBytes, oldBytes));
+    if (before_.Reading().fields.empty() || after_.Reading().fields.empty()) return;
+    const LogCapture silent;
     const Bytes zeros = Zeros(before_);
-    const auto meaningTo = [&zeros](const EntityModel& entity) {
-      const LogCapture silent;
-      return WholeMeaning(entity, zeros);
-    };
-    const std::string meaningBefore = meaningTo(before_);
-    const std::string meaningAfter = meaningTo(after_);
-    const Field* culprit = oldBytes < newBytes ? CulpritOf(zeros) : nullptr;
+    const Field* culprit = CulpritOf(zeros);
+    if (culprit == nullptr && oldBytes == newBytes) return;
     if (culprit != nullptr) {
-      AddForEntity(
-          changes::kPayloadTooShort,
-          fmt::format("{}; {} lies after the payload of devices in the field", message, after_.Label(culprit->element)),
-          "every decode of their packets ends there and loses the whole entity",
-          "use a number or enum, which is only left out, or put it into bits that are free");
+      const bool isAfterEnd = culprit->bits.EndByte() > oldBytes;
+      const bool isEnum = IsEnum(*culprit->attribute);
+      AddForEntity(changes::kDecodeEnds,
+                   fmt::format("{}, at which decoding ends, {}", after_.Label(culprit->element),
+                               isAfterEnd ? "lies after the payload of devices in the field"
+                                          : "cannot be read from a packet of devices in the field"),
+                   isEnum ? "the attributes after it are missing in every decode of their packets"
+                          : "every decode of their packets loses the whole entity",
+                   isAfterEnd ? "use a number or enum, which is only left out, or put it into bits that are free"
+                              : "correct it; dp4 lint tells what is wrong");
     } else {
-      AddForEntity(changes::kPayloadLength, message,
+      AddForEntity(changes::kPayloadLength,
+                   fmt::format("the payload of what is read has {}", SizesText(newBytes, oldBytes)),
                    newBytes > oldBytes ? "what lies after the payload of devices in the field is left out"
                                        : "the last bytes that devices in the field send are not read",
                    "nothing needs to be done");
     }
-    changes_.back().packetBefore = {zeros, meaningBefore};
-    changes_.back().packetAfter = {zeros, meaningAfter};
+    changes_.back().packetBefore = {zeros, WholeMeaning(before_, zeros)};
+    changes_.back().packetAfter = {zeros, WholeMeaning(after_, zeros)};
   }
 
   static std::string WholeMeaning(const EntityModel& entity, const Bytes& packet) {
@@ -265,9 +281,8 @@ class AttributesCheck {
     return fmt::format("{}; the decode ends at {}", meaning, NameText(culprit.name));
   }
 
-  // The field at which the new configuration's decode of an old device's packet ends for lack of bytes.
+  // The field at which the decode of an old device's packet ends with the new configuration only; null for none.
   const Field* CulpritOf(const Bytes& zeros) const {
-    const LogCapture silent;
     const Field* culprit = ReadPacket(after_, zeros).culprit;
     return culprit == nullptr || ReadPacket(before_, zeros).culprit != nullptr ? nullptr : culprit;
   }
@@ -626,46 +641,12 @@ class AttributesCheck {
   const std::vector<const Field*> newFields_;
   std::vector<Pair> pairs_;  // in the new order
   size_t index_ = 0;         // of the pair that is looked at
+  size_t limited_ = 0;       // changes that LimitShown has seen
+  size_t shownBytes_ = 0;
   std::map<std::pair<const Rule*, Way>, Move> moves_;
 };
 
 }  // namespace
-
-std::vector<std::pair<size_t, size_t>> Matched(const std::vector<Identity>& before,
-                                               const std::vector<Identity>& after) {
-  std::vector<bool> isTaken(before.size());
-  std::vector<size_t> partners(after.size(), SIZE_MAX);
-  // Pairs those that are still alone and have the same key, one after the other or only where there is one of each.
-  const auto pairUp = [&](const auto& keyOf, bool onlyUnique) {
-    using Key = decltype(keyOf(before[0]));
-    struct Alike {
-      std::vector<size_t> old;
-      std::vector<size_t> now;
-    };
-    std::map<Key, Alike> groups;
-    for (size_t i = 0; i < before.size(); ++i) {
-      if (!isTaken[i]) groups[keyOf(before[i])].old.push_back(i);
-    }
-    for (size_t i = 0; i < after.size(); ++i) {
-      if (partners[i] == SIZE_MAX) groups[keyOf(after[i])].now.push_back(i);
-    }
-    for (const auto& [key, group] : groups) {
-      if (onlyUnique && (group.old.size() != 1 || group.now.size() != 1)) continue;
-      for (size_t i = 0; i < std::min(group.old.size(), group.now.size()); ++i) {
-        partners[group.now[i]] = group.old[i];
-        isTaken[group.old[i]] = true;
-      }
-    }
-  };
-  pairUp([](const Identity& one) { return std::pair(one.name, one.kind); }, false);
-  pairUp([](const Identity& one) { return one.name; }, false);
-  pairUp([](const Identity& one) { return one.id; }, true);
-  std::vector<std::pair<size_t, size_t>> matched;
-  for (size_t i = 0; i < after.size(); ++i) {
-    if (partners[i] != SIZE_MAX) matched.emplace_back(partners[i], i);
-  }
-  return matched;
-}
 
 Site SiteOf(const Spot& spot) { return {json::OffsetOf(*spot.value), spot.pointer}; }
 

@@ -10,6 +10,7 @@
 #include "host/Logging.h"
 #include "inspect/compare/Attributes.h"
 #include "inspect/compare/Examples.h"
+#include "inspect/compare/Match.h"
 #include "inspect/compare/Rules.h"
 #include "inspect/text/Escape.h"
 #include "inspect/text/Format.h"
@@ -210,35 +211,12 @@ class Comparison {
 const Rules& CompareRules() {
   using namespace changes;
   static const Rules all = {
-      &kPacketVersion,
-      &kProductKey,
-      &kEntityUnusable,
-      &kEntityRemoved,
-      &kEntityRenamed,
-      &kEntityAdded,
-      &kFlagBytes,
-      &kWriteLength,
-      &kPayloadTooShort,
-      &kPayloadLength,
-      &kFlag,
-      &kPlace,
-      &kGroupSize,
-      &kScaling,
-      &kLimitsNarrowed,
-      &kItemMoved,
-      &kItemsRemoved,
-      &kAttributeRemoved,
-      &kKey,
-      &kGroup,
-      &kDataType,
-      &kItemRenamed,
-      &kLimitsWidened,
-      &kItemsAdded,
-      &kReadLimitsWidened,
-      &kReadItemsAdded,
-      &kAttributeAdded,
-      &kPosition,
-      &kText,
+      &kPacketVersion,  &kProductKey,     &kEntityUnusable,   &kEntityRemoved, &kEntityRenamed,
+      &kEntityAdded,    &kFlagBytes,      &kWriteLength,      &kDecodeEnds,    &kPayloadLength,
+      &kFlag,           &kPlace,          &kGroupSize,        &kScaling,       &kLimitsNarrowed,
+      &kItemMoved,      &kItemsRemoved,   &kAttributeRemoved, &kKey,           &kGroup,
+      &kDataType,       &kItemRenamed,    &kLimitsWidened,    &kItemsAdded,    &kReadLimitsWidened,
+      &kReadItemsAdded, &kAttributeAdded, &kPosition,         &kText,
   };
   return all;
 }

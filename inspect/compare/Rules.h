@@ -28,9 +28,8 @@ inline constexpr Rule kFlagBytes{"flag-bytes-changed", kDevices,
                                  "The flag bitmap of a write has another number of bytes."};
 inline constexpr Rule kWriteLength{"write-length-changed", kDevices,
                                    "The payload of a write has another number of bytes."};
-inline constexpr Rule kPayloadTooShort{
-    "payload-too-short", kDevices,
-    "A new bool or binary lies after the payload of devices in the field, which ends every decode of it."};
+inline constexpr Rule kDecodeEnds{"decode-ends", kDevices,
+                                  "A packet of devices in the field is not decoded to its end any more."};
 inline constexpr Rule kPayloadLength{"payload-length-changed", kNobody,
                                      "The payload of what is read has another number of bytes."};
 

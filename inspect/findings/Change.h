@@ -20,7 +20,7 @@ struct Site {
 
 // One packet under one of the two configurations.
 struct ShownPacket {
-  std::vector<unsigned char> bytes;  // empty where none is sent
+  std::vector<unsigned char> bytes;  // empty where none is sent, or where there are too many to be kept
   std::string meaning;               // what its receiver makes of it, or why there is none
 };
 
