@@ -59,7 +59,7 @@ class Findings {
   size_t Disabled() const { return disabledCount_; }
 
  private:
-  // Counts what it does not want.
+  // Counts those that are left out.
   bool Wants(const Rule& rule);
 
   const Rules& rules_;
