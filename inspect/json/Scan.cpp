@@ -240,7 +240,12 @@ bool ReadStrict(const std::string& text, Json::Value& value, SyntaxError& error)
     builder["rejectDupKeys"] = true;
     return builder;
   }();
-  if (nlohmann::json::accept(text)) return Parse(text, kBuilder, value, error);
+  if (nlohmann::json::accept(text)) {
+    const size_t nul = text.find('\0');  // both parsers stop at a NUL
+    if (nul == std::string::npos) return Parse(text, kBuilder, value, error);
+    error = {{1, nul + 1}, "a NUL after the document"};
+    return false;
+  }
   try {
     [[maybe_unused]] const nlohmann::json tree = nlohmann::json::parse(text);
   } catch (const nlohmann::json::exception& problem) {

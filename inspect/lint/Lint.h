@@ -1,4 +1,4 @@
-// What is wrong with product configurations, and what a device will make of it.
+// Finds the problems of product configurations and tells how the SDK and the device will behave.
 
 #ifndef MORVIX_INSPECT_LINT_LINT_H
 #define MORVIX_INSPECT_LINT_LINT_H

@@ -1,4 +1,4 @@
-// What a command works with: streams and what is known about them.
+// The streams of a command and their properties.
 
 #ifndef MORVIX_DP4_ENVIRONMENT_H
 #define MORVIX_DP4_ENVIRONMENT_H

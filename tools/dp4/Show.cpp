@@ -39,7 +39,7 @@ int Show(const ShowOptions& options, Environment& environment) {
     try {
       environment.out << TextOf(ModelOf(configuration, entity), options, environment.columns);
     } catch (const InputError& error) {
-      if (!unusable) unusable = error;  // the entities after it are shown all the same
+      if (!unusable) unusable = error;  // the entities after it are still shown
     }
   }
   if (unusable) throw InputError(*unusable);
