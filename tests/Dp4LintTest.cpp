@@ -477,8 +477,8 @@ TEST(Lint, FindsRepeatedMembersAmongMany) {
   for (int i = 0; i < 100; ++i) text += ", \"m" + std::to_string(i) + "\": {\"m1\": 0}";
   const ToolRun run = RunTool({"lint", "-"}, text + ", \"m3\": 0, \"m99\": 0}");
   EXPECT_THAT(FoundRules(run.out), testing::ElementsAre("no-entities", "repeated-member", "repeated-member"));
-  EXPECT_THAT(run.out, HasSubstr("'m3' stands here again"));
-  EXPECT_THAT(run.out, HasSubstr("'m99' stands here again"));
+  EXPECT_THAT(run.out, HasSubstr("duplicate member 'm3'"));
+  EXPECT_THAT(run.out, HasSubstr("duplicate member 'm99'"));
 }
 
 // ---- Places ----

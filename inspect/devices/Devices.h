@@ -13,7 +13,7 @@ namespace morvix::inspect {
 // Throws InputError when the list has another form.
 void UseDevices(const json::Document& list);
 
-// The results of a query, an array; empty, with `problem` set, when there are none.
+// The results of a query, an array; empty, with `problem` set, when nothing was found.
 
 // The devices that speak a protocol at a packet version, a string like "0x4". Throws InputError when the version
 // has another form.

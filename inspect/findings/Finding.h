@@ -81,7 +81,7 @@ struct PlacedFinding {
 // The units of UTF-16 that a text of UTF-8 takes.
 size_t Utf16Units(std::string_view text);
 
-// Places findings that are in the order of the text.
+// Adds line and column to findings, which must be sorted by offset.
 std::vector<PlacedFinding> PlaceAll(const std::string& text, std::vector<Finding> findings);
 
 // The findings of one file.

@@ -16,7 +16,7 @@ namespace morvix::inspect::json {
 
 namespace {
 
-// What a string in quotes spells; the same string when it is not JSON.
+// Unescapes a quoted string; returns it unchanged if it is not valid JSON.
 std::string Unquoted(const std::string& literal) {
   if (literal.find('\\') == std::string::npos) return literal.substr(1, literal.size() - 2);
   SyntaxError error;
@@ -29,8 +29,8 @@ struct Level {
   bool isObject = false;
   bool isNameNext = false;
   bool isAfterComma = false;
-  std::string member;  // the last name, or
-  size_t index = 0;    // the current element
+  std::string member;  // of an object: the last name
+  size_t index = 0;    // of an array: the current element
   std::vector<std::string> names;
 };
 
@@ -92,7 +92,7 @@ class Scanner {
         at_ += LengthHere();
         if (!levels_.empty()) levels_.back().isAfterComma = false;
       }
-      if (levels_.empty()) break;  // what follows is not part of the value
+      if (levels_.empty()) break;  // the value has ended
     }
     SkipBlanks();
     return std::move(scan_);

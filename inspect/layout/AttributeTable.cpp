@@ -20,7 +20,7 @@ namespace {
 
 constexpr size_t kItemColumns = 48;
 
-// What the limits leave open, the width of the field may close.
+// The range of user values, which both the limits and the width of the field restrict.
 std::string RangeText(const Attribute& number, const BitRange& bits) {
   if (bits.IsEmpty()) return "";
   std::string low = MinText(number);

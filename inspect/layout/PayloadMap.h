@@ -67,8 +67,8 @@ struct PayloadMap {
   std::vector<MapBlock> blocks;
   std::vector<BitRange> groups;             // the bytes of each bit group, in their order
   size_t writtenBytes = 0;                  // of a write
-  std::vector<MapStretch> overlaps;         // those in several fields
-  std::vector<MapStretch> writtenOverlaps;  // the same of a write, where a field lies elsewhere in it
+  std::vector<MapStretch> overlaps;         // bits in several fields
+  std::vector<MapStretch> writtenOverlaps;  // the same on writing, if a field lies elsewhere there
   std::vector<std::string> notes;
   bool hasGaps = false;              // bits that lie in no field
   bool hasValueBits = false;         // ValueBitsText is not always empty
@@ -114,7 +114,7 @@ bool HasLineLeftOf(const MapColumns& columns, size_t column);
 // The map in characters, with a list of the fields below it that is at most `width` columns wide; 0 is for any width.
 std::string MapText(const PayloadMap& map, bool color, size_t width);
 
-// The map as a picture: SVG 1.1 that needs nothing from outside, dark where the viewer prefers that.
+// The map as a self-contained SVG 1.1 picture, dark where the viewer prefers that.
 std::string MapSvg(const PayloadMap& map);
 
 // The map as one line of JSON:

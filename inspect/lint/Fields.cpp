@@ -25,7 +25,7 @@ constexpr char kEndGroup[] =
     "list the attribute with the group's highest bit last in its group, and a number or binary of the same type after "
     "it if another group follows";
 
-// A reason why the module cannot use a field.
+// Why the module cannot use a field.
 struct Fault {
   const Rule& rule;
   const char* member;  // of the position
@@ -50,7 +50,7 @@ Fault AboveGroup(const Attribute& attribute) {
                     : kEndGroup + NextByteHint(position)};
 }
 
-// All the reasons that there are.
+// All faults that apply.
 std::vector<Fault> FaultsOf(const Attribute& attribute) {
   const Position& position = attribute.position;
   const bool isInBits = IsInBits(attribute);

@@ -174,7 +174,7 @@ LintResult Lint(const std::string& name, const std::string& text, Severity least
   const json::TextScan scan = json::Scan(text);
   LintText(scan, findings);
   for (const json::RepeatedMember& member : scan.repeated) {
-    findings.Add({&rules::kRepeatedMember, member.offset, member.pointer, Quoted(member.name) + " stands here again",
+    findings.Add({&rules::kRepeatedMember, member.offset, member.pointer, "duplicate member " + Quoted(member.name),
                   "the earlier value is ignored", "remove one of the two"});
   }
   LintConfiguration(*document, choices, findings);

@@ -16,7 +16,7 @@ const Rules& LintRules();
 
 struct LintChoices {
   std::string entity;                   // name or id; empty for all
-  bool roundtrip = false;               // encodes and decodes limits and middles of every attribute as well
+  bool roundtrip = false;               // also encodes and decodes the limits and a middle value of every attribute
   std::set<std::string> disabled = {};  // rules, by name
 };
 
@@ -26,8 +26,8 @@ struct LintResult {
   size_t disabled;                // left out for their rule
 };
 
-// The findings of a configuration, those of `least` severity and above. `name` is what messages call the configuration.
-// The parser's lines are logged. Throws InputError when the chosen entity does not exist.
+// The findings of a configuration with at least the severity `least`. Messages call the configuration `name`. The
+// parser's lines are logged. Throws InputError when the chosen entity does not exist.
 LintResult Lint(const std::string& name, const std::string& text, Severity least, const LintChoices& choices);
 
 }  // namespace morvix::inspect

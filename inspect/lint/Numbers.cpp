@@ -93,8 +93,7 @@ void LintUnusableScaling(const EntityModel& entity, const Field& field, Findings
   if (isTooLarge)
     add(rules::kMaxTooLarge, "max", fmt::format("max {}", scaling.max), "a max is at most 4503599627370495");
   if (scaling.min > scaling.max && scaling.max >= 0) {
-    add(rules::kMinAboveMax, "min", fmt::format("min {} above the max {}", scaling.min, scaling.max),
-        "exchange the two");
+    add(rules::kMinAboveMax, "min", fmt::format("min {} above the max {}", scaling.min, scaling.max), "swap the two");
   }
   if (scaling.min == scaling.max && scaling.min >= 0 && !isTooLarge) {
     add(rules::kEmptyRange, "max", fmt::format("min and max {}", scaling.min), "a max is above its min");

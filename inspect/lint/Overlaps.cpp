@@ -113,7 +113,7 @@ std::string GrownGroupHint(const GroupTops& tops, const Overlap& overlap) {
   return "";
 }
 
-// One of the two overlaps can be null.
+// One of the two overlaps may be null.
 void AddOverlap(const EntityModel& entity, const GroupTops& tops, size_t element, const Overlap* onReading,
                 const Overlap* onWriting, Findings& findings) {
   const std::string label = entity.Label(element);

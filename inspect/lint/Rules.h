@@ -24,7 +24,8 @@ inline constexpr Rule kNotUtf8{
     "not-utf8", kWarning, "The file is not UTF-8; what is not is replaced in documents.",
     "JSON is UTF-8. Bytes that are not are replaced when a document is written, so that a name in the application's "
     "document is not the one of the configuration. Save the file as UTF-8."};
-inline constexpr Rule kRepeatedMember{"repeated-member", kWarning, "An object has a member twice; the last one counts.",
+inline constexpr Rule kRepeatedMember{"repeated-member", kWarning,
+                                      "An object has a member twice; the last one is used.",
                                       "The reader keeps the last value of a member and silently forgets the earlier "
                                       "ones. Remove the one that is not meant."};
 inline constexpr Rule kNoConfiguration{"no-configuration", kError, "The file has no array of entities.",
@@ -39,7 +40,7 @@ inline constexpr Rule kVersionNeverMatches{
     "lower-case 0x; a plain number such as 4, or a string such as 4 or 0X4, is not read at all, and no query ever "
     "gives the device. Write \"0x4\"."};
 inline constexpr Rule kUnknownMember{
-    "unknown-member", kWarning, "A member that nothing reads, misspelt perhaps.",
+    "unknown-member", kWarning, "An unknown member, perhaps misspelt.",
     "Nothing reads a member of an unknown name, so a misspelt one is as good as missing. Members that begin with x- or "
     "$ are left alone: use them for notes of your own."};
 inline constexpr Rule kUnusedMember{"unused-member", kInfo, "A scaling or items that the data type does not use.",
@@ -56,7 +57,7 @@ inline constexpr Rule kEntityUnusable{
     "An entity needs an integer 'id', strings 'name' and 'display_name' and an array 'attrs'. When one of them is "
     "missing, every encode and decode of the entity does nothing."};
 inline constexpr Rule kEntityVersion{
-    "entity-version", kError, "An entity is called version, as the document's version is.",
+    "entity-version", kError, "An entity is called version, the name of the document's own version.",
     "The receive document has a member 'version' beside its entities. An entity of that name is overwritten by it."};
 inline constexpr Rule kDuplicateEntity{
     "duplicate-entity", kError, "Two entities have one name.",
@@ -100,7 +101,7 @@ inline constexpr Rule kDuplicateName{"duplicate-name", kError, "Two attributes h
                                      "one value, and the later one hides the earlier one when reading."};
 inline constexpr Rule kKeyCollision{
     "key-collision", kError,
-    "The display name of an alert or fault is another attribute's key in the decoded document.",
+    "The display name of an alert or fault is also another attribute's key in the decoded document.",
     "Alerts and faults stand in the decoded document under their display name, beside the other attributes, which "
     "stand there under their name. Where these are equal the later one replaces the earlier one."};
 inline constexpr Rule kNamesBecomeOne{"names-become-one", kError,
@@ -109,7 +110,8 @@ inline constexpr Rule kNamesBecomeOne{"names-become-one", kError,
                                       "differ in such bytes only are one key there. Save the file as UTF-8."};
 inline constexpr Rule kEmptyName{"empty-name", kWarning, "A name is empty.",
                                  "A value under an empty key is easily lost. Give it a name."};
-inline constexpr Rule kNulInName{"nul-in-name", kWarning, "A name holds a NUL, at which the look-up of its value ends.",
+inline constexpr Rule kNulInName{"nul-in-name", kWarning,
+                                 "A name contains a NUL; values are looked up by the part before it.",
                                  "Encoding looks a value up by the name up to its first NUL. Remove it."};
 inline constexpr Rule kSharedName{"shared-name", kInfo,
                                   "An alert or fault has the name of another attribute; harmless.",
@@ -169,7 +171,7 @@ inline constexpr Rule kGroupSizedByAnother{
 inline constexpr Rule kGroupSizedByBytes{
     "group-sized-by-bytes", kWarning, "A bit group is sized by an enum in byte units.",
     "An enum in byte units counts as the end of a run of bit fields, and its offsets then size their group."};
-inline constexpr Rule kGroupSplit{"group-split", kError, "The members of a bit group do not stand together.",
+inline constexpr Rule kGroupSplit{"group-split", kError, "The members of a bit group are not listed together.",
                                   "The members of a bit group get their size from the run that they stand in. If a run "
                                   "has only a part of them, that part is sized wrongly."};
 inline constexpr Rule kGroupSizeDiffers{
@@ -177,7 +179,7 @@ inline constexpr Rule kGroupSizeDiffers{
     "When writing, only writable attributes are in the list, so that runs end elsewhere than when reading. A group is "
     "then written to other bytes than it is read from."};
 inline constexpr Rule kFieldsOverlap{
-    "fields-overlap", kWarning, "Two fields have payload bits in common.",
+    "fields-overlap", kWarning, "Two fields share payload bits.",
     "Two fields share bits: writing one changes the other, and both are read from the same bits. If one group has "
     "grown into the next byte, the highest bit_offset of that group may have been meant for the next byte."};
 inline constexpr Rule kLargeGap{"large-gap", kWarning, "More bytes are unused than used, all in one place.",
@@ -202,7 +204,7 @@ inline constexpr Rule kWiderThanType{"wider-than-type", kInfo, "A number has mor
                                      "The number of bytes follows from 'len' alone; the data type says something else. "
                                      "One of the two is wrong if the device goes by the other."};
 inline constexpr Rule kNarrowerThanMax{
-    "narrower-than-max", kError, "The bytes of a number do not hold its max.",
+    "narrower-than-max", kError, "The bytes of a number cannot hold its max.",
     "Raw values above what the bytes hold lose their highest part without a word. Lower the max, or use more bytes."};
 inline constexpr Rule kNegativeLimit{
     "negative-limit", kError, "A negative min or max refuses every value.",
@@ -214,7 +216,7 @@ inline constexpr Rule kMinAboveMax{"min-above-max", kError, "A min above max ref
                                    "No value lies between the two, so every one is refused. They may be exchanged."};
 inline constexpr Rule kEmptyRange{"empty-range", kError, "A min equal to max refuses every value.",
                                   "A min equal to the max is refused by the scaling together with every value."};
-inline constexpr Rule kZeroRatio{"zero-ratio", kError, "A ratio of 0 makes all raw values one.",
+inline constexpr Rule kZeroRatio{"zero-ratio", kError, "A ratio of 0 maps all raw values to the same user value.",
                                  "With a ratio of 0 all raw values mean the same number."};
 inline constexpr Rule kScalingNotFinite{
     "scaling-not-finite", kError, "A ratio or addition is infinite or not a number.",
@@ -230,7 +232,7 @@ inline constexpr Rule kNumberTextCut{
     "The text of a number has at most 31 characters; what is longer is cut. Choose larger units."};
 
 // Enums.
-inline constexpr Rule kEnumTooManyItems{"enum-too-many-items", kError, "An enum has more items than its bits hold.",
+inline constexpr Rule kEnumTooManyItems{"enum-too-many-items", kError, "An enum has more items than its bits can hold.",
                                         "An index that its bits cannot hold loses its highest bits without a word."};
 inline constexpr Rule kEnumItemNotText{
     "enum-item-not-text", kError, "An item of an enum is not a string and is left out, which shifts all later items.",
@@ -238,10 +240,10 @@ inline constexpr Rule kEnumItemNotText{
 inline constexpr Rule kEnumWithoutTexts{"enum-without-texts", kError, "An enum has no item that is a string.",
                                         "An enum without a string among its items has no value at all."};
 inline constexpr Rule kEnumIndexCut{"enum-index-cut", kError,
-                                    "An enum has indices of ten digits, of which nine are printed.",
+                                    "An enum has indices of ten digits, but only nine are printed.",
                                     "Indices are printed with nine digits."};
 inline constexpr Rule kEnumIncomplete{
-    "enum-incomplete", kInfo, "An enum's bits hold numbers without an item, which end a decode.",
+    "enum-incomplete", kInfo, "An enum's bits can hold numbers without an item, which end a decode.",
     "A decode ends at an index that has no item, and the attributes after it are missing. If the device can send such "
     "a number, list an item for it. The module's line gives the number of items as the end of the range."};
 inline constexpr Rule kDuplicateItem{
@@ -253,7 +255,7 @@ inline constexpr Rule kDigitItem{"digit-item", kWarning, "An item of digits cann
 
 // Alerts and faults.
 inline constexpr Rule kBinaryAlert{"binary-alert", kWarning,
-                                   "A binary alert or fault is active as its base64 text reads.",
+                                   "Whether a binary alert or fault is active depends on its base64 text.",
                                    "Whether an alert or fault is active follows from the integer that its text reads "
                                    "as. Base64 text reads as one only by chance."};
 inline constexpr Rule kFractionNotActive{
@@ -264,7 +266,7 @@ inline constexpr Rule kAlertTooLarge{"alert-too-large", kWarning, "An alert or f
 
 // --roundtrip
 inline constexpr Rule kRoundtrip{
-    "roundtrip", kError, "With --roundtrip: a value does not come back as it was sent.",
+    "roundtrip", kError, "With --roundtrip: encoding and decoding changes a value.",
     "With --roundtrip the smallest, middle and largest value of every attribute is encoded and decoded again, alone "
     "and together with all others. What comes back is not what was sent."};
 

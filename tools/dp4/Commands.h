@@ -91,7 +91,7 @@ struct DevicesOptions {
   std::string packetVersion;  // as given, like 0x4
   std::string find;           // a product key
   bool keys = false;          // lists the product keys
-  std::optional<bool> debug;  // the build whose keys are taken; nothing: as the file says
+  std::optional<bool> debug;  // the build whose keys are used; empty: as in the file
   DataForm format = DataForm::kText;
 };
 int Devices(const DevicesOptions& options, Environment& environment);

@@ -15,9 +15,9 @@ struct Environment {
   std::ostream& err;
   bool hasColors = false;                       // results may be coloured unless the user says otherwise
   size_t columns = 0;                           // of the terminal that shows `out`; 0 for no limit
-  bool isOutTerminal = false;                   // results are read as they come
-  bool isProgressShown = false;                 // somebody looks at `err` and not at `out`
-  size_t inBytes = 0;                           // how much there is to read; 0 when that is not known
+  bool isOutTerminal = false;                   // results are shown as soon as they are available
+  bool isProgressShown = false;                 // `err` is a terminal and `out` is not
+  size_t inBytes = 0;                           // the size of the input; 0 when unknown
   std::function<void()> clearProgress = [] {};  // before anything else is written to `err`
 };
 

@@ -252,7 +252,7 @@ class CommandLine {
     AddChoice(command, "--severity", kSeverities, lint_.severity, "minimum severity to report: ")
         ->type_name("SEVERITY");
     command.add_flag("--roundtrip", lint_.roundtrip,
-                     "encodes and decodes limits and middles of every attribute as well");
+                     "also encodes and decodes the limits and a middle value of every attribute");
     command
         .add_option("--disable", lint_.disabled,
                     "leaves a rule out; so does {\"disable\": [RULE, ...]} in a file .dp4-lint.json beside the "
