@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "inspect/text/Escape.h"
-#include "inspect/text/Format.h"
 
 namespace morvix::inspect::json {
 
@@ -113,10 +112,21 @@ class Scanner {
     return length == 0 ? 1 : length;
   }
 
+  // The end of the printable ASCII from `at` on, without quotation marks and backslashes.
+  size_t SkipPlain(size_t at) const {
+    const char* next = text_.data() + at;
+    const char* const end = text_.data() + text_.size();
+    while (next != end && *next >= ' ' && *next <= '~' && *next != '"' && *next != '\\') ++next;
+    return static_cast<size_t>(next - text_.data());
+  }
+
   void SkipBlanks() {
     while (at_ < text_.size()) {
-      if (IsBlank(text_[at_])) {
+      const char c = text_[at_];
+      if (c == ' ' || c == '\n' || c == '\r' || c == '\t') {
         ++at_;
+      } else if (c != '/') {
+        break;
       } else if (text_.compare(at_, 2, "//") == 0) {
         SkipComment(std::min(text_.find('\n', at_), text_.size()));
       } else if (text_.compare(at_, 2, "/*") == 0) {
@@ -169,7 +179,7 @@ class Scanner {
   void TakeString() {
     const size_t begin = at_;
     bool hasEscapes = false;
-    for (++at_; at_ < text_.size() && text_[at_] != '"';) {
+    for (at_ = SkipPlain(at_ + 1); at_ < text_.size() && text_[at_] != '"'; at_ = SkipPlain(at_)) {
       const char c = text_[at_];
       if (c == '\\') {
         TakeEscape();
@@ -185,8 +195,11 @@ class Scanner {
     level.isAfterComma = false;
     if (!level.isNameNext) return;
     level.isNameNext = false;
-    const std::string literal = text_.substr(begin, at_ - begin);
-    level.member = hasEscapes ? Unquoted(literal) : literal.substr(1, literal.size() - 2);
+    if (hasEscapes) {
+      level.member = Unquoted(text_.substr(begin, at_ - begin));
+    } else {
+      level.member.assign(text_, begin + 1, std::max<size_t>(at_ - begin, 2) - 2);
+    }
     NoteName(level, begin);
   }
 
@@ -259,7 +272,10 @@ bool ReadStrict(const std::string& text, Json::Value& value, SyntaxError& error)
   return false;
 }
 
-std::string PointerToken(const std::string& name) { return (nlohmann::json::json_pointer() / name).to_string(); }
+std::string PointerToken(const std::string& name) {
+  if (name.find_first_of("~/") == std::string::npos) return '/' + name;
+  return (nlohmann::json::json_pointer() / name).to_string();
+}
 
 size_t OffsetOf(const std::string& text, const Place& place) {
   size_t offset = 0;

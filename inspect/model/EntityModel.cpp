@@ -77,8 +77,8 @@ const Field* Direction::Of(size_t element) const {
 }
 
 Spot Spot::Member(const std::string& name) const {
-  if (!value->isObject() || !value->isMember(name)) return *this;
-  return {&(*value)[name], pointer + json::PointerToken(name)};
+  const Json::Value* member = value->isObject() ? value->find(name.data(), name.data() + name.size()) : nullptr;
+  return member == nullptr ? *this : Spot{member, pointer + json::PointerToken(name)};
 }
 
 Spot Spot::Item(Json::ArrayIndex index) const { return {&(*value)[index], fmt::format("{}/{}", pointer, index)}; }
