@@ -30,6 +30,10 @@ for file in "${configurations[@]}"; do
   compact "$file" | seed Configuration "$name"
   compact "$file" | seed Lint "$name"
 done
+for old in tests/compare/*.old.json; do
+  new=${old%.old.json}.new.json
+  { compact "$old" && raw 0 && compact "$new"; } | seed Compare "$(basename "$old" .old.json)"
+done
 number=0
 for packet in examples/*.hex; do
   name=$(basename "$packet" .notify.hex)

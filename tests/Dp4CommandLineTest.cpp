@@ -24,12 +24,12 @@ void ExpectUsageError(const std::vector<std::string>& arguments, const std::stri
 TEST(CommandLine, NamesACommandThatThereIsNot) {
   ExpectUsageError(
       {"nonsense"},
-      "dp4: no command is called \"nonsense\"; expected one of show, layout, lint, encode, request, decode, "
-      "devices, completion\n");
+      "dp4: no command is called \"nonsense\"; expected one of show, layout, lint, compare, encode, request, "
+      "decode, devices, completion, help\n");
   ExpectUsageError({"shw"}, "dp4: no command is called \"shw\"; did you mean \"show\"?\n");
   ExpectUsageError({"\x1b[2J"},
-                   "dp4: no command is called \"\\x1b[2J\"; expected one of show, layout, lint, encode, request, "
-                   "decode, devices, completion\n");
+                   "dp4: no command is called \"\\x1b[2J\"; expected one of show, layout, lint, compare, encode, "
+                   "request, decode, devices, completion, help\n");
 }
 
 TEST(CommandLine, EscapesArgumentsInMessages) {
@@ -81,6 +81,50 @@ TEST(CommandLine, ReadsStandardInputOnce) {
 TEST(CommandLine, ColoursWhereItIsTold) {
   EXPECT_THAT(RunTool({"show", "kettle.json"}).out, StartsWith("kettle"));
   EXPECT_THAT(RunTool({"show", "kettle.json", "--color", "always"}).out, StartsWith("\x1b[1mkettle"));
+}
+
+TEST(CommandLine, HelpsWithACommand) {
+  EXPECT_EQ(RunTool({"help"}).out, RunTool({"--help"}).out);
+  for (const char* command : {"show", "lint", "compare", "decode", "help"}) {
+    const ToolRun run = RunTool({"help", command});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.err, "");
+    EXPECT_NE(run.out, "");
+    EXPECT_EQ(run.out, RunTool({command, "--help"}).out) << command;
+  }
+  ExpectUsageError({"help", "shw"}, "dp4: no command is called \"shw\"; did you mean \"show\"?\n");
+}
+
+TEST(CommandLine, ListsTheEntitiesThatOneNameOrIdFits) {
+  const std::string rest = R"(, "display_name": "", "attrs": []})";
+  const std::string configuration = R"({"entities": [{"id": 1, "name": "a")" + rest + R"(, {"id": 2, "name": "a")" +
+                                    rest + R"(, {"id": 2, "name": "b")" + rest + "]}";
+  const ToolRun byName = RunTool({"show", "-", "--entity", "a"}, configuration);
+  EXPECT_EQ(byName.exitCode, 2);
+  EXPECT_EQ(byName.out, "");
+  EXPECT_EQ(
+      byName.err,
+      "dp4: standard input: 2 entities have the name \"a\": standard input:1:15 a (1), standard input:1:72 a (2); "
+      "give each its own\n");
+  const ToolRun byId = RunTool({"layout", "-", "--entity", "2"}, configuration);
+  EXPECT_EQ(byId.exitCode, 2);
+  EXPECT_THAT(byId.err, HasSubstr("2 entities have the id \"2\": standard input:1:72 a (2), "));
+  EXPECT_EQ(RunTool({"show", "-", "--entity", "1"}, configuration).exitCode, 0);
+  EXPECT_EQ(RunTool({"show", "-", "--entity", "b"}, configuration).exitCode, 0);
+}
+
+// To name an entity helps only where one has a name.
+TEST(CommandLine, OffersNoChoiceAmongEntitiesWithoutNames) {
+  const ToolRun run = RunTool({"layout", "-"}, R"({"entities": [{"id": 1}, 5]})");
+  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.err, "dp4: standard input: none of its entities has a name and an id; dp4 lint tells more\n");
+}
+
+TEST(CommandLine, OffersTheMemberThatEntitiesWereMeantBy) {
+  const ToolRun run = RunTool({"show", "-"}, R"({"entity": [{"id": 1}]})");
+  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.err,
+            "dp4: standard input:1:1: expected an object with an array \"entities\"; did you mean it by \"entity\"?\n");
 }
 
 // ---- Completion ----

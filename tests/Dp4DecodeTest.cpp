@@ -247,7 +247,8 @@ TEST(DecodeFailure, OfABoolLosesTheEntity) {
 
 TEST(DecodeFailure, OfAnEnumKeepsWhatCameBefore) {
   const std::string err =
-      "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n";
+      "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2; the line's 3 counts "
+      "the items)\n";
   ExpectProblem(
       DecodeKettle({"04 07 50 04 6f 02 00"}),
       R"({"command":4,"values":{"kettle":{"power":true},"version":4.0},"alerts":{},"faults":{},"active":{)"
@@ -289,7 +290,8 @@ TEST(DecodeFailure, IsToldInTheTable) {
                 "Sensor broken  fault      nowhere                unreadable: Decode value is invalid.\n"
                 "\n"
                 "PLACE counts bytes of the payload, or byte.bit with bit 0 the lowest.\n",
-                "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n"
+                "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2; the line's "
+                "3 counts the items)\n"
                 "dp4: packet 2: \"sensor\" unreadable: Decode value is invalid. (expected 6 bytes of payload, found "
                 "5)\n");
 }
@@ -348,7 +350,8 @@ TEST(DecodeLog, ShowsTheModulesLines) {
   EXPECT_EQ(run.err,
             "[2] Filter entity: id='0' name='kettle' display_name='Kettle'\n"
             "[1] ProtocolDecodeEntity_4_0: Invalid enum value: 3, range: 0-3\n"
-            "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n");
+            "dp4: packet 1: \"program\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2; the line's 3 "
+            "counts the items)\n");
 }
 
 // ---- Alerts and faults in flat results, where names collide ----

@@ -205,4 +205,32 @@ TEST(DeviceList, ExpectsOneQuery) {
   }
 }
 
+// ---- Forms ----
+
+const char kTwoDevices[] =
+    R"([{"protocolType": "p", "packetVersion": "0x4", "product_key": {"debug": "d", "release": "r"}},
+                               {"protocolType": "p", "packetVersion": "0x4", "product_key": "k", "name": "a, b"}])";
+
+TEST(DeviceForms, AreOneArrayInJson) {
+  const ToolRun run =
+      RunTool({"devices", "-", "--protocol", "p", "--packet-version", "0x4", "--format", "json"}, kTwoDevices);
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out, R"([{"packetVersion":"0x4","product_key":{"debug":"d","release":"r"},"protocolType":"p"},)"
+                     R"({"name":"a, b","packetVersion":"0x4","product_key":"k","protocolType":"p"}])"
+                     "\n");
+  EXPECT_EQ(RunTool({"devices", "-", "--release", "--keys", "--format", "json"}, kTwoDevices).out, "[\"r\",\"k\"]\n");
+  const ToolRun none = RunTool({"devices", "-", "--find", "x", "--format", "json"}, kTwoDevices);
+  EXPECT_EQ(none.out, "[]\n");
+  EXPECT_EQ(none.exitCode, 1);
+}
+
+TEST(DeviceForms, HaveAColumnForEachMemberInCsv) {
+  EXPECT_EQ(RunTool({"devices", "-", "--protocol", "p", "--packet-version", "0x4", "--format", "csv"}, kTwoDevices).out,
+            "name,packetVersion,product_key,protocolType\r\n"
+            ",0x4,\"{\"\"debug\"\":\"\"d\"\",\"\"release\"\":\"\"r\"\"}\",p\r\n"
+            "\"a, b\",0x4,k,p\r\n");
+  EXPECT_EQ(RunTool({"devices", "-", "--release", "--keys", "--format", "csv"}, kTwoDevices).out,
+            "product_key\r\nr\r\nk\r\n");
+}
+
 }  // namespace

@@ -550,7 +550,8 @@ TEST(EncodeRefusal, TellsThatTheEndOfTheRangeIsNotPartOfIt) {
 TEST(EncodeRefusal, IsTheFirstOneInTheOrderOfTheConfiguration) {
   const ToolRun run = EncodeKettle({"--set", "target=1", "--set", "program=3"});
   EXPECT_EQ(run.err,
-            "dp4: --set program=3: \"program\" refused: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\n");
+            "dp4: --set program=3: \"program\" refused: Invalid enum value: 3, range: 0-3 (expected 0 to 2; the line's "
+            "3 counts the items)\n");
   EXPECT_EQ(run.exitCode, 1);
 }
 

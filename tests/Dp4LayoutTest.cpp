@@ -37,7 +37,8 @@ std::vector<std::string> LinesOf(const std::string& text) {
   return lines;
 }
 
-// The drawing alone: from the line of the bit numbers to the last line that has a border.
+// The drawing alone: from the line of the bit numbers to the last line that has a border, without what stands at the
+// right of it.
 std::string MapOf(const std::string& text) {
   std::string map;
   std::string pending;
@@ -45,8 +46,10 @@ std::string MapOf(const std::string& text) {
   for (const std::string& line : LinesOf(text)) {
     hasBegun = hasBegun || line.compare(0, 4, "byte") == 0;
     if (!hasBegun) continue;
-    pending += line + "\n";
-    if (line.size() > 6 && line.find_last_of("+|") == line.size() - 1) {
+    const size_t end = line.find_last_of("+|");
+    const bool isOfMap = line.size() > 6 && end != std::string::npos && end > 6;
+    pending += (isOfMap ? line.substr(0, end + 1) : line) + "\n";
+    if (isOfMap) {
       map += pending;
       pending.clear();
     }
@@ -177,7 +180,7 @@ TEST_P(LayoutGolden, NeedsNothingFromOutsideForThePicture) {
   const std::string svg = Run({"--svg", "-"}).out;
   EXPECT_EQ(CountOf(svg, "http:"), 1U);
   EXPECT_EQ(CountOf(svg, "xmlns=\"http://www.w3.org/2000/svg\" version=\"1.1\""), 1U);
-  for (const char* part : {"href", "<image", "<style", "<script", "@font", "url(h"}) EXPECT_EQ(CountOf(svg, part), 0U);
+  for (const char* part : {"href", "<image", "<script", "@font", "@import", "url(h"}) EXPECT_EQ(CountOf(svg, part), 0U);
 }
 
 // Characters are assumed to be 0.61 of the font size wide; no common fixed-width font is wider.
@@ -250,16 +253,16 @@ TEST(LayoutText, DrawsAFieldThatSpansBytesOfItsGroup) {
 
 byte bit 7        6        5        4        3        2        1        0
      +-----------------------------------------------------+-----------------+
-   0 |   .        .        .        .        .        .    | speed     [3:2] |
-     +-----------------+                 +-----------------+--------+--------+
-   1 | speed     [1:0] |   .        .    | mode            |   .    | swing  |
-     +-----------------+-----------------+-----------------+--------+--------+
-. not used   [7:0] bits of the value   2-3 bytes, 0.2 byte and bit
+   0 |   .        .        .        .        .        .    | speed     [3:2] | ] bit group 0-1
+     +-----------------+                 +-----------------+--------+--------+ ]
+   1 | speed     [1:0] |   .        .    | mode            |   .    | swing  | ]
+     +=================+=================+=================+========+========+ end of a write
+. not used   [7:0] bits of the value   ] bits of one group   2-3 bytes, 0.2 byte and bit
 
-PLACE    NAME   GROUP     TYPE  DISPLAY NAME
-0.1-1.6  speed  writable  enum  D speed
-1.3-1.2  mode   writable  enum  D mode
-1.0      swing  writable  bool  D swing
+PLACE    NAME   DISPLAY NAME  GROUP     FLAG  TYPE  SCALING  VALUES
+0.1-1.6  speed  D speed       writable  2     enum           0 stop, 1 1, 2 2, 3 3
+1.3-1.2  mode   D mode        writable  1     enum           0 sleep, 1 breeze, 2 storm
+1.0      swing  D swing       writable  0     bool           false, true
 )");
 }
 
@@ -271,7 +274,7 @@ TEST(LayoutText, ShowsASingleValueBit) {
    0 |   .        .        .        .        .        .        .    |step [1]|
      +--------+                                                     +--------+
    1 |step [0]|   .        .        .        .        .        .        .    |
-     +--------+--------------------------------------------------------------+
+     +========+==============================================================+
 )");
 }
 
@@ -286,8 +289,9 @@ TEST(LayoutText, MarksAndListsOverlaps) {
   EXPECT_EQ(run.exitCode, 0);
   EXPECT_EQ(MapOf(run.out), R"(byte bit 7        6        5        4        3        2        1        0
      +-----------------+-----------------+-----------------+-----------------+
-   0 |   .        .    | b         [3:2] | ! b + a         | a         [1:0] |
-     +-----------------+-----------------+-----------------+-----------------+
+   0 |   .        .    | b         [3:2] |! b [1:0] + a    | a         [1:0] |
+     |                 |                 |[3:2]            |                 |
+     +=================+=================+=================+=================+
    1 | c                                                                     |
      +-----------------------------------------------------------------------+
    2 | ! c + d + e                                                           |
@@ -296,6 +300,81 @@ TEST(LayoutText, MarksAndListsOverlaps) {
   EXPECT_EQ(RemarksOf(run.out),
             (std::vector<std::string>{"Overlap: 0.3-0.2 lies in b and a", "Overlap: 2 lies in c and d and e"}));
   EXPECT_NE(run.out.find("! fields overlap"), std::string::npos);
+}
+
+// The read-only binary takes bytes 1 to 3, the last writable field is in byte 2.
+TEST(LayoutText, DrawsTheEndOfAWriteInsideOfAField) {
+  const std::string text =
+      LayoutText(Configuration(Bool("on", 0, 0) + "," + Attribute("log", "status_readonly", "binary", Bytes(1, 3)) +
+                               "," + Bool("off", 2, 0)))
+          .out;
+  EXPECT_NE(text.find(R"(
+   1 | log                                                                   |
+     |                                                              +--------+
+   2 | log                                                          |! log + | ] bit group 2
+     |                                                              |off     | ]
+     +==============================================================+========+ end of a write
+   3 | log                                                                   |
+)"),
+            std::string::npos)
+      << text;
+}
+
+// The lower group begins in the middle of the upper one.
+TEST(LayoutText, NamesEachBitGroupWhereItBegins) {
+  const std::string text =
+      LayoutText(Configuration(Bool("a", 0, 15) + "," + Attribute("n", "alert", "binary", Bytes(3, 1)) + "," +
+                               Bool("b", 1, 3, "alert") + "," + Bool("c", 1, 15, "alert")))
+          .out;
+  EXPECT_NE(text.find("| ] bit group 0-1\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("| ] bit group 1-2\n"), std::string::npos) << text;
+  EXPECT_EQ(CountOf(text, "bit group"), 2U) << text;
+}
+
+// ---- For programs ----
+
+TEST(LayoutJson, HasEveryStretchOfThePayload) {
+  const ToolRun run = RunTool({"layout", "-", "--format", "json"}, Fan());
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out, R"({"name":"box","displayName":"Box","id":7,"payloadBytes":2,"writeBytes":2,)"
+                     R"("groups":[{"firstByte":0,"bytes":2}],"stretches":[)"
+                     R"({"firstBit":0,"bits":6,"attributes":[]},{"firstBit":6,"bits":4,"attributes":["speed"]},)"
+                     R"({"firstBit":10,"bits":2,"attributes":[]},{"firstBit":12,"bits":2,"attributes":["mode"]},)"
+                     R"({"firstBit":14,"bits":1,"attributes":[]},{"firstBit":15,"bits":1,"attributes":["swing"]}],)"
+                     R"("notes":[]})"
+                     "\n");
+}
+
+// The group of a and b ends with b on writing, at bit 9, and with a before x on reading.
+TEST(LayoutJson, HasTheStretchesOfAWriteWhereTheyDiffer) {
+  const Json::Value map = ParseJson(
+      RunTool({"layout", "-", "--format", "json"},
+              Configuration(Bool("a", 0, 0) + "," + Bool("x", 3, 0, "status_readonly") + "," + Bool("b", 0, 9)))
+          .out);
+  EXPECT_EQ(WriteJson(map["writeStretches"]),
+            R"([{"attributes":[],"bits":6,"firstBit":0},{"attributes":["b"],"bits":1,"firstBit":6},)"
+            R"({"attributes":[],"bits":8,"firstBit":7},{"attributes":["a"],"bits":1,"firstBit":15}])");
+  EXPECT_EQ(map["notes"][0].asString(), "attrs[0] (a) is read at 0.0 but written at 1.0");
+}
+
+TEST(LayoutCsv, HasARowForEachAttributeOfAStretch) {
+  const std::string configuration =
+      Configuration(Attribute("a,b", "fault", "binary", Bytes(0, 2)) + "," +
+                    Attribute("c", "fault", "binary", Bytes(1, 1)) + "," + Bool("d", 3, 0, "fault"));
+  const ToolRun run = RunTool({"layout", "-", "--format", "csv"}, configuration);
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "firstBit,bits,place,attribute\r\n"
+            "0,8,0,\"a,b\"\r\n"
+            "8,8,1,\"a,b\"\r\n8,8,1,c\r\n"
+            "16,15,2.7-3.1,\r\n"
+            "31,1,3.0,d\r\n");
+}
+
+TEST(Layout, IsEitherAPictureOrAFormat) {
+  const ToolRun run = RunTool({"layout", "kettle.json", "--format", "csv", "--svg", "-"});
+  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.out, "");
 }
 
 // The last of the writable bools has bit 9, so that a write's group has two bytes and its bit 0 is in byte 1. On
@@ -333,7 +412,7 @@ TEST(LayoutText, KeepsReadingAndWritingApart) {
    0 |   .        .        .        .        .        .        .    | x      |
      |                                                              +--------+
    1 |   .        .        .        .        .        .        .        .    |
-     +-----------------------------------------------------------------------+
+     +=======================================================================+
 )");
   EXPECT_NE(run.out.find(". not read "), std::string::npos);
   EXPECT_NE(run.out.find("0.0 on writing  q "), std::string::npos);
@@ -397,9 +476,9 @@ TEST(LayoutText, BreaksNamesThatAreTooLongAndCutsThemOffInTheEnd) {
    0 |lid_open|   .        .        .        .    |humidity|compress|a_name_t|
      |        |                                   |_high   |or_on   |hat_has_|
      |        |                                   |        |        |more_to~|
-     +--------+-----------------------------------+--------+--------+--------+
+     +========+===================================+========+========+========+
 )");
-  EXPECT_NE(run.out.find("\n0.0    " + endless + "  writable"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("\n0.0    " + endless + "  D " + endless + "  writable"), std::string::npos) << run.out;
 }
 
 TEST(LayoutText, ListsWhatHasNoPlace) {
@@ -428,14 +507,14 @@ TEST(LayoutText, StaysShortForALongPayload) {
 16382 |                                                                       |
       +--------------------------------------------------------------+--------+
 16383 |   .        .        .        .        .        .        .    | end    |
-      +--------------------------------------------------------------+--------+
+      +==============================================================+========+
 )");
 }
 
 TEST(LayoutText, EscapesNames) {
   const std::string configuration = Configuration(Bool(R"(a\nb)", 0, 0));
   const std::string text = LayoutText(configuration).out;
-  EXPECT_NE(text.find("\n   0 |   .        .        .        .        .        .        .    | a\\nb   |\n"),
+  EXPECT_NE(text.find("\n   0 |   .        .        .        .        .        .        .    | a\\nb   | "),
             std::string::npos)
       << text;
   EXPECT_EQ(text.find("a\nb"), std::string::npos);
@@ -506,6 +585,42 @@ TEST(LayoutSvg, TellsGroupsApartWithoutColours) {
   EXPECT_EQ(CountOf(svg, "fill=\"url(#alert)\""), 2U + 1U);
   EXPECT_EQ(CountOf(svg, "fill=\"url(#fault)\""), 1U + 1U);
   EXPECT_EQ(CountOf(svg, "fill=\"url(#writable)\""), 0U);
+}
+
+TEST(LayoutSvg, DrawsBitGroupsAndTheEndOfAWrite) {
+  const std::string svg = RunTool({"layout", "kettle.json", "--svg", "-"}).out;
+  // Bytes 0, 4 and 5, each a row high, and the key.
+  EXPECT_EQ(CountOf(svg, "width=\"640\" height=\"20\" fill=\"none\" stroke=\"#222222\" stroke-width=\"2.5\""), 3U);
+  EXPECT_EQ(CountOf(svg, ">bits of one group</text>"), 1U);
+  EXPECT_EQ(CountOf(svg, ">a write ends here, after 2 bytes</text>"), 1U);
+  EXPECT_EQ(CountOf(svg, ">not used</text>"), 1U);
+  EXPECT_LT(svg.find(">target</text>"), svg.find(">a write ends here"));
+  EXPECT_LT(svg.find(">a write ends here"), svg.find(">temperature</text>"));
+}
+
+TEST(LayoutSvg, ListsWhatEachFieldHolds) {
+  const std::string svg = RunTool({"layout", "kettle.json", "--svg", "-"}).out;
+  for (const char* text : {"0.2-0.1", "program", "enum", "flag 1", "0 boil, 1 green_tea, 2 keep_warm", "flag 2",
+                           "40 to 100 (raw * 0.5 + 40)", "-20 to 130 (raw * 0.1 - 20)"}) {
+    EXPECT_GE(CountOf(svg, std::string(">") + text + "</text>"), 1U) << text;
+  }
+}
+
+// Each class of the picture has a colour for dark pages, and each of those is used.
+TEST(LayoutSvg, HasADarkColourForEachOfItsColours) {
+  const std::string svg = RunTool({"layout", "air_conditioner.json", "--svg", "-"}).out;
+  std::smatch style;
+  ASSERT_TRUE(std::regex_search(svg, style, std::regex("<style>@media \\(prefers-color-scheme: dark\\) (.*)</style>")));
+  const std::string rules = style[1];
+  const std::regex name("class=\"([a-z-]+)\"");
+  size_t classes = 0;
+  for (std::sregex_iterator at(svg.begin(), svg.end(), name), end; at != end; ++at, ++classes) {
+    EXPECT_EQ(CountOf(rules, " ." + (*at)[1].str() + " {"), 1U) << (*at)[1];
+  }
+  EXPECT_GT(classes, 100U);
+  EXPECT_EQ(CountOf(svg, "<rect"),
+            CountOf(svg, "class=\"") - CountOf(svg, "<text") - CountOf(svg, "<path") + CountOf(svg, "fill=\"url(#"))
+      << "an element without a class keeps its light colour";
 }
 
 TEST(LayoutSvg, GivesLongNamesInFullInTheList) {

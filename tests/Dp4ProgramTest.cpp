@@ -4,14 +4,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -278,6 +282,40 @@ TEST_F(ProgramOnATerminal, HasColoursUnlessNoColorSaysOtherwise) {
   unsetenv("NO_COLOR");
 }
 
+TEST_F(ProgramOnATerminal, HasNoColoursWhereTheTerminalHasNone) {
+  setenv("TERM", "dumb", 1);
+  EXPECT_THAT(Shown({"show", "kettle.json"}), Not(HasSubstr("\x1b[")));
+  setenv("TERM", "xterm", 1);
+  EXPECT_THAT(Shown({"show", "kettle.json"}), HasSubstr("\x1b[1mkettle"));
+  unsetenv("TERM");
+}
+
+TEST_F(ProgramOnATerminal, KeepsTablesWithinItsWidth) {
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"show", "air_conditioner.json"},
+                                                    {"layout", "air_conditioner.json"},
+                                                    {"lint", "--rules"},
+                                                    {"compare", "--rules"}}) {
+    for (const uint16_t columns : {uint16_t{80}, uint16_t{200}}) {
+      Terminal terminal;
+      winsize size = {};
+      size.ws_col = columns;
+      ASSERT_EQ(ioctl(terminal.program.Descriptor(), TIOCSWINSZ, &size), 0);
+      std::vector<std::string> plain = arguments;
+      plain.insert(plain.end(), {"--color", "never"});
+      Tool tool(plain, File("/dev/null"), terminal.program, terminal.program);
+      terminal.program.Close();
+      std::istringstream lines(terminal.user.ReadUntil(""));
+      size_t widest = 0;
+      for (std::string line; std::getline(lines, line);) {
+        const bool isTable = line.find("  ") != std::string::npos && line.find('[') == std::string::npos;
+        if (isTable) widest = std::max(widest, line.size() - 1);  // without its carriage return
+      }
+      EXPECT_LE(widest, columns) << arguments[0];
+      EXPECT_GT(widest, columns == 80 ? 60U : 90U) << arguments[0];
+    }
+  }
+}
+
 // The first line comes in time, the second one after the second that a stream has to last before it counts as long.
 TEST_F(ProgramOnATerminal, ShowsItsProgressAndClearsItBeforeAProblem) {
   Pipe in;
@@ -332,6 +370,8 @@ std::string BashOffers(const std::string& words, int last) {
 TEST(Completion, OffersWhatFitsInBash) {
   EXPECT_EQ(BashOffers("dp4 de", 1), "decode devices\n");
   EXPECT_EQ(BashOffers("dp4 --v", 1), "--version\n");
+  EXPECT_EQ(BashOffers("dp4 compare --format s", 3), "sarif\n");
+  EXPECT_EQ(BashOffers("dp4 show --format =", 3), "text json csv\n");
   EXPECT_EQ(BashOffers("dp4 lint --roundtrip --f", 3), "--format\n");
   EXPECT_EQ(BashOffers("dp4 lint --format s", 3), "sarif\n");
   EXPECT_EQ(BashOffers("dp4 lint --format =", 3), "text json sarif\n");

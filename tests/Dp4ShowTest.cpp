@@ -355,4 +355,79 @@ TEST(Show, KeepsTheLogApartFromTheResult) {
   EXPECT_EQ(run.err, "[2] Filter entity: id='0' name='kettle' display_name='Kettle'\n");
 }
 
+// ---- For programs ----
+
+TEST(ShowJson, DescribesTheEntityOnOneLine) {
+  const ToolRun run = RunTool({"show", "kettle.json", "--format", "json"});
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.err, "");
+  ExpectGolden(run.out, "kettle.show.json");
+}
+
+TEST(ShowJson, HasALineForEachEntity) {
+  const std::vector<std::string> lines = LinesOf(RunTool({"show", "gateway.json", "--format", "json"}).out);
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(ParseJson(lines[0])["name"].asString(), "gateway");
+  EXPECT_EQ(ParseJson(lines[1])["name"].asString(), "thermostat");
+  EXPECT_EQ(lines[1] + "\n", RunTool({"show", "gateway.json", "--entity", "1", "--format", "json"}).out);
+}
+
+// The group of a has two bytes on writing, since b ends it there at bit 9, and one on reading. n lies nowhere, since it
+// is a number in bits.
+TEST(ShowJson, HasThePlaceInAWriteWhereItDiffers) {
+  const std::string configuration =
+      Configuration(Bool("a", 0, 0) + "," + Bool("x", 3, 0, "status_readonly") + "," + Bool("b", 0, 9) + "," +
+                    Attribute("n", "status_writable", "uint8", Bits(4, 0, 8), Scaling("0", "9", "0.25", "-1")));
+  const Json::Value attributes = ParseJson(RunTool({"show", "-", "--format", "json"}, configuration).out)["attributes"];
+  EXPECT_EQ(WriteJson(attributes[0]["place"]), R"({"bits":1,"firstBit":7})");
+  EXPECT_EQ(WriteJson(attributes[0]["writePlace"]), R"({"bits":1,"firstBit":15})");
+  EXPECT_FALSE(attributes[1].isMember("writePlace"));
+  EXPECT_FALSE(attributes[1].isMember("flag"));
+  EXPECT_EQ(attributes[2]["flag"].asInt(), 1);
+  EXPECT_FALSE(attributes[2].isMember("writePlace"));
+  EXPECT_FALSE(attributes[3].isMember("place"));
+  EXPECT_FALSE(attributes[3].isMember("writePlace"));
+  EXPECT_EQ(attributes[3]["min"].asInt(), 0);
+  EXPECT_EQ(attributes[3]["ratio"].asDouble(), 0.25);
+}
+
+TEST(ShowJson, ListsWhatTheParserDrops) {
+  const std::string configuration =
+      Configuration(Bool("a", 0, 0) + R"(, {"id": 1, "name": "b"}, 5, {"id": 1, "name": 6})");
+  const Json::Value entity = ParseJson(RunTool({"show", "-", "--format", "json"}, configuration).out);
+  EXPECT_EQ(WriteJson(entity["dropped"]),
+            R"([{"index":1,"member":"display_name","name":"b"},{"index":2,"member":"attr"},)"
+            R"({"index":3,"member":"name"}])");
+  EXPECT_EQ(entity["attributes"].size(), 1U);
+}
+
+// The read-only number lacks its ratio, which on reading drops q after it as well. On writing q is taken.
+TEST(ShowJson, HasWhatIsWrittenOnly) {
+  const std::string configuration = Configuration(
+      Attribute("n", "status_readonly", "uint8", Bytes(0, 1), R"("uint_spec": {"min": 0, "max": 9, "addition": 0}, )") +
+      "," + Bool("q", 0, 3));
+  const Json::Value entity = ParseJson(RunTool({"show", "-", "--format", "json"}, configuration).out);
+  EXPECT_EQ(WriteJson(entity["attributes"]),
+            R"([{"description":"","displayName":"D q","flag":0,"group":"status_writable","id":0,"name":"q",)"
+            R"("type":"bool","writePlace":{"bits":1,"firstBit":4}}])");
+  EXPECT_EQ(WriteJson(entity["dropped"]),
+            R"([{"index":0,"member":"ratio","name":"n"},{"index":1,"member":"ratio","name":"q"}])");
+}
+
+TEST(ShowCsv, HasARowForEachAttributeOfEachEntity) {
+  const ToolRun run =
+      RunTool({"show", "-", "--format", "csv"},
+              Configuration(Bool("a", 0, 0) + "," +
+                            Attribute("m,n", "alert", "enum", Bits(1, 0, 1), R"("enum": ["x", "y"], )") + "," +
+                            Attribute("n", "fault", "uint8", Bytes(2, 1), Scaling("0", "9", "0.5", "-1"))));
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(
+      run.out,
+      "entity,name,displayName,description,id,group,type,flag,firstBit,bits,writeFirstBit,writeBits,min,max,ratio,"
+      "addition,items\r\n"
+      "box,a,D a,,0,status_writable,bool,0,7,1,,,,,,,\r\n"
+      "box,\"m,n\",\"D m,n\",,0,alert,enum,,15,1,,,,,,,\"[\"\"x\"\",\"\"y\"\"]\"\r\n"
+      "box,n,D n,,0,fault,uint8,,16,8,,,0,9,0.5,-1.0,\r\n");
+}
+
 }  // namespace

@@ -19,6 +19,7 @@ ROOMS = [
     "inspect/findings",
     "inspect/layout",
     "inspect/lint",
+    "inspect/compare",
     "inspect/capture",
     "inspect/devices",
     "tools/dp4",

@@ -1,9 +1,11 @@
 #include "inspect/devices/Devices.h"
 
+#include <set>
 #include <vector>
 
 #include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.h"
 #include "host/TavelConfig.h"
+#include "inspect/text/Csv.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 #include "inspect/text/Similar.h"
@@ -24,12 +26,6 @@ dword PacketVersionOf(const std::string& text) {
   throw InputError("--packet-version " + Escaped(text) + ": expected 0x and up to 8 hexadecimal digits, like 0x4");
 }
 
-std::string LinesOf(const Json::Value& values) {
-  std::string lines;
-  for (const Json::Value& value : values) lines += json::CompactText(value) + '\n';
-  return lines;
-}
-
 }  // namespace
 
 void UseDevices(const json::Document& list) {
@@ -47,31 +43,62 @@ void UseDevices(const json::Document& list) {
   config.SetDebug(debug.isBool() && debug.asBool());
 }
 
-std::string FilterDevices(const std::string& protocol, const std::string& packetVersion, std::string& problem) {
+Json::Value FilterDevices(const std::string& protocol, const std::string& packetVersion, std::string& problem) {
   Json::Value devices;
   static_cast<void>(ProtocolFilterDevices_4_0(protocol.c_str(), PacketVersionOf(packetVersion), devices));
   if (devices.empty()) {
     problem =
         "no device speaks " + InQuotes(protocol) + " at packet version " + packetVersion + " (letter case counts)";
   }
-  return LinesOf(devices);
+  return devices;
 }
 
-std::string FindDevice(const std::string& key, std::string& problem) {
+Json::Value FindDevice(const std::string& key, std::string& problem) {
   const Json::Value& devices = *TavelConfig::sharedInstance()->GetAllDevices();
+  Json::Value found(Json::arrayValue);
   Json::Value device;
-  if (ProtocolGetDevice_4_0(devices, key.c_str(), device)) return json::CompactText(device) + '\n';
+  if (ProtocolGetDevice_4_0(devices, key.c_str(), device)) {
+    found.append(device);
+    return found;
+  }
   problem = "no device has the product key " + InQuotes(key) + DidYouMean(key, ProtocolGetProductList_4_0(devices));
-  return "";
+  return found;
 }
 
-std::string ListProductKeys(std::string& problem) {
+Json::Value ListProductKeys(std::string& problem) {
   Json::Value keys(Json::arrayValue);
   for (const std::string& key : ProtocolGetProductList_4_0(*TavelConfig::sharedInstance()->GetAllDevices())) {
     keys.append(key);
   }
   if (keys.empty()) problem = "no device has a product key";
-  return LinesOf(keys);
+  return keys;
+}
+
+std::string ResultLines(const Json::Value& results) {
+  std::string lines;
+  for (const Json::Value& result : results) lines += json::CompactText(result) + '\n';
+  return lines;
+}
+
+std::string ResultJson(const Json::Value& results) { return json::CompactText(results) + '\n'; }
+
+std::string ResultCsv(const Json::Value& results) {
+  const auto textOf = [](const Json::Value& value) {
+    return value.isString() ? value.asString() : value.isNull() ? "" : json::CompactText(value);
+  };
+  std::set<std::string> members;
+  for (const Json::Value& result : results) {
+    if (!result.isObject()) continue;
+    for (const std::string& name : result.getMemberNames()) members.insert(name);
+  }
+  if (members.empty()) members = {"product_key"};
+  std::string text = CsvRow({members.begin(), members.end()});
+  for (const Json::Value& result : results) {
+    std::vector<std::string> cells;
+    for (const std::string& name : members) cells.push_back(textOf(result.isObject() ? result[name] : result));
+    text += CsvRow(cells);
+  }
+  return text;
 }
 
 }  // namespace morvix::inspect

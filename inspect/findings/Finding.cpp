@@ -9,6 +9,17 @@ const char* SeverityName(Severity severity) {
   return severity == Severity::kError ? "error" : severity == Severity::kWarning ? "warning" : "info";
 }
 
+bool Findings::Wants(const Rule& rule) {
+  const bool isDisabled = !disabled_.empty() && disabled_.count(rule.name) != 0;
+  const bool isLessSevere = rule.severity < least_;
+  if (isDisabled) {
+    ++disabledCount_;
+  } else if (isLessSevere) {
+    ++lessSevere_;
+  }
+  return !isDisabled && !isLessSevere;
+}
+
 void Findings::Add(Finding finding) {
   if (Wants(*finding.rule)) findings_.push_back(std::move(finding));
 }
@@ -18,8 +29,8 @@ void Findings::Add(const Rule& rule, const Spot& spot, std::string message, std:
 }
 
 void Findings::AddOnce(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix) {
-  if (!Wants(rule) || !known_.insert({&rule, spot.pointer}).second) return;
-  Add(rule, spot, std::move(message), std::move(effect), std::move(fix));
+  if (known_.insert({&rule, spot.pointer}).second)
+    Add(rule, spot, std::move(message), std::move(effect), std::move(fix));
 }
 
 std::vector<Finding> Findings::Sorted() const {
@@ -33,23 +44,32 @@ std::vector<Finding> Findings::Sorted() const {
   return sorted;
 }
 
+size_t Utf16Units(std::string_view text) {
+  size_t units = 0;
+  for (const char c : text) {
+    const auto unit = static_cast<unsigned char>(c);
+    if ((unit & 0xc0) != 0x80) units += unit >= 0xf0 ? 2 : 1;
+  }
+  return units;
+}
+
 std::vector<PlacedFinding> PlaceAll(const std::string& text, std::vector<Finding> findings) {
   std::vector<PlacedFinding> placed;
-  json::Place place;
-  size_t utf16Column = 1;
+  placed.reserve(findings.size());
   size_t offset = 0;
+  size_t line = 1;
+  size_t start = 0;  // of the line
+  size_t utf16Column = 1;
   for (Finding& finding : findings) {
-    for (; offset < std::min(finding.offset, text.size()); ++offset) {
-      const auto unit = static_cast<unsigned char>(text[offset]);
-      if (unit == '\n') {
-        place = {place.line + 1, 1};
-        utf16Column = 1;
-      } else {
-        ++place.column;
-        if ((unit & 0xc0) != 0x80) utf16Column += unit >= 0xf0 ? 2 : 1;
-      }
+    const size_t end = std::min(finding.offset, text.size());
+    for (size_t next = text.find('\n', offset); next < end; next = text.find('\n', offset)) {
+      offset = start = next + 1;
+      utf16Column = 1;
+      ++line;
     }
-    placed.push_back({std::move(finding), place, utf16Column});
+    utf16Column += Utf16Units(std::string_view(text).substr(offset, end - offset));
+    offset = end;
+    placed.push_back({std::move(finding), {line, offset - start + 1}, utf16Column});
   }
   return placed;
 }

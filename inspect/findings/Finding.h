@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,7 @@ struct Rule {
   const char* name;
   Severity severity;
   const char* sentence;
+  const char* why = "";  // at more length: what happens, why, and how to put it right
 };
 
 // Rules in the order in which they are listed. Findings at the same place are sorted in this order.
@@ -40,7 +42,9 @@ struct Finding {
 // The findings of one document that have the minimum severity or a higher one.
 class Findings {
  public:
-  Findings(const Rules& rules, Severity least) : rules_(rules), least_(least) {}
+  // Findings of the disabled rules are left out as well.
+  Findings(const Rules& rules, Severity least, std::set<std::string> disabled = {})
+      : rules_(rules), least_(least), disabled_(std::move(disabled)) {}
 
   void Add(Finding finding);
   void Add(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix);
@@ -50,11 +54,19 @@ class Findings {
   // Sorted by offset, then by rule.
   std::vector<Finding> Sorted() const;
 
+  // How many were left out for their severity, and for their rule.
+  size_t LessSevere() const { return lessSevere_; }
+  size_t Disabled() const { return disabledCount_; }
+
  private:
-  bool Wants(const Rule& rule) const { return rule.severity >= least_; }
+  // Counts those that are left out.
+  bool Wants(const Rule& rule);
 
   const Rules& rules_;
   Severity least_;
+  std::set<std::string> disabled_;
+  size_t lessSevere_ = 0;
+  size_t disabledCount_ = 0;
   std::vector<Finding> findings_;
   std::set<std::pair<const Rule*, std::string>> known_;
 };
@@ -66,6 +78,9 @@ struct PlacedFinding {
   size_t utf16Column;
 };
 
+// The units of UTF-16 that a text of UTF-8 takes.
+size_t Utf16Units(std::string_view text);
+
 // Adds line and column to findings, which must be sorted by offset.
 std::vector<PlacedFinding> PlaceAll(const std::string& text, std::vector<Finding> findings);
 
@@ -74,14 +89,23 @@ struct FileFindings {
   std::string path;  // as it was given; "-" for standard input
   std::string name;  // what messages call it
   std::vector<PlacedFinding> findings;
+  size_t lessSevere = 0;  // left out for their severity
+  size_t disabled = 0;    // left out for their rule
 };
 
 // The result of each ends with a line feed.
 std::string FindingsText(const std::vector<FileFindings>& files, bool color);
 std::string FindingsJson(const std::vector<FileFindings>& files);
 std::string FindingsSarif(const std::vector<FileFindings>& files, const Rules& rules);  // SARIF 2.1.0
-std::string RulesText(const Rules& rules, bool color);
+std::string RulesText(const Rules& rules, bool color, size_t width);                    // as AlignedTable takes it
 std::string RulesJson(const Rules& rules);
+
+// "2 files: 1 error, 2 warnings (3 infos not shown: --severity info)", without a line end. `least` is the minimum
+// severity that was reported.
+std::string SummaryText(const std::vector<FileFindings>& files, Severity least);
+
+// A rule at length, in lines of at most 80 columns.
+std::string RuleText(const Rule& rule, bool color);
 
 }  // namespace morvix::inspect
 

@@ -43,10 +43,10 @@ class Document {
   // "NAME:LINE:COLUMN", escaped, of a part of Root() or of an offset in the text.
   std::string PlaceName(const Json::Value& value) const;
   std::string PlaceName(size_t offset) const { return json::PlaceName(name_, PlaceOf(offset)); }
+  Place PlaceOf(size_t offset) const;
 
  private:
   Document() = default;
-  Place PlaceOf(size_t offset) const;
 
   std::string name_;
   std::string text_;

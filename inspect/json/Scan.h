@@ -3,6 +3,7 @@
 #ifndef MORVIX_INSPECT_JSON_SCAN_H
 #define MORVIX_INSPECT_JSON_SCAN_H
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -18,7 +19,26 @@ struct RepeatedMember {
   std::string name;
 };
 
-// `text` begins with a JSON value; comments are skipped.
+// In what a text departs from strict JSON (RFC 8259) although the reader takes it.
+enum class Laxity { kComment, kTrailingComma, kNumber, kControlCharacter, kSurrogate, kNotUtf8 };
+constexpr size_t kLaxities = 6;
+
+// What a look at the text itself shows, in one pass.
+struct TextScan {
+  struct Seen {
+    size_t first = 0;  // offset
+    size_t count = 0;
+  };
+  std::vector<RepeatedMember> repeated;
+  std::array<Seen, kLaxities> lax;  // by laxity
+
+  const Seen& Of(Laxity laxity) const { return lax[static_cast<size_t>(laxity)]; }
+};
+
+// `text` begins with a JSON value; what follows the value is not looked at.
+TextScan Scan(const std::string& text);
+
+// The members that Scan finds.
 std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text);
 
 // The offset of a place in the text; the size of the text for a place after its end.

@@ -20,13 +20,6 @@ namespace {
 
 constexpr size_t kItemColumns = 48;
 
-std::string ScalingText(const Scaling& scaling) {
-  std::string text = "raw";
-  if (scaling.ratio != 1) text += " * " + ShortestText(scaling.ratio);
-  if (scaling.addition < 0) return text + " - " + ShortestText(-scaling.addition);
-  return scaling.addition == 0 ? text : text + " + " + ShortestText(scaling.addition);
-}
-
 // The range of user values, which both the limits and the width of the field restrict.
 std::string RangeText(const Attribute& number, const BitRange& bits) {
   if (bits.IsEmpty()) return "";
@@ -63,13 +56,6 @@ std::string ItemsText(const std::vector<std::string>& items) {
   return text;
 }
 
-std::string ValuesText(const Attribute& attribute, const BitRange& bits) {
-  if (IsNumber(attribute)) return RangeText(attribute, bits);
-  if (IsEnum(attribute)) return ItemsText(attribute.enumList);
-  if (IsBinary(attribute)) return bits.IsEmpty() ? "" : Count(bits.EndByte() - bits.FirstByte(), "byte");
-  return "false, true";
-}
-
 TableRow AttributeRow(const EntityModel& entity, const Field& field) {
   const Attribute& attribute = *field.attribute;
   const Field* written = entity.Written(field.element);
@@ -81,13 +67,29 @@ TableRow AttributeRow(const EntityModel& entity, const Field& field) {
           {written != nullptr ? std::to_string(written->flag) : ""},
           {DataTypeName(attribute.data_type)},
           {PlaceText(bits)},
-          {IsNumber(attribute) ? ScalingText(attribute.uint_spec) : ""},
+          {ScalingText(attribute)},
           {ValuesText(attribute, bits)}};
 }
 
 }  // namespace
 
-std::string AttributeTable(const EntityModel& entity, bool color) {
+std::string ScalingText(const Attribute& attribute) {
+  if (!IsNumber(attribute)) return "";
+  const Scaling& scaling = attribute.uint_spec;
+  std::string text = "raw";
+  if (scaling.ratio != 1) text += " * " + ShortestText(scaling.ratio);
+  if (scaling.addition < 0) return text + " - " + ShortestText(-scaling.addition);
+  return scaling.addition == 0 ? text : text + " + " + ShortestText(scaling.addition);
+}
+
+std::string ValuesText(const Attribute& attribute, const BitRange& bits) {
+  if (IsNumber(attribute)) return RangeText(attribute, bits);
+  if (IsEnum(attribute)) return ItemsText(attribute.enumList);
+  if (IsBinary(attribute)) return bits.IsEmpty() ? "" : Count(bits.EndByte() - bits.FirstByte(), "byte");
+  return "false, true";
+}
+
+std::string AttributeTable(const EntityModel& entity, bool color, size_t width) {
   const std::vector<const Field*> fields = entity.Fields();
   std::string text = fmt::format("{}: {}, {}\n", Colored(EntityTitle(entity), kBold, color),
                                  Count(fields.size(), "attribute"), PayloadSummary(entity));
@@ -95,7 +97,7 @@ std::string AttributeTable(const EntityModel& entity, bool color) {
     std::vector<TableRow> rows = {
         HeadingRow({"NAME", "DISPLAY NAME", "GROUP", "FLAG", "TYPE", "PLACE", "SCALING", "VALUES"})};
     for (const Field* field : fields) rows.push_back(AttributeRow(entity, *field));
-    text += "\n" + AlignedTable(rows, color);
+    text += "\n" + AlignedTable(rows, color, width);
   }
   const std::vector<std::string> notes = Notes(entity);
   if (!notes.empty()) text += "\n";

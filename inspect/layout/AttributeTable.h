@@ -9,7 +9,15 @@
 
 namespace morvix::inspect {
 
-std::string AttributeTable(const EntityModel& entity, bool color);
+// At most `width` columns wide; 0 is for any width.
+std::string AttributeTable(const EntityModel& entity, bool color, size_t width);
+
+// "raw * 0.5 + 40"; empty for anything but a number.
+std::string ScalingText(const Attribute& attribute);
+
+// The values that an attribute in these bits can have: "40 to 100", "0 boil, 1 green_tea" in lines of at most 48
+// columns, "8 bytes", "false, true".
+std::string ValuesText(const Attribute& attribute, const BitRange& bits);
 
 // What the columns of the table mean.
 extern const char kAttributeTableKey[];

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "inspect/layout/AttributeTable.h"
 #include "inspect/layout/PayloadMap.h"
 #include "inspect/text/Format.h"
 
@@ -28,31 +29,88 @@ const size_t kLineHeight = 12;
 const size_t kRowPadding = 8;  // above and below the lines of a row, together
 const size_t kCutHeight = 12;  // of a row that stands for bytes left out
 const size_t kPieceLines = 3;
-const char kBlack[] = "#000000";
-const char kLineColor[] = "#222222";
-const char kMutedColor[] = "#555555";
+const char kGroupLine[] = "2.5";    // the width of a line around a bit group
+const size_t kWriteEndHeight = 18;  // of the strip that marks the end of a write
 
-// How a group looks: pale ground, a pattern on it, and a dark band with a letter, so that the groups can be told apart
-// without colours.
+// A colour on a light page and on a dark one. The light one is an attribute, which every viewer knows; the dark one is
+// that of a class, for viewers that know style sheets.
+struct Color {
+  const char* name;  // of its class
+  const char* light;
+  const char* dark;
+};
+const Color kPage{"page", "#ffffff", "#1b1d21"};
+const Color kText{"text", "#000000", "#ececec"};
+const Color kMuted{"muted", "#555555", "#a9adb3"};
+const Color kLetter{"letter", "#ffffff", "#ffffff"};
+const Color kSolid{"solid", "#222222", "#c4c8ce"};
+const Color kDashed{"dashed", "#888888", "#7d828a"};
+
+// How a group looks: a ground, a pattern on it, and a band with a letter, so that the groups can be told apart without
+// colours, which are those of GroupColor.
 struct GroupStyle {
   Group group;
   const char* id;
   const char* name;
   const char* letter;
-  const char* ground;
-  const char* band;
+  Color ground;
+  Color band;
   std::string_view pattern;  // the drawing of one tile
 };
 constexpr Group kOverlap = MorvixProtocolTypeUnknown_4_0;
 const GroupStyle kGroupStyles[] = {
-    {MorvixProtocolTypeStatusWritable_4_0, "writable", "writable", "W", "#d6e6f8", "#1d4f91", ""},
-    {MorvixProtocolTypeStatusReadonly_4_0, "readonly", "read-only", "R", "#dcf0d8", "#2c6e2f",
+    {MorvixProtocolTypeStatusWritable_4_0,
+     "writable",
+     "writable",
+     "W",
+     {"w-ground", "#dcf0d8", "#1f3a22"},
+     {"w-band", "#2c6e2f", "#3d8f41"},
+     ""},
+    {MorvixProtocolTypeStatusReadonly_4_0,
+     "readonly",
+     "read-only",
+     "R",
+     {"r-ground", "#d3ecf5", "#12333f"},
+     {"r-band", "#0b5e80", "#1d82a8"},
      "M-1,1 l2,-2 M0,8 l8,-8 M7,9 l2,-2"},
-    {MorvixProtocolTypeAlert_4_0, "alert", "alert", "A", "#fdeebc", "#8a5a00", "M1,2 h3 M5,6 h3"},
-    {MorvixProtocolTypeFault_4_0, "fault", "fault", "F", "#f9d8d8", "#9c1f1f", "M0,0 l8,8 M0,8 l8,-8"},
-    {kOverlap, "overlap", "fields overlap", "!", "#ffffff", "#000000",
+    {MorvixProtocolTypeAlert_4_0,
+     "alert",
+     "alert",
+     "A",
+     {"a-ground", "#fdeebc", "#453806"},
+     {"a-band", "#8a5a00", "#a87b12"},
+     "M1,2 h3 M5,6 h3"},
+    {MorvixProtocolTypeFault_4_0,
+     "fault",
+     "fault",
+     "F",
+     {"f-ground", "#f9d8d8", "#4a2022"},
+     {"f-band", "#9c1f1f", "#c04646"},
+     "M0,0 l8,8 M0,8 l8,-8"},
+    {kOverlap,
+     "overlap",
+     "fields overlap",
+     "!",
+     {"o-ground", "#ffffff", "#000000"},
+     {"o-band", "#000000", "#70757d"},
      "M-1,7 l2,2 M0,4 l4,4 M0,0 l8,8 M4,0 l4,4 M7,-1 l2,2"},
 };
+
+// The classes of the colours on a dark page.
+std::string DarkStyle() {
+  std::string style = "<style>@media (prefers-color-scheme: dark) {";
+  const auto add = [&style](const Color& color, const char* property) {
+    style += fmt::format(" .{} {{{}: {}}}", color.name, property, color.dark);
+  };
+  for (const Color* color : {&kPage, &kText, &kMuted, &kLetter}) add(*color, "fill");
+  for (const Color* color : {&kSolid, &kDashed}) add(*color, "stroke");
+  for (const GroupStyle& group : kGroupStyles) {
+    add(group.ground, "fill");
+    add(group.band, "fill");
+    if (!group.pattern.empty()) style += fmt::format(" .{}-pattern {{stroke: {}}}", group.id, group.band.dark);
+  }
+  return style + "}</style>";
+}
 
 const GroupStyle& StyleOf(Group group) {
   return *std::find_if(std::begin(kGroupStyles), std::end(kGroupStyles),
@@ -65,14 +123,18 @@ const GroupStyle& StyleOf(const PayloadMap& map, const MapPiece& piece) {
 
 struct TextStyle {
   const char* anchor = "start";
-  const char* color = kBlack;
+  const Color* color = &kText;
   size_t size = 10;
   bool isBold = false;
 };
-const TextStyle kSmall{"start", kBlack, 9};
+const TextStyle kSmall{"start", &kText, 9};
+const TextStyle kSmallMuted{"start", &kMuted, 9};
 
 // All text is in a fixed-width font, so that its width can be computed without the font.
 size_t CharactersIn(size_t width, size_t fontSize) { return width * 100 / (fontSize * 61); }
+
+// How wide so many characters are at most.
+size_t WidthOf(size_t characters, size_t fontSize) { return (characters * fontSize * 61 + 99) / 100; }
 
 size_t MiddleOf(size_t column) { return kGridLeft + column * kBitWidth + kBitWidth / 2; }
 
@@ -98,7 +160,7 @@ PieceText TextOf(const PayloadMap& map, const MapRow& row, const MapPiece& piece
   if (piece.fields.empty() || row.isLeftOut) return text;
   const size_t width = CharactersIn(piece.columns * kBitWidth - kBandWidth - 6, 10);
   text.valueBits = ValueBitsText(map, row.byteIndex, piece);
-  if (row.IsFirst()) text.lines = Wrapped(NamesText(map, piece.fields, " + "), width, kPieceLines, "\u2026");
+  text.lines = Wrapped(PieceNames(map, row, piece), width, kPieceLines, "\u2026");
   const size_t used = text.lines.empty() ? 0 : TextWidth(text.lines.back()) + 1;
   const bool fits = text.valueBits.empty() || used + text.valueBits.size() <= width;
   if (text.lines.empty() || !fits) text.lines.emplace_back();
@@ -129,11 +191,12 @@ class Picture {
   explicit Picture(const PayloadMap& map) : map_(map) {}
 
   std::string Draw() {
-    DrawLines(map_.title, {"start", kBlack, 15, true}, 14, 20);
-    DrawText(kMargin, y_ + 10, {"start", kMutedColor}, map_.summary);
+    DrawLines(map_.title, {"start", &kText, 15, true}, 14, 20);
+    DrawText(kMargin, y_ + 10, {"start", &kMuted}, map_.summary);
     y_ += 22;
     if (!map_.blocks.empty()) {
       DrawGroups();
+      DrawMarks();
       DrawGrid();
       DrawFieldList();
     }
@@ -148,26 +211,37 @@ class Picture {
 <title>{2}</title>
 )",
                        kPageWidth, y_, XmlText(map_.title));
+    Write(DarkStyle());
     DrawPatterns();
-    DrawRect(0, 0, kPageWidth, y_, "#ffffff");
+    DrawRect(0, 0, kPageWidth, y_, kPage);
     return svg_ + drawn + "</svg>\n";
   }
 
  private:
   void Write(const std::string& element) { svg_ += element + '\n'; }
 
-  void DrawRect(size_t x, size_t y, size_t width, size_t height, const std::string& fill) {
-    Write(fmt::format(R"(<rect x="{}" y="{}" width="{}" height="{}" fill="{}"/>)", x, y, width, height, fill));
+  void DrawRect(size_t x, size_t y, size_t width, size_t height, const Color& fill) {
+    Write(fmt::format(R"(<rect x="{}" y="{}" width="{}" height="{}" fill="{}" class="{}"/>)", x, y, width, height,
+                      fill.light, fill.name));
+  }
+
+  // A rectangle without ground.
+  void DrawFrame(size_t x, size_t y, size_t width, size_t height, const char* lineWidth) {
+    Write(fmt::format(
+        R"(<rect x="{}" y="{}" width="{}" height="{}" fill="none" stroke="{}" stroke-width="{}" class="{}"/>)", x, y,
+        width, height, kSolid.light, lineWidth, kSolid.name));
   }
 
   void DrawText(size_t x, size_t baseline, const TextStyle& style, const std::string& text) {
-    Write(fmt::format(R"(<text x="{}" y="{}" font-size="{}" fill="{}" text-anchor="{}"{}>{}</text>)", x, baseline,
-                      style.size, style.color, style.anchor, style.isBold ? R"( font-weight="bold")" : "",
-                      XmlText(text)));
+    Write(fmt::format(R"(<text x="{}" y="{}" font-size="{}" fill="{}" text-anchor="{}"{} class="{}">{}</text>)", x,
+                      baseline, style.size, style.color->light, style.anchor,
+                      style.isBold ? R"( font-weight="bold")" : "", style.color->name, XmlText(text)));
   }
 
-  void DrawPath(const std::string& path, const char* stroke) {
-    if (!path.empty()) Write(fmt::format(R"(<path d="{}" fill="none" {}/>)", path, stroke));
+  void DrawPath(const std::string& path, const Color& color, const char* stroke) {
+    if (path.empty()) return;
+    Write(
+        fmt::format(R"(<path d="{}" fill="none" stroke="{}" {} class="{}"/>)", path, color.light, stroke, color.name));
   }
 
   // Lines over the whole width of the page.
@@ -183,27 +257,30 @@ class Picture {
     for (const GroupStyle& style : kGroupStyles) {
       if (style.pattern.empty()) continue;
       Write(fmt::format(R"(<pattern id="{}" patternUnits="userSpaceOnUse" width="8" height="8">)"
-                        R"(<path d="{}" stroke="{}" stroke-opacity="0.3" fill="none"/></pattern>)",
-                        style.id, style.pattern, style.band));
+                        R"(<path d="{}" stroke="{}" stroke-opacity="0.3" fill="none" class="{}-pattern"/></pattern>)",
+                        style.id, style.pattern, style.band.light, style.id));
     }
     Write("</defs>");
   }
 
   void DrawGround(const GroupStyle& style, size_t x, size_t y, size_t width, size_t height) {
     DrawRect(x, y, width, height, style.ground);
-    if (!style.pattern.empty()) DrawRect(x, y, width, height, fmt::format("url(#{})", style.id));
+    if (!style.pattern.empty()) {
+      Write(fmt::format(R"svg(<rect x="{}" y="{}" width="{}" height="{}" fill="url(#{})"/>)svg", x, y, width, height,
+                        style.id));
+    }
     DrawRect(x, y, kBandWidth, height, style.band);
   }
 
   void DrawLetter(const GroupStyle& style, size_t x, size_t baseline) {
-    DrawText(x + kBandWidth / 2, baseline, {"middle", "#ffffff", 10, true}, style.letter);
+    DrawText(x + kBandWidth / 2, baseline, {"middle", &kLetter, 10, true}, style.letter);
   }
 
   // Text on a field, on a plain background so that the pattern does not disturb it.
   void DrawFieldText(const GroupStyle& group, size_t x, size_t baseline, const TextStyle& style,
                      const std::string& text) {
     if (!group.pattern.empty()) {
-      const size_t width = (TextWidth(text) * style.size * 61 + 99) / 100;
+      const size_t width = WidthOf(TextWidth(text), style.size);
       const std::string anchor = style.anchor;
       const size_t left = anchor == "end" ? x - width : anchor == "middle" ? x - width / 2 : x;
       DrawRect(left, baseline - 9, width, kLineHeight, group.ground);
@@ -221,16 +298,34 @@ class Picture {
       if (groups.count(style.group) == 0) continue;
       DrawGround(style, x, y_, 36, 16);
       DrawLetter(style, x, y_ + 12);
-      Write(fmt::format(R"(<rect x="{}" y="{}" width="36" height="16" fill="none" stroke="{}"/>)", x, y_, kLineColor));
+      DrawFrame(x, y_, 36, 16, "1");
       DrawText(x + 42, y_ + 12, {}, style.name);
       x += 42 + std::string(style.name).size() * 6 + 24;
     }
-    y_ += 28;
+    y_ += 24;
+  }
+
+  // What else is in the map, on one line.
+  void DrawMarks() {
+    size_t x = kMargin;
+    const auto addText = [&](const std::string& text) {
+      DrawText(x + 42, y_ + 12, {}, text);
+      x += 42 + WidthOf(text.size(), 10) + 24;
+    };
+    if (!map_.groups.empty()) {
+      DrawFrame(x + 1, y_ + 1, 34, 14, kGroupLine);
+      addText("bits of one group");
+    }
+    if (map_.hasGaps) {
+      DrawText(x + 18, y_ + 11, {"middle", &kMuted}, "\u00b7");
+      addText(map_.gapText);
+    }
+    y_ += x == kMargin ? 4 : 28;
   }
 
   void DrawGrid() {
-    DrawText(kGridLeft - 8, y_ + 12, {"end", kMutedColor}, "byte");
-    DrawText(kGridLeft + 2, y_ + 12, {"start", kMutedColor}, "bit");
+    DrawText(kGridLeft - 8, y_ + 12, {"end", &kMuted}, "byte");
+    DrawText(kGridLeft + 2, y_ + 12, {"start", &kMuted}, "bit");
     for (size_t column = 0; column < 8; ++column) {
       DrawText(MiddleOf(column), y_ + 12, {"middle"}, std::to_string(7 - column));
     }
@@ -247,19 +342,45 @@ class Picture {
       isCut = row.isLeftOut;
       AddLinesWithin(columns, height);
       above = columns;
+      AddToGroups(row, y_, y_ + height);
       y_ += height;
+      if (!EndsWrite(map_, row)) continue;
+      AddLinesBetween(above, outside);
+      DrawWriteEnd();
+      above = outside;
     }
     AddLinesBetween(above, outside);
     y_ += 16;
-    DrawPath(dashedLines_, R"(stroke="#888888" stroke-width="0.5" stroke-dasharray="2,3")");
-    DrawPath(solidLines_, R"(stroke="#222222" stroke-width="1")");
+    DrawPath(dashedLines_, kDashed, R"(stroke-width="0.5" stroke-dasharray="2,3")");
+    DrawPath(solidLines_, kSolid, R"(stroke-width="1")");
+    for (const auto& [group, lines] : groupLines_) {
+      DrawFrame(kGridLeft, lines.first, 8 * kBitWidth, lines.second - lines.first, kGroupLine);
+    }
+  }
+
+  // Notes where the rows of the bit groups begin and end.
+  void AddToGroups(const MapRow& row, size_t top, size_t bottom) {
+    for (size_t i = 0; i < map_.groups.size(); ++i) {
+      if (row.byteIndex < map_.groups[i].FirstByte() || row.byteIndex >= map_.groups[i].EndByte()) continue;
+      groupLines_.emplace(i, std::pair(top, bottom)).first->second.second = bottom;
+    }
+  }
+
+  // A strip between two lines, with words in it.
+  void DrawWriteEnd() {
+    const size_t width = kInnerWidth - (kGridLeft - kMargin);
+    DrawPath(fmt::format("M{0},{1}h{2}M{0},{3}h{2}", kGridLeft, y_ + 2, width, y_ + kWriteEndHeight - 2), kSolid,
+             R"(stroke-width="1.5")");
+    DrawText(kGridLeft + width / 2, y_ + 12, {"middle", &kMuted, 9},
+             "a write ends here, after " + Count(map_.writtenBytes, "byte"));
+    y_ += kWriteEndHeight;
   }
 
   void DrawRowLabel(const MapRow& row, size_t height) {
     if (!row.isLeftOut) {
       return DrawText(kGridLeft - 8, y_ + height / 2 + 4, {"end"}, std::to_string(row.byteIndex));
     }
-    for (size_t i = 0; i < 3; ++i) DrawRect(kGridLeft - 12, y_ + 1 + i * 4, 2, 2, kMutedColor);
+    for (size_t i = 0; i < 3; ++i) DrawRect(kGridLeft - 12, y_ + 1 + i * 4, 2, 2, kMuted);
   }
 
   void DrawPiece(const MapRow& row, const MapPiece& piece, size_t height) {
@@ -267,7 +388,7 @@ class Picture {
     if (!piece.fields.empty()) {
       DrawField(row, piece, height);
     } else if (row.isLeftOut) {
-      DrawText(kGridLeft + 4 * kBitWidth, y_ + 9, {"middle", kMutedColor, 9}, LeftOutText(map_, *row.block));
+      DrawText(kGridLeft + 4 * kBitWidth, y_ + 9, {"middle", &kMuted, 9}, LeftOutText(map_, *row.block));
     } else {
       DrawGap(piece, height);
     }
@@ -277,7 +398,7 @@ class Picture {
   // A dot in the middle of each bit.
   void DrawGap(const MapPiece& piece, size_t height) {
     for (size_t column = piece.column; column < piece.column + piece.columns; ++column) {
-      DrawText(MiddleOf(column), y_ + height / 2 + 3, {"middle", kMutedColor}, "\u00b7");
+      DrawText(MiddleOf(column), y_ + height / 2 + 3, {"middle", &kMuted}, "\u00b7");
     }
   }
 
@@ -288,7 +409,7 @@ class Picture {
     const size_t width = piece.columns * kBitWidth;
     DrawGround(style, x, y_, width, height);
     if (row.isLeftOut) {
-      return DrawFieldText(style, kGridLeft + 4 * kBitWidth, y_ + 9, {"middle", kMutedColor, 9},
+      return DrawFieldText(style, kGridLeft + 4 * kBitWidth, y_ + 9, {"middle", &kMuted, 9},
                            LeftOutText(map_, *row.block));
     }
     size_t baseline = y_ + (height - text.lines.size() * kLineHeight) / 2 + 10;
@@ -298,7 +419,7 @@ class Picture {
       baseline += kLineHeight;
     }
     if (!text.valueBits.empty()) {
-      DrawFieldText(style, x + width - 4, baseline - kLineHeight, {"end", kMutedColor}, text.valueBits);
+      DrawFieldText(style, x + width - 4, baseline - kLineHeight, {"end", &kMuted}, text.valueBits);
     }
   }
 
@@ -316,40 +437,52 @@ class Picture {
     }
   }
 
-  // A list of all fields, in as many columns as fit.
+  // A list of all fields with what `show` tells about them.
   void DrawFieldList() {
+    constexpr size_t kFontSize = 9;
+    constexpr size_t kMostNameCharacters = 48;
+    constexpr size_t kLineStep = 14;
     size_t placeWidth = 0;
     size_t nameWidth = 0;
     for (const MapField& field : map_.fields) {
-      placeWidth = std::max(placeWidth, FieldPlaceText(field).size() + 1);
+      placeWidth = std::max(placeWidth, FieldPlaceText(field).size());
       nameWidth = std::max(nameWidth, TextWidth(field.name));
     }
-    const size_t placeLeft = kBandWidth + 4;
-    const size_t nameLeft = placeLeft + placeWidth * 56 / 10;
-    const size_t needed = nameLeft + nameWidth * 56 / 10 + 12;
-    const size_t columns = std::clamp<size_t>(kInnerWidth / needed, 1, 3);
-    const size_t columnWidth = kInnerWidth / columns;
-    const size_t perColumn = (map_.fields.size() + columns - 1) / columns;
-    DrawText(kMargin, y_ + 10, {"start", kBlack, 10, true}, "Fields");
-    DrawText(kMargin + 48, y_ + 10, {"start", kMutedColor, 9},
+    nameWidth = std::min(nameWidth, kMostNameCharacters);
+    const size_t placeLeft = kMargin + kBandWidth + 4;
+    const size_t nameLeft = placeLeft + WidthOf(placeWidth + 2, kFontSize);
+    const size_t typeLeft = nameLeft + WidthOf(nameWidth + 2, kFontSize);
+    const size_t flagLeft = typeLeft + WidthOf(8, kFontSize);
+    const size_t valuesLeft = flagLeft + WidthOf(10, kFontSize);
+    const size_t valuesWidth = CharactersIn(kPageWidth - kMargin - valuesLeft, kFontSize);
+    DrawText(kMargin, y_ + 10, {"start", &kText, 10, true}, "Fields");
+    DrawText(kMargin + 48, y_ + 10, kSmallMuted,
              std::string("2-3 are bytes, 0.2 is byte 0, bit 2") +
                  (map_.hasValueBits ? "; in the map [7:0] are bits of the value" : ""));
-    const size_t first = y_ + 18;
-    y_ = first;
-    for (size_t i = 0; i < map_.fields.size(); ++i) {
-      const MapField& field = map_.fields[i];
+    y_ += 18;
+    for (const MapField& field : map_.fields) {
       const GroupStyle& style = StyleOf(field.group);
-      const size_t x = kMargin + i / perColumn * columnWidth;
-      size_t top = columns == 1 ? y_ : first + i % perColumn * 14;
-      DrawRect(x, top, kBandWidth, 12, style.band);
-      DrawLetter(style, x, top + 10);
-      DrawText(x + placeLeft, top + 10, kSmall, FieldPlaceText(field));
-      for (const std::string& line : Wrapped(field.name, CharactersIn(columnWidth - nameLeft, 9), SIZE_MAX, "")) {
-        DrawText(x + nameLeft, top + 10, kSmall, line);
-        top += 14;
+      DrawRect(kMargin, y_, kBandWidth, 12, style.band);
+      DrawLetter(style, kMargin, y_ + 10);
+      DrawText(placeLeft, y_ + 10, kSmall, FieldPlaceText(field));
+      DrawText(typeLeft, y_ + 10, kSmall, DataTypeName(field.dataType));
+      if (!field.flag.empty()) DrawText(flagLeft, y_ + 10, kSmall, "flag " + field.flag);
+      const std::vector<std::string> names = Wrapped(field.name, nameWidth, SIZE_MAX, "");
+      const std::vector<std::string> values = Wrapped(ListedValues(field), valuesWidth, SIZE_MAX, "");
+      for (size_t i = 0; i < std::max(names.size(), values.size()); ++i) {
+        if (i < names.size()) DrawText(nameLeft, y_ + 10, kSmall, names[i]);
+        if (i < values.size()) DrawText(valuesLeft, y_ + 10, kSmallMuted, values[i]);
+        y_ += kLineStep;
       }
-      y_ = std::max(y_, top);
     }
+  }
+
+  // "40 to 100 (raw * 0.5 + 40)", "0 boil, 1 green_tea".
+  static std::string ListedValues(const MapField& field) {
+    std::string values = ValuesText(*field.attribute, field.Shown());
+    std::replace(values.begin(), values.end(), '\n', ' ');
+    const std::string scaling = ScalingText(*field.attribute);
+    return values + (scaling.empty() || scaling == "raw" ? "" : " (" + scaling + ")");
   }
 
   const PayloadMap& map_;
@@ -357,7 +490,8 @@ class Picture {
   size_t y_ = kMargin;  // where the next part begins
   // The lines around fields. They are collected while the rows are drawn and are drawn on top of them.
   std::string solidLines_;
-  std::string dashedLines_;  // between the bytes of one field
+  std::string dashedLines_;                                 // between the bytes of one field
+  std::map<size_t, std::pair<size_t, size_t>> groupLines_;  // above and below each bit group
 };
 
 }  // namespace

@@ -21,8 +21,11 @@ using Indexes = std::vector<size_t>;
 MapField FieldOf(const EntityModel& entity, const Field& field) {
   const Attribute& attribute = *field.attribute;
   const Places places = PlacesOf(entity, field.element);
-  return {NameText(attribute.name),
+  const Field* written = entity.Written(field.element);
+  return {&attribute,
+          NameText(attribute.name),
           NameText(attribute.display_name),
+          written == nullptr ? "" : std::to_string(written->flag),
           attribute.type,
           attribute.data_type,
           places.read,
@@ -53,11 +56,13 @@ std::vector<MapStretch> StretchesOf(const std::vector<MapField>& fields, BitRang
   return stretches;
 }
 
-std::vector<MapBlock> BlocksOf(const std::vector<MapStretch>& stretches) {
+// No block lies on both sides of the end of a write.
+std::vector<MapBlock> BlocksOf(const std::vector<MapStretch>& stretches, size_t writtenBytes) {
   std::vector<MapBlock> blocks;
   for (const MapStretch& stretch : stretches) {
-    const uint64_t end = stretch.bits.end;
-    for (uint64_t bit = stretch.bits.begin; bit < end;) {
+    for (uint64_t bit = stretch.bits.begin; bit < stretch.bits.end;) {
+      const uint64_t writeEnd = uint64_t{8} * writtenBytes;
+      const uint64_t end = bit < writeEnd ? std::min(stretch.bits.end, writeEnd) : stretch.bits.end;
       const auto byteIndex = static_cast<size_t>(bit / 8);
       const auto column = static_cast<size_t>(bit % 8);
       const auto bytes = static_cast<size_t>((end - bit) / 8);
@@ -70,10 +75,26 @@ std::vector<MapBlock> BlocksOf(const std::vector<MapStretch>& stretches) {
   return blocks;
 }
 
+// The bytes of the bit groups, as what is read has them.
+std::vector<BitRange> GroupsOf(const EntityModel& entity, size_t bytes) {
+  std::set<std::pair<uint64_t, uint64_t>> groups;
+  for (const Field& field : entity.Reading().fields) {
+    const Position& position = field.attribute->position;
+    if (!IsBitPacked(*field.attribute) || !IsInBits(*field.attribute) || position.byte_offset < 0) continue;
+    const auto first = static_cast<uint64_t>(position.byte_offset);
+    if (position.groupByteLength == 0 || first >= bytes) continue;
+    groups.emplace(8 * first, 8 * std::min<uint64_t>(first + position.groupByteLength, bytes));
+  }
+  std::vector<BitRange> ranges;
+  for (const auto& [begin, end] : groups) ranges.push_back({begin, end});
+  return ranges;
+}
+
 }  // namespace
 
 PayloadMap MapPayload(const EntityModel& entity) {
   PayloadMap map;
+  map.entity = &entity;
   map.title = EntityTitle(entity);
   map.summary = PayloadSummary(entity);
   map.notes = Notes(entity);
@@ -89,9 +110,11 @@ PayloadMap MapPayload(const EntityModel& entity) {
     const bool isLeftNowhere = left.bits.IsEmpty();
     return isLeftNowhere == right.bits.IsEmpty() ? left.bits.begin < right.bits.begin : !isLeftNowhere;
   });
-  const std::vector<MapStretch> stretches = StretchesOf(map.fields, &MapField::bits, bytes);
-  map.blocks = BlocksOf(stretches);
-  std::copy_if(stretches.begin(), stretches.end(), std::back_inserter(map.overlaps),
+  map.writtenBytes = entity.Writing().payloadBytes;
+  map.groups = GroupsOf(entity, bytes);
+  map.stretches = StretchesOf(map.fields, &MapField::bits, bytes);
+  map.blocks = BlocksOf(map.stretches, map.writtenBytes);
+  std::copy_if(map.stretches.begin(), map.stretches.end(), std::back_inserter(map.overlaps),
                [](const MapStretch& stretch) { return stretch.fields.size() > 1; });
   for (const MapBlock& block : map.blocks) {
     for (const MapPiece& piece : block.pieces) {
@@ -99,11 +122,16 @@ PayloadMap MapPayload(const EntityModel& entity) {
       map.hasValueBits = map.hasValueBits || !ValueBitsText(map, block.first, piece).empty();
     }
   }
-  for (MapStretch& stretch : StretchesOf(map.fields, &MapField::writtenBits, bytes)) {
-    const bool isMoved = std::any_of(stretch.fields.begin(), stretch.fields.end(), [&map](size_t field) {
-      return map.fields[field].bits != map.fields[field].writtenBits;
-    });
-    if (stretch.fields.size() > 1 && isMoved) map.writtenOverlaps.push_back(std::move(stretch));
+  const auto isMoved = [](const MapField& field) {
+    return !field.writtenBits.IsEmpty() && field.bits != field.writtenBits;
+  };
+  if (std::none_of(map.fields.begin(), map.fields.end(), isMoved)) return map;
+  const size_t writtenBytes = std::min(map.writtenBytes, MorvixProtocolMaxPayloadBytes_4_0);
+  map.writtenStretches = StretchesOf(map.fields, &MapField::writtenBits, writtenBytes);
+  for (const MapStretch& stretch : map.writtenStretches) {
+    const bool hasMoved = std::any_of(stretch.fields.begin(), stretch.fields.end(),
+                                      [&](size_t field) { return isMoved(map.fields[field]); });
+    if (stretch.fields.size() > 1 && hasMoved) map.writtenOverlaps.push_back(stretch);
   }
   return map;
 }
@@ -126,17 +154,39 @@ std::string LeftOutText(const PayloadMap& map, const MapBlock& block) {
 }
 
 std::string FieldPlaceText(const MapField& field) {
-  return field.bits.IsEmpty() ? PlaceText(field.writtenBits) + " on writing" : PlaceText(field.bits);
+  return PlaceText(field.Shown()) + (field.bits.IsEmpty() ? " on writing" : "");
 }
 
-std::string ValueBitsText(const PayloadMap& map, size_t byteIndex, const MapPiece& piece) {
-  if (piece.fields.size() != 1) return "";
-  const MapField& field = map.fields[piece.fields[0]];
+namespace {
+
+std::string ValueBitsOf(const MapField& field, size_t byteIndex, const MapPiece& piece) {
   // Binaries are not numbers, and their bytes are in order anyway.
   if (field.dataType == MorvixProtocolDataTypeBinary_4_0 || field.bits.Length() == piece.columns) return "";
   const uint64_t high = field.bits.end - 1 - (8 * byteIndex + piece.column);
   const uint64_t low = high + 1 - piece.columns;
   return high == low ? fmt::format("[{}]", high) : fmt::format("[{}:{}]", high, low);
+}
+
+}  // namespace
+
+std::string ValueBitsText(const PayloadMap& map, size_t byteIndex, const MapPiece& piece) {
+  return piece.fields.size() == 1 ? ValueBitsOf(map.fields[piece.fields[0]], byteIndex, piece) : "";
+}
+
+std::string PieceNames(const PayloadMap& map, const MapRow& row, const MapPiece& piece) {
+  if (piece.fields.size() == 1) return row.IsFirst() ? map.fields[piece.fields[0]].name : "";
+  std::string names;
+  for (const size_t i : piece.fields) {
+    const MapField& field = map.fields[i];
+    const std::string bits = ValueBitsOf(field, row.byteIndex, piece);
+    if (!row.IsFirst() && bits.empty()) continue;
+    names += (names.empty() ? "" : " + ") + field.name + (bits.empty() ? "" : " " + bits);
+  }
+  return names;
+}
+
+bool EndsWrite(const PayloadMap& map, const MapRow& row) {
+  return !row.isLeftOut && row.byteIndex + 1 == map.writtenBytes;
 }
 
 std::string NamesText(const PayloadMap& map, const Indexes& fields, const std::string& separator) {

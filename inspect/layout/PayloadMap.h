@@ -13,12 +13,17 @@ namespace morvix::inspect {
 
 // One attribute with its place.
 struct MapField {
-  std::string name;  // escaped, as is the next
+  const Attribute* attribute;
+  std::string name;  // escaped, as are the next two
   std::string displayName;
+  std::string flag;  // its bit in a write's flag bitmap; empty when it cannot be written
   Group group;
   DataType dataType;
   BitRange bits;         // of what is read; empty when it has no place there
   BitRange writtenBits;  // of a write, in the same way
+
+  // The one of the two that is shown.
+  const BitRange& Shown() const { return bits.IsEmpty() ? writtenBits : bits; }
 };
 
 // Neighbouring bits of one byte that lie in the same fields. Column 0 is bit 7.
@@ -50,12 +55,18 @@ struct MapStretch {
   std::vector<size_t> fields;  // as in a piece
 };
 
+// The entity outlives it.
 struct PayloadMap {
+  const EntityModel* entity;
   std::string title;
   std::string summary;
   std::vector<MapField> fields;  // in payload order; fields with a place on writing only come last
   std::vector<MapField> unplaced;
+  std::vector<MapStretch> stretches;         // the whole payload
+  std::vector<MapStretch> writtenStretches;  // that of a write, where a field lies elsewhere in it
   std::vector<MapBlock> blocks;
+  std::vector<BitRange> groups;             // the bytes of each bit group, in their order
+  size_t writtenBytes = 0;                  // of a write
   std::vector<MapStretch> overlaps;         // bits in several fields
   std::vector<MapStretch> writtenOverlaps;  // the same on writing, if a field lies elsewhere there
   std::vector<std::string> notes;
@@ -79,6 +90,12 @@ std::string FieldPlaceText(const MapField& field);
 // overlap.
 std::string ValueBitsText(const PayloadMap& map, size_t byteIndex, const MapPiece& piece);
 
+// The names in a piece of a row; where fields overlap, each with the bits of its value.
+std::string PieceNames(const PayloadMap& map, const MapRow& row, const MapPiece& piece);
+
+// Whether a row is the last one of a write.
+bool EndsWrite(const PayloadMap& map, const MapRow& row);
+
 std::string NamesText(const PayloadMap& map, const std::vector<size_t>& fields, const std::string& separator);
 
 // The remarks below a map: overlaps, fields without a place, notes.
@@ -94,11 +111,23 @@ bool Differ(const std::vector<size_t>* one, const std::vector<size_t>* other);
 // Whether a line runs on the left of the column; column 8 is the right end.
 bool HasLineLeftOf(const MapColumns& columns, size_t column);
 
-// The map in characters, with a list of the fields below it.
-std::string MapText(const PayloadMap& map, bool color);
+// The map in characters, with a list of the fields below it that is at most `width` columns wide; 0 is for any width.
+std::string MapText(const PayloadMap& map, bool color, size_t width);
 
-// The map as a self-contained SVG 1.1 picture.
+// The map as a self-contained SVG 1.1 picture, dark where the viewer prefers that.
 std::string MapSvg(const PayloadMap& map);
+
+// The map as one line of JSON:
+//
+//   {"name", "displayName", "id", "payloadBytes", "writeBytes", "groups": [{"firstByte", "bytes"}],
+//    "stretches": [{"firstBit", "bits", "attributes": [name]}], "writeStretches": [...], "notes": [text]}
+//
+// A stretch is a run of bits with the same attributes: none in a gap, several where fields overlap. "writeStretches" is
+// there when an attribute lies elsewhere in a write.
+std::string MapJson(const PayloadMap& map);
+
+// The stretches as comma-separated values: a row for each attribute in each stretch, one without a name for a gap.
+std::string MapCsv(const PayloadMap& map);
 
 }  // namespace morvix::inspect
 

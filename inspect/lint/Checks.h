@@ -35,6 +35,9 @@ std::map<size_t, std::string> EffectsOnGroups(const EntityModel& entity);
 // resembles none.
 std::string MeantKeyword(const std::string& member, const Json::Value& value);
 
+// For a bit_offset beyond the first byte of a group: how to write the same bit of a later byte; else empty.
+std::string NextByteHint(const Position& position);
+
 // "3 bytes instead of 2"
 std::string SizesText(size_t size, size_t needed);
 

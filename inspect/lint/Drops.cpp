@@ -2,7 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cctype>
+#include <initializer_list>
 #include <map>
+#include <string_view>
 
 #include "inspect/lint/Checks.h"
 #include "inspect/lint/Members.h"
@@ -84,6 +88,68 @@ Fault FaultOf(const EntityModel& entity, size_t element, const std::string& memb
   return {Quoted(member) + " is missing", fix};
 }
 
+bool IsInteger(const Json::Value& object, const char* member) {
+  int32_t value = 0;
+  return ProtocolGetAttrInteger_4_0(object, member, value);
+}
+
+bool IsText(const Json::Value& object, const char* member) {
+  std::string value;
+  return ProtocolGetAttrString_4_0(object, member, value);
+}
+
+bool IsFactor(const Json::Value& object, const char* member) {
+  double value = 0;
+  return ProtocolGetAttrDouble_4_0(object, member, value);
+}
+
+bool IsLimit(const Json::Value& object, const char* member) {
+  int64_t value = 0;
+  const bool isThrowing = object[member].isArray() || object[member].isObject();
+  return isThrowing || ProtocolGetAttrInteger64_4_0(object, member, value);  // limit-kind is about the others
+}
+
+// The members of an attribute, an object, that the parser cannot read, whether it gets to them or not.
+Names UnreadableMembers(const Element& element) {
+  const Json::Value& attribute = *element.json;
+  Names unreadable;
+  const auto check = [&unreadable](const Json::Value& object, bool (*isReadable)(const Json::Value&, const char*),
+                                   std::initializer_list<const char*> members) {
+    for (const char* member : members) {
+      if (!isReadable(object, member)) unreadable.emplace_back(member);
+    }
+  };
+  check(attribute, IsInteger, {"id"});
+  check(attribute, IsText, {"name", "display_name", "desc", "type", "data_type"});
+  const Json::Value& position = attribute["position"];
+  if (position.isObject()) {
+    check(position, IsInteger, {"byte_offset", "bit_offset", "len"});
+    check(position, IsText, {"unit"});
+  } else {
+    unreadable.emplace_back("position");
+  }
+  if (ProtocolDataTypeIsUInt(element.dataType)) {
+    const Json::Value& scaling = attribute["uint_spec"];
+    if (scaling.isObject()) {
+      check(scaling, IsLimit, {"min", "max"});
+      check(scaling, IsFactor, {"ratio", "addition"});
+    } else {
+      unreadable.emplace_back("uint_spec");
+    }
+  }
+  const bool isEnum = element.dataType == MorvixProtocolDataTypeEnum_4_0;
+  if (isEnum && (!attribute["enum"].isArray() || attribute["enum"].empty())) unreadable.emplace_back("enum");
+  return unreadable;
+}
+
+// As the parser takes it: of any letter case and less than 32 characters, or an empty unit.
+bool IsKeyword(const std::string& member, const Json::Value& value) {
+  std::string keyword = value.asCString();
+  std::transform(keyword.begin(), keyword.end(), keyword.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return (keyword.empty() && member == "unit") || Contains(KeywordsOf(member), keyword);
+}
+
 // A fix that concerns the uint_spec of another attribute.
 std::string FixElsewhere(std::string fix, const std::string& label) {
   return fix.insert(fix.size() - (fix.back() == '?' ? 1 : 0), " in the uint_spec of " + label);
@@ -108,6 +174,10 @@ class DropCheck {
     for (size_t i = 0; i < entity_.Elements().size(); ++i) Visit(i);
     AddLostFlags();
     for (const Drop& drop : drops_) AddDrop(drop);
+    for (size_t i = 0; i < drops_.size(); ++i) {
+      const bool isAgain = i != 0 && drops_[i].element == drops_[i - 1].element;
+      if (!isAgain) AddOtherFaults(drops_[i]);
+    }
   }
 
  private:
@@ -186,7 +256,7 @@ class DropCheck {
     return effect + (isWritable ? "it can be written, but no decode shows it" : "no decode shows it") + onGroup;
   }
 
-  void AddKeyword(const Drop& drop, const char* name, const Spot& spot) {
+  void AddKeyword(size_t element, const char* name, const Spot& spot, const std::string& effect) {
     const std::string keyword = spot.value->asCString();
     const std::string meant = MeantKeyword(name, *spot.value);
     const std::string fix = meant.empty() ? fmt::format("one of {}", fmt::join(KeywordsOf(name), ", "))
@@ -196,16 +266,18 @@ class DropCheck {
     const std::string problem = keyword.empty() ? "is empty"
                                 : isLong        ? fmt::format("has {} characters", keyword.size())
                                                 : Quoted(keyword) + " is unknown";
-    findings_.Add(rule, spot, fmt::format("{} is dropped: its {} {}", entity_.Label(drop.element), name, problem),
-                  EffectOf(drop), fix);
+    findings_.Add(rule, spot, fmt::format("{} is dropped: its {} {}", entity_.Label(element), name, problem), effect,
+                  fix);
   }
 
   void AddDrop(const Drop& drop) {
     if (drop.member == "type" || drop.member == "data_type") {
       const Spot spot = entity_.At(drop.element, {drop.member});
-      if (spot.value->isString()) return AddKeyword(drop, drop.member.c_str(), spot);
+      if (spot.value->isString()) return AddKeyword(drop.element, drop.member.c_str(), spot, EffectOf(drop));
     }
-    if (drop.member == "position.unit") return AddKeyword(drop, "unit", entity_.At(drop.element, {"position", "unit"}));
+    if (drop.member == "position.unit") {
+      return AddKeyword(drop.element, "unit", entity_.At(drop.element, {"position", "unit"}), EffectOf(drop));
+    }
     const bool isAlways = drop.onReading == drop.onWriting || !entity_.Elements()[drop.element].IsWritable();
     const char* when = isAlways ? "" : drop.onReading ? " on reading" : " on writing";
     const std::string subject = fmt::format("{} is dropped{}: ", entity_.Label(drop.element), when);
@@ -213,6 +285,27 @@ class DropCheck {
     const Fault fault = FaultOf(entity_, drop.element, drop.member);
     findings_.Add(rules::kAttributeDropped, entity_.At(drop.element, PathOf(drop.member)), subject + fault.text,
                   EffectOf(drop), fault.fix);
+  }
+
+  // What the parser does not get to, since it drops the attribute for another member.
+  void AddOtherFaults(const Drop& drop) {
+    const Element& element = entity_.Elements()[drop.element];
+    if (!element.json->isObject()) return;
+    const std::string effect = "the parser would drop it for this, too, once the other is fixed";
+    for (const std::string& member : UnreadableMembers(element)) {
+      if (member == drop.member) continue;
+      const Fault fault = FaultOf(entity_, drop.element, member);
+      findings_.Add(rules::kAttributeDropped, entity_.At(drop.element, PathOf(member)),
+                    fmt::format("{} is dropped: {}", entity_.Label(drop.element), fault.text), effect, fault.fix);
+    }
+    for (const char* name : {"type", "data_type", "unit"}) {
+      const bool isUnit = std::string_view(name) == "unit";
+      if (drop.member == (isUnit ? "position.unit" : name)) continue;
+      const Json::Value& object = isUnit ? (*element.json)["position"] : *element.json;
+      if (!object.isObject() || !object[name].isString() || IsKeyword(name, object[name])) continue;
+      const Names path = isUnit ? Names{"position", "unit"} : Names{name};
+      AddKeyword(drop.element, name, entity_.At(drop.element, path), effect);
+    }
   }
 
   void AddScalingDrop(const Drop& drop, const std::string& subject) {

@@ -32,6 +32,13 @@ void LintItemTexts(const EntityModel& entity, const Field& field, Findings& find
     if (!dropped.empty() && shift.empty()) {
       shift = fmt::format("; {} is index {} instead of {}", Quoted(item), dropped[0], i);
     }
+    // An item that is its own index is the same either way.
+    const bool isDigits = !item.empty() && item.find_first_not_of("0123456789") == std::string::npos;
+    if (isDigits && item != std::to_string(i - dropped.size())) {
+      findings.Add(rules::kDigitItem, member.Item(i),
+                   fmt::format("{} has the item {} with the index {}", label, Quoted(item), i - dropped.size()),
+                   fmt::format("where a value is given as text, {} is an index", item), "give it a text with a letter");
+    }
     if (known.insert(item).second) continue;
     findings.Add(rules::kDuplicateItem, member.Item(i), fmt::format("{} has the item {} twice", label, Quoted(item)),
                  "none: values are indices", "give each item its own text");
@@ -74,7 +81,9 @@ void LintItemCount(const EntityModel& entity, const Field& field, Findings& find
   // A device that sets all bits.
   const Result result{MorvixProtocolOutcomeRefusedByItems_4_0, full};
   findings.Add(rules::kEnumIncomplete, spot, message,
-               fmt::format("a device that sends {} ends the decode with \"{}\"; the attributes after it are missing",
+               fmt::format("a device that sends {} ends the decode with \"{}\", whose range ends with the number of "
+                           "items; the attributes after it "
+                           "are missing",
                            full, DecodeLine(attribute, result)),
                "list an item for each number that the device may send");
 }

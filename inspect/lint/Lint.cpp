@@ -6,9 +6,9 @@
 
 #include "inspect/json/Scan.h"
 #include "inspect/lint/Checks.h"
+#include "inspect/lint/Members.h"
 #include "inspect/lint/Rules.h"
 #include "inspect/text/Escape.h"
-#include "inspect/text/Similar.h"
 
 namespace morvix::inspect {
 
@@ -22,6 +22,9 @@ void AddUnusableEntity(const Spot& entity, const EntityFault& fault, Findings& f
     const std::string problem = entity.value->isMember(fault.member) ? std::string("not ") + needed : "missing";
     message = fmt::format("the entity is unusable: {} is {}", Quoted(fault.member), problem);
     fix = fmt::format("give {} as {}", Quoted(fault.member), needed);
+    const bool isMissing = fault.member == "attrs" && !entity.value->isMember("attrs");
+    const std::string meant = isMissing ? MeantArray(*entity.value, "attrs") : "";
+    if (!meant.empty()) fix = "did you mean it by " + Quoted(meant) + "?";
   }
   findings.Add(
       rules::kEntityUnusable, entity.Member(fault.member), message,
@@ -102,16 +105,53 @@ void LintEntities(const json::Document& document, const LintChoices& choices, Fi
   }
 }
 
+// Hosts find a product's devices by their packet version.
+void LintPacketVersion(const Spot& root, Findings& findings) {
+  if (!root.value->isObject() || !root.value->isMember("packetVersion")) return;
+  dword version = 0;
+  if (ProtocolGetAttrHex_4_0(*root.value, "packetVersion", version)) return;
+  const Spot spot = root.Member("packetVersion");
+  findings.Add(rules::kVersionNeverMatches, spot,
+               "'packetVersion' is " + Described(*spot.value) + ", which is not read as a version",
+               "no query for devices by protocol and packet version gives this product",
+               "write a string of 0x and hexadecimal digits, like \"0x4\"");
+}
+
+// A departure from strict JSON is told once, where it first occurs.
+void LintText(const json::TextScan& scan, Findings& findings) {
+  const auto add = [&](json::Laxity laxity, const Rule& rule, const char* what, const char* effect, const char* fix) {
+    const json::TextScan::Seen& seen = scan.Of(laxity);
+    if (seen.count == 0) return;
+    const std::string others = seen.count == 1 ? "" : fmt::format(", and {} more", seen.count - 1);
+    findings.Add({&rule, seen.first, "", what + others, effect, fix});
+  };
+  constexpr char kUnreadable[] = "the module takes it, but a strict reader refuses the whole file";
+  using json::Laxity;
+  add(Laxity::kComment, rules::kNotStrictJson, "a comment, which JSON does not have", kUnreadable,
+      "remove it, or move it into a member whose name begins with x-");
+  add(Laxity::kTrailingComma, rules::kNotStrictJson, "a comma after the last member or element", kUnreadable,
+      "remove it");
+  add(Laxity::kNumber, rules::kNotStrictJson, "a number in a form that JSON does not have", kUnreadable,
+      "write it without leading zeros or signs, and with digits on both sides of a point");
+  add(Laxity::kControlCharacter, rules::kNotStrictJson, "a raw control character in a string", kUnreadable,
+      "write it as an escape, like \\n");
+  add(Laxity::kSurrogate, rules::kNotStrictJson, "half of a surrogate pair", kUnreadable, "write the whole character");
+  add(Laxity::kNotUtf8, rules::kNotUtf8, "a byte that is not UTF-8",
+      "a strict reader refuses the file, and documents have a replacement character in its place",
+      "save the file as UTF-8");
+}
+
 void LintConfiguration(const json::Document& document, const LintChoices& choices, Findings& findings) {
   const Json::Value& root = document.Root();
+  LintPacketVersion({&root, ""}, findings);
   if (root.isObject() && root["entities"].isArray()) return LintEntities(document, choices, findings);
   std::string message = "the configuration is not an object";
   std::string fix = "start with {\"entities\": [...]}";
   if (root.isObject()) {
     const bool isMissing = !root.isMember("entities");
     message = isMissing ? "the configuration has no 'entities'" : "'entities' is not an array";
-    const std::string similar = isMissing ? SimilarName("entities", root.getMemberNames()) : "";
-    fix = similar.empty() ? "list the entities in an array 'entities'" : "rename " + Quoted(similar) + " to 'entities'";
+    const std::string meant = isMissing ? MeantArray(root, "entities") : "";
+    fix = meant.empty() ? "list the entities in an array 'entities'" : "did you mean it by " + Quoted(meant) + "?";
   }
   findings.Add(rules::kNoConfiguration, Spot{&root, ""}.Member("entities"), message,
                "nothing can be encoded or decoded", fix);
@@ -119,24 +159,26 @@ void LintConfiguration(const json::Document& document, const LintChoices& choice
 
 }  // namespace
 
-std::vector<Finding> Lint(const std::string& name, const std::string& text, Severity least,
-                          const LintChoices& choices) {
+LintResult Lint(const std::string& name, const std::string& text, Severity least, const LintChoices& choices) {
   constexpr size_t kMaxError = 200;
-  Findings findings(LintRules(), least);
+  Findings findings(LintRules(), least, choices.disabled);
+  const auto result = [&findings] { return LintResult{findings.Sorted(), findings.LessSevere(), findings.Disabled()}; };
   json::SyntaxError error;
   const std::optional<json::Document> document = json::Document::Read(name, text, error);
   if (!document) {
     findings.Add({&rules::kJsonSyntax, json::OffsetOf(text, error.place), "",
                   "not JSON: " + Escaped(error.message.substr(0, kMaxError)), "the configuration cannot be loaded",
                   "correct the JSON"});
-    return findings.Sorted();
+    return result();
   }
-  for (const json::RepeatedMember& member : json::FindRepeatedMembers(text)) {
+  const json::TextScan scan = json::Scan(text);
+  LintText(scan, findings);
+  for (const json::RepeatedMember& member : scan.repeated) {
     findings.Add({&rules::kRepeatedMember, member.offset, member.pointer, "duplicate member " + Quoted(member.name),
                   "the earlier value is ignored", "remove one of the two"});
   }
   LintConfiguration(*document, choices, findings);
-  return findings.Sorted();
+  return result();
 }
 
 }  // namespace morvix::inspect

@@ -3,7 +3,10 @@
 #ifndef MORVIX_INSPECT_LINT_LINT_H
 #define MORVIX_INSPECT_LINT_LINT_H
 
+#include <cstddef>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "inspect/findings/Finding.h"
 
@@ -12,13 +15,20 @@ namespace morvix::inspect {
 const Rules& LintRules();
 
 struct LintChoices {
-  std::string entity;      // name or id; empty for all
-  bool roundtrip = false;  // also encodes and decodes the limits and a middle value of every attribute
+  std::string entity;                   // name or id; empty for all
+  bool roundtrip = false;               // also encodes and decodes the limits and a middle value of every attribute
+  std::set<std::string> disabled = {};  // rules, by name
 };
 
-// The findings of a configuration with at least the severity `least`, sorted by offset. Messages call the configuration
-// `name`. The parser's lines are logged. Throws InputError when the chosen entity does not exist.
-std::vector<Finding> Lint(const std::string& name, const std::string& text, Severity least, const LintChoices& choices);
+struct LintResult {
+  std::vector<Finding> findings;  // in the order of the text
+  size_t lessSevere;              // left out for their severity
+  size_t disabled;                // left out for their rule
+};
+
+// The findings of a configuration with at least the severity `least`. Messages call the configuration `name`. The
+// parser's lines are logged. Throws InputError when the chosen entity does not exist.
+LintResult Lint(const std::string& name, const std::string& text, Severity least, const LintChoices& choices);
 
 }  // namespace morvix::inspect
 

@@ -23,12 +23,16 @@ namespace {
 void LintUnknown(const Spot& object, const Names& known, const char* kind, Findings& findings) {
   if (!object.value->isObject()) return;
   for (const std::string& name : object.value->getMemberNames()) {
-    if (Contains(known, name)) continue;
+    const bool isNote = name.compare(0, 2, "x-") == 0 || name.compare(0, 1, "$") == 0;  // of the author's own
+    if (isNote || Contains(known, name)) continue;
     const std::string similar = SimilarName(name, known);
     std::string fix = "remove it";
     if (!similar.empty()) {
       fix = object.value->isMember(similar) ? "remove it; " + Quoted(similar) + " is there already"
                                             : "did you mean " + Quoted(similar) + "?";
+    } else if (Contains(known, "attrs") && !object.value->isMember("attrs") &&
+               MeantArray(*object.value, "attrs") == name) {
+      fix = "did you mean 'attrs'?";
     } else if (Contains(PositionMembers(), name)) {
       fix = "move it into 'position'";
     } else if (Contains(ScalingMembers(), name)) {
@@ -144,24 +148,28 @@ void LintEntityMembers(const Spot& entity, Findings& findings) {
 }
 
 void LintAttributeMembers(const EntityModel& entity, Findings& findings) {
+  static const Names kId = {"id"};
+  static const Names kPlaceNumbers = {"byte_offset", "bit_offset", "len"};
   for (size_t i = 0; i < entity.Elements().size(); ++i) {
     const Spot attribute = entity.At(i);
     if (!attribute.value->isObject()) continue;
     LintUnknown(attribute, AttributeMembers(), "an attribute", findings);
-    LintMisread(attribute, {"id"}, findings);
+    LintMisread(attribute, kId, findings);
     LintUnused(entity, i, findings);
     const Json::Value& position = (*attribute.value)["position"];
     if (position.isObject()) {
-      LintUnknown(attribute.Member("position"), PositionMembers(), "a position", findings);
-      LintMisread(attribute.Member("position"), {"byte_offset", "bit_offset", "len"}, findings);
+      const Spot place = attribute.Member("position");
+      LintUnknown(place, PositionMembers(), "a position", findings);
+      LintMisread(place, kPlaceNumbers, findings);
       if (position["unit"].isString() && *position["unit"].asCString() == '\0') {
         findings.Add(rules::kEmptyUnit, entity.At(i, {"position", "unit"}), entity.Label(i) + " has an empty unit",
                      "it counts as 'byte'", "write 'byte'");
       }
     }
     if ((*attribute.value)["uint_spec"].isObject() && ProtocolDataTypeIsUInt(entity.Elements()[i].dataType)) {
-      LintUnknown(attribute.Member("uint_spec"), ScalingMembers(), "a uint_spec", findings);
-      LintMisread(attribute.Member("uint_spec"), ScalingMembers(), findings);
+      const Spot scaling = attribute.Member("uint_spec");
+      LintUnknown(scaling, ScalingMembers(), "a uint_spec", findings);
+      LintMisread(scaling, ScalingMembers(), findings);
     }
   }
 }

@@ -2,7 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <cstdint>
+#include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "inspect/lint/Checks.h"
 #include "inspect/lint/Rules.h"
@@ -81,24 +84,55 @@ void LintKey(const EntityModel& entity, const Field& field, const Field* same, F
                "give each alert and fault a display name that is neither another's nor the name of an attribute");
 }
 
+bool IsUtf8(std::string_view text) {
+  for (size_t at = 0; at < text.size();) {
+    int32_t code = 0;
+    const size_t length = (text[at] & 0x80) == 0 ? 1 : ReadCharacter(text, at, code);
+    if (length == 0) return false;
+    at += length;
+  }
+  return true;
+}
+
+// For a key that is not UTF-8: whether another one becomes the same when it is written.
+void LintRepairedKey(const EntityModel& entity, const Field& field, Firsts<std::string>& repairedKeys,
+                     Findings& findings) {
+  const std::string& key = DocumentKey(*field.attribute);
+  const std::string written = json::CompactText(key);
+  const Field* same = Add(repairedKeys, written, field);
+  if (same == nullptr || DocumentKey(*same->attribute) == key) return;
+  findings.Add(rules::kNamesBecomeOne,
+               entity.At(field.element, {IsAlertOrFault(*field.attribute) ? "display_name" : "name"}),
+               fmt::format("{} and {} both become {} in the application's text", LabelOf(entity, field),
+                           LabelOf(entity, *same), Escaped(written)),
+               "the later one replaces the earlier one, which the application never sees", "save the file as UTF-8");
+}
+
 }  // namespace
 
 void LintNames(const EntityModel& entity, Findings& findings) {
-  Firsts<std::string> writtenNames;
-  Firsts<std::string> readNames;
-  Firsts<std::string> names;
-  Firsts<std::string> keys;
+  const std::vector<const Field*> fields = entity.Fields();
+  Firsts<std::string_view> writtenNames;
+  Firsts<std::string_view> readNames;
+  Firsts<std::string_view> names;
+  Firsts<std::string_view> keys;
   Firsts<int32_t> ids;
-  for (const Field* field : entity.Fields()) {
+  Firsts<std::string> repairedKeys;
+  for (auto* firsts : {&writtenNames, &readNames, &names, &keys}) firsts->reserve(fields.size());
+  ids.reserve(fields.size());
+  for (const Field* field : fields) {
     const Attribute& attribute = *field->attribute;
     const bool isWritten = entity.Written(field->element) != nullptr;
     const bool isRead = entity.Read(field->element) != nullptr;
     LintName(entity, *field, findings);
-    const SameName same = {isWritten ? Add(writtenNames, attribute.name, *field) : nullptr,
-                           isRead && !IsAlertOrFault(attribute) ? Add(readNames, attribute.name, *field) : nullptr,
-                           Add(names, attribute.name, *field)};
+    const std::string_view name = attribute.name;
+    const SameName same = {isWritten ? Add(writtenNames, name, *field) : nullptr,
+                           isRead && !IsAlertOrFault(attribute) ? Add(readNames, name, *field) : nullptr,
+                           Add(names, name, *field)};
     LintSameName(entity, *field, same, findings);
-    LintKey(entity, *field, isRead ? Add(keys, DocumentKey(attribute), *field) : nullptr, findings);
+    const std::string_view key = DocumentKey(attribute);
+    LintKey(entity, *field, isRead ? Add(keys, key, *field) : nullptr, findings);
+    if (isRead && !IsUtf8(key)) LintRepairedKey(entity, *field, repairedKeys, findings);
     const Field* sameId = Add(ids, attribute.id, *field);
     if (sameId == nullptr) continue;
     findings.Add(rules::kDuplicateId, entity.At(field->element, {"id"}),

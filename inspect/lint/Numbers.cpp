@@ -87,15 +87,15 @@ void LintUnusableScaling(const EntityModel& entity, const Field& field, Findings
   };
   constexpr char kRaw[] =
       "limits are raw values, which are never negative; use a negative 'addition' for negative user values";
-  if (scaling.min < 0) {
-    add(rules::kNegativeLimit, "min", fmt::format("min {}", scaling.min), kRaw);
-  } else if (scaling.max < 0) {
-    add(rules::kNegativeLimit, "max", fmt::format("max {}", scaling.max), kRaw);
-  } else if (scaling.max >= int64_t{1} << 52) {
+  const bool isTooLarge = scaling.max >= int64_t{1} << 52;
+  if (scaling.min < 0) add(rules::kNegativeLimit, "min", fmt::format("min {}", scaling.min), kRaw);
+  if (scaling.max < 0) add(rules::kNegativeLimit, "max", fmt::format("max {}", scaling.max), kRaw);
+  if (isTooLarge)
     add(rules::kMaxTooLarge, "max", fmt::format("max {}", scaling.max), "a max is at most 4503599627370495");
-  } else if (scaling.min > scaling.max) {
+  if (scaling.min > scaling.max && scaling.max >= 0) {
     add(rules::kMinAboveMax, "min", fmt::format("min {} above the max {}", scaling.min, scaling.max), "swap the two");
-  } else {
+  }
+  if (scaling.min == scaling.max && scaling.min >= 0 && !isTooLarge) {
     add(rules::kEmptyRange, "max", fmt::format("min and max {}", scaling.min), "a max is above its min");
   }
 }

@@ -10,6 +10,7 @@
 #include "inspect/lint/Checks.h"
 #include "inspect/lint/Coverage.h"
 #include "inspect/lint/Rules.h"
+#include "inspect/text/Escape.h"
 #include "inspect/text/Format.h"
 
 namespace morvix::inspect {
@@ -82,9 +83,39 @@ bool OverlapsOnReading(const Overlap& onWriting, const EntityModel& entity) {
                      [&](size_t other) { return bits.Overlaps(bitsOf(onWriting.direction->fields[other])); });
 }
 
+// The attribute with the highest bit of each bit group, by its type and byte_offset.
+using GroupTops = std::map<std::pair<Group, int32_t>, const Attribute*>;
+
+GroupTops TopsOf(const EntityModel& entity) {
+  GroupTops tops;
+  for (const Field& field : entity.Reading().fields) {
+    const Attribute& attribute = *field.attribute;
+    if (!IsBitPacked(attribute) || !IsInBits(attribute)) continue;
+    const Attribute*& top = tops[{attribute.type, attribute.position.byte_offset}];
+    if (top == nullptr || attribute.position.bit_offset > top->position.bit_offset) top = &attribute;
+  }
+  return tops;
+}
+
+// Where one of the fields is in a group with bits beyond its first byte: that these may not be meant.
+std::string GrownGroupHint(const GroupTops& tops, const Overlap& overlap) {
+  std::vector<size_t> fields = overlap.others.first;
+  fields.push_back(overlap.field->flag);
+  for (const size_t i : fields) {
+    const Attribute& attribute = *overlap.direction->fields[i].attribute;
+    const auto top = tops.find({attribute.type, attribute.position.byte_offset});
+    if (!IsInBits(attribute) || top == tops.end()) continue;
+    const std::string hint = NextByteHint(top->second->position);
+    if (hint.empty()) continue;
+    return fmt::format("; {} begins at bit {} of its group{}", Quoted(top->second->name),
+                       top->second->position.bit_offset, hint);
+  }
+  return "";
+}
+
 // One of the two overlaps may be null.
-void AddOverlap(const EntityModel& entity, size_t element, const Overlap* onReading, const Overlap* onWriting,
-                Findings& findings) {
+void AddOverlap(const EntityModel& entity, const GroupTops& tops, size_t element, const Overlap* onReading,
+                const Overlap* onWriting, Findings& findings) {
   const std::string label = entity.Label(element);
   const bool isElsewhere = onReading != nullptr && onWriting != nullptr && !OverlapsOnReading(*onWriting, entity);
   std::string message = label + " overlaps ";
@@ -102,17 +133,20 @@ void AddOverlap(const EntityModel& entity, size_t element, const Overlap* onRead
   }
   if (onReading != nullptr) effects.emplace_back("decoding reads each of them from the shared bits");
   findings.Add(rules::kFieldsOverlap, entity.At(element, {"position"}), message,
-               fmt::format("{}", fmt::join(effects, "; ")), "give each its own bits");
+               fmt::format("{}", fmt::join(effects, "; ")),
+               "give each its own bits" + GrownGroupHint(tops, onReading != nullptr ? *onReading : *onWriting));
 }
 
 void LintSharedBits(const EntityModel& entity, Findings& findings) {
   const std::map<size_t, Overlap> read = OverlapsOf(entity.Reading());
   const std::map<size_t, Overlap> written = OverlapsOf(entity.Writing());
+  if (read.empty() && written.empty()) return;
+  const GroupTops tops = TopsOf(entity);
   for (size_t i = 0; i < entity.Elements().size(); ++i) {
     const auto onReading = read.find(i);
     const auto onWriting = written.find(i);
     if (onReading == read.end() && onWriting == written.end()) continue;
-    AddOverlap(entity, i, onReading == read.end() ? nullptr : &onReading->second,
+    AddOverlap(entity, tops, i, onReading == read.end() ? nullptr : &onReading->second,
                onWriting == written.end() ? nullptr : &onWriting->second, findings);
   }
 }

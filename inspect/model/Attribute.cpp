@@ -56,7 +56,8 @@ std::string MaxText(const Attribute& number) { return UserText(number, static_ca
 
 std::string ExpectedIndex(const Attribute& attribute) {
   const size_t items = attribute.enumList.size();
-  return items == 0 ? "it has no items" : fmt::format("expected 0 to {}", items - 1);
+  if (items == 0) return "it has no items";
+  return fmt::format("expected 0 to {}; the line's {} counts the items", items - 1, items);
 }
 
 namespace {

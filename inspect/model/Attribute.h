@@ -48,7 +48,8 @@ std::string UserText(const Attribute& number, uint64_t raw);
 std::string MinText(const Attribute& number);
 std::string MaxText(const Attribute& number);
 
-// "expected 0 to 2" of an enum's index, or "it has no items".
+// "expected 0 to 2" of an enum's index, with a word on the module's line, whose range ends with the number of items; or
+// "it has no items".
 std::string ExpectedIndex(const Attribute& attribute);
 
 // The line that the module logs when encoding ends at an attribute with this result; empty when encoding continues.

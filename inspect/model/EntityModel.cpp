@@ -9,6 +9,7 @@
 #include "inspect/json/Scan.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
+#include "inspect/text/Similar.h"
 
 namespace morvix::inspect {
 
@@ -76,8 +77,8 @@ const Field* Direction::Of(size_t element) const {
 }
 
 Spot Spot::Member(const std::string& name) const {
-  if (!value->isObject() || !value->isMember(name)) return *this;
-  return {&(*value)[name], pointer + json::PointerToken(name)};
+  const Json::Value* member = value->isObject() ? value->find(name.data(), name.data() + name.size()) : nullptr;
+  return member == nullptr ? *this : Spot{member, pointer + json::PointerToken(name)};
 }
 
 Spot Spot::Item(Json::ArrayIndex index) const { return {&(*value)[index], fmt::format("{}/{}", pointer, index)}; }
@@ -149,35 +150,71 @@ std::string EntityModel::Label(size_t element) const {
   return Quoted(name);
 }
 
+std::string MeantArray(const Json::Value& object, const std::string& name) {
+  std::vector<std::string> arrays;
+  for (const std::string& member : object.getMemberNames()) {
+    const Json::Value& value = object[member];
+    if (value.isArray() && !value.empty() && value[0].isObject()) arrays.push_back(member);
+  }
+  const std::string similar = SimilarName(name, object.getMemberNames());
+  return !similar.empty() ? similar : arrays.size() == 1 ? arrays[0] : "";
+}
+
 const Json::Value& EntitiesOf(const json::Document& configuration) {
   const Json::Value& root = configuration.Root();
-  if (!root.isObject() || !root["entities"].isArray()) {
-    throw InputError(configuration.PlaceName(root) + ": expected an object with an array \"entities\"");
-  }
-  return root["entities"];
+  if (root.isObject() && root["entities"].isArray()) return root["entities"];
+  const std::string meant = root.isObject() && !root.isMember("entities") ? MeantArray(root, "entities") : "";
+  throw InputError(configuration.PlaceName(root) + ": expected an object with an array \"entities\"" +
+                   (meant.empty() ? "" : "; did you mean it by " + InQuotes(meant) + "?"));
 }
+
+namespace {
+
+// An entity as a list of them names it: kettle (0)
+std::string ChoiceText(const std::string& name, int32_t id) { return fmt::format("{} ({})", NameText(name), id); }
+
+// The one entity of those that a choice fits.
+const Json::Value& OnlyOne(const json::Document& configuration, const std::string& choice,
+                           const std::vector<const Json::Value*>& fitting, const char* kind) {
+  if (fitting.size() == 1) return *fitting[0];
+  std::vector<std::string> places;
+  for (const Json::Value* entity : fitting) {
+    std::string name;
+    int32_t id = 0;
+    static_cast<void>(ProtocolGetAttrString_4_0(*entity, "name", name));
+    static_cast<void>(ProtocolGetAttrInteger_4_0(*entity, "id", id));
+    places.push_back(configuration.PlaceName(*entity) + " " + ChoiceText(name, id));
+  }
+  throw InputError(fmt::format("{}: {} entities have the {} {}: {}; give each its own", Escaped(configuration.Name()),
+                               fitting.size(), kind, InQuotes(choice), fmt::join(places, ", ")));
+}
+
+}  // namespace
 
 const Json::Value& ChooseEntity(const json::Document& configuration, const std::string& choice) {
   const Json::Value& all = EntitiesOf(configuration);
   if (all.empty()) throw InputError(configuration.PlaceName(all) + ": expected an entity, found none");
+  if (choice.empty() && all.size() == 1) return all[0];
   std::vector<std::string> known;
-  const Json::Value* byId = nullptr;
+  std::vector<const Json::Value*> byName;
+  std::vector<const Json::Value*> byId;
   for (const Json::Value& entity : all) {
     int32_t id = 0;
     std::string name;
     const bool hasId = ProtocolGetAttrInteger_4_0(entity, "id", id);
     if (!ProtocolGetAttrString_4_0(entity, "name", name)) continue;
-    if (!choice.empty() && name == choice) return entity;
+    if (!choice.empty() && name == choice) byName.push_back(&entity);
     if (!hasId) continue;
-    if (byId == nullptr && std::to_string(id) == choice) byId = &entity;
-    known.push_back(fmt::format("{} ({})", NameText(name), id));
+    if (std::to_string(id) == choice) byId.push_back(&entity);
+    known.push_back(ChoiceText(name, id));
   }
-  if (byId != nullptr) return *byId;
-  if (choice.empty() && all.size() == 1) return all[0];
-  if (known.empty()) known = {"none"};
+  if (!byName.empty()) return OnlyOne(configuration, choice, byName, "name");
+  if (!byId.empty()) return OnlyOne(configuration, choice, byId, "id");
+  const std::string file = Escaped(configuration.Name());
+  if (known.empty()) throw InputError(file + ": none of its entities has a name and an id; dp4 lint tells more");
   const std::string problem =
       choice.empty() ? "name one of the entities with --entity: " : "has no entity " + InQuotes(choice) + ", only ";
-  throw InputError(fmt::format("{}: {}{}", Escaped(configuration.Name()), problem, fmt::join(known, ", ")));
+  throw InputError(fmt::format("{}: {}{}", file, problem, fmt::join(known, ", ")));
 }
 
 EntityModel ModelOf(const json::Document& configuration, const Json::Value& entity) {

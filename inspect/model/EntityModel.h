@@ -117,10 +117,15 @@ class EntityModel {
   bool isThrowing_ = false;
 };
 
+// The member of an object that was probably meant to be the array `name`: one of a similar name, or the only array of
+// objects. Empty when there is none.
+std::string MeantArray(const Json::Value& object, const std::string& name);
+
 // The entities of a configuration. Throws InputError when it has no array of them.
 const Json::Value& EntitiesOf(const json::Document& configuration);
 
-// The entity that `choice` names by its name or else its id; an empty choice is for the only one. Throws InputError.
+// The entity that `choice` names by its name or else its id; an empty choice is for the only one. Throws InputError,
+// also when there are several of that name or id.
 const Json::Value& ChooseEntity(const json::Document& configuration, const std::string& choice);
 
 // The model of an entity. Throws InputError when the entity is unusable or makes the parser throw.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <numeric>
+#include <utility>
 
 #include "inspect/text/Escape.h"
 
@@ -74,6 +75,46 @@ std::vector<std::string> Lines(const std::vector<Glyph>& glyphs, size_t width, b
   return lines;
 }
 
+constexpr size_t kColumnGap = 2;  // between the columns of a table
+
+// The lines of a cell, each broken where it is longer than `width`.
+std::vector<std::string> LinesOf(const std::string& cell, size_t width = SIZE_MAX) {
+  std::vector<std::string> lines;
+  for (size_t begin = 0, end = 0; begin <= cell.size(); begin = end + 1) {
+    end = std::min(cell.find('\n', begin), cell.size());
+    const std::string line = cell.substr(begin, end - begin);
+    if (width == SIZE_MAX || TextWidth(line) <= width) {
+      lines.push_back(line);
+    } else {
+      for (std::string& part : Wrapped(line, width, SIZE_MAX, "")) lines.push_back(std::move(part));
+    }
+  }
+  return lines;
+}
+
+// The columns of the longest part of a cell that Wrapped does not break.
+size_t LongestPart(const std::string& cell) {
+  size_t longest = 0;
+  for (size_t begin = 0, end = 0; begin < cell.size(); begin = end + 1) {
+    end = std::min(cell.find_first_of(" _-.:/\n", begin), cell.size());
+    longest = std::max(longest, TextWidth(std::string_view(cell).substr(begin, end - begin)) + 1);
+  }
+  return longest;
+}
+
+// Makes the widest columns narrower until all of them fit, but none narrower than `least`.
+void Narrow(std::vector<size_t>& widths, const std::vector<size_t>& least, size_t width) {
+  size_t used = std::accumulate(widths.begin(), widths.end(), kColumnGap * (widths.size() - 1));
+  for (; used > width; --used) {
+    size_t widest = widths.size();
+    for (size_t i = 0; i < widths.size(); ++i) {
+      if (widths[i] > least[i] && (widest == widths.size() || widths[i] > widths[widest])) widest = i;
+    }
+    if (widest == widths.size()) return;
+    --widths[widest];
+  }
+}
+
 }  // namespace
 
 bool IsBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
@@ -135,26 +176,43 @@ TableRow HeadingRow(const std::vector<std::string>& headings) {
   return row;
 }
 
-std::string AlignedTable(const std::vector<TableRow>& rows, bool color) {
-  std::vector<size_t> widths;  // of all columns but the last, with the gaps after them
+std::string AlignedTable(const std::vector<TableRow>& rows, bool color, size_t width) {
+  std::vector<size_t> widths;  // of the columns
   for (const TableRow& row : rows) {
-    widths.resize(row.size() - 1);
-    for (size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], TextWidth(row[i].text) + 2);
+    widths.resize(row.size());
+    for (size_t i = 0; i < widths.size(); ++i) {
+      for (const std::string& line : LinesOf(row[i].text)) widths[i] = std::max(widths[i], TextWidth(line));
+    }
   }
-  const std::string indent(std::accumulate(widths.begin(), widths.end(), size_t{0}), ' ');
+  if (width != 0) {
+    constexpr size_t kLongestPart = 20;  // longer ones are broken anywhere
+    std::vector<size_t> least(widths.size());
+    for (const TableRow& row : rows) {
+      for (size_t i = 0; i < row.size(); ++i) {
+        least[i] = std::max(least[i], std::min(LongestPart(row[i].text), kLongestPart));
+      }
+    }
+    Narrow(widths, least, width);
+    constexpr size_t kNarrowest = 8;  // cannot be read any more
+    Narrow(widths, std::vector<size_t>(widths.size(), kNarrowest), width);
+  }
   std::string table;
   for (const TableRow& row : rows) {
-    std::string line;
-    for (size_t i = 0; i < widths.size(); ++i) {
-      line += Colored(row[i].text, row[i].sgr, color) + std::string(widths[i] - TextWidth(row[i].text), ' ');
+    std::vector<std::vector<std::string>> cells;
+    size_t height = 1;
+    for (size_t i = 0; i < row.size(); ++i) {
+      cells.push_back(LinesOf(row[i].text, width == 0 ? SIZE_MAX : widths[i]));
+      height = std::max(height, cells.back().size());
     }
-    const std::string& last = row.back().text;
-    for (size_t begin = 0, end = 0; begin <= last.size(); begin = end + 1) {
-      end = std::min(last.find('\n', begin), last.size());
-      line += Colored(last.substr(begin, end - begin), row.back().sgr, color);
-      line.erase(line.find_last_not_of(' ') + 1);
-      table += line + "\n";
-      line = indent;
+    for (size_t line = 0; line < height; ++line) {
+      std::string text;
+      for (size_t i = 0; i < row.size(); ++i) {
+        const std::string part = line < cells[i].size() ? cells[i][line] : "";
+        text += Colored(part, row[i].sgr, color);
+        if (i + 1 < row.size()) text += std::string(widths[i] - TextWidth(part) + kColumnGap, ' ');
+      }
+      text.erase(text.find_last_not_of(' ') + 1);
+      table += text + "\n";
     }
   }
   return table;

@@ -43,7 +43,7 @@ constexpr char kBold[] = "1";  // SGR parameters of a terminal
 // The text in a colour, given as SGR parameters, if colours are wanted.
 std::string Colored(std::string_view text, std::string_view sgr, bool color);
 
-// Cells of the last column may have several lines.
+// May have several lines.
 struct TableCell {
   std::string text;
   std::string sgr = {};
@@ -53,7 +53,8 @@ using TableRow = std::vector<TableCell>;
 // The first row of a table.
 TableRow HeadingRow(const std::vector<std::string>& headings);
 
-std::string AlignedTable(const std::vector<TableRow>& rows, bool color);
+// At most `width` columns wide, as far as cells can be broken for that; 0 is for any width.
+std::string AlignedTable(const std::vector<TableRow>& rows, bool color, size_t width = 0);
 
 }  // namespace morvix::inspect
 

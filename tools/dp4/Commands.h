@@ -22,10 +22,17 @@ struct EntityOptions {
   bool color = false;
 };
 
+// The forms of a result that is one document.
+enum class DataForm { kText, kJson, kCsv };
+
 // Of one entity or all.
-int Show(const EntityOptions& options, Environment& environment);
+struct ShowOptions : EntityOptions {
+  DataForm format = DataForm::kText;
+};
+int Show(const ShowOptions& options, Environment& environment);
 
 struct LayoutOptions : EntityOptions {
+  DataForm format = DataForm::kText;
   std::string svg;  // the file of the picture; empty for the text form
 };
 int Layout(const LayoutOptions& options, Environment& environment);
@@ -36,10 +43,22 @@ struct LintOptions : EntityOptions {
   std::vector<std::string> configurations;  // instead of the one
   FindingsForm format = FindingsForm::kText;
   morvix::inspect::Severity severity = morvix::inspect::Severity::kWarning;
-  bool listRules = false;  // instead of linting
+  bool listRules = false;             // instead of linting
+  std::string explained;              // a rule, to be explained instead of linting
+  std::vector<std::string> disabled;  // rules
   bool roundtrip = false;
 };
 int Lint(const LintOptions& options, Environment& environment);
+
+struct CompareOptions {
+  std::string before;
+  std::string after;
+  FindingsForm format = FindingsForm::kText;
+  morvix::inspect::Severity severity = morvix::inspect::Severity::kError;  // from which on findings are problems
+  bool listRules = false;                                                  // instead of comparing
+  bool color = false;
+};
+int Compare(const CompareOptions& options, Environment& environment);
 
 struct EncodeOptions : EntityOptions {
   std::string values;            // file of a value document, "-" for standard input; empty with --set only
@@ -81,6 +100,7 @@ struct DevicesOptions {
   std::string find;           // a product key
   bool keys = false;          // lists the product keys
   std::optional<bool> debug;  // the build whose keys are used; empty: as in the file
+  DataForm format = DataForm::kText;
 };
 int Devices(const DevicesOptions& options, Environment& environment);
 

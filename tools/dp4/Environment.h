@@ -14,6 +14,7 @@ struct Environment {
   std::ostream& out;
   std::ostream& err;
   bool hasColors = false;                       // results may be coloured unless the user says otherwise
+  size_t columns = 0;                           // of the terminal that shows `out`; 0 for no limit
   bool isOutTerminal = false;                   // results are shown as soon as they are available
   bool isProgressShown = false;                 // `err` is a terminal and `out` is not
   size_t inBytes = 0;                           // the size of the input; 0 when unknown

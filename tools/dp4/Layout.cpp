@@ -1,4 +1,4 @@
-// dp4 layout: the payload as a map of bits, in characters or as a picture.
+// dp4 layout: the payload as a map of bits, in characters, as a picture, or for programs.
 
 #include <ostream>
 
@@ -14,10 +14,12 @@ int Layout(const LayoutOptions& options, Environment& environment) {
   const json::Document configuration = ReadJsonFile(options.configuration, environment);
   const EntityModel entity = ModelOf(configuration, ChooseEntity(configuration, options.entity));
   const PayloadMap map = MapPayload(entity);
-  if (options.svg.empty()) {
-    environment.out << MapText(map, options.color);
-  } else {
+  if (!options.svg.empty()) {
     WriteFile(options.svg, MapSvg(map), environment);
+  } else if (options.format == DataForm::kText) {
+    environment.out << MapText(map, options.color, environment.columns);
+  } else {
+    environment.out << (options.format == DataForm::kJson ? MapJson(map) : MapCsv(map));
   }
   return kFine;
 }

@@ -99,6 +99,7 @@ const Choices<FindingsForm> kFindingsForms = {
     {"text", FindingsForm::kText}, {"json", FindingsForm::kJson}, {"sarif", FindingsForm::kSarif}};
 const Choices<Severity> kSeverities = {
     {"error", Severity::kError}, {"warning", Severity::kWarning}, {"info", Severity::kInfo}};
+const Choices<DataForm> kDataForms = {{"text", DataForm::kText}, {"json", DataForm::kJson}, {"csv", DataForm::kCsv}};
 const Choices<DocumentForm> kDocumentForms = {{"flat", DocumentForm::kFlat},
                                               {"decoded", DocumentForm::kDecoded},
                                               {"table", DocumentForm::kTable},
@@ -153,11 +154,13 @@ class CommandLine {
     AddShow();
     AddLayout();
     AddLint();
+    AddCompare();
     AddEncode();
     AddRequest();
     AddDecode();
     AddDevices();
     AddCompletion();
+    AddHelp();
   }
 
   int Run(const std::vector<std::string>& arguments) {
@@ -199,10 +202,14 @@ class CommandLine {
   // What most commands take.
   void AddShared(CLI::App& command, const char* entityHelp, EntityOptions& options) {
     command.add_option("--entity", options.entity, entityHelp)->type_name("NAME|ID")->check(kNotEmpty);
+    AddLogAndColor(command, options.color);
+  }
+
+  void AddLogAndColor(CLI::App& command, bool& color) {
     command.add_flag("--log", isLogged_, "shows the protocol module's log lines on standard error");
-    options.color = environment_.hasColors;
-    const auto chooseColor = [this, &options](const std::string& when) {
-      options.color = when == "always" || (when == "auto" && environment_.hasColors);
+    color = environment_.hasColors;
+    const auto chooseColor = [this, &color](const std::string& when) {
+      color = when == "always" || (when == "auto" && environment_.hasColors);
     };
     command
         .add_option_function<std::string>("--color", chooseColor,
@@ -240,19 +247,26 @@ class CommandLine {
     AddChoice(command, "--output", kPacketForms, output)->type_name("FORM");
   }
 
+  static CLI::Option* AddDataForm(CLI::App& command, DataForm& format, const std::string& help) {
+    return AddChoice(command, "--format", kDataForms, format, help)->type_name("FORMAT");
+  }
+
   void AddShow() {
     CLI::App& command = Add("show", "Lists the entities and attributes of a configuration.", "dp4 show kettle.json");
     command.callback([this] { exitCode_ = Show(show_, environment_); });
     AddConfiguration(command, kOneEntity, show_);
+    AddDataForm(command, show_.format, "");
   }
 
   void AddLayout() {
     CLI::App& command = Add("layout", "Draws the payload as a map of bits.", "dp4 layout kettle.json --svg kettle.svg");
     command.callback([this] { exitCode_ = Layout(layout_, environment_); });
     AddConfiguration(command, kNeededEntity, layout_);
+    auto* format = AddDataForm(command, layout_.format, "");
     command.add_option("--svg", layout_.svg, "writes a picture to this file instead; - for standard output")
         ->type_name("FILE")
-        ->check(kNotEmpty);
+        ->check(kNotEmpty)
+        ->excludes(format);
   }
 
   void AddLint() {
@@ -267,10 +281,43 @@ class CommandLine {
         ->type_name("SEVERITY");
     command.add_flag("--roundtrip", lint_.roundtrip,
                      "also encodes and decodes the limits and a middle value of every attribute");
+    command
+        .add_option("--disable", lint_.disabled,
+                    "leaves a rule out; so does {\"disable\": [RULE, ...]} in a file .dp4-lint.json beside the "
+                    "configuration")
+        ->type_name("RULE")
+        ->expected(1)
+        ->take_all()
+        ->allow_extra_args(false);
     auto* rules = command.add_flag("--rules", lint_.listRules, "lists the rules instead");
-    command.callback([this, files, rules] {
-      if (files->count() == 0 && rules->count() == 0) throw CLI::RequiredError("CONFIG");
+    auto* explain = command.add_option("--explain", lint_.explained, "explains a rule instead")
+                        ->type_name("RULE")
+                        ->check(kNotEmpty);
+    command.callback([this, files, rules, explain] {
+      const bool isLinting = rules->count() == 0 && explain->count() == 0;
+      if (isLinting && files->count() == 0) throw CLI::RequiredError("CONFIG");
       exitCode_ = dp4::Lint(lint_, environment_);
+    });
+  }
+
+  void AddCompare() {
+    CLI::App& command = Add("compare",
+                            "Finds what a new configuration breaks: errors break devices in the field, "
+                            "warnings applications, infos nobody.",
+                            "dp4 compare kettle.json kettle-2.json");
+    AddLogAndColor(command, compare_.color);
+    auto* before = command.add_option("OLD", compare_.before, "product configuration (JSON) of devices in the field")
+                       ->check(kNotEmpty);
+    auto* after = command.add_option("NEW", compare_.after, "the one that is to follow it; - for standard input")
+                      ->check(kNotEmpty);
+    AddChoice(command, "--format", kFindingsForms, compare_.format)->type_name("FORMAT");
+    AddChoice(command, "--severity", kSeverities, compare_.severity, "exit code 1 from this severity on: ")
+        ->type_name("SEVERITY");
+    auto* rules = command.add_flag("--rules", compare_.listRules, "lists the rules instead");
+    command.callback([this, before, after, rules] {
+      if (rules->count() == 0 && before->count() == 0) throw CLI::RequiredError("OLD");
+      if (rules->count() == 0 && after->count() == 0) throw CLI::RequiredError("NEW");
+      exitCode_ = dp4::Compare(compare_, environment_);
     });
   }
 
@@ -344,6 +391,7 @@ class CommandLine {
     auto* keys = command.add_flag("--keys", devices_.keys, "the product keys of all devices");
     protocol->excludes(find)->excludes(keys);
     find->excludes(keys);
+    AddDataForm(command, devices_.format, "a line of JSON for each result; ");
     auto* debug = command.add_flag("--debug", "takes the keys of debug builds");
     auto* release = command.add_flag("--release", "takes the keys of release builds");
     debug->excludes(release);
@@ -368,18 +416,32 @@ class CommandLine {
     complete.callback([this] { environment_.out << Completions(app_, words_); });
   }
 
+  void AddHelp() {
+    CLI::App& command = Add("help", "Tells more about a command, as COMMAND --help does.", "dp4 help decode");
+    command.add_option("COMMAND", helpOf_, "all commands without it");
+    command.callback([this] {
+      if (!helpOf_.empty()) CheckCommand({helpOf_});
+      // As a formatter writes it: the tool's own help would be that of the command that was given, which is this one.
+      environment_.out << (helpOf_.empty()
+                               ? app_.get_formatter()->make_help(&app_, app_.get_name(), CLI::AppFormatMode::Normal)
+                               : app_.get_subcommand(helpOf_)->help(app_.get_name()));
+    });
+  }
+
   Environment& environment_;
   CLI::App app_{kDescription, "dp4"};
   int exitCode_ = kFine;
   bool isLogged_ = false;
-  EntityOptions show_;
+  ShowOptions show_;
   LayoutOptions layout_;
   LintOptions lint_;
+  CompareOptions compare_;
   EncodeOptions encode_;
   RequestOptions request_;
   DecodeOptions decode_;
   DevicesOptions devices_;
   std::string shell_;
+  std::string helpOf_;
   std::vector<std::string> words_;
 };
 

@@ -1,10 +1,12 @@
 // dp4 as a program: sets up its streams.
 
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "Tool.h"
@@ -16,7 +18,11 @@ int main(int argc, char** argv) {
   environment.isOutTerminal = isatty(STDOUT_FILENO) == 1;
   environment.isProgressShown = isatty(STDERR_FILENO) == 1 && !environment.isOutTerminal;
   const char* noColor = std::getenv("NO_COLOR");
-  environment.hasColors = environment.isOutTerminal && (noColor == nullptr || *noColor == '\0');
+  const char* terminal = std::getenv("TERM");
+  const bool isDumb = terminal != nullptr && std::strcmp(terminal, "dumb") == 0;
+  environment.hasColors = environment.isOutTerminal && !isDumb && (noColor == nullptr || *noColor == '\0');
+  winsize size = {};
+  if (environment.isOutTerminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) environment.columns = size.ws_col;
   struct stat status = {};
   const bool isFile = fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode);
   if (isFile) environment.inBytes = static_cast<size_t>(status.st_size);
