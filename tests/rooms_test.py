@@ -19,6 +19,8 @@ ROOMS = [
     "inspect/findings",
     "inspect/layout",
     "inspect/lint",
+    "inspect/vectors",
+    "inspect/generate",
     "inspect/capture",
     "inspect/devices",
     "tools/dp4",

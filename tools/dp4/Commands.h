@@ -11,6 +11,7 @@
 #include "Environment.h"
 #include "inspect/findings/Finding.h"
 #include "inspect/packets/Packet.h"
+#include "inspect/vectors/Vectors.h"
 
 namespace dp4 {
 
@@ -65,6 +66,20 @@ struct DecodeOptions : EntityOptions {
   DocumentForm document = DocumentForm::kFlat;
 };
 int Decode(const DecodeOptions& options, Environment& environment);
+
+enum class VectorsForm { kJson, kC };
+
+struct VectorsOptions : EntityOptions {
+  VectorsForm format = VectorsForm::kJson;
+  morvix::inspect::VectorChoices choices;
+};
+int Vectors(const VectorsOptions& options, Environment& environment);
+
+struct GenerateOptions : EntityOptions {
+  std::string prefix;  // an identifier; empty for one made from the entity's name
+  std::string output;  // a folder; empty for the current one
+};
+int GenerateC(const GenerateOptions& options, Environment& environment);
 
 struct DevicesOptions {
   std::string list;

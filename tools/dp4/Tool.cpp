@@ -79,6 +79,7 @@ const Choices<FindingsForm> kFindingsForms = {
     {"text", FindingsForm::kText}, {"json", FindingsForm::kJson}, {"sarif", FindingsForm::kSarif}};
 const Choices<Severity> kSeverities = {
     {"error", Severity::kError}, {"warning", Severity::kWarning}, {"info", Severity::kInfo}};
+const Choices<VectorsForm> kVectorsForms = {{"json", VectorsForm::kJson}, {"c", VectorsForm::kC}};
 const Choices<DocumentForm> kDocumentForms = {
     {"flat", DocumentForm::kFlat}, {"decoded", DocumentForm::kDecoded}, {"table", DocumentForm::kTable}};
 
@@ -134,6 +135,8 @@ class CommandLine {
     AddEncode();
     AddRequest();
     AddDecode();
+    AddVectors();
+    AddGenerate();
     AddDevices();
     AddCompletion();
   }
@@ -283,6 +286,37 @@ class CommandLine {
     AddChoice(command, "--document", kDocumentForms, decode_.document)->type_name("FORM");
   }
 
+  void AddVectors() {
+    CLI::App& command = Add("vectors", "Makes test vectors: values and the packets that stand for them.",
+                            "dp4 vectors kettle.json --random 100 > kettle.vectors.json");
+    command.callback([this] { exitCode_ = dp4::Vectors(vectors_, environment_); });
+    AddConfiguration(command, kNeededEntity, vectors_);
+    AddChoice(command, "--format", kVectorsForms, vectors_.format)->type_name("FORMAT");
+    constexpr size_t kMostVectors = 1'000'000;
+    command.add_option("--random", vectors_.choices.random, "so many more writes and notifications of random values")
+        ->type_name("N")
+        ->check(CLI::Range(size_t{0}, kMostVectors).description(""));
+    command.add_option("--seed", vectors_.choices.seed, "the choice of the random values; 1 without it")
+        ->type_name("S");
+  }
+
+  void AddGenerate() {
+    CLI::App& command = Add("generate", "Writes source code that is made from a configuration.",
+                            "dp4 generate c kettle.json --output firmware/");
+    command.require_subcommand(1);
+    CLI::App& device = *command.add_subcommand("c",
+                                               "Writes PREFIX.h, PREFIX.c and PREFIX_test.c: the device's end of "
+                                               "one entity in C99.");
+    device.callback([this] { exitCode_ = GenerateC(generate_, environment_); });
+    AddConfiguration(device, kNeededEntity, generate_);
+    device.add_option("--prefix", generate_.prefix, "begins all names; without it the entity's name in lower case")
+        ->type_name("NAME")
+        ->check(kNotEmpty);
+    device.add_option("--output", generate_.output, "the folder of the files; the current one without it")
+        ->type_name("DIR")
+        ->check(kNotEmpty);
+  }
+
   void AddDevices() {
     CLI::App& command = Add("devices", "Answers queries over a device list.",
                             "dp4 devices devices.json --protocol data-point --packet-version 0x4");
@@ -339,6 +373,8 @@ class CommandLine {
   EncodeOptions encode_;
   RequestOptions request_;
   DecodeOptions decode_;
+  VectorsOptions vectors_;
+  GenerateOptions generate_;
   DevicesOptions devices_;
   std::string shell_;
   std::vector<std::string> words_;

@@ -1,0 +1,317 @@
+#include "inspect/vectors/Vectors.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <optional>
+#include <random>
+#include <utility>
+
+#include "host/Logging.h"
+#include "inspect/packets/Reading.h"
+#include "inspect/text/Error.h"
+#include "inspect/text/Escape.h"
+#include "inspect/text/Format.h"
+
+namespace morvix::inspect {
+
+namespace {
+
+size_t BinaryBytes(const Field& field) { return static_cast<size_t>(field.bits.Length() / 8); }
+
+VectorValue BinaryValue(const Field& field, Bytes bytes) {
+  const std::string text = '"' + Base64Text(bytes.data(), bytes.size()) + '"';
+  return {&field, 0, std::move(bytes), text};
+}
+
+// The text of a number that encoding turns into `raw`: what decoding prints, or what it prints rounded. Nothing where
+// the scaling has no such number.
+std::optional<std::string> NumberOf(const Attribute& number, uint64_t raw) {
+  const Scaling& scaling = number.uint_spec;
+  const double exact = static_cast<double>(raw) * scaling.ratio + scaling.addition;
+  if (!std::isfinite(exact)) return std::nullopt;
+  for (const std::string& text : {UserText(number, raw), ShortestText(exact)}) {
+    uint64_t written = 0;
+    const bool isWritten = !text.empty() && ProtocolValueToRaw_4_0(number, std::strtod(text.c_str(), nullptr), written);
+    if (isWritten && written == raw) return text;
+  }
+  return std::nullopt;
+}
+
+std::optional<VectorValue> ValueOf(const Field& field, uint64_t raw) {
+  const Attribute& attribute = *field.attribute;
+  if (IsBool(attribute)) return VectorValue{&field, raw, {}, raw != 0 ? "true" : "false"};
+  if (IsEnum(attribute)) return VectorValue{&field, raw, {}, std::to_string(raw)};
+  const std::optional<std::string> number = NumberOf(attribute, raw);
+  if (!number) return std::nullopt;
+  return VectorValue{&field, raw, {}, *number};
+}
+
+// The values of an attribute that are tried: what lies at its limits and in the middle between them.
+std::vector<VectorValue> ValuesOf(const Field& field) {
+  const Attribute& attribute = *field.attribute;
+  std::vector<VectorValue> values;
+  if (IsBinary(attribute)) {
+    Bytes counted(BinaryBytes(field));
+    for (size_t i = 0; i < counted.size(); ++i) counted[i] = static_cast<byte>(i * 37 + 129);
+    for (const byte fill : {byte{0x00}, byte{0xff}}) {
+      values.push_back(BinaryValue(field, Bytes(counted.size(), fill)));
+    }
+    values.push_back(BinaryValue(field, counted));
+    return values;
+  }
+  std::vector<uint64_t> raws;
+  if (IsNumber(attribute)) {
+    if (!IsScaled(attribute)) return {};
+    const auto min = static_cast<uint64_t>(attribute.uint_spec.min);
+    const auto max = static_cast<uint64_t>(attribute.uint_spec.max);
+    raws = {min, min + 1, min + (max - min) / 2, max - 1, max};
+    std::sort(raws.begin(), raws.end());
+    raws.erase(std::unique(raws.begin(), raws.end()), raws.end());
+  } else {
+    const size_t count = IsBool(attribute) ? 2 : attribute.enumList.size();
+    for (uint64_t raw = 0; raw < count; ++raw) raws.push_back(raw);
+  }
+  for (const uint64_t raw : raws) {
+    if (std::optional<VectorValue> value = ValueOf(field, raw)) values.push_back(std::move(*value));
+  }
+  return values;
+}
+
+// Values that are just out of range.
+std::vector<VectorValue> OutsidersOf(const Field& field) {
+  const Attribute& attribute = *field.attribute;
+  if (IsEnum(attribute)) return {*ValueOf(field, attribute.enumList.size())};
+  if (!IsNumber(attribute) || !IsScaled(attribute)) return {};
+  const Scaling& scaling = attribute.uint_spec;
+  std::vector<VectorValue> values;
+  for (const double raw : {static_cast<double>(scaling.min) - 1, static_cast<double>(scaling.max) + 1}) {
+    const double user = raw * scaling.ratio + scaling.addition;
+    if (std::isfinite(user)) values.push_back({&field, 0, {}, ShortestText(user)});
+  }
+  return values;
+}
+
+// Replaces the bits of a field.
+void Put(const VectorValue& value, byte* payload) {
+  const BitRange& bits = value.field->bits;
+  if (!value.bytes.empty()) {
+    std::copy(value.bytes.begin(), value.bytes.end(), payload + bits.FirstByte());
+    return;
+  }
+  uint64_t raw = value.raw;
+  for (uint64_t bit = bits.end; bit-- > bits.begin; raw >>= 1) {
+    byte& target = payload[bit / 8];
+    const auto mask = static_cast<byte>(0x80 >> bit % 8);
+    target = static_cast<byte>((target & ~mask) | ((raw & 1) != 0 ? mask : 0));
+  }
+}
+
+Json::Value JsonOf(const VectorValue& value) {
+  const Attribute& attribute = *value.field->attribute;
+  if (IsBool(attribute)) return value.raw != 0;
+  if (IsEnum(attribute)) return static_cast<Json::UInt>(value.raw);
+  if (IsBinary(attribute)) return Base64Text(value.bytes.data(), value.bytes.size());
+  return std::strtod(value.value.c_str(), nullptr);
+}
+
+class VectorMaker {
+ public:
+  VectorMaker(const EntityModel& entity, const VectorChoices& choices)
+      : entity_(entity), choices_(choices), random_(choices.seed) {
+    const Direction& writing = entity.Writing();
+    if (std::max(entity.Reading().payloadBytes, writing.payloadBytes) > MorvixProtocolMaxPayloadBytes_4_0 ||
+        FlagBytes(writing) > MorvixProtocolMaxFlagBytes_4_0) {
+      throw InputError(InQuotes(entity.Info().name) + " takes more payload or flags than a packet can hold");
+    }
+    vectors_.entity = entity.Info().name;
+  }
+
+  Vectors Make() {
+    MakeWrites();
+    if (entity_.Reading().payloadBytes != 0) MakeNotifications();
+    return std::move(vectors_);
+  }
+
+ private:
+  using Lists = std::vector<std::vector<VectorValue>>;  // values, by attribute
+
+  // One round takes a value of each list, until every value has had its turn.
+  static size_t RoundsOf(const Lists& lists) {
+    size_t rounds = 0;
+    for (const auto& list : lists) rounds = std::max(rounds, list.size());
+    return rounds;
+  }
+
+  static std::vector<VectorValue> Round(const Lists& lists, size_t round) {
+    std::vector<VectorValue> values;
+    for (const auto& list : lists) {
+      if (!list.empty()) values.push_back(list[round % list.size()]);
+    }
+    return values;
+  }
+
+  void Count(const Bytes& packet) {
+    constexpr size_t kMaxBytes = size_t{1} << 26;
+    bytes_ += packet.size();
+    if (bytes_ > kMaxBytes) {
+      throw InputError(fmt::format("the vectors of {} would take more than {} bytes of packets",
+                                   InQuotes(vectors_.entity), kMaxBytes));
+    }
+  }
+
+  uint64_t RandomBelow(uint64_t count) { return random_() % count; }
+
+  // Nothing where the attribute takes no value, or where no number is written as the chosen raw value.
+  std::optional<VectorValue> RandomValue(const Field& field) {
+    const Attribute& attribute = *field.attribute;
+    if (IsBool(attribute)) return ValueOf(field, RandomBelow(2));
+    if (IsEnum(attribute)) {
+      if (attribute.enumList.empty()) return std::nullopt;
+      return ValueOf(field, RandomBelow(attribute.enumList.size()));
+    }
+    if (IsBinary(attribute)) {
+      Bytes bytes(BinaryBytes(field));
+      for (byte& value : bytes) value = static_cast<byte>(RandomBelow(256));
+      return BinaryValue(field, std::move(bytes));
+    }
+    if (!IsScaled(attribute)) return std::nullopt;
+    const auto min = static_cast<uint64_t>(attribute.uint_spec.min);
+    const auto max = static_cast<uint64_t>(attribute.uint_spec.max);
+    return ValueOf(field, min + RandomBelow(max - min + 1));
+  }
+
+  // The packet of a write; empty when the module refuses one of the values. `results` are those of all attributes.
+  Bytes Write(const std::vector<VectorValue>& values, std::vector<Result>& results) const {
+    Json::Value document(Json::objectValue);
+    Json::Value& named = document[entity_.Info().name];
+    for (const VectorValue& value : values) {
+      const char* name = value.field->attribute->name.c_str();
+      if (!named.isMember(name)) named[name] = JsonOf(value);
+    }
+    const LogCapture silent;
+    MorvixProtocolOwnedPackage_4_0 package;
+    package.cmd = MorvixProtocolCommandWriteReq_4_0;
+    ProtocolEncodeAttributes_4_0(entity_.Info(), entity_.Writing().records, package, document, results);
+    return package.sizeValue == 0 ? Bytes() : PackPackage(package);
+  }
+
+  // Whether the values were written.
+  bool AddWrite(std::vector<VectorValue> values) {
+    std::vector<Result> results;
+    const Bytes packet = Write(values, results);
+    if (packet.empty()) {
+      if (values.size() == 1) vectors_.refused.push_back({std::move(values[0]), ReasonOf(results)});
+      return false;
+    }
+    Count(packet);
+    vectors_.writes.push_back({std::move(values), packet});
+    return true;
+  }
+
+  // Why a write was refused: the line with which encoding ended, and what was expected.
+  std::string ReasonOf(const std::vector<Result>& results) const {
+    for (const Field& field : entity_.Writing().fields) {
+      const Attribute& attribute = *field.attribute;
+      const Result& result = results[field.flag];
+      const std::string line = EncodeLine(attribute, result);
+      if (line.empty()) continue;
+      if (result.outcome == MorvixProtocolOutcomeRefusedByItems_4_0)
+        return line + " (" + ExpectedIndex(attribute) + ")";
+      if (result.outcome == MorvixProtocolOutcomeRefusedByPlace_4_0) return line + " (its place cannot be written)";
+      return fmt::format("{} (expected {} to {})", line, MinText(attribute), MaxText(attribute));
+    }
+    return "nothing was written";
+  }
+
+  void MakeWrites() {
+    Lists lists;
+    for (const Field& field : entity_.Writing().fields) {
+      lists.emplace_back();
+      for (VectorValue& value : ValuesOf(field)) {
+        if (AddWrite({value})) lists.back().push_back(std::move(value));
+      }
+      for (VectorValue& value : OutsidersOf(field)) AddWrite({std::move(value)});
+    }
+    const size_t rounds = lists.size() > 1 ? RoundsOf(lists) : 0;
+    for (size_t round = 0; round < rounds; ++round) AddWrite(Round(lists, round));
+    for (size_t i = 0; i < choices_.random && RoundsOf(lists) != 0; ++i) {
+      std::vector<VectorValue> values;
+      while (values.empty()) {
+        for (const Field& field : entity_.Writing().fields) {
+          if (lists[field.flag].empty() || RandomBelow(2) == 0) continue;
+          if (std::optional<VectorValue> value = RandomValue(field)) values.push_back(std::move(*value));
+        }
+      }
+      AddWrite(std::move(values));
+    }
+  }
+
+  // A notification of these values; the bits of all other attributes are 0.
+  void AddNotification(const std::vector<VectorValue>& sent) {
+    NotificationVector vector;
+    vector.packet.assign(1 + entity_.Reading().payloadBytes, byte{0});
+    vector.packet[0] = MorvixProtocolCommandNotifyResp_4_0;
+    byte* payload = vector.packet.data() + 1;
+    for (const VectorValue& value : sent) Put(value, payload);
+    const LogCapture silent;
+    const PacketReading reading = ReadPacket(entity_, vector.packet);
+    vector.document = json::CompactText(reading.document);
+    for (const Field& field : entity_.Reading().fields) {
+      if (reading.culprit != nullptr && field.flag >= reading.culprit->flag) break;
+      const Result& result = reading.results[field.flag];
+      std::string text = ValueText(field, result, payload);
+      if (text.empty()) continue;
+      const byte* first = payload + field.bits.FirstByte();
+      const bool isBinary = IsBinary(*field.attribute);
+      if (isBinary) text = '"' + text + '"';
+      vector.values.push_back(
+          {&field, result.raw, isBinary ? Bytes(first, first + BinaryBytes(field)) : Bytes(), text});
+    }
+    Count(vector.packet);
+    vectors_.notifications.push_back(std::move(vector));
+  }
+
+  void MakeNotifications() {
+    Lists lists;
+    for (const Field& field : entity_.Reading().fields) {
+      lists.push_back(field.bits.IsEmpty() ? std::vector<VectorValue>() : ValuesOf(field));
+    }
+    const std::vector<VectorValue> lowest = Round(lists, 0);
+    AddNotification(lowest);
+    for (const auto& list : lists) {
+      for (size_t i = 1; i < list.size(); ++i) {
+        std::vector<VectorValue> values = lowest;
+        for (VectorValue& value : values) {
+          if (value.field == list[i].field) value = list[i];
+        }
+        AddNotification(values);
+      }
+    }
+    for (size_t round = 1; round < RoundsOf(lists); ++round) AddNotification(Round(lists, round));
+    for (size_t i = 0; i < choices_.random; ++i) {
+      std::vector<VectorValue> values;
+      for (const Field& field : entity_.Reading().fields) {
+        if (lists[field.flag].empty()) continue;
+        if (std::optional<VectorValue> value = RandomValue(field)) values.push_back(std::move(*value));
+      }
+      AddNotification(values);
+    }
+  }
+
+  const EntityModel& entity_;
+  const VectorChoices choices_;
+  std::mt19937_64 random_;  // its numbers are the same everywhere
+  Vectors vectors_;
+  size_t bytes_ = 0;
+};
+
+}  // namespace
+
+Vectors VectorsOf(const EntityModel& entity, const VectorChoices& choices) {
+  return VectorMaker(entity, choices).Make();
+}
+
+}  // namespace morvix::inspect
