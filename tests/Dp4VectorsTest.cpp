@@ -8,8 +8,8 @@
 
 #include "Cases.h"
 #include "Dp4Configuration.h"
-#include "EntityBuilder.h"
 #include "Maker.h"
+#include "TestSupport.h"
 #include "ToolSupport.h"
 
 namespace {
@@ -194,7 +194,7 @@ TEST(Vectors, WriteHostileNamesAsCLiterals) {
   configuration.replace(configuration.find("box"), 3, R"(1 */ \" \u202e??/)");
   const ToolRun run = RunTool({"vectors", "-", "--format", "c"}, configuration);
   EXPECT_THAT(run.out, testing::StartsWith("/* Test vectors of 1 * / \" \\u202e? ?/: values"));
-  EXPECT_THAT(run.out, HasSubstr("} _1____________writes[] = {"));
+  EXPECT_THAT(run.out, HasSubstr("} _1___________writes[] = {"));
   EXPECT_THAT(run.out, HasSubstr(R"("{\"1 */ \\\" )"));
 }
 

@@ -44,7 +44,7 @@ std::string Comment(const std::string& text, size_t indent) {
   size_t at = 0;
   while (at < text.size()) {
     size_t end = std::min(text.find(' ', at), text.size());
-    while (end < text.size() && text[end - 1] == '\\') end = std::min(text.find(' ', end + 1), text.size());
+    while (end < text.size() && end > at && text[end - 1] == '\\') end = std::min(text.find(' ', end + 1), text.size());
     const std::string word = text.substr(at, end - at);
     if (line.size() > indent + 3 && line.size() + word.size() > kColumns) {
       line.erase(line.find_last_not_of(' ') + 1);

@@ -138,8 +138,9 @@ class VectorMaker {
  private:
   using Lists = std::vector<std::vector<VectorValue>>;  // values, by attribute
 
-  // One round takes a value of each list, until every value has had its turn.
+  // One round takes a value of each list, until every value has had its turn. A single attribute needs none.
   static size_t RoundsOf(const Lists& lists) {
+    if (lists.size() < 2) return 0;
     size_t rounds = 0;
     for (const auto& list : lists) rounds = std::max(rounds, list.size());
     return rounds;
@@ -235,9 +236,9 @@ class VectorMaker {
       }
       for (VectorValue& value : OutsidersOf(field)) AddWrite({std::move(value)});
     }
-    const size_t rounds = lists.size() > 1 ? RoundsOf(lists) : 0;
-    for (size_t round = 0; round < rounds; ++round) AddWrite(Round(lists, round));
-    for (size_t i = 0; i < choices_.random && RoundsOf(lists) != 0; ++i) {
+    for (size_t round = 0; round < RoundsOf(lists); ++round) AddWrite(Round(lists, round));
+    const bool isAny = std::any_of(lists.begin(), lists.end(), [](const auto& list) { return !list.empty(); });
+    for (size_t i = 0; i < choices_.random && isAny; ++i) {
       std::vector<VectorValue> values;
       while (values.empty()) {
         for (const Field& field : entity_.Writing().fields) {
