@@ -31,6 +31,11 @@ for file in "${configurations[@]}"; do
   compact "$file" | seed Lint "$name"
 done
 number=0
+for packet in tests/golden/*.write.hex; do
+  for ((choice = 0; choice < choices - 1; ++choice)); do
+    { raw $choice && unhex "$packet"; } | seed Firmware "$choice.$(basename "$packet" .hex)"
+  done
+done
 for packet in examples/*.hex; do
   name=$(basename "$packet" .notify.hex)
   for ((choice = 0; choice < choices; ++choice)); do

@@ -375,7 +375,11 @@ std::string MakeBytes(const EntityModel& entity, const CNames& names) {
       end = binary.read->bits.EndByte();
     } else {
       std::vector<std::string> parts;
-      for (const CAttribute* attribute : inByte[i]) parts.push_back(Part(*attribute, i));
+      for (const CAttribute* attribute : inByte[i]) {
+        // Beside others a wide one is cut first, so that all have one type.
+        const bool isCut = inByte[i].size() > 1 && TypeBits(attribute->read->bits) > 8;
+        parts.push_back((isCut ? "(uint8_t)" : "") + Part(*attribute, i));
+      }
       const bool isPlain = parts.size() == 1 && TypeName(*inByte[i][0]) == "uint8_t" && parts[0].back() != ')';
       const std::string all = WrappedList(parts, " | ", 30, 25);
       if (isPlain) {

@@ -91,12 +91,18 @@ void SetBits(const BitRange& bits, uint64_t raw, byte* payload) {
   }
 }
 
+// Names up to their first NUL can be alike, and then the module cannot write the one without the other.
+std::string NameOf(size_t flag) { return std::to_string(flag); }
+
 }  // namespace
 
 DeviceChecks::DeviceChecks(const compiled_device& device, const std::string& configuration)
     : device_(device),
       configuration_(ReadDocument(configuration)),
-      entity_(ReadEntity(configuration_, device.entity)) {}
+      entity_(ReadEntity(configuration_, device.entity)),
+      writers_(entity_.Writing().records) {
+  for (size_t i = 0; i < writers_.size(); ++i) writers_[i].name = NameOf(i);
+}
 
 Bytes DeviceChecks::Send(const Json::Value& values, bool hasId, std::vector<Result>& results) const {
   Json::Value document;
@@ -106,7 +112,7 @@ Bytes DeviceChecks::Send(const Json::Value& values, bool hasId, std::vector<Resu
   package.cmd = hasId ? MorvixProtocolCommandCCWriteReq_4_0 : MorvixProtocolCommandWriteReq_4_0;
   package.subDid = kSubDevice;
   package.needInsertSubDid = hasId ? 1 : 0;
-  ProtocolEncodeAttributes_4_0(entity_.Info(), entity_.Writing().records, package, document, results);
+  ProtocolEncodeAttributes_4_0(entity_.Info(), writers_, package, document, results);
   return package.sizeValue == 0 ? Bytes() : PackPackage(package);
 }
 
@@ -117,7 +123,7 @@ Bytes DeviceChecks::CheckWrite(Source& source) const {
   for (const Field& field : fields) {
     if (source.Flip()) continue;
     const Attribute& attribute = *field.attribute;
-    Json::Value& value = values[attribute.name.c_str()];
+    Json::Value& value = values[NameOf(field.flag)];
     if (IsInBytes(field)) {
       const Bytes bytes = source.Bytes(static_cast<size_t>(field.bits.Length() / 8));
       value = Base64Text(bytes.data(), bytes.size());
@@ -203,16 +209,16 @@ void DeviceChecks::CheckReread(const Bytes& packet, const Bytes& write) const {
     const Attribute& attribute = *field.attribute;
     const byte* bytes = write.data() + member.offset;
     if (IsInBytes(field)) {
-      values[attribute.name.c_str()] = Base64Text(bytes, member.size);
+      values[NameOf(field.flag)] = Base64Text(bytes, member.size);
       std::copy(bytes, bytes + member.size, payload + field.bits.FirstByte());
       continue;
     }
     const uint64_t raw = NumberIn(write, member);
     uint64_t sent = raw;
-    values[attribute.name.c_str()] = ValueOf(attribute, raw);
+    values[NameOf(field.flag)] = ValueOf(attribute, raw);
     // Of a scaling that is finer than doubles some raw values cannot be sent.
     if (IsNumber(attribute) &&
-        (!ProtocolValueToRaw_4_0(attribute, values[attribute.name.c_str()].asDouble(), sent) || sent != raw)) {
+        (!ProtocolValueToRaw_4_0(attribute, values[NameOf(field.flag)].asDouble(), sent) || sent != raw)) {
       return;
     }
     SetBits(field.bits, raw, payload);

@@ -48,6 +48,7 @@ class DeviceChecks {
   const compiled_device& device_;
   morvix::inspect::json::Document configuration_;
   morvix::inspect::EntityModel entity_;
+  std::vector<morvix::inspect::Attribute> writers_;  // the writable records, each with a name of its own
 };
 
 }  // namespace firmware
