@@ -3,6 +3,7 @@
 #ifndef MORVIX_INSPECT_GENERATE_GENERATE_H
 #define MORVIX_INSPECT_GENERATE_GENERATE_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,18 @@ struct DeviceCodeChoices {
 // when two attributes have one name in C. Throws InputError when the prefix is not an identifier.
 std::vector<GeneratedFile> DeviceCode(const EntityModel& entity, const DeviceCodeChoices& choices,
                                       std::string& problem);
+
+struct WiresharkChoices {
+  std::optional<int> udpPort;
+  std::optional<int> tcpPort;
+  std::optional<int> userDlt;  // 0 to 15: of the link types 147 to 162
+  std::string sha256;          // of the configuration
+};
+
+// A dissector in Lua of entities against which there are no findings, at least one. No file, with `problem` set, when
+// two names are one in filters.
+GeneratedFile WiresharkDissector(const std::vector<EntityModel>& entities, const WiresharkChoices& choices,
+                                 std::string& problem);
 
 }  // namespace morvix::inspect
 

@@ -10,6 +10,7 @@
 
 #include "Environment.h"
 #include "inspect/findings/Finding.h"
+#include "inspect/generate/Generate.h"
 #include "inspect/packets/Packet.h"
 #include "inspect/vectors/Vectors.h"
 
@@ -80,6 +81,11 @@ struct GenerateOptions : EntityOptions {
   std::string output;  // a folder; empty for the current one
 };
 int GenerateC(const GenerateOptions& options, Environment& environment);
+
+struct GenerateWiresharkOptions : GenerateOptions {
+  morvix::inspect::WiresharkChoices choices;
+};
+int GenerateWireshark(const GenerateWiresharkOptions& options, Environment& environment);
 
 struct DevicesOptions {
   std::string list;

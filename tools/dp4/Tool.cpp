@@ -312,7 +312,37 @@ class CommandLine {
     device.add_option("--prefix", generate_.prefix, "begins all names; without it the entity's name in lower case")
         ->type_name("NAME")
         ->check(kNotEmpty);
-    device.add_option("--output", generate_.output, "the folder of the files; the current one without it")
+    AddOutputFolder(device, generate_.output);
+    AddWireshark(command);
+  }
+
+  void AddWireshark(CLI::App& generate) {
+    CLI::App& command = *generate.add_subcommand(
+        "wireshark", "Writes NAME.lua, a dissector of all entities; NAME is the first one's name.");
+    command.footer("Example:\n  dp4 generate wireshark kettle.json --udp 12416");
+    AddConfiguration(command, kOneEntity, wireshark_);
+    AddOutputFolder(command, wireshark_.output);
+    WiresharkChoices& choices = wireshark_.choices;
+    const auto port = CLI::Range(1, 65535).description("");
+    auto* udp =
+        command.add_option("--udp", choices.udpPort, "the UDP port of the devices")->type_name("PORT")->check(port);
+    auto* tcp = command.add_option("--tcp", choices.tcpPort, "the TCP port of the devices, a packet a segment")
+                    ->type_name("PORT")
+                    ->check(port);
+    auto* dlt =
+        command.add_option("--dlt", choices.userDlt, "the user link type, 0 to 15, of captures of bare packets")
+            ->type_name("N")
+            ->check(CLI::Range(0, 15).description(""));
+    command.callback([this, udp, tcp, dlt] {
+      if (udp->count() + tcp->count() + dlt->count() == 0) {
+        throw CLI::RequiredError("One of --udp, --tcp and --dlt");
+      }
+      exitCode_ = GenerateWireshark(wireshark_, environment_);
+    });
+  }
+
+  static void AddOutputFolder(CLI::App& command, std::string& folder) {
+    command.add_option("--output", folder, "the folder of what is written; the current one without it")
         ->type_name("DIR")
         ->check(kNotEmpty);
   }
@@ -375,6 +405,7 @@ class CommandLine {
   DecodeOptions decode_;
   VectorsOptions vectors_;
   GenerateOptions generate_;
+  GenerateWiresharkOptions wireshark_;
   DevicesOptions devices_;
   std::string shell_;
   std::vector<std::string> words_;
