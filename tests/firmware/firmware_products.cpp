@@ -115,9 +115,31 @@ class Folder {
   std::string list_;
 };
 
+// More flags than fit into a word, gaps, and an enum in bytes.
+support::Product WideProduct(support::Source& source) {
+  support::Product product;
+  product.entity.name = "main";
+  const int32_t bools = source.Int(20, 80);
+  for (int32_t i = 0; i <= bools; ++i) {
+    support::Attribute& attribute = product.attributes.emplace_back();
+    attribute.id = i;
+    attribute.name = fmt::format("a{}", i);
+    attribute.display_name = fmt::format("A{}", i);
+    attribute.type = MorvixProtocolTypeStatusWritable_4_0;
+    attribute.data_type = MorvixProtocolDataTypeBool_4_0;
+    attribute.position = support::BitsAt(3 * i, source.Int(0, 7), 1, 1);
+  }
+  support::Attribute& last = product.attributes.back();
+  last.data_type = MorvixProtocolDataTypeEnum_4_0;
+  last.position = support::BytesAt(3 * bools, source.Int(1, 8));
+  for (int i = 0; i < 300; ++i) last.enumList.push_back(fmt::format("item {}", i));
+  if (last.position.len == 1) last.enumList.resize(256);
+  return product;
+}
+
 std::string MadeUpConfiguration(support::Source& source) {
   support::Maker maker(source);
-  support::Product product = maker.MakeProduct(source.Flip());
+  support::Product product = source.OneIn(20) ? WideProduct(source) : maker.MakeProduct(source.Flip());
   for (support::Attribute& attribute : product.attributes) {
     // Names that comments and identifiers have to cope with.
     if (source.OneIn(20)) attribute.name = maker.MakeName();
