@@ -25,11 +25,11 @@ TEST(CommandLine, NamesACommandThatThereIsNot) {
   ExpectUsageError(
       {"nonsense"},
       "dp4: no command is called \"nonsense\"; expected one of show, layout, lint, encode, request, decode, "
-      "devices, completion\n");
+      "vectors, generate, devices, completion\n");
   ExpectUsageError({"shw"}, "dp4: no command is called \"shw\"; did you mean \"show\"?\n");
   ExpectUsageError({"\x1b[2J"},
                    "dp4: no command is called \"\\x1b[2J\"; expected one of show, layout, lint, encode, request, "
-                   "decode, devices, completion\n");
+                   "decode, vectors, generate, devices, completion\n");
 }
 
 TEST(CommandLine, EscapesArgumentsInMessages) {
@@ -90,6 +90,11 @@ TEST(Completion, DescribesWhatFits) {
   EXPECT_EQ(RunTool({"complete", "--", "lint", "--ro"}).out,
             "--roundtrip\tencodes and decodes limits and middles of every attribute as well\n");
   EXPECT_EQ(RunTool({"complete", "--", "lint", "--format=s"}).out, "--format=sarif\n");
+  EXPECT_EQ(RunTool({"complete", "--", "generate", "w"}).out,
+            "wireshark\tWrites NAME.lua, a dissector of all entities; NAME is the first one's name.\n");
+  EXPECT_EQ(RunTool({"complete", "--", "generate", "--"}).out, "--help\n");
+  EXPECT_EQ(RunTool({"complete", "--", "generate", "c", "--pre"}).out,
+            "--prefix\tbegins all names; without it the entity's name in lower case\n");
   EXPECT_EQ(RunTool({"complete", "--", "decode", ""}).out, "") << "files";
   EXPECT_EQ(RunTool({"complete", "--", "decode", "--entity", ""}).out, "") << "any text";
   EXPECT_EQ(RunTool({"complete", "--", "nonsense", "x"}).out, "");

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <set>
+#include <algorithm>
 #include <string>
 
 #include "Cases.h"
@@ -83,6 +83,15 @@ void CheckAgainstModel(const Json::Value& entity, const Json::Value& vectors) {
 TEST(Vectors, OfTheKettleAreTheGoldenOnes) {
   ExpectGolden(RunTool({"vectors", "kettle.json"}).out, "kettle.vectors.json");
   ExpectGolden(RunTool({"vectors", "kettle.json", "--format", "c"}).out, "kettle.vectors.c");
+}
+
+TEST(Vectors, AreAsTheManualShowsThem) {
+  const std::string manual = ReadFile(EXAMPLES_DIR "/../docs/tool.md");
+  const std::string command = "$ dp4 vectors kettle.json | head -6\n";
+  const size_t begin = manual.find(command) + command.size();
+  const std::string sample = manual.substr(begin, manual.find("```", begin) - begin);
+  EXPECT_EQ(std::count(sample.begin(), sample.end(), '\n'), 6);
+  EXPECT_THAT(RunTool({"vectors", "kettle.json"}).out, testing::StartsWith(sample));
 }
 
 TEST(Vectors, OfTheExamplesAreTheModels) {

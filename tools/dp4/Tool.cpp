@@ -177,10 +177,14 @@ class CommandLine {
     return command;
   }
 
-  // What most commands take.
-  void AddShared(CLI::App& command, const char* entityHelp, EntityOptions& options) {
+  void AddEntity(CLI::App& command, const char* entityHelp, EntityOptions& options) {
     command.add_option("--entity", options.entity, entityHelp)->type_name("NAME|ID")->check(kNotEmpty);
     command.add_flag("--log", isLogged_, "shows the protocol module's log lines on standard error");
+  }
+
+  // What most commands take.
+  void AddShared(CLI::App& command, const char* entityHelp, EntityOptions& options) {
+    AddEntity(command, entityHelp, options);
     options.color = environment_.hasColors;
     const auto chooseColor = [this, &options](const std::string& when) {
       options.color = when == "always" || (when == "auto" && environment_.hasColors);
@@ -192,11 +196,21 @@ class CommandLine {
         ->check(CLI::IsMember({"auto", "always", "never"}));
   }
 
-  void AddConfiguration(CLI::App& command, const char* entityHelp, EntityOptions& options) {
-    AddShared(command, entityHelp, options);
+  static void AddConfigurationFile(CLI::App& command, EntityOptions& options) {
     command.add_option("CONFIG", options.configuration, "product configuration (JSON); - for standard input")
         ->required()
         ->check(kNotEmpty);
+  }
+
+  void AddConfiguration(CLI::App& command, const char* entityHelp, EntityOptions& options) {
+    AddShared(command, entityHelp, options);
+    AddConfigurationFile(command, options);
+  }
+
+  // Of commands whose results are for programs, and never coloured.
+  void AddPlainConfiguration(CLI::App& command, const char* entityHelp, EntityOptions& options) {
+    AddEntity(command, entityHelp, options);
+    AddConfigurationFile(command, options);
   }
 
   static void AddSubDevice(CLI::App& command, std::optional<int32_t>& subDevice) {
@@ -290,7 +304,7 @@ class CommandLine {
     CLI::App& command = Add("vectors", "Makes test vectors: values and the packets that stand for them.",
                             "dp4 vectors kettle.json --random 100 > kettle.vectors.json");
     command.callback([this] { exitCode_ = dp4::Vectors(vectors_, environment_); });
-    AddConfiguration(command, kNeededEntity, vectors_);
+    AddPlainConfiguration(command, kNeededEntity, vectors_);
     AddChoice(command, "--format", kVectorsForms, vectors_.format)->type_name("FORMAT");
     constexpr size_t kMostVectors = 1'000'000;
     command.add_option("--random", vectors_.choices.random, "so many more writes and notifications of random values")
@@ -308,7 +322,7 @@ class CommandLine {
                                                "Writes PREFIX.h, PREFIX.c and PREFIX_test.c: the device's end of "
                                                "one entity in C99.");
     device.callback([this] { exitCode_ = GenerateC(generate_, environment_); });
-    AddConfiguration(device, kNeededEntity, generate_);
+    AddPlainConfiguration(device, kNeededEntity, generate_);
     device.add_option("--prefix", generate_.prefix, "begins all names; without it the entity's name in lower case")
         ->type_name("NAME")
         ->check(kNotEmpty);
@@ -320,7 +334,7 @@ class CommandLine {
     CLI::App& command = *generate.add_subcommand(
         "wireshark", "Writes NAME.lua, a dissector of all entities; NAME is the first one's name.");
     command.footer("Example:\n  dp4 generate wireshark kettle.json --udp 12416");
-    AddConfiguration(command, kOneEntity, wireshark_);
+    AddPlainConfiguration(command, kOneEntity, wireshark_);
     AddOutputFolder(command, wireshark_.output);
     WiresharkChoices& choices = wireshark_.choices;
     const auto port = CLI::Range(1, 65535).description("");
