@@ -178,6 +178,12 @@ TEST_F(Generate, GivesCollidingItemsTheirIndex) {
   }
 }
 
+TEST_F(Generate, KeepsItemsApartFromTheSourcesOwnConstants) {
+  std::string configuration = Configuration(Enum("packet", Bits(0, 0, 1), R"("bytes", "bits")"));
+  EXPECT_EQ(Run({"c", "-"}, configuration.replace(configuration.find("box"), 3, "write")).exitCode, 0);
+  EXPECT_THAT(Text("write.h"), HasSubstr("#define WRITE_PACKET_BYTES_0 0u"));
+}
+
 // ---- Types and constants ----
 
 TEST_F(Generate, ChoosesTypesByTheFieldsBits) {

@@ -35,6 +35,11 @@ std::string CollisionOf(const std::vector<CAttribute>& attributes) {
 // Constants of items that would be called like another constant get their index.
 void NameItems(CNames& names) {
   std::map<std::string, int> uses;
+  // The source's own: of a device "write" an item "bytes" of "packet" would be one of them.
+  for (const char* fixed : {"WRITE_REQUEST", "READ_RESPONSE", "SUB_DEVICE_WRITE_REQUEST", "SUB_DEVICE_READ_REQUEST",
+                            "SUB_DEVICE_REMOVE_REQUEST", "SUB_DEVICE_BYTES", "WRITE_PACKET_BYTES"}) {
+    ++uses[fixed];
+  }
   for (const char* fixed : {"_PAYLOAD_BYTES", "_WRITE_BYTES", "_FLAG_BYTES", "_MAX_PACKET_BYTES", "_H"}) {
     ++uses[names.constants + fixed];
   }
