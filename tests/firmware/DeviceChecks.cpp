@@ -113,7 +113,13 @@ Bytes DeviceChecks::Send(const Json::Value& values, bool hasId, std::vector<Resu
   package.subDid = kSubDevice;
   package.needInsertSubDid = hasId ? 1 : 0;
   ProtocolEncodeAttributes_4_0(entity_.Info(), writers_, package, document, results);
-  return package.sizeValue == 0 ? Bytes() : PackPackage(package);
+  if (package.sizeValue == 0) return {};
+  Bytes packet = PackPackage(package);
+  // The module sends the id in this machine's byte order, devices expect the lowest byte first.
+  if (hasId && packet[1] != static_cast<byte>(kSubDevice & 0xff)) {
+    std::reverse(packet.begin() + 1, packet.begin() + 1 + kIdBytes);
+  }
+  return packet;
 }
 
 Bytes DeviceChecks::CheckWrite(Source& source) const {
