@@ -158,6 +158,16 @@ TEST(Vectors, LeaveOutWhatTakesNoValue) {
   EXPECT_EQ(WriteJson(vectors["notifications"][0]["values"]), "{}");
 }
 
+// A device can send what no application can write.
+TEST(Vectors, NotifyOfRawValuesThatNoNumberIsWrittenAs) {
+  const std::string fine =
+      Attribute("level", "status_writable", "uint8", Bytes(0, 1), Scaling("0", "9", "1e-9", "1e9"));
+  const Json::Value vectors = VectorsOf(ParseJson(Configuration(fine)));
+  EXPECT_EQ(vectors["notifications"].size(), 5u);
+  EXPECT_EQ(vectors["notifications"][4]["packet"], "04 09");
+  EXPECT_EQ(WriteJson(vectors["notifications"][4]["values"]), R"({"level":1000000000})");
+}
+
 TEST(Vectors, NameThePlaceThatCannotBeWritten) {
   const Json::Value vectors =
       VectorsOf(ParseJson(Configuration(Attribute("on", "status_writable", "bool", Bytes(0, 1)))));
@@ -189,7 +199,7 @@ TEST(Vectors, EndBeforeTheyFillTheMemory) {
   const std::string far = Attribute("key", "status_readonly", "binary", Bytes(16383, 1));
   const ToolRun run = RunTool({"vectors", "-", "--random", "1000000"}, Configuration(far));
   EXPECT_EQ(run.exitCode, 2);
-  EXPECT_THAT(run.err, HasSubstr("would take more than 67108864 bytes of packets"));
+  EXPECT_THAT(run.err, HasSubstr("the vectors of \"box\" would take more than 134217728 bytes"));
 }
 
 TEST(Vectors, NeedTheEntityWhenThereAreSeveral) {

@@ -42,11 +42,13 @@ std::string MemberText(const CAttribute& attribute, const VectorValue* value) {
   return RawConstant(raw);
 }
 
-// "power = true, target = 62.5"
-std::string ValuesComment(size_t index, const std::vector<VectorValue>& values) {
+// "5: power = true, target = 62.5", without the values that are those of `base` as well.
+std::string ValuesComment(size_t index, const std::vector<VectorValue>& values, const std::vector<VectorValue>& base) {
   constexpr size_t kColumns = 90;
   std::string text = fmt::format("{}: ", index);
   for (const VectorValue& value : values) {
+    const VectorValue* known = Of(base, *value.field);
+    if (known != nullptr && known->value == value.value) continue;
     text += Escaped(value.field->attribute->name) + " = " + value.value + ", ";
   }
   text.erase(text.find_last_not_of(", ") + 1);
@@ -54,9 +56,10 @@ std::string ValuesComment(size_t index, const std::vector<VectorValue>& values) 
 }
 
 // "{{packet}, {members}}," of one vector.
-std::string RowText(size_t index, const std::vector<VectorValue>& values, const Bytes& packet,
-                    const std::vector<std::string>& members) {
-  return ValuesComment(index, values) + fmt::format("    {{{},\n     {{{}}}}},\n", BytesText(packet), Wrapped(members));
+std::string RowText(size_t index, const std::vector<VectorValue>& values, const std::vector<VectorValue>& base,
+                    const Bytes& packet, const std::vector<std::string>& members) {
+  return ValuesComment(index, values, base) +
+         fmt::format("    {{{},\n     {{{}}}}},\n", BytesText(packet), Wrapped(members));
 }
 
 std::string WritesText(const CNames& names, const Vectors& vectors) {
@@ -73,7 +76,7 @@ std::string WritesText(const CNames& names, const Vectors& vectors) {
       members.emplace_back(value == nullptr ? "false" : "true");
       members.push_back(MemberText(attribute, value));
     }
-    text += RowText(i, write.values, write.packet, members);
+    text += RowText(i, write.values, {}, write.packet, members);
   }
   return text + "};\n";
 }
@@ -89,7 +92,9 @@ std::string NotificationsText(const CNames& names, const Vectors& vectors) {
     for (const CAttribute& attribute : names.attributes) {
       members.push_back(MemberText(attribute, Of(notification.values, *attribute.read)));
     }
-    text += RowText(i, notification.values, notification.packet, members);
+    // The first one has the lowest values, which need not be repeated.
+    const std::vector<VectorValue> base = i == 0 ? std::vector<VectorValue>() : vectors.notifications[0].values;
+    text += RowText(i, notification.values, base, notification.packet, members);
   }
   return text + "};\n";
 }
@@ -178,7 +183,7 @@ static int test_writes(void) {{
     if (!{0}_read_write(vector.packet, WRITE_PACKET_BYTES, &write)) return fail("writes", i, "refused");
     differs = difference(&write, &vector.expected);
     if (differs != NULL) return fail("writes", i, differs);
-    if ({0}_read_sub_device(vector.packet, WRITE_PACKET_BYTES, &sub_device)) return fail("writes", i, "has an id");
+    if ({0}_read_sub_device(vector.packet, WRITE_PACKET_BYTES, &sub_device)) return fail("writes", i, "no id");
 
     memcpy(addressed + 1, "\x04\x03\x02\x01", 4);
     memcpy(addressed + 5, vector.packet + 1, WRITE_PACKET_BYTES - 1);
@@ -190,7 +195,7 @@ static int test_writes(void) {{
       return fail("writes", i, "sub-device id");
     }}
 
-    if ({0}_read_write(vector.packet, WRITE_PACKET_BYTES - 1, &write)) return fail("writes", i, "read one byte short");
+    if ({0}_read_write(vector.packet, WRITE_PACKET_BYTES - 1, &write)) return fail("writes", i, "read cut short");
     memset(&vector.expected, 0, sizeof vector.expected);
     if (difference(&write, &vector.expected) != NULL) return fail("writes", i, "not cleared");
   }}
@@ -219,7 +224,9 @@ static int test_notifications(void) {{
   size_t i;
   for (i = 0; i < COUNT(notifications); ++i) {{
     memcpy_P(&vector, &notifications[i], sizeof vector);
-    if ({0}_make_notification(&vector.state, packet, sizeof packet - 1) != 0) return fail("notifications", i, "no room");
+    if ({0}_make_notification(&vector.state, packet, sizeof packet - 1) != 0) {{
+      return fail("notifications", i, "made without room");
+    }}
     if ({0}_make_notification(&vector.state, packet, sizeof packet) != sizeof packet ||
         memcmp(packet, vector.packet, sizeof packet) != 0) {{
       return fail("notifications", i, "notification");

@@ -26,27 +26,26 @@ VectorValue BinaryValue(const Field& field, Bytes bytes) {
   return {&field, 0, std::move(bytes), text};
 }
 
-// The text of a number that encoding turns into `raw`: what decoding prints, or what it prints rounded. Nothing where
-// the scaling has no such number.
-std::optional<std::string> NumberOf(const Attribute& number, uint64_t raw) {
+// The text of a number that encoding turns into `raw`: what decoding prints, or what it prints rounded. Empty where the
+// scaling has no such number.
+std::string NumberOf(const Attribute& number, uint64_t raw) {
   const Scaling& scaling = number.uint_spec;
   const double exact = static_cast<double>(raw) * scaling.ratio + scaling.addition;
-  if (!std::isfinite(exact)) return std::nullopt;
+  if (!std::isfinite(exact)) return "";
   for (const std::string& text : {UserText(number, raw), ShortestText(exact)}) {
     uint64_t written = 0;
     const bool isWritten = !text.empty() && ProtocolValueToRaw_4_0(number, std::strtod(text.c_str(), nullptr), written);
     if (isWritten && written == raw) return text;
   }
-  return std::nullopt;
+  return "";
 }
 
-std::optional<VectorValue> ValueOf(const Field& field, uint64_t raw) {
+// Its text is empty where no number is written as this raw value.
+VectorValue ValueOf(const Field& field, uint64_t raw) {
   const Attribute& attribute = *field.attribute;
-  if (IsBool(attribute)) return VectorValue{&field, raw, {}, raw != 0 ? "true" : "false"};
-  if (IsEnum(attribute)) return VectorValue{&field, raw, {}, std::to_string(raw)};
-  const std::optional<std::string> number = NumberOf(attribute, raw);
-  if (!number) return std::nullopt;
-  return VectorValue{&field, raw, {}, *number};
+  if (IsBool(attribute)) return {&field, raw, {}, raw != 0 ? "true" : "false"};
+  if (IsEnum(attribute)) return {&field, raw, {}, std::to_string(raw)};
+  return {&field, raw, {}, NumberOf(attribute, raw)};
 }
 
 // The values of an attribute that are tried: what lies at its limits and in the middle between them.
@@ -74,16 +73,14 @@ std::vector<VectorValue> ValuesOf(const Field& field) {
     const size_t count = IsBool(attribute) ? 2 : attribute.enumList.size();
     for (uint64_t raw = 0; raw < count; ++raw) raws.push_back(raw);
   }
-  for (const uint64_t raw : raws) {
-    if (std::optional<VectorValue> value = ValueOf(field, raw)) values.push_back(std::move(*value));
-  }
+  for (const uint64_t raw : raws) values.push_back(ValueOf(field, raw));
   return values;
 }
 
 // Values that are just out of range.
 std::vector<VectorValue> OutsidersOf(const Field& field) {
   const Attribute& attribute = *field.attribute;
-  if (IsEnum(attribute)) return {*ValueOf(field, attribute.enumList.size())};
+  if (IsEnum(attribute)) return {ValueOf(field, attribute.enumList.size())};
   if (!IsNumber(attribute) || !IsScaled(attribute)) return {};
   const Scaling& scaling = attribute.uint_spec;
   std::vector<VectorValue> values;
@@ -127,6 +124,7 @@ class VectorMaker {
       throw InputError(InQuotes(entity.Info().name) + " takes more payload or flags than a packet can hold");
     }
     vectors_.entity = entity.Info().name;
+    for (const Field& field : entity.Reading().fields) Count(field.attribute->enumList.size() * sizeof(VectorValue));
   }
 
   Vectors Make() {
@@ -154,18 +152,19 @@ class VectorMaker {
     return values;
   }
 
-  void Count(const Bytes& packet) {
-    constexpr size_t kMaxBytes = size_t{1} << 26;
-    bytes_ += packet.size();
+  // Takes note of memory that is about to be used.
+  void Count(size_t bytes) {
+    constexpr size_t kMaxBytes = size_t{1} << 27;
+    bytes_ += bytes;
     if (bytes_ > kMaxBytes) {
-      throw InputError(fmt::format("the vectors of {} would take more than {} bytes of packets",
-                                   InQuotes(vectors_.entity), kMaxBytes));
+      throw InputError(
+          fmt::format("the vectors of {} would take more than {} bytes", InQuotes(vectors_.entity), kMaxBytes));
     }
   }
 
   uint64_t RandomBelow(uint64_t count) { return random_() % count; }
 
-  // Nothing where the attribute takes no value, or where no number is written as the chosen raw value.
+  // Nothing where the attribute takes no value.
   std::optional<VectorValue> RandomValue(const Field& field) {
     const Attribute& attribute = *field.attribute;
     if (IsBool(attribute)) return ValueOf(field, RandomBelow(2));
@@ -207,7 +206,7 @@ class VectorMaker {
       if (values.size() == 1) vectors_.refused.push_back({std::move(values[0]), ReasonOf(results)});
       return false;
     }
-    Count(packet);
+    Count(packet.size() + values.size() * sizeof(VectorValue));
     vectors_.writes.push_back({std::move(values), packet});
     return true;
   }
@@ -232,22 +231,27 @@ class VectorMaker {
     for (const Field& field : entity_.Writing().fields) {
       lists.emplace_back();
       for (VectorValue& value : ValuesOf(field)) {
-        if (AddWrite({value})) lists.back().push_back(std::move(value));
+        if (!value.value.empty() && AddWrite({value})) lists.back().push_back(std::move(value));
       }
       for (VectorValue& value : OutsidersOf(field)) AddWrite({std::move(value)});
     }
     for (size_t round = 0; round < RoundsOf(lists); ++round) AddWrite(Round(lists, round));
     const bool isAny = std::any_of(lists.begin(), lists.end(), [](const auto& list) { return !list.empty(); });
-    for (size_t i = 0; i < choices_.random && isAny; ++i) {
-      std::vector<VectorValue> values;
-      while (values.empty()) {
-        for (const Field& field : entity_.Writing().fields) {
-          if (lists[field.flag].empty() || RandomBelow(2) == 0) continue;
-          if (std::optional<VectorValue> value = RandomValue(field)) values.push_back(std::move(*value));
-        }
+    for (size_t i = 0; i < choices_.random && isAny; ++i) AddWrite(RandomWrite(lists));
+  }
+
+  std::vector<VectorValue> RandomWrite(const Lists& lists) {
+    std::vector<VectorValue> values;
+    while (values.empty()) {
+      for (const Field& field : entity_.Writing().fields) {
+        const std::vector<VectorValue>& known = lists[field.flag];
+        if (known.empty() || RandomBelow(2) == 0) continue;
+        const std::optional<VectorValue> value = RandomValue(field);
+        const bool isWritten = value && !value->value.empty();
+        values.push_back(isWritten ? *value : known[RandomBelow(known.size())]);
       }
-      AddWrite(std::move(values));
     }
+    return values;
   }
 
   // A notification of these values; the bits of all other attributes are 0.
@@ -271,7 +275,7 @@ class VectorMaker {
       vector.values.push_back(
           {&field, result.raw, isBinary ? Bytes(first, first + BinaryBytes(field)) : Bytes(), text});
     }
-    Count(vector.packet);
+    Count(vector.packet.size() + vector.document.size() + vector.values.size() * sizeof(VectorValue));
     vectors_.notifications.push_back(std::move(vector));
   }
 

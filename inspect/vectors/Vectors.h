@@ -56,7 +56,7 @@ struct VectorChoices {
 // For every writable attribute writes of its limits, their neighbours, its middle and its items, alone and all
 // attributes together; the same for all attributes as notifications; values just outside the limits as refused. The
 // order and the random vectors are the same on every machine. The entity outlives the vectors. Throws InputError when
-// no packet holds the entity's payload, or when there would be more than 64 MiB of packets.
+// no packet holds the entity's payload, or when the vectors would take more than 128 MiB.
 Vectors VectorsOf(const EntityModel& entity, const VectorChoices& choices);
 
 // Both forms end their last line.

@@ -85,58 +85,58 @@ static const struct notification_vector {
     /* 0: power = false, program = 0, target = 40, temperature = -20, low_water = false, lid_ope… */
     {{0x04, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},
      {false, 0u, 0u, 0u, false, false, false}},
-    /* 1: power = true, program = 0, target = 40, temperature = -20, low_water = false, lid_open… */
+    /* 1: power = true */
     {{0x04, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00},
      {true, 0u, 0u, 0u, false, false, false}},
-    /* 2: power = false, program = 1, target = 40, temperature = -20, low_water = false, lid_ope… */
+    /* 2: program = 1 */
     {{0x04, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00},
      {false, 1u, 0u, 0u, false, false, false}},
-    /* 3: power = false, program = 2, target = 40, temperature = -20, low_water = false, lid_ope… */
+    /* 3: program = 2 */
     {{0x04, 0x04, 0x00, 0x00, 0x00, 0x00, 0x00},
      {false, 2u, 0u, 0u, false, false, false}},
-    /* 4: power = false, program = 0, target = 40.5, temperature = -20, low_water = false, lid_o… */
+    /* 4: target = 40.5 */
     {{0x04, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00},
      {false, 0u, 1u, 0u, false, false, false}},
-    /* 5: power = false, program = 0, target = 70, temperature = -20, low_water = false, lid_ope… */
+    /* 5: target = 70 */
     {{0x04, 0x00, 0x3c, 0x00, 0x00, 0x00, 0x00},
      {false, 0u, 60u, 0u, false, false, false}},
-    /* 6: power = false, program = 0, target = 99.5, temperature = -20, low_water = false, lid_o… */
+    /* 6: target = 99.5 */
     {{0x04, 0x00, 0x77, 0x00, 0x00, 0x00, 0x00},
      {false, 0u, 119u, 0u, false, false, false}},
-    /* 7: power = false, program = 0, target = 100, temperature = -20, low_water = false, lid_op… */
+    /* 7: target = 100 */
     {{0x04, 0x00, 0x78, 0x00, 0x00, 0x00, 0x00},
      {false, 0u, 120u, 0u, false, false, false}},
-    /* 8: power = false, program = 0, target = 40, temperature = -19.9, low_water = false, lid_o… */
+    /* 8: temperature = -19.9 */
     {{0x04, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00},
      {false, 0u, 0u, 1u, false, false, false}},
-    /* 9: power = false, program = 0, target = 40, temperature = 55, low_water = false, lid_open… */
+    /* 9: temperature = 55 */
     {{0x04, 0x00, 0x00, 0x02, 0xee, 0x00, 0x00},
      {false, 0u, 0u, 750u, false, false, false}},
-    /* 10: power = false, program = 0, target = 40, temperature = 129.9, low_water = false, lid_… */
+    /* 10: temperature = 129.9 */
     {{0x04, 0x00, 0x00, 0x05, 0xdb, 0x00, 0x00},
      {false, 0u, 0u, 1499u, false, false, false}},
-    /* 11: power = false, program = 0, target = 40, temperature = 130, low_water = false, lid_op… */
+    /* 11: temperature = 130 */
     {{0x04, 0x00, 0x00, 0x05, 0xdc, 0x00, 0x00},
      {false, 0u, 0u, 1500u, false, false, false}},
-    /* 12: power = false, program = 0, target = 40, temperature = -20, low_water = true, lid_ope… */
+    /* 12: low_water = true */
     {{0x04, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00},
      {false, 0u, 0u, 0u, true, false, false}},
-    /* 13: power = false, program = 0, target = 40, temperature = -20, low_water = false, lid_op… */
+    /* 13: lid_open = true */
     {{0x04, 0x00, 0x00, 0x00, 0x00, 0x02, 0x00},
      {false, 0u, 0u, 0u, false, true, false}},
-    /* 14: power = false, program = 0, target = 40, temperature = -20, low_water = false, lid_op… */
+    /* 14: sensor = true */
     {{0x04, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01},
      {false, 0u, 0u, 0u, false, false, true}},
     /* 15: power = true, program = 1, target = 40.5, temperature = -19.9, low_water = true, lid_… */
     {{0x04, 0x03, 0x01, 0x00, 0x01, 0x03, 0x01},
      {true, 1u, 1u, 1u, true, true, true}},
-    /* 16: power = false, program = 2, target = 70, temperature = 55, low_water = false, lid_ope… */
+    /* 16: program = 2, target = 70, temperature = 55 */
     {{0x04, 0x04, 0x3c, 0x02, 0xee, 0x00, 0x00},
      {false, 2u, 60u, 750u, false, false, false}},
-    /* 17: power = true, program = 0, target = 99.5, temperature = 129.9, low_water = true, lid_… */
+    /* 17: power = true, target = 99.5, temperature = 129.9, low_water = true, lid_open = true, … */
     {{0x04, 0x01, 0x77, 0x05, 0xdb, 0x03, 0x01},
      {true, 0u, 119u, 1499u, true, true, true}},
-    /* 18: power = false, program = 1, target = 100, temperature = 130, low_water = false, lid_o… */
+    /* 18: program = 1, target = 100, temperature = 130 */
     {{0x04, 0x02, 0x78, 0x05, 0xdc, 0x00, 0x00},
      {false, 1u, 120u, 1500u, false, false, false}},
 };
@@ -182,7 +182,7 @@ static int test_writes(void) {
     if (!kettle_read_write(vector.packet, WRITE_PACKET_BYTES, &write)) return fail("writes", i, "refused");
     differs = difference(&write, &vector.expected);
     if (differs != NULL) return fail("writes", i, differs);
-    if (kettle_read_sub_device(vector.packet, WRITE_PACKET_BYTES, &sub_device)) return fail("writes", i, "has an id");
+    if (kettle_read_sub_device(vector.packet, WRITE_PACKET_BYTES, &sub_device)) return fail("writes", i, "no id");
 
     memcpy(addressed + 1, "\x04\x03\x02\x01", 4);
     memcpy(addressed + 5, vector.packet + 1, WRITE_PACKET_BYTES - 1);
@@ -194,7 +194,7 @@ static int test_writes(void) {
       return fail("writes", i, "sub-device id");
     }
 
-    if (kettle_read_write(vector.packet, WRITE_PACKET_BYTES - 1, &write)) return fail("writes", i, "read one byte short");
+    if (kettle_read_write(vector.packet, WRITE_PACKET_BYTES - 1, &write)) return fail("writes", i, "read cut short");
     memset(&vector.expected, 0, sizeof vector.expected);
     if (difference(&write, &vector.expected) != NULL) return fail("writes", i, "not cleared");
   }
@@ -208,7 +208,9 @@ static int test_notifications(void) {
   size_t i;
   for (i = 0; i < COUNT(notifications); ++i) {
     memcpy_P(&vector, &notifications[i], sizeof vector);
-    if (kettle_make_notification(&vector.state, packet, sizeof packet - 1) != 0) return fail("notifications", i, "no room");
+    if (kettle_make_notification(&vector.state, packet, sizeof packet - 1) != 0) {
+      return fail("notifications", i, "made without room");
+    }
     if (kettle_make_notification(&vector.state, packet, sizeof packet) != sizeof packet ||
         memcmp(packet, vector.packet, sizeof packet) != 0) {
       return fail("notifications", i, "notification");
