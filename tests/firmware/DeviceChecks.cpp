@@ -139,7 +139,7 @@ Bytes DeviceChecks::CheckWrite(Source& source) const {
   }
   std::vector<Result> results;
   const bool hasId = source.Flip();
-  const Bytes packet = Send(values, hasId, results);
+  Bytes packet = Send(values, hasId, results);
   if (packet.empty()) return {};
   const support::Inputs inputs(configuration_.Root(), values, packet);
   Bytes write(device_.write_size, byte{0xa5});
