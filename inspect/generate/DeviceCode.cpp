@@ -35,26 +35,31 @@ std::string Declaration(const CAttribute& attribute) {
 
 // ---- Comments ----
 
-// Text of a comment that begins with `indent` blanks, in lines that none of its words can end. No line ends in a
-// backslash.
-std::string Comment(const std::string& text, size_t indent) {
+// The lines of a text as a comment that begins with `indent` blanks, wrapped where they are long. None of its words can
+// end it, and no line ends in a backslash.
+std::string Comment(const std::vector<std::string>& lines, size_t indent) {
   const std::string margin(indent, ' ');
-  std::string comment;
-  std::string line = margin + "/* ";
-  size_t at = 0;
-  while (at < text.size()) {
-    size_t end = std::min(text.find(' ', at), text.size());
-    while (end < text.size() && end > at && text[end - 1] == '\\') end = std::min(text.find(' ', end + 1), text.size());
-    const std::string word = text.substr(at, end - at);
-    if (line.size() > indent + 3 && line.size() + word.size() > kColumns) {
-      line.erase(line.find_last_not_of(' ') + 1);
-      comment += line + '\n';
-      line = margin + " * ";
+  std::string comment = margin + "/* ";
+  size_t begin = indent + 3;  // of the line that is being filled, in columns
+  size_t column = begin;
+  const auto breakLine = [&] {
+    comment.erase(comment.find_last_not_of(' ') + 1);
+    comment += '\n' + margin + " * ";
+    column = begin;
+  };
+  for (const std::string& text : lines) {
+    if (&text != &lines[0]) breakLine();
+    for (size_t at = 0; at < text.size();) {
+      size_t end = std::min(text.find(' ', at), text.size());
+      while (end < text.size() && end > at && text[end - 1] == '\\')
+        end = std::min(text.find(' ', end + 1), text.size());
+      if (column > begin && column + end - at > kColumns) breakLine();
+      comment += text.substr(at, end - at) + ' ';
+      column += end - at + 1;
+      at = end + 1;
     }
-    line += word + ' ';
-    at = end + 1;
   }
-  return comment + line + "*/\n";
+  return comment + "*/\n";
 }
 
 // The text as a sentence.
@@ -143,7 +148,7 @@ std::string AttributeConstants(const CAttribute& attribute) {
   for (const auto& [name, value] : ConstantsOf(attribute)) text += fmt::format("#define {} {}\n", name, value);
   text += ItemsText(attribute);
   if (text.empty()) return "";
-  return '\n' + Comment(Title(attribute.Record()), 0) + text;
+  return '\n' + Comment({Title(attribute.Record())}, 0) + text;
 }
 
 // ---- The header ----
@@ -157,7 +162,7 @@ std::string StructText(const CNames& names, const char* name, const std::vector<
 std::string StateText(const CNames& names) {
   std::vector<std::string> members;
   for (const CAttribute& attribute : names.attributes) {
-    members.push_back(Comment(Title(attribute.Record()) + ' ' + Facts(attribute), 2) + "  " + Declaration(attribute) +
+    members.push_back(Comment({Title(attribute.Record()), Facts(attribute)}, 2) + "  " + Declaration(attribute) +
                       ";\n");
   }
   return "\n/* The state of the device: every attribute, as raw value. */\n" + StructText(names, "state", members);
@@ -197,16 +202,12 @@ std::string SizesText(const EntityModel& entity, const CNames& names) {
   const Direction& writing = entity.Writing();
   const size_t payload = entity.Reading().payloadBytes;
   const size_t longest = std::max(5 + FlagBytes(writing) + writing.payloadBytes, 1 + payload);
-  const std::pair<const char*, std::pair<size_t, const char*>> sizes[] = {
-      {"PAYLOAD_BYTES", {payload, "of a notification or read response"}},
-      {"WRITE_BYTES", {writing.payloadBytes, "of a write's payload"}},
-      {"FLAG_BYTES", {FlagBytes(writing), "of a write's flag bitmap"}},
-      {"MAX_PACKET_BYTES", {longest, "no packet is longer"}}};
-  std::string text = "\n";
-  for (const auto& [name, size] : sizes) {
-    text += fmt::format("#define {}_{} {}u /* {} */\n", names.constants, name, size.first, size.second);
-  }
-  return text;
+  return fmt::format(
+      "\n/* Bytes of the payload of a notification or read response, of a write's payload, of its flag bitmap, and of "
+      "the "
+      "longest\n * packet. */\n#define {0}_PAYLOAD_BYTES {1}u\n#define {0}_WRITE_BYTES {2}u\n"
+      "#define {0}_FLAG_BYTES {3}u\n#define {0}_MAX_PACKET_BYTES {4}u\n",
+      names.constants, payload, writing.payloadBytes, FlagBytes(writing), longest);
 }
 
 // ---- Reading ----
@@ -259,7 +260,7 @@ std::vector<std::string> RangeFaults(const CAttribute& attribute, const std::str
 std::string ReturnIf(const std::vector<std::string>& faults, const char* result, size_t indent) {
   if (faults.empty()) return "";
   const std::string margin(indent, ' ');
-  const std::string line = fmt::format("{}if ({}) return {};\n", margin, fmt::join(faults, " || "), result);
+  std::string line = fmt::format("{}if ({}) return {};\n", margin, fmt::join(faults, " || "), result);
   if (line.size() <= kColumns) return line;
   const std::string separator = " ||\n    " + margin;
   return fmt::format("{0}if ({1}) {{\n{0}  return {2};\n{0}}}\n", margin, fmt::join(faults, separator), result);
@@ -348,7 +349,7 @@ std::string WriteFunctions(const EntityModel& entity, const CNames& names) {
 // The part of a value that lies in one byte of the payload. Its other bits are cut off or 0.
 std::string Part(const CAttribute& attribute, size_t byteIndex) {
   const BitRange& bits = attribute.read->bits;
-  const std::string value = "state->" + attribute.member;
+  std::string value = "state->" + attribute.member;
   const uint64_t endOfByte = uint64_t{8} * (byteIndex + 1);
   if (bits.end == endOfByte) return value;
   if (bits.end > endOfByte) return fmt::format("({} >> {})", value, bits.end - endOfByte);
@@ -477,12 +478,12 @@ std::string FirstLine(const std::string& sha256) {
 std::string HeaderText(const EntityModel& entity, const CNames& names, const std::string& sha256) {
   const std::string& title = entity.Info().display_name.empty() ? entity.Info().name : entity.Info().display_name;
   std::string text = FirstLine(sha256);
-  text += Comment(fmt::format("{}, the device's end: reads what an application writes, and makes what it reads. All "
-                              "values are raw, as they travel; the scaling to user values stands at each attribute. "
-                              "Bytes count from the start of the payload, bit 0 of a byte is its lowest. Nothing is "
-                              "kept between calls. Do not edit: run dp4 generate c again.",
-                              CCommentText(title)),
-                  0);
+  text += Comment(
+      {CCommentText(title) + ", the device's end: reads what an application writes, and makes what it reads.", "",
+       "All values are raw, as they travel; the scaling to user values stands at each attribute. Bytes count "
+       "from the start of the payload, bit 0 of a byte is its lowest. Nothing is kept between calls. Do not "
+       "edit: run dp4 generate c again."},
+      0);
   text += fmt::format(
       "\n#ifndef {0}_H\n#define {0}_H\n\n#include <stdbool.h>\n#include <stddef.h>\n#include <stdint.h>\n\n"
       "#ifdef __cplusplus\nextern \"C\" {{\n#endif\n",

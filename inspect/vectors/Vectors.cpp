@@ -271,7 +271,7 @@ class VectorMaker {
       if (text.empty()) continue;
       const byte* first = payload + field.bits.FirstByte();
       const bool isBinary = IsBinary(*field.attribute);
-      if (isBinary) text = '"' + text + '"';
+      if (isBinary) text = InQuotes(text);
       vector.values.push_back(
           {&field, result.raw, isBinary ? Bytes(first, first + BinaryBytes(field)) : Bytes(), text});
     }

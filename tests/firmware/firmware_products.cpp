@@ -161,8 +161,9 @@ void AddMadeUp(Folder& folder, const std::string& path, size_t count, uint64_t s
     support::SeededSource source(seed, number);
     const std::string name = fmt::format("p{}", made);
     const std::string configuration = MadeUpConfiguration(source);
-    if (!folder.Add(configuration, path + "/" + name + ".json", "", name)) continue;
-    Write(path + "/" + name + ".json", configuration);
+    const std::string file = fmt::format("{}/{}.json", path, name);
+    if (!folder.Add(configuration, file, "", name)) continue;
+    Write(file, configuration);
     ++made;
   }
   std::printf("%zu of %llu made-up configurations have nothing against them\n", made,
@@ -171,7 +172,7 @@ void AddMadeUp(Folder& folder, const std::string& path, size_t count, uint64_t s
 
 }  // namespace
 
-int main(int count, char** arguments) {
+int main(int count, char** arguments) try {
   if (count < 3) return 2;
   const std::string path = arguments[1];
   Folder folder(path);
@@ -189,4 +190,7 @@ int main(int count, char** arguments) {
   }
   folder.Finish();
   return 0;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "firmware_products: %s\n", error.what());
+  return 1;
 }

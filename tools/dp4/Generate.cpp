@@ -21,13 +21,10 @@ std::string PathIn(const std::string& folder, const std::string& name) {
   return folder.empty() || folder.back() == '/' ? folder + name : folder + '/' + name;
 }
 
-// The configuration, with its bytes' mark; nothing, with the reasons printed, when no code is made of the entity, or of
-// one of all entities.
-struct Source {
-  json::Document configuration;
-  std::string sha256;
-};
+// A configuration, and the SHA-256 of its bytes.
+using Source = std::pair<json::Document, std::string>;
 
+// Nothing, with the reasons printed, when no code is made of the entity, or of one of all entities.
 std::optional<Source> ReadSource(const GenerateOptions& options, bool isForOne, Environment& environment) {
   const std::string bytes = ReadBytes(options.configuration, environment);
   json::Document configuration = ReadJson(options.configuration, bytes);
@@ -56,10 +53,10 @@ int Finish(const std::vector<GeneratedFile>& files, const std::string& problem, 
 int GenerateC(const GenerateOptions& options, Environment& environment) {
   const std::optional<Source> source = ReadSource(options, true, environment);
   if (!source) return kProblems;
-  const json::Document& configuration = source->configuration;
+  const json::Document& configuration = source->first;
   DeviceCodeChoices choices;
   choices.prefix = options.prefix;
-  choices.sha256 = source->sha256;
+  choices.sha256 = source->second;
   std::string problem;
   const EntityModel entity = ModelOf(configuration, ChooseEntity(configuration, options.entity));
   return Finish(DeviceCode(entity, choices, problem), problem, options, environment);
@@ -68,7 +65,7 @@ int GenerateC(const GenerateOptions& options, Environment& environment) {
 int GenerateWireshark(const GenerateWiresharkOptions& options, Environment& environment) {
   const std::optional<Source> source = ReadSource(options, false, environment);
   if (!source) return kProblems;
-  const json::Document& configuration = source->configuration;
+  const json::Document& configuration = source->first;
   std::vector<EntityModel> entities;
   for (const Json::Value& entity : EntitiesOf(configuration)) {
     const bool isChosen = options.entity.empty() || &entity == &ChooseEntity(configuration, options.entity);
@@ -76,7 +73,7 @@ int GenerateWireshark(const GenerateWiresharkOptions& options, Environment& envi
   }
   if (entities.empty()) throw InputError(Escaped(configuration.Name()) + ": expected an entity, found none");
   WiresharkChoices choices = options.choices;
-  choices.sha256 = source->sha256;
+  choices.sha256 = source->second;
   std::string problem;
   const GeneratedFile file = WiresharkDissector(entities, choices, problem);
   return Finish({file}, problem, options, environment);

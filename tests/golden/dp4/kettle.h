@@ -1,8 +1,9 @@
 /* Made by dp4 from the configuration with SHA-256 810496dccddcd98f3ef11162206b8345611273be1fe21a57495c8d474e2207cc. */
-/* Kettle, the device's end: reads what an application writes, and makes what it reads. All values are raw, as
- * they travel; the scaling to user values stands at each attribute. Bytes count from the start of the
- * payload, bit 0 of a byte is its lowest. Nothing is kept between calls. Do not edit: run dp4 generate c
- * again. */
+/* Kettle, the device's end: reads what an application writes, and makes what it reads.
+ *
+ * All values are raw, as they travel; the scaling to user values stands at each attribute. Bytes count from
+ * the start of the payload, bit 0 of a byte is its lowest. Nothing is kept between calls. Do not edit: run
+ * dp4 generate c again. */
 
 #ifndef KETTLE_H
 #define KETTLE_H
@@ -15,10 +16,12 @@
 extern "C" {
 #endif
 
-#define KETTLE_PAYLOAD_BYTES 6u /* of a notification or read response */
-#define KETTLE_WRITE_BYTES 2u /* of a write's payload */
-#define KETTLE_FLAG_BYTES 1u /* of a write's flag bitmap */
-#define KETTLE_MAX_PACKET_BYTES 8u /* no packet is longer */
+/* Bytes of the payload of a notification or read response, of a write's payload, of its flag bitmap, and of the longest
+ * packet. */
+#define KETTLE_PAYLOAD_BYTES 6u
+#define KETTLE_WRITE_BYTES 2u
+#define KETTLE_FLAG_BYTES 1u
+#define KETTLE_MAX_PACKET_BYTES 8u
 
 /* Program: What to do with the water. */
 #define KETTLE_PROGRAM_BOIL 0u      /* boil */
@@ -39,22 +42,26 @@ extern "C" {
 
 /* The state of the device: every attribute, as raw value. */
 typedef struct kettle_state {
-  /* Power: Heats or keeps warm. Writable, flag 0: bit 0 of byte 0. */
+  /* Power: Heats or keeps warm.
+   * Writable, flag 0: bit 0 of byte 0. */
   bool power;
-  /* Program: What to do with the water. Writable, flag 1: bits 2 and 1 of byte 0. One of KETTLE_PROGRAM_...:
-   * 0 to 2. */
+  /* Program: What to do with the water.
+   * Writable, flag 1: bits 2 and 1 of byte 0. One of KETTLE_PROGRAM_...: 0 to 2. */
   uint8_t program;
-  /* Target temperature: 40 to 100 degrees Celsius in steps of a half. Writable, flag 2: byte 1. User value =
-   * raw * 0.5 + 40, from 40 to 100. */
+  /* Target temperature: 40 to 100 degrees Celsius in steps of a half.
+   * Writable, flag 2: byte 1. User value = raw * 0.5 + 40, from 40 to 100. */
   uint8_t target;
-  /* Temperature: Water temperature, -20 to 130 degrees Celsius in steps of a tenth. Read-only: bytes 2 and 3.
-   * User value = raw * 0.1 - 20, from -20 to 130. */
+  /* Temperature: Water temperature, -20 to 130 degrees Celsius in steps of a tenth.
+   * Read-only: bytes 2 and 3. User value = raw * 0.1 - 20, from -20 to 130. */
   uint16_t temperature;
-  /* Low water: Below the mark. Alert: bit 0 of byte 4. */
+  /* Low water: Below the mark.
+   * Alert: bit 0 of byte 4. */
   bool low_water;
-  /* Lid open: The lid is not closed. Alert: bit 1 of byte 4. */
+  /* Lid open: The lid is not closed.
+   * Alert: bit 1 of byte 4. */
   bool lid_open;
-  /* Sensor broken: The temperature sensor gives no signal. Fault: bit 0 of byte 5. */
+  /* Sensor broken: The temperature sensor gives no signal.
+   * Fault: bit 0 of byte 5. */
   bool sensor;
 } kettle_state;
 
