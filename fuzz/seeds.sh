@@ -29,6 +29,7 @@ for file in "${configurations[@]}"; do
   name=$(basename "$file" .json)
   compact "$file" | seed Configuration "$name"
   compact "$file" | seed Lint "$name"
+  compact "$file" | seed Generate "$name"
 done
 number=0
 for packet in tests/golden/*.write.hex; do
