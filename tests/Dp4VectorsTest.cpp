@@ -168,6 +168,14 @@ TEST(Vectors, NotifyOfRawValuesThatNoNumberIsWrittenAs) {
   EXPECT_EQ(WriteJson(vectors["notifications"][4]["values"]), R"({"level":1000000000})");
 }
 
+// A fuzzer found that these were no JSON.
+TEST(Vectors, TellInfiniteNumbersAsText) {
+  const std::string infinite =
+      Attribute("level", "status_readonly", "uint8", Bytes(0, 1), Scaling("1", "9", "\"inf\"", "0"));
+  const Json::Value vectors = VectorsOf(ParseJson(Configuration(infinite)));
+  EXPECT_EQ(WriteJson(vectors["notifications"][0]["values"]), R"({"level":"inf"})");
+}
+
 TEST(Vectors, NameThePlaceThatCannotBeWritten) {
   const Json::Value vectors =
       VectorsOf(ParseJson(Configuration(Attribute("on", "status_writable", "bool", Bytes(0, 1)))));

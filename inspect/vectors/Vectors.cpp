@@ -271,7 +271,10 @@ class VectorMaker {
       if (text.empty()) continue;
       const byte* first = payload + field.bits.FirstByte();
       const bool isBinary = IsBinary(*field.attribute);
-      if (isBinary) text = InQuotes(text);
+      // JSON has no infinite numbers.
+      const bool isText =
+          isBinary || (IsNumber(*field.attribute) && !std::isfinite(std::strtod(text.c_str(), nullptr)));
+      if (isText) text = InQuotes(text);
       vector.values.push_back(
           {&field, result.raw, isBinary ? Bytes(first, first + BinaryBytes(field)) : Bytes(), text});
     }

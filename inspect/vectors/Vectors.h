@@ -19,7 +19,7 @@ struct VectorValue {
   const Field* field;
   uint64_t raw = 0;   // of a bool, enum or number
   Bytes bytes;        // of a binary
-  std::string value;  // as JSON text, in user units; an enum's index, a binary's base64
+  std::string value;  // as JSON text, in user units; an enum's index, a binary's base64; "inf" or "nan" in quotes
 };
 
 // A write and what it writes.

@@ -16,7 +16,7 @@ int main(int count, char** arguments) {
   if (count != 4) return 2;
   void* library = dlopen(arguments[1], RTLD_NOW);
   if (library == nullptr) {
-    std::fprintf(stderr, "%s\n", dlerror());
+    static_cast<void>(std::fprintf(stderr, "%s\n", dlerror()));
     return 2;
   }
   const auto* devices = static_cast<const compiled_device* const*>(dlsym(library, "compiled_devices"));

@@ -191,6 +191,6 @@ int main(int count, char** arguments) try {
   folder.Finish();
   return 0;
 } catch (const std::exception& error) {
-  std::fprintf(stderr, "firmware_products: %s\n", error.what());
+  static_cast<void>(std::fprintf(stderr, "firmware_products: %s\n", error.what()));
   return 1;
 }

@@ -108,13 +108,16 @@ std::vector<Candidate> ArgumentsOf(const CLI::App& command, std::vector<std::str
 
 // What fits in place of the last word after the name of a command, which may have commands of its own.
 std::vector<Candidate> CandidatesOf(const CLI::App& app, const std::vector<std::string>& words) {
-  const std::vector<const CLI::App*> commands = app.get_subcommands(nullptr);
-  if (commands.empty()) return ArgumentsOf(app, words);
-  if (words.size() < 2) return CommandsOf(app);
-  for (const CLI::App* command : commands) {
-    if (command->get_name() == words[0]) return CandidatesOf(*command, {words.begin() + 1, words.end()});
+  const CLI::App* command = &app;
+  for (size_t next = 0;; ++next) {
+    const std::vector<const CLI::App*> commands = command->get_subcommands(nullptr);
+    if (commands.empty()) return ArgumentsOf(*command, {words.begin() + static_cast<ptrdiff_t>(next), words.end()});
+    if (words.size() < next + 2) return CommandsOf(*command);
+    const auto isNamed = [&](const CLI::App* one) { return one->get_name() == words[next]; };
+    const auto found = std::find_if(commands.begin(), commands.end(), isNamed);
+    if (found == commands.end()) return {};
+    command = *found;
   }
-  return {};
 }
 
 }  // namespace
