@@ -29,12 +29,18 @@ for file in "${configurations[@]}"; do
   name=$(basename "$file" .json)
   compact "$file" | seed Configuration "$name"
   compact "$file" | seed Lint "$name"
+  compact "$file" | seed Generate "$name"
 done
 for old in tests/compare/*.old.json; do
   new=${old%.old.json}.new.json
   { compact "$old" && raw 0 && compact "$new"; } | seed Compare "$(basename "$old" .old.json)"
 done
 number=0
+for packet in tests/golden/*.write.hex; do
+  for ((choice = 0; choice < choices - 1; ++choice)); do
+    { raw $choice && unhex "$packet"; } | seed Firmware "$choice.$(basename "$packet" .hex)"
+  done
+done
 for packet in examples/*.hex; do
   name=$(basename "$packet" .notify.hex)
   for ((choice = 0; choice < choices; ++choice)); do

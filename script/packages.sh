@@ -2,7 +2,7 @@
 
 # Debian packages for: the libraries and examples; the tool as well; the tests as well.
 build_packages=(g++ cmake make libjsoncpp-dev)
-tool_packages=("${build_packages[@]}" libcli11-dev libfmt-dev libre2-dev libutf8proc-dev
+tool_packages=("${build_packages[@]}" libcli11-dev libfmt-dev libmd-dev libre2-dev libutf8proc-dev
   nlohmann-json3-dev)
 test_packages=("${tool_packages[@]}" pkg-config libgtest-dev libgmock-dev locales)
 

@@ -319,14 +319,14 @@ TEST(CaptureCsv, HasAColumnForEachAttribute) {
   const ToolRun run =
       DecodeKettle({"--document", "csv", "--quiet"},
                    kPacket + "\n\n01 04 00 78\nx,\"y\n04 00 79 04 6f 00 00\n04 07 50 04 6f 02 00\n02\n");
-  EXPECT_EQ(run.out,
-            kHead +
-                "1,4,,1,2,85,92.4,1,0,1\r\n"
-                "3,1,,,,100,,,,\r\n"
-                "4,,\"expected a hexadecimal digit, found 'x'\",,,,,,,\r\n"
-                "5,4,\"\"\"target\"\" out-of-range: raw 121, expected 0 to 120\",0,0,,93.5,0,0,0\r\n"
-                "6,4,\"\"\"program\"\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2)\",1,,,,,,\r\n"
-                "7,2,,,,,,,,\r\n");
+  EXPECT_EQ(run.out, kHead +
+                         "1,4,,1,2,85,92.4,1,0,1\r\n"
+                         "3,1,,,,100,,,,\r\n"
+                         "4,,\"expected a hexadecimal digit, found 'x'\",,,,,,,\r\n"
+                         "5,4,\"\"\"target\"\" out-of-range: raw 121, expected 0 to 120\",0,0,,93.5,0,0,0\r\n"
+                         "6,4,\"\"\"program\"\" unreadable: Invalid enum value: 3, range: 0-3 (expected 0 to 2; the "
+                         "line's 3 counts the items)\",1,,,,,,\r\n"
+                         "7,2,,,,,,,,\r\n");
   EXPECT_EQ(run.exitCode, 1);
   EXPECT_EQ(Decoded({"--document", "csv"}, ""), kHead);
 }

@@ -25,11 +25,11 @@ TEST(CommandLine, NamesACommandThatThereIsNot) {
   ExpectUsageError(
       {"nonsense"},
       "dp4: no command is called \"nonsense\"; expected one of show, layout, lint, compare, encode, request, "
-      "decode, devices, completion, help\n");
+      "decode, vectors, generate, devices, completion, help\n");
   ExpectUsageError({"shw"}, "dp4: no command is called \"shw\"; did you mean \"show\"?\n");
   ExpectUsageError({"\x1b[2J"},
                    "dp4: no command is called \"\\x1b[2J\"; expected one of show, layout, lint, compare, encode, "
-                   "request, decode, devices, completion, help\n");
+                   "request, decode, vectors, generate, devices, completion, help\n");
 }
 
 TEST(CommandLine, EscapesArgumentsInMessages) {
@@ -134,6 +134,11 @@ TEST(Completion, DescribesWhatFits) {
   EXPECT_EQ(RunTool({"complete", "--", "lint", "--ro"}).out,
             "--roundtrip\talso encodes and decodes the limits and a middle value of every attribute\n");
   EXPECT_EQ(RunTool({"complete", "--", "lint", "--format=s"}).out, "--format=sarif\n");
+  EXPECT_EQ(RunTool({"complete", "--", "generate", "w"}).out,
+            "wireshark\tWrites NAME.lua, a dissector of all entities; NAME is the first one's name.\n");
+  EXPECT_EQ(RunTool({"complete", "--", "generate", "--"}).out, "--help\n");
+  EXPECT_EQ(RunTool({"complete", "--", "generate", "c", "--pre"}).out,
+            "--prefix\tbegins all names; without it the entity's name in lower case\n");
   EXPECT_EQ(RunTool({"complete", "--", "decode", ""}).out, "") << "files";
   EXPECT_EQ(RunTool({"complete", "--", "decode", "--entity", ""}).out, "") << "any text";
   EXPECT_EQ(RunTool({"complete", "--", "nonsense", "x"}).out, "");

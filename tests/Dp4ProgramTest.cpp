@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -183,7 +184,7 @@ const std::vector<std::string> kDecodeKettle = {"decode", "kettle.json"};
 
 TEST(Program, TellsWhenNothingCanBeWritten) {
   for (const std::vector<std::string>& arguments :
-       {std::vector<std::string>{"--help"}, {"show", "kettle.json"}, {"completion", "bash"}}) {
+       {std::vector<std::string>{"--help"}, {"show", "kettle.json"}, {"vectors", "kettle.json"}, {"completion", "bash"}}) {
     ExpectMessage(arguments, File("/dev/null"), File("/dev/full"), "dp4: standard output cannot be written\n");
   }
   ExpectMessage(kDecodeKettle, FileWith(KettleStream(100000)), File("/dev/full"),
@@ -198,6 +199,29 @@ TEST(Program, TellsWhenItsInputCannotBeRead) {
   const File writeOnly(open("/dev/null", O_WRONLY | O_CLOEXEC));
   ExpectMessage({"lint", "-"}, writeOnly, null, "dp4: standard input: cannot be read\n");
   ExpectMessage({"show", "/dev/zero"}, null, null, "dp4: /dev/zero: expected at most 67108864 bytes\n");
+}
+
+TEST(Program, TellsWhereNoFileCanBeWritten) {
+  const File null("/dev/null");
+  ExpectMessage({"generate", "c", "kettle.json", "--output", "/dev/null"}, null, null,
+                "dp4: /dev/null/kettle.h: cannot be written: Not a directory\n");
+}
+
+TEST(Program, GeneratesFromStandardInput) {
+  const std::string folder = "/tmp/dp4-test-" + std::to_string(getpid());
+  mkdir(folder.c_str(), 0700);
+  const File configuration(open(EXAMPLES_DIR "/kettle.json", O_RDONLY | O_CLOEXEC));
+  Pipe err;
+  Tool tool({"generate", "c", "-", "--output", folder}, configuration, File("/dev/null"), err.writer);
+  err.writer.Close();
+  EXPECT_EQ(err.reader.ReadUntil(""), "");
+  tool.ExpectExit(0);
+  for (const char* name : {"kettle.h", "kettle.c", "kettle_test.c"}) {
+    const std::string path = folder + "/" + name;
+    EXPECT_EQ(ReadFile(path), ReadFile(std::string(GOLDEN_DIR) + "/dp4/" + name));
+    unlink(path.c_str());
+  }
+  rmdir(folder.c_str());
 }
 
 TEST(Program, EndsQuietlyWhenItsReaderHasSeenEnough) {

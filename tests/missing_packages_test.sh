@@ -18,8 +18,8 @@ expect() {
   fi
 }
 
-declare -A packages=([CLI11]=libcli11-dev [fmt]=libfmt-dev [nlohmann_json]=nlohmann-json3-dev [Re2]=libre2-dev
-  [Utf8proc]=libutf8proc-dev)
+declare -A packages=([CLI11]=libcli11-dev [fmt]=libfmt-dev [Md]=libmd-dev [nlohmann_json]=nlohmann-json3-dev
+  [Re2]=libre2-dev [Utf8proc]=libutf8proc-dev)
 for library in "${!packages[@]}"; do
   expect succeeds "Leaving out the tool dp4. To build it, install the Debian packages: ${packages[$library]}" \
     -DMORVIX_BUILD_TESTS=OFF -DCMAKE_DISABLE_FIND_PACKAGE_"$library"=ON

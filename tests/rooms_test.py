@@ -20,6 +20,8 @@ ROOMS = [
     "inspect/layout",
     "inspect/lint",
     "inspect/compare",
+    "inspect/vectors",
+    "inspect/generate",
     "inspect/capture",
     "inspect/devices",
     "tools/dp4",

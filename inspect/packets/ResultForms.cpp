@@ -384,9 +384,9 @@ class Table : public ResultForm {
                          attribute.uint_spec.max);
     }
     if (!reading.IsTold(field)) {
-      return "not told: " + NameText(DocumentKey(*reading.culprit->attribute)) + " is unreadable";
+      return "not reported: " + NameText(DocumentKey(*reading.culprit->attribute)) + " is unreadable";
     }
-    if (IsReplacedIn(reading, field)) return "not told: another attribute of this name follows";
+    if (IsReplacedIn(reading, field)) return "not reported: another attribute of this name follows";
     return IsEnum(attribute) ? NameText(attribute.enumList.at(static_cast<size_t>(result.raw))) : "";
   }
 

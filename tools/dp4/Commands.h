@@ -10,8 +10,10 @@
 
 #include "Environment.h"
 #include "inspect/findings/Finding.h"
+#include "inspect/generate/Generate.h"
 #include "inspect/packets/Packet.h"
 #include "inspect/packets/ResultForms.h"
+#include "inspect/vectors/Vectors.h"
 
 namespace dp4 {
 
@@ -92,6 +94,25 @@ struct DecodeOptions : EntityOptions {
   bool quiet = false;             // no summary
 };
 int Decode(const DecodeOptions& options, Environment& environment);
+
+enum class VectorsForm { kJson, kC };
+
+struct VectorsOptions : EntityOptions {
+  VectorsForm format = VectorsForm::kJson;
+  morvix::inspect::VectorChoices choices;
+};
+int Vectors(const VectorsOptions& options, Environment& environment);
+
+struct GenerateOptions : EntityOptions {
+  std::string prefix;  // an identifier; empty for one made from the entity's name
+  std::string output;  // a folder; empty for the current one
+};
+int GenerateC(const GenerateOptions& options, Environment& environment);
+
+struct GenerateWiresharkOptions : GenerateOptions {
+  morvix::inspect::WiresharkChoices choices;
+};
+int GenerateWireshark(const GenerateWiresharkOptions& options, Environment& environment);
 
 struct DevicesOptions {
   std::string list;

@@ -65,7 +65,8 @@ std::vector<Candidate> CommandsOf(const CLI::App& app) {
   for (const CLI::App* command : app.get_subcommands(nullptr)) {
     if (!command->get_group().empty()) commands.push_back({command->get_name(), command->get_description()});
   }
-  for (const char* option : {"--help", "--version"}) commands.push_back({option, ""});
+  commands.push_back({"--help", ""});
+  if (app.get_parent() == nullptr) commands.push_back({"--version", ""});
   return commands;
 }
 
@@ -105,6 +106,20 @@ std::vector<Candidate> ArgumentsOf(const CLI::App& command, std::vector<std::str
   return candidates;
 }
 
+// What fits in place of the last word after the name of a command, which may have commands of its own.
+std::vector<Candidate> CandidatesOf(const CLI::App& app, const std::vector<std::string>& words) {
+  const CLI::App* command = &app;
+  for (size_t next = 0;; ++next) {
+    const std::vector<const CLI::App*> commands = command->get_subcommands(nullptr);
+    if (commands.empty()) return ArgumentsOf(*command, {words.begin() + static_cast<ptrdiff_t>(next), words.end()});
+    if (words.size() < next + 2) return CommandsOf(*command);
+    const auto isNamed = [&](const CLI::App* one) { return one->get_name() == words[next]; };
+    const auto found = std::find_if(commands.begin(), commands.end(), isNamed);
+    if (found == commands.end()) return {};
+    command = *found;
+  }
+}
+
 }  // namespace
 
 const char* CompletionScript(const std::string& shell) {
@@ -112,17 +127,9 @@ const char* CompletionScript(const std::string& shell) {
 }
 
 std::string Completions(const CLI::App& app, const std::vector<std::string>& words) {
-  std::vector<Candidate> candidates;
-  if (words.size() < 2) {
-    candidates = CommandsOf(app);
-  } else {
-    for (const CLI::App* command : app.get_subcommands(nullptr)) {
-      if (command->get_name() == words[0]) candidates = ArgumentsOf(*command, {words.begin() + 1, words.end()});
-    }
-  }
   const std::string& prefix = words.empty() ? std::string() : words.back();
   std::string lines;
-  for (const Candidate& candidate : candidates) {
+  for (const Candidate& candidate : CandidatesOf(app, words)) {
     const bool isFitting = prefix == "=" || candidate.text.compare(0, prefix.size(), prefix) == 0;
     if (!isFitting) continue;
     lines += candidate.text + (candidate.description.empty() ? "" : "\t" + candidate.description) + '\n';

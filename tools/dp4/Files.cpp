@@ -25,11 +25,16 @@ constexpr size_t kMaxFileBytes = size_t{1} << 26;
 
 std::string Reason() { return std::generic_category().message(errno != 0 ? errno : EIO); }
 
+std::string WithoutMark(std::string text) {
+  if (text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3);
+  return text;
+}
+
 }  // namespace
 
 std::string NameOfFile(const std::string& path) { return path == "-" ? "standard input" : path; }
 
-std::string ReadFile(const std::string& path, Environment& environment) {
+std::string ReadBytes(const std::string& path, Environment& environment) {
   const std::string name = Escaped(NameOfFile(path));
   errno = 0;
   std::ifstream file;
@@ -44,15 +49,28 @@ std::string ReadFile(const std::string& path, Environment& environment) {
   }
   if (path == "-" && in.bad()) throw InputError(name + ": cannot be read");
   if (path != "-" && (!file.is_open() || in.bad())) throw InputError(name + ": cannot be read: " + Reason());
-  if (text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3);
   return text;
 }
 
+std::string ReadFile(const std::string& path, Environment& environment) {
+  return WithoutMark(ReadBytes(path, environment));
+}
+
 json::Document ReadJsonFile(const std::string& path, Environment& environment) {
+  return ReadJson(path, ReadBytes(path, environment));
+}
+
+json::Document ReadJson(const std::string& path, const std::string& bytes) {
   json::SyntaxError error;
-  std::optional<json::Document> document = json::Document::Read(NameOfFile(path), ReadFile(path, environment), error);
+  std::optional<json::Document> document = json::Document::Read(NameOfFile(path), WithoutMark(bytes), error);
   if (document) return std::move(*document);
   throw InputError(json::PlaceName(NameOfFile(path), error.place) + ": not JSON: " + Escaped(error.message));
+}
+
+void UpdateFile(const std::string& path, const std::string& text, Environment& environment) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string old((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  if (!file.is_open() || old != text) WriteFile(path, text, environment);
 }
 
 void WriteFile(const std::string& path, const std::string& text, Environment& environment) {

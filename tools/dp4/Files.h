@@ -13,12 +13,21 @@ namespace dp4 {
 // A file in messages, not yet escaped: its path, or "standard input" for "-".
 std::string NameOfFile(const std::string& path);
 
-// The content of a file, or of standard input for "-", without a byte-order mark. Throws InputError when the file
-// cannot be read or is longer than 64 MiB.
+// The content of a file, or of standard input for "-". Throws InputError when the file cannot be read or is longer than
+// 64 MiB.
+std::string ReadBytes(const std::string& path, Environment& environment);
+
+// The same without a byte-order mark.
 std::string ReadFile(const std::string& path, Environment& environment);
 
 // Throws InputError when the file cannot be read or is not JSON: "NAME:LINE:COLUMN: not JSON: ...".
 morvix::inspect::json::Document ReadJsonFile(const std::string& path, Environment& environment);
+
+// The document of a file that holds these bytes. Throws InputError when they are not JSON.
+morvix::inspect::json::Document ReadJson(const std::string& path, const std::string& bytes);
+
+// Replaces a file unless it has this content already. Throws InputError.
+void UpdateFile(const std::string& path, const std::string& text, Environment& environment);
 
 // Replaces a file, or writes to standard output for "-". Throws InputError.
 void WriteFile(const std::string& path, const std::string& text, Environment& environment);

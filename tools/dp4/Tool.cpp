@@ -100,6 +100,7 @@ const Choices<FindingsForm> kFindingsForms = {
 const Choices<Severity> kSeverities = {
     {"error", Severity::kError}, {"warning", Severity::kWarning}, {"info", Severity::kInfo}};
 const Choices<DataForm> kDataForms = {{"text", DataForm::kText}, {"json", DataForm::kJson}, {"csv", DataForm::kCsv}};
+const Choices<VectorsForm> kVectorsForms = {{"json", VectorsForm::kJson}, {"c", VectorsForm::kC}};
 const Choices<DocumentForm> kDocumentForms = {{"flat", DocumentForm::kFlat},
                                               {"decoded", DocumentForm::kDecoded},
                                               {"table", DocumentForm::kTable},
@@ -158,6 +159,8 @@ class CommandLine {
     AddEncode();
     AddRequest();
     AddDecode();
+    AddVectors();
+    AddGenerate();
     AddDevices();
     AddCompletion();
     AddHelp();
@@ -199,14 +202,22 @@ class CommandLine {
     return command;
   }
 
+  void AddLog(CLI::App& command) {
+    command.add_flag("--log", isLogged_, "shows the protocol module's log lines on standard error");
+  }
+
+  static void AddEntity(CLI::App& command, const char* entityHelp, EntityOptions& options) {
+    command.add_option("--entity", options.entity, entityHelp)->type_name("NAME|ID")->check(kNotEmpty);
+  }
+
   // What most commands take.
   void AddShared(CLI::App& command, const char* entityHelp, EntityOptions& options) {
-    command.add_option("--entity", options.entity, entityHelp)->type_name("NAME|ID")->check(kNotEmpty);
+    AddEntity(command, entityHelp, options);
     AddLogAndColor(command, options.color);
   }
 
   void AddLogAndColor(CLI::App& command, bool& color) {
-    command.add_flag("--log", isLogged_, "shows the protocol module's log lines on standard error");
+    AddLog(command);
     color = environment_.hasColors;
     const auto chooseColor = [this, &color](const std::string& when) {
       color = when == "always" || (when == "auto" && environment_.hasColors);
@@ -218,11 +229,22 @@ class CommandLine {
         ->check(CLI::IsMember({"auto", "always", "never"}));
   }
 
-  void AddConfiguration(CLI::App& command, const char* entityHelp, EntityOptions& options) {
-    AddShared(command, entityHelp, options);
+  static void AddConfigurationFile(CLI::App& command, EntityOptions& options) {
     command.add_option("CONFIG", options.configuration, "product configuration (JSON); - for standard input")
         ->required()
         ->check(kNotEmpty);
+  }
+
+  void AddConfiguration(CLI::App& command, const char* entityHelp, EntityOptions& options) {
+    AddShared(command, entityHelp, options);
+    AddConfigurationFile(command, options);
+  }
+
+  // Of commands whose results are for programs, and never coloured.
+  void AddPlainConfiguration(CLI::App& command, const char* entityHelp, EntityOptions& options) {
+    AddEntity(command, entityHelp, options);
+    AddLog(command);
+    AddConfigurationFile(command, options);
   }
 
   static void AddSubDevice(CLI::App& command, std::optional<int32_t>& subDevice) {
@@ -369,6 +391,67 @@ class CommandLine {
     command.add_flag("--quiet", decode_.quiet, "no summary at the end of a stream");
   }
 
+  void AddVectors() {
+    CLI::App& command = Add("vectors", "Makes test vectors: values and the packets that stand for them.",
+                            "dp4 vectors kettle.json --random 100 > kettle.vectors.json");
+    command.callback([this] { exitCode_ = dp4::Vectors(vectors_, environment_); });
+    AddPlainConfiguration(command, kNeededEntity, vectors_);
+    AddChoice(command, "--format", kVectorsForms, vectors_.format)->type_name("FORMAT");
+    constexpr size_t kMostVectors = 1'000'000;
+    command.add_option("--random", vectors_.choices.random, "so many more writes and notifications of random values")
+        ->type_name("N")
+        ->check(CLI::Range(size_t{0}, kMostVectors).description(""));
+    command.add_option("--seed", vectors_.choices.seed, "the choice of the random values; 1 without it")
+        ->type_name("S");
+  }
+
+  void AddGenerate() {
+    CLI::App& command = Add("generate", "Writes source code that is made from a configuration.",
+                            "dp4 generate c kettle.json --output firmware/");
+    command.require_subcommand(1);
+    CLI::App& device = *command.add_subcommand("c",
+                                               "Writes PREFIX.h, PREFIX.c and PREFIX_test.c: the device's end of "
+                                               "one entity in C99.");
+    device.callback([this] { exitCode_ = GenerateC(generate_, environment_); });
+    AddPlainConfiguration(device, kNeededEntity, generate_);
+    device.add_option("--prefix", generate_.prefix, "begins all names; without it the entity's name in lower case")
+        ->type_name("NAME")
+        ->check(kNotEmpty);
+    AddOutputFolder(device, generate_.output);
+    AddWireshark(command);
+  }
+
+  void AddWireshark(CLI::App& generate) {
+    CLI::App& command = *generate.add_subcommand(
+        "wireshark", "Writes NAME.lua, a dissector of all entities; NAME is the first one's name.");
+    command.footer("Example:\n  dp4 generate wireshark kettle.json --udp 12416");
+    AddPlainConfiguration(command, kOneEntity, wireshark_);
+    AddOutputFolder(command, wireshark_.output);
+    WiresharkChoices& choices = wireshark_.choices;
+    const auto port = CLI::Range(1, 65535).description("");
+    auto* udp =
+        command.add_option("--udp", choices.udpPort, "the UDP port of the devices")->type_name("PORT")->check(port);
+    auto* tcp = command.add_option("--tcp", choices.tcpPort, "the TCP port of the devices, a packet a segment")
+                    ->type_name("PORT")
+                    ->check(port);
+    auto* dlt =
+        command.add_option("--dlt", choices.userDlt, "the user link type, 0 to 15, of captures of bare packets")
+            ->type_name("N")
+            ->check(CLI::Range(0, 15).description(""));
+    command.callback([this, udp, tcp, dlt] {
+      if (udp->count() + tcp->count() + dlt->count() == 0) {
+        throw CLI::RequiredError("One of --udp, --tcp and --dlt");
+      }
+      exitCode_ = GenerateWireshark(wireshark_, environment_);
+    });
+  }
+
+  static void AddOutputFolder(CLI::App& command, std::string& folder) {
+    command.add_option("--output", folder, "the folder of what is written; the current one without it")
+        ->type_name("DIR")
+        ->check(kNotEmpty);
+  }
+
   void AddDevices() {
     CLI::App& command = Add("devices", "Answers queries over a device list.",
                             "dp4 devices devices.json --protocol data-point --packet-version 0x4");
@@ -439,6 +522,9 @@ class CommandLine {
   EncodeOptions encode_;
   RequestOptions request_;
   DecodeOptions decode_;
+  VectorsOptions vectors_;
+  GenerateOptions generate_;
+  GenerateWiresharkOptions wireshark_;
   DevicesOptions devices_;
   std::string shell_;
   std::string helpOf_;
