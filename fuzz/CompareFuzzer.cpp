@@ -40,10 +40,10 @@ void CheckChange(const Change& change, const json::Document& before, const json:
 Json::Value Decoded(const json::Document& configuration) {
   const LogCapture silent;
   Json::Value documents;
-  for (const unsigned char filling : {0x00, 0xff, 0x5a}) {
+  for (const unsigned filling : {0x00U, 0xffU, 0x5aU}) {
     Json::Value& document = documents[filling];
     for (const Json::Value& entity : EntitiesOf(configuration)) {
-      std::vector<unsigned char> payload(64, filling);
+      std::vector<unsigned char> payload(64, static_cast<unsigned char>(filling));
       MorvixProtocolPackage_4_0 package;
       package.value = payload.data();
       package.sizeValue = payload.size();

@@ -108,7 +108,7 @@ class Comparison {
     const auto textOf = [](const Json::Value& value) {
       return value.isNull() ? "missing" : Shortened(Escaped(json::CompactText(value)), 60);
     };
-    ShownPacket shown;
+    ShownPacket shown = {{}, "no entity is usable"};
     for (const std::optional<EntityModel>& model : oldOnes_.models) {
       if (model && shown.bytes.empty()) shown = ShownZeros(*model);
     }

@@ -125,11 +125,9 @@ class Scanner {
       const char c = text_[at_];
       if (c == ' ' || c == '\n' || c == '\r' || c == '\t') {
         ++at_;
-      } else if (c != '/') {
-        break;
-      } else if (text_.compare(at_, 2, "//") == 0) {
+      } else if (c == '/' && text_.compare(at_, 2, "//") == 0) {
         SkipComment(std::min(text_.find('\n', at_), text_.size()));
-      } else if (text_.compare(at_, 2, "/*") == 0) {
+      } else if (c == '/' && text_.compare(at_, 2, "/*") == 0) {
         const size_t end = text_.find("*/", at_ + 2);
         SkipComment(end == std::string::npos ? text_.size() : end + 2);
       } else {
