@@ -1,5 +1,6 @@
 // The text of a configuration from which test vectors and code are made.
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -11,24 +12,29 @@ namespace {
 
 using namespace morvix::inspect;
 
-// Comments begin and end as they are meant to, and no lines are joined.
+// Comments and string literals begin and end as they are meant to, and no lines are joined.
 void CheckSource(const GeneratedFile& file) {
-  bool isInComment = false;
-  for (size_t at = 0; at + 1 < file.text.size(); ++at) {
-    const std::string two = file.text.substr(at, 2);
-    if (two == "/*") {
-      if (isInComment) fuzz::Fail("no comment begins in a comment", file.text.substr(at));
-      isInComment = true;
+  enum { kCode, kComment, kString } state = kCode;
+  for (size_t at = 0; at < file.text.size(); ++at) {
+    const auto begins = [&](const char* text) { return file.text.compare(at, std::strlen(text), text) == 0; };
+    if (begins("\\\n") || begins("?\?/")) fuzz::Fail("no line is joined with the next one", file.text.substr(at));
+    if (state == kString) {
+      if (begins("\n")) fuzz::Fail("string literals end in their line", file.text.substr(at));
+      if (begins("\"")) state = kCode;
+      if (begins("\\")) ++at;
+    } else if (begins("/*")) {
+      if (state == kComment) fuzz::Fail("no comment begins in a comment", file.text.substr(at));
+      state = kComment;
       ++at;
-    } else if (two == "*/") {
-      if (!isInComment) fuzz::Fail("only comments end", file.text.substr(at));
-      isInComment = false;
+    } else if (begins("*/")) {
+      if (state == kCode) fuzz::Fail("only comments end", file.text.substr(at));
+      state = kCode;
       ++at;
-    } else if (two == "\\\n" || file.text.compare(at, 3, "?\?/") == 0) {
-      fuzz::Fail("no line is joined with the next one", file.text.substr(at));
+    } else if (begins("\"") && state == kCode) {
+      state = kString;
     }
   }
-  if (isInComment) fuzz::Fail("comments end", file.text);
+  if (state != kCode) fuzz::Fail("comments and string literals end", file.text);
 }
 
 void CheckVectors(const EntityModel& entity) {
