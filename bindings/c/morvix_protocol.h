@@ -168,16 +168,16 @@ MORVIX_API morvix_status morvix_receive_many(const morvix_entity* entity, const 
                                              size_t count, morvix_bytes* lines);
 
 /**
- * Decodes many packets, given as for morvix_receive_many, into a table of numbers. values[a * count + i] is attribute a,
- * in the order of morvix_entity_describe, of packet i: 0 or 1 for bools, the index of enums, numbers in user units as
- * their text in the document reads; NaN where the document has no value, and for binaries. refused[i] is 1 for a packet
- * that is refused, otherwise 0. The caller provides both arrays, of (attributes * count) and of count elements; after a
- * failure they hold anything.
+ * Decodes many packets, given as for morvix_receive_many, into a table of numbers. values[a * count + i] is
+ * attribute a, in the order of morvix_entity_describe, of packet i: 0 or 1 for bools, the index of enums, numbers in
+ * user units as their text in the document reads; NaN where the document has no value, and for binaries. refused[i] is
+ * 1 for a packet that is refused, otherwise 0. The caller provides both arrays, of (attributes * count) and of count
+ * elements; after a failure they hold anything.
  *
  * MORVIX_BAD_INPUT: offsets that descend.
  */
-MORVIX_API morvix_status morvix_receive_table(const morvix_entity* entity, const uint8_t* packets, const size_t* offsets,
-                                              size_t count, double* values, uint8_t* refused);
+MORVIX_API morvix_status morvix_receive_table(const morvix_entity* entity, const uint8_t* packets,
+                                              const size_t* offsets, size_t count, double* values, uint8_t* refused);
 
 /**
  * Turns a receive document (a decoded document with the member "version": 4.0) into the application's document, with a
