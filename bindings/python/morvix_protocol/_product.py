@@ -4,12 +4,26 @@ from __future__ import annotations
 
 import base64
 import dataclasses
+import functools
 import itertools
 import json
 import math
 import numbers
 import os
-from typing import TYPE_CHECKING, Any, Dict, Iterable, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
+from typing import (
+    TYPE_CHECKING,
+    Any,
+    Callable,
+    Dict,
+    Iterable,
+    List,
+    Mapping,
+    NamedTuple,
+    Optional,
+    Sequence,
+    Tuple,
+    Union,
+)
 
 from ._native import ffi, lib
 
@@ -50,37 +64,37 @@ class Place:
 
 @dataclasses.dataclass(frozen=True)
 class Attribute:
-    """One attribute of an entity, as its configuration describes it.
+    """One attribute of an entity, as its configuration describes it. What means nothing for it is None.
 
-    Members that mean nothing for the attribute's type or group are None.
+    name          the key of its value in `Entity.encode` and `Message.values`
+    display_name  for people; the key of alerts and faults in documents
+    description   for people
+    id            as in the configuration
+    group         "status_writable", "status_readonly", "alert" or "fault"
+    type          "bool", "enum", "binary", "uint8", "uint16", "uint32" or "uint64"
+    flag          of writable attributes: the bit in the flag bitmap of a write
+    place         where it lies in a payload of all attributes
+    write_place   where it lies in the payload of a write, if that is another place
+    min, max      of numbers: the smallest and largest raw value
+    ratio         of numbers: the value in user units is raw * ratio + addition
+    addition      of numbers: see ratio
+    items         of enums: the texts of their values 0, 1, ...
     """
 
     name: str
-    """The key of its value in `Entity.encode` and `Message.values`."""
     display_name: str
-    """For people; the key of alerts and faults in documents."""
     description: str
     id: int
     group: str
-    """"status_writable", "status_readonly", "alert" or "fault"."""
     type: str
-    """"bool", "enum", "binary", "uint8", "uint16", "uint32" or "uint64"."""
     flag: Optional[int] = None
-    """Of writable attributes: the bit in the flag bitmap of a write."""
     place: Optional[Place] = None
-    """Where it lies in a payload of all attributes."""
     write_place: Optional[Place] = None
-    """Where it lies in the payload of a write, if that is another place."""
     min: Optional[int] = None
-    """Of numbers: the smallest raw value."""
     max: Optional[int] = None
-    """Of numbers: the largest raw value."""
     ratio: Optional[float] = None
-    """Of numbers: the value in user units is raw * ratio + addition."""
     addition: Optional[float] = None
-    """Of numbers: see `ratio`."""
     items: Optional[Tuple[str, ...]] = None
-    """Of enums: the texts of its values 0, 1, ..."""
 
     @property
     def is_integral(self) -> bool:
@@ -120,41 +134,51 @@ class Attribute:
 
 @dataclasses.dataclass(frozen=True)
 class Dropped:
-    """An element of a configuration's "attrs" that the protocol module drops."""
+    """An element of a configuration's "attrs" that the protocol module drops.
+
+    index   its place in "attrs", from 0
+    member  the member for which it is dropped
+    name    its name, if it has one
+    """
 
     index: int
     member: str
-    """The member for which it is dropped."""
     name: Optional[str] = None
 
 
 class Active(NamedTuple):
-    """An alert or fault that is active now."""
+    """An alert or fault that is active now: its display name and its value, which is never 0 (1 for bools)."""
 
     name: str
-    """Its display name."""
     value: int
-    """Never 0; 1 for bools."""
 
 
 @dataclasses.dataclass(frozen=True)
 class Message:
-    """A received packet, decoded."""
+    """A received packet, decoded.
+
+    command   3 for a read response, 4 for a notification
+    values    by attribute name, of all groups: bools are bool; enums the text of their item, or its index; binaries
+              bytes; numbers in user units, int where ratio and addition are whole, otherwise float. Attributes that
+              the packet does not hold, and numbers out of their range, are missing.
+    alerts    the alerts that are active
+    faults    the faults that are active
+    document  the decoded document of the protocol module, {entity: {key: {"type": ..., "value": ...}}}
+    warnings  what the protocol module has to say about the packet
+    """
 
     command: int
-    """3 for a read response, 4 for a notification."""
     values: Dict[str, Value]
-    """By attribute name, of all groups. Attributes that the packet does not hold, or whose number is out of its range,
-    are missing. Bools are bool, enums the item's text (or its index), binaries bytes, numbers in user units: int where
-    ratio and addition are whole, otherwise float."""
     alerts: Tuple[Active, ...]
-    """The alerts that are active."""
     faults: Tuple[Active, ...]
-    """The faults that are active."""
-    document: Dict[str, Any]
-    """The decoded document of the protocol module."""
     warnings: Tuple[str, ...]
-    """What the protocol module has to say about the packet."""
+    _entity: Entity = dataclasses.field(repr=False, compare=False)
+    _packet: bytes = dataclasses.field(repr=False, compare=False)
+
+    @functools.cached_property
+    def document(self) -> Dict[str, Any]:
+        """The decoded document as the protocol module gives it; decoded when it is first asked for."""
+        return self._entity._document(self._packet)
 
 
 def _take(result: Any) -> bytes:
@@ -327,8 +351,11 @@ class Entity:
             Dropped(each["index"], each["member"], each.get("name")) for each in description["dropped"]
         )
         self._writable = {each.name: each for each in self._attributes if each.flag is not None}
-        self._keys = [
-            (each, each.display_name if each.group in ("alert", "fault") else each.name) for each in self._attributes
+        self._converters = [[(each.name, _converter(each, items)) for each in self._attributes] for items in (False, True)]
+        self._binary_keys = [
+            (each.name, each.display_name if each.group in ("alert", "fault") else each.name)
+            for each in self._attributes
+            if each.type == "binary"
         ]
 
     def __repr__(self) -> str:
@@ -451,39 +478,53 @@ class Entity:
         Raises DecodeError when it is not a read response (3) or notification (4) of 2 to 16385 bytes.
         """
         data = _bytes_of(packet)
-        result = ffi.new("morvix_bytes *")
-        message = ffi.new("char **")
-        status = lib.morvix_decode(self._entity, data, len(data), result, message)
-        warnings = _check(status, message, DecodeError)
-        document = json.loads(_take(result))
-        _, alerts, faults = self.receive(data)
-        found = document.get(self._name, {})
-        values = {}
-        for attribute, key in self._keys:
-            item = found.get(key)
-            if item is not None:
-                values[attribute.name] = self._value(attribute, item["value"], items)
+        _, active, warnings = self._receive(data)
         return Message(
             command=data[0],
-            values=values,
-            alerts=tuple(alerts),
-            faults=tuple(faults),
-            document=document,
+            values=self._values(data, items),
+            alerts=active[0],
+            faults=active[1],
             warnings=tuple(warnings.splitlines()),
+            _entity=self,
+            _packet=data,
         )
 
-    @staticmethod
-    def _value(attribute: Attribute, value: Union[bool, str], items: bool) -> Value:
-        """A value of the decoded document as Python has it."""
-        if isinstance(value, bool):
-            return value
-        if attribute.type == "enum":
-            index = int(value)
-            known = attribute.items or ()
-            return known[index] if items and index < len(known) else index
-        if attribute.type == "binary":
-            return base64.b64decode(value)
-        return int(value) if attribute.is_integral and "." not in value else float(value)
+    def _document(self, data: bytes) -> Dict[str, Any]:
+        """The decoded document of a packet."""
+        result = ffi.new("morvix_bytes *")
+        message = ffi.new("char **")
+        _check(lib.morvix_decode(self._entity, data, len(data), result, message), message, DecodeError)
+        document: Dict[str, Any] = json.loads(_take(result))
+        return document
+
+    def _values(self, data: bytes, items: bool) -> Dict[str, Value]:
+        """The values of a packet that is not refused."""
+        row = ffi.new("double[]", len(self._attributes))
+        offsets = ffi.new("size_t[]", (0, len(data)))
+        status = lib.morvix_receive_table(self._entity, data, offsets, 1, row, ffi.new("uint8_t *"))
+        _check(status, ffi.new("char **"), DecodeError)
+        values: Dict[str, Value] = {}
+        for (name, convert), number in zip(self._converters[items], row):
+            if number == number:  # not NaN
+                values[name] = convert(number)
+        if self._binary_keys:
+            found = self._document(data).get(self._name, {})
+            for name, key in self._binary_keys:
+                if key in found:
+                    values[name] = base64.b64decode(found[key]["value"])
+        return values
+
+    def _receive(self, data: bytes) -> Tuple[bytes, Tuple[Tuple[Active, ...], Tuple[Active, ...]], str]:
+        """The application's document, the active alerts and faults, and the warnings of a packet."""
+        document = ffi.new("morvix_bytes *")
+        active = ffi.new("morvix_bytes *")
+        message = ffi.new("char **")
+        status = lib.morvix_receive(self._entity, data, len(data), document, active, message)
+        warnings = _check(status, message, DecodeError)
+        text = _take(document)
+        lists = json.loads(_take(active))
+        alerts, faults = (tuple([Active(**each) for each in lists[name]]) for name in ("alerts", "faults"))
+        return text, (alerts, faults), warnings
 
     def receive(self, packet: Buffer) -> Tuple[str, List[Active], List[Active]]:
         """What an application is given of a received packet, as the protocol module gives it: the text of the
@@ -491,16 +532,8 @@ class Entity:
 
         Raises DecodeError when it is not a read response (3) or notification (4) of 2 to 16385 bytes.
         """
-        data = _bytes_of(packet)
-        document = ffi.new("morvix_bytes *")
-        active = ffi.new("morvix_bytes *")
-        message = ffi.new("char **")
-        status = lib.morvix_receive(self._entity, data, len(data), document, active, message)
-        _check(status, message, DecodeError)
-        text = _take(document).decode("utf-8")
-        lists = json.loads(_take(active))
-        alerts, faults = ([Active(**each) for each in lists[name]] for name in ("alerts", "faults"))
-        return text, alerts, faults
+        text, (alerts, faults), _ = self._receive(_bytes_of(packet))
+        return text.decode("utf-8"), list(alerts), list(faults)
 
     def to_frame(
         self, packets: Iterable[Buffer], times: Optional[Sequence[Any]] = None, items: bool = True
@@ -563,6 +596,16 @@ class Entity:
                 value = values.get(self._attributes[i].name)
                 column.append(value if isinstance(value, bytes) else None)
         return binaries
+
+
+def _converter(attribute: Attribute, items: bool) -> Callable[[float], Value]:
+    """What makes a value of a number in the table of the C interface."""
+    if attribute.type == "bool":
+        return bool
+    if attribute.type == "enum" and items and attribute.items is not None:
+        known = attribute.items
+        return lambda index: known[int(index)]
+    return int if attribute.type == "enum" or attribute.is_integral else float
 
 
 def _entity_of(product: Product, name: str) -> Entity:
