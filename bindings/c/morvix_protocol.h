@@ -24,7 +24,8 @@
  * bytes that are not UTF-8 and text that is not JSON are MORVIX_BAD_INPUT. JSON that is returned is compact ASCII.
  *
  * **Memory.** What is returned is released with morvix_free, entities with morvix_entity_close. Inputs are only read,
- * and only during the call.
+ * and only during the call. When there is not enough memory to read a number with a fractional part, the JSON reader
+ * takes it for malformed: then the call ends with MORVIX_BAD_INPUT instead of MORVIX_NO_MEMORY.
  *
  * **Threads.** Every function may be called on any thread at any time. An entity never changes after it was opened, so
  * any number of threads may use it at once; close it when none does.
