@@ -1,5 +1,5 @@
-// What no implementation that hands over Json::Value documents can avoid: the layout is known beforehand as a table of
-// shifts and masks, nothing is checked, and documents are read and built with JsonCpp at its cheapest. The names of
+// The minimum cost of any implementation with Json::Value documents: the layout is a prepared table of shifts and
+// masks, nothing is checked, and JsonCpp is used in its cheapest way. The names of
 // attributes are known at run time only, so documents own them; "type" and "value" are static.
 
 #ifndef MORVIX_BENCH_FLOOR_H
@@ -7,7 +7,7 @@
 
 #include "Workload.h"
 
-// Both buffers come from the C heap, as the module hands them over.
+// Both buffers come from the C heap, as in the module.
 struct FloorPackage {
   byte* flags = nullptr;
   byte* value = nullptr;
@@ -16,10 +16,10 @@ struct FloorPackage {
 FloorPackage FloorEncode(const Workload& workload);
 void FloorDecode(const Workload& workload, Json::Value& document);
 
-// One walk over the configuration that looks at each member once, at its name and its value.
+// Visits each member of the configuration once, its name and its value.
 size_t FloorConfig(const Json::Value& configuration);
 
-// Parses the text and writes it out again.
+// Parses the text and serializes it again.
 std::string FloorConvert(const std::string& text);
 
 // One walk over a list of alerts or faults; gives the number of those that are true.

@@ -32,7 +32,7 @@ void Release(byte* flags, byte* value) {
 std::string WriteText(const Json::Value& value) { return Json::FastWriter().write(value); }
 #pragma GCC diagnostic pop
 
-// As a host would that reads many documents: with one reader, without comments.
+// Like a host that reads many documents: with one reader, without comments.
 Json::Value ReadText(const std::string& text) {
   static const std::unique_ptr<Json::CharReader> reader = [] {
     Json::CharReaderBuilder builder;
@@ -89,7 +89,7 @@ Received Receive(const Workload& workload, bool parsedOnce) {
   return received;
 }
 
-// Into a buffer that the host keeps for its packets.
+// Packs into a buffer that the host reuses.
 size_t TextToBytes(const Workload& workload, std::vector<byte>& packet) {
   const MorvixProtocolPackage_4_0 package = Encode(workload, true, ReadText(workload.valuesText));
   const size_t size = ProtocolPackPackage_4_0(package, packet.data(), packet.size() - 4);

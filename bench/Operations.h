@@ -1,4 +1,4 @@
-// The operations that are measured, by name. The benchmark program times them, the instruction counter counts them.
+// The measured operations, by name. One program measures their time, another counts their instructions.
 
 #ifndef MORVIX_BENCH_OPERATIONS_H
 #define MORVIX_BENCH_OPERATIONS_H

@@ -1,4 +1,4 @@
-// Generated products of any size, with values to write and a packet to receive: what every measurement works on.
+// Generated products of any size, with values to write and a packet to receive, for all measurements.
 
 #ifndef MORVIX_BENCH_WORKLOAD_H
 #define MORVIX_BENCH_WORKLOAD_H
@@ -10,7 +10,7 @@
 
 #include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.h"
 
-// Where one attribute lies and how it is scaled, for code that knows the layout beforehand.
+// The place and scaling of an attribute, for code that knows the layout in advance.
 struct Field {
   enum class Kind { kBool, kEnum, kNumber, kBinary };
   std::string key;  // in the decoded document
@@ -26,7 +26,7 @@ struct Field {
 };
 
 // Of ten attributes three are bools, one is an enum, four are numbers of 8 to 32 bits (half of them with a fractional
-// scaling), one is an alert and one a fault. For every twenty there is a 16-byte binary on top.
+// scaling), one is an alert and one a fault. For every twenty there is an additional 16-byte binary.
 struct Workload {
   explicit Workload(size_t attributeCount);
 

@@ -1,8 +1,8 @@
-// What hostile input costs: runs one operation on an input that was made to be expensive, inside MeasuredCalls for
-// callgrind to count, on a thread with a small stack.
+// Measures the cost of hostile input: runs one operation on an expensive input, inside MeasuredCalls, which callgrind
+// counts, on a thread with a small stack.
 //   bounds SCENARIO SIZE
-// Prints the units that the input has and the bytes of heap that the operation had at its peak. Without arguments lists
-// the scenarios, each with its unit and two sizes.
+// Prints the number of units of the input and the operation's peak heap in bytes. Without arguments it lists the
+// scenarios, each with its unit and two sizes.
 
 #include <json/reader.h>
 #include <json/writer.h>
@@ -24,12 +24,12 @@
 
 namespace {
 
-// The stack that every operation has to do with, whatever its input. Only JsonCpp's reader and writer need more, for
-// texts that are nested as deeply as the reader lets them be.
+// The stack that is enough for every operation, whatever its input. Only JsonCpp's reader and writer need more, for
+// documents nested as deeply as the reader allows.
 constexpr size_t kStackBytes = size_t{64} * 1024;
 constexpr size_t kNestedStackBytes = size_t{384} * 1024;
 constexpr size_t kNestedCopyStackBytes = size_t{128} * 1024;  // to copy such a value
-constexpr size_t kDeepest = 900;                              // nearly as deep as the reader lets texts be
+constexpr size_t kDeepest = 900;                              // nearly the reader's limit
 
 size_t heapBytes = 0;
 size_t heapPeak = 0;
@@ -64,10 +64,10 @@ void free(void* memory) {
 
 namespace {
 
-// Whether the operation did what the scenario is about.
+// Whether the operation had the scenario's expected result.
 using Run = std::function<bool()>;
 
-// An input of so many units, and what is done with it.
+// An input with its number of units, and the operation on it.
 struct Input {
   size_t units;
   Run run;
@@ -154,7 +154,7 @@ Input DecodeOverlappingBinaries(size_t count) {
           }};
 }
 
-// The items of an enum are handed on to every attribute after it.
+// Every attribute after an enum inherits its items.
 Input ParseInheritedItems(size_t size) {
   Json::Value entity = MakeEntity();
   entity["attrs"].append(MakeAttribute(0, "status_readonly", "enum", 0, 1));
@@ -168,7 +168,7 @@ Input ParseInheritedItems(size_t size) {
           }};
 }
 
-// Attributes that the parser drops, with a line of the log for each.
+// Attributes that the parser drops, with a log line for each.
 Input ParseDroppedAttributes(size_t count) {
   Json::Value entity = MakeEntity();
   for (size_t i = 0; i < count; ++i) {
@@ -182,7 +182,7 @@ Input ParseDroppedAttributes(size_t count) {
           }};
 }
 
-// One small configuration asks for a long payload.
+// A small configuration that needs a long payload.
 Input EncodeFarField(size_t byteOffset) {
   Json::Value entity = MakeEntity();
   entity["attrs"].append(MakeAttribute(0, "status_writable", "uint8", byteOffset, 1));
@@ -197,7 +197,7 @@ Input EncodeFarField(size_t byteOffset) {
           }};
 }
 
-// A number of so many digits, and members that no attribute has.
+// A number with many digits, and members that do not belong to an attribute.
 Input EncodeLongNumbers(size_t digits) {
   Json::Value entity = MakeEntity();
   entity["attrs"].append(MakeAttribute(0, "status_writable", "uint8", 0, 1));
@@ -230,7 +230,7 @@ Input ConvertManyAlerts(size_t count) {
   return ConvertText(text + "}}");
 }
 
-// Arrays in each other, side by side, each as deep as the reader lets it be.
+// Nested arrays side by side, each as deep as the reader allows.
 Input ConvertNested(size_t count) {
   std::string text = "{\"version\":4.0,\"e\":[";
   for (size_t i = 0; i < count; ++i) {

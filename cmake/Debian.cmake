@@ -1,5 +1,5 @@
 # `cpack -G DEB` makes two packages: libmorvix-protocol-dev with headers and libraries, and dp4, the tool. The same source
-# and SOURCE_DATE_EPOCH give the same packages. Who distributes them says what these two should be:
+# and SOURCE_DATE_EPOCH give the same packages. The distributor sets these two:
 set(MORVIX_MAINTAINER "Unknown maintainer <maintainer@example.org>" CACHE STRING
     "Maintainer of the Debian packages, as Name <address>")
 set(MORVIX_COPYRIGHT_FILE "" CACHE FILEPATH "Copyright file of the Debian packages")

@@ -1,5 +1,5 @@
-# CPack runs this on the files of each Debian package before it packs them: what every package has under share/doc, and
-# compressed manual pages.
+# CPack runs this on the files of each Debian package before packing: it adds the usual files under share/doc and
+# compresses the manual pages.
 find_program(GZIP gzip REQUIRED)
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 

@@ -1,4 +1,4 @@
-# Finds GoogleTest together with GoogleMock, which distributions may package apart.
+# Finds GoogleTest and GoogleMock, which distributions may package separately.
 find_package(GTest QUIET)
 if(TARGET GTest::gmock_main)
   set(GMOCK_LIBRARY GTest::gmock_main)

@@ -1,4 +1,4 @@
-# Makes the target Utf8proc::Utf8proc. The library brings no CMake package of its own.
+# Defines the target Utf8proc::Utf8proc. The library does not install a CMake package.
 find_path(UTF8PROC_INCLUDE_DIR utf8proc.h)
 find_library(UTF8PROC_LIBRARY utf8proc)
 mark_as_advanced(UTF8PROC_INCLUDE_DIR UTF8PROC_LIBRARY)

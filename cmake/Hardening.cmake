@@ -1,5 +1,5 @@
-# Release builds are hardened: overflows of stack buffers and of buffers known to the C library end the program, and its
-# relocations and addresses are out of an attacker's reach. Consumers of the library are not held to any of it.
+# Release builds are hardened: overflows of stack buffers and of buffers known to the C library end the program,
+# relocations are read-only, and code is position-independent. Consumers of the library do not inherit these flags.
 option(MORVIX_HARDENING "Harden release builds of the library, the tool and the examples" ON)
 
 include(CheckCXXCompilerFlag)
@@ -22,7 +22,7 @@ function(morvix_harden target)
     return()
   endif()
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-  # Some compilers define a level of their own, which has to go first.
+  # Some compilers predefine a level, which has to be undefined first.
   target_compile_options(${target} PRIVATE "$<${isHardened}:${hardeningFlags};-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
   get_target_property(type ${target} TYPE)
   if(NOT type STREQUAL STATIC_LIBRARY AND NOT APPLE AND NOT WIN32)

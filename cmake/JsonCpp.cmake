@@ -1,5 +1,5 @@
-# Makes the target JsonCpp::JsonCpp. Serves this project and the installed package alike; the package of JsonCpp 1.9.5
-# cannot be looked up twice in one scope, hence the guard.
+# Defines the target JsonCpp::JsonCpp, for this project and for the installed package. The guard is needed because the
+# CMake package of JsonCpp 1.9.5 cannot be found twice in one scope.
 if(NOT TARGET JsonCpp::JsonCpp)
   find_package(jsoncpp CONFIG REQUIRED)
   # Writers before 1.8.4 print the real number 4.0 as 4, so the version of a receive document would be lost.

@@ -1,7 +1,7 @@
-# Builds what needs further libraries where they are installed.
+# Decides whether to build the parts that need additional libraries.
 #
-# morvix_wanted(<result> <option> <what> [<package> <Debian package>]...) sets <result> to whether <what> is built. The
-# option OFF leaves it out. AUTO leaves it out, with a message, if a package is missing. ON fails then.
+# morvix_wanted(<result> <option> <what> [<package> <Debian package>]...) sets <result> to whether <what> is built. OFF
+# leaves it out. If a package is missing, AUTO leaves it out with a message, and ON fails.
 function(morvix_wanted result option what)
   set(${result} OFF PARENT_SCOPE)
   if(NOT ${option})

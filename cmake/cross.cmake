@@ -1,6 +1,6 @@
-# Toolchain of Debian's cross compilers, with the emulator that runs what they make; script/test-cross uses it.
+# Toolchain file for Debian's cross compilers, with an emulator for the programs they build; used by script/test-cross.
 #   cmake --toolchain cmake/cross.cmake -DMORVIX_CROSS_ARCH=s390x ...
-# The architecture is Debian's name of it: armhf, arm64 or s390x.
+# MORVIX_CROSS_ARCH is Debian's name of the architecture: armhf, arm64 or s390x.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES MORVIX_CROSS_ARCH)
 if(MORVIX_CROSS_ARCH STREQUAL armhf)
   set(CMAKE_SYSTEM_PROCESSOR arm)
@@ -17,6 +17,6 @@ endif()
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${CMAKE_SYSTEM_PROCESSOR})
-# Products and sums may be fused, as they are by a compiler that is not held to standard C++. The notes that go tell of
-# compilers before g++ 7, with which nothing here is mixed.
+# Allows fused multiply-add, which compilers use outside of strict standard mode. Also disables notes about the ABI of
+# compilers before g++ 7, which are not used here.
 set(CMAKE_CXX_FLAGS_INIT "-ffp-contract=fast -Wno-psabi")

@@ -104,7 +104,7 @@ void PrintLine(std::string line) {
   std::cout << line << '\n';
 }
 
-// Prints a label, and the text behind it broken at blanks or after commas so that it fits the columns.
+// Prints a label and the text after it, wrapped at blanks or after commas to fit the columns.
 void PrintLabelled(const std::string& label, std::string text) {
   const size_t indent = 12;
   std::string start = "  " + label;

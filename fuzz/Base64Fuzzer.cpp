@@ -1,5 +1,5 @@
-// Base64 both ways: the input is bytes to encode, and text to decode. Its first two bytes choose a capacity around what
-// that takes.
+// Base64 in both directions: the input is encoded as bytes and decoded as text. Its first two bytes choose a capacity
+// near the required size.
 
 #include <algorithm>
 #include <string>
@@ -40,9 +40,9 @@ void CheckBytes(const fuzz::Bytes& bytes, size_t capacity) {
   const std::string text = Encoded(bytes, needed);
   fuzz::ExpectEqual(text, model::Base64Text(bytes), "the text is the model's");
   fuzz::ExpectEqual(Decoded(text, bytes.size()), bytes, "decoding gives what was encoded");
-  fuzz::ExpectEqual(Decoded(text, bytes.size() + capacity), bytes, "with more capacity there is no more");
-  fuzz::ExpectEqual(Encoded(bytes, capacity), capacity < needed ? std::string() : text, "a text is whole or empty");
-  fuzz::ExpectEqual(Encoded(bytes, needed - 1), std::string(), "a text has room for its NUL too");
+  fuzz::ExpectEqual(Decoded(text, bytes.size() + capacity), bytes, "more capacity does not change the result");
+  fuzz::ExpectEqual(Encoded(bytes, capacity), capacity < needed ? std::string() : text, "text is complete or empty");
+  fuzz::ExpectEqual(Encoded(bytes, needed - 1), std::string(), "text needs room for its NUL");
 }
 
 void CheckText(const std::string& text, size_t capacity) {
@@ -53,7 +53,7 @@ void CheckText(const std::string& text, size_t capacity) {
                     "a smaller capacity gives the first bytes");
   std::string spaced;
   for (const char c : text) spaced += std::string(1, c) + " \t\n\v\f\r"[spaced.size() % 6];
-  fuzz::ExpectEqual(Decoded(spaced, text.size()), whole, "white space is passed over");
+  fuzz::ExpectEqual(Decoded(spaced, text.size()), whole, "white space is ignored");
   fuzz::ExpectEqual(Decoded(Encoded(whole, 2 * whole.size() + 9), whole.size()), whole, "bytes come back through text");
 }
 

@@ -21,7 +21,7 @@ constexpr size_t kMostLines = 64;
 const std::string kHexDigits = "0123456789abcdefABCDEF";
 const std::string kBlanks = " \t\r\n\v\f";
 
-// Gives a text in pieces, as a pipe does.
+// Delivers text in pieces, as a pipe does.
 class PipeBuffer : public std::streambuf {
  public:
   PipeBuffer(const std::string& text, size_t pieceBytes) : text_(text), pieceBytes_(pieceBytes) {}
@@ -87,7 +87,7 @@ void CheckError(const inspect::HexError& error, const std::string& text) {
   }
 }
 
-// Text for text, the packet's forms say the same.
+// All text forms of a packet agree.
 void CheckForms(const fuzz::Bytes& bytes) {
   fuzz::Bytes again;
   inspect::HexError error;
@@ -149,7 +149,7 @@ bool CheckHex(const std::string& text, fuzz::Bytes& bytes) {
   return true;
 }
 
-// Without the texts in it, JSON has few characters.
+// Outside of strings, JSON uses few characters.
 bool IsPlainBetweenTexts(const std::string& json) {
   bool isInText = false;
   for (size_t i = 0; i < json.size(); ++i) {
@@ -164,7 +164,7 @@ bool IsPlainBetweenTexts(const std::string& json) {
   return !isInText;
 }
 
-// What a line of JSON holds is found, and what is put in its place leaves the rest as it was.
+// The packet of a JSON line is found, and replacing it leaves the rest unchanged.
 bool CheckJsonLine(const std::string& line, std::string& packet) {
   inspect::JsonLine parts;
   inspect::HexError error;
@@ -185,7 +185,7 @@ bool CheckJsonLine(const std::string& line, std::string& packet) {
   if (!fuzz::ParseText(replaced, value) || value["packet"] != Json::Value(7) || parts.hasOthers != (value.size() > 1)) {
     fuzz::Fail("the rest of a line stays", fuzz::Show(line) + "\nbecame " + fuzz::Show(replaced));
   }
-  // Where there are no controls, what stands around the packet is untouched.
+  // Without control characters, the text around the packet is unchanged.
   const bool isClean =
       std::none_of(line.begin(), line.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; });
   const bool isSame = line.compare(0, parts.before.size(), parts.before) == 0 && line.size() >= parts.after.size() &&
@@ -223,7 +223,7 @@ void CheckPacket(const inspect::EntityModel& entity, const fuzz::Bytes& packet, 
     std::string failure;
     const std::string result = FormOf(entity, i)->ResultOf(packet, failure);
     fuzz::ExpectEqual(fuzz::TakeLines(), lines, "the module's lines are logged once");
-    fuzz::ExpectEqual(failure.empty(), lines.empty(), "a failure has a text");
+    fuzz::ExpectEqual(failure.empty(), lines.empty(), "a failure has a message");
     if (result.empty() || result.back() != '\n') fuzz::Fail("a result ends its line", fuzz::Show(result));
     Json::Value value;
     if (i < 2 && !fuzz::ParseText(result, value)) fuzz::Fail("a result is JSON", fuzz::Show(result));

@@ -3,9 +3,9 @@
 #include <string>
 #include <utility>
 
-// A configuration may ask for a payload of some gigabytes. What is larger than this cannot be allocated, which the
-// module has to survive, and does not slow the fuzzer down. So do short stacks of allocations, and a quarantine that
-// holds what an input or two have released and stays in the processor's cache.
+// A configuration may need a payload of some gigabytes. Allocations above this limit fail: the module has to survive
+// that, and the fuzzer stays fast. Short allocation stacks and a small quarantine, which fits into the processor's
+// cache, also keep it fast.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {
   return "allocator_may_return_null=1:max_allocation_size_mb=28:malloc_context_size=2:quarantine_size_mb=1:"

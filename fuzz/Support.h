@@ -1,6 +1,6 @@
-// What the fuzzers have beside the support library of the tests: choices out of their bytes, captured log lines and the
-// example products. A property that does not hold is thrown (see Fail), which ends the run and is reported with the
-// input.
+// Support for the fuzzers, in addition to the tests' support library: choices from the input bytes, captured log lines
+// and the example products. A property that does not hold throws (see Fail); this ends the run, and libFuzzer reports
+// the input.
 
 #ifndef MORVIX_FUZZ_SUPPORT_H
 #define MORVIX_FUZZ_SUPPORT_H
@@ -21,7 +21,7 @@ using ::Written;
 constexpr int kWritable = kWritableGroup;
 constexpr int kAllGroups = kEveryGroup;
 
-// Takes as many bytes as a choice needs, one after the other; then all choices are 0.
+// Consumes as many bytes as a choice needs. When the bytes are used up, all choices are 0.
 class InputSource final : public Source {
  public:
   InputSource(const uint8_t* data, size_t size) : next_(data), end_(data + size) {}
@@ -37,7 +37,7 @@ class InputSource final : public Source {
   const uint8_t* const end_;
 };
 
-// The log lines since the last call that no check has captured. None is printed.
+// The log lines since the last call that no check has captured. They are not printed.
 Lines TakeLines();
 
 // The entities of all example products, parsed by the model.

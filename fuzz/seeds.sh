@@ -39,7 +39,7 @@ for packet in examples/*.hex; do
   { raw $number && raw 16 && printf '# %s\n' "$name" && tr '\n' ' ' <"$packet" &&
     printf '\n{"at": 1, "packet": "%s", "by": "%s"}\n' "$(tr -d '\n' <"$packet")" "$name"; } |
     seed PacketLines "$name"
-  # Bytes that are neither too much alike nor too different.
+  # Bytes with some repetition.
   head -c 500 "examples/$name.json" | seed Codec "$name.text"
   head -c 900 "examples/$name.json" | tail -c 400 | basenc --base64 -w 0 | seed Codec "$name.base64"
   { unhex "$packet" && unhex "$packet" && unhex "$packet"; } | seed Codec "$name.bytes"
@@ -48,7 +48,7 @@ for packet in examples/*.hex; do
   sed '1s/{/{"version": 4.0,/' "tests/golden/$name.decoded.json" | seed ReceiveDocument "$name.decoded"
   seed ReceiveDocument "$name.flat" <"tests/golden/$name.flat.json"
   compact "examples/$name.values.json" | seed Values "$name"
-  # Every number as something else.
+  # Replaces every number by other values.
   form=0
   for other in true null '"&"' '"0x&"' '""' '&e9' '[&]' '{"a": &}' 4294967295 9223372036854775808 9e300; do
     sed -E "s/\b[0-9.]+\b/$other/" "examples/$name.values.json" | seed Values "$name.$form"
@@ -57,7 +57,7 @@ for packet in examples/*.hex; do
   number=$((number + 1))
 done
 for ((choice = 0; choice < choices; ++choice)); do
-  # The one that is none of the examples has a configuration of its own.
+  # The last choice uses its own configuration instead of an example.
   { raw $choice && compact examples/kettle.json && raw 0 && unhex examples/kettle.notify.hex; } |
     seed Packet "$choice.own"
 done

@@ -5,14 +5,14 @@ build_packages=(g++ cmake make libjsoncpp-dev)
 tool_packages=("${build_packages[@]}" libcli11-dev libfmt-dev libutf8proc-dev nlohmann-json3-dev)
 test_packages=("${tool_packages[@]}" pkg-config libgtest-dev libgmock-dev locales)
 
-# Runs a command as root, or says that someone has to.
+# Runs a command as root, or asks the user to.
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then
     "$@"
   elif command -v sudo >/dev/null; then
     sudo "$@"
   else
-    echo "This has to be done as root; do it and start again: $*" >&2
+    echo "Run this as root and start again: $*" >&2
     exit 2
   fi
 }
@@ -33,7 +33,7 @@ need() {
   done
   [ ${#missing[@]} -eq 0 ] && return
   echo "Installing missing packages: ${missing[*]}" >&2
-  # Whether a list that could not be fetched matters, the installation tells.
+  # If a list could not be fetched and is needed, the installation fails.
   as_root apt-get update -qq || true
   as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }

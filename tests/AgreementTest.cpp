@@ -28,7 +28,7 @@ void AddOutcomes(const std::vector<model::Result>& results, Sightings& outcomes)
   for (const model::Result& result : results) outcomes.Add(kNames[result.outcome]);
 }
 
-// More than that is not encoded here: it would take long and the rules are the same.
+// Longer payloads are not encoded here: that would take long, and the rules are the same.
 bool IsComparable(const support::Attributes& attributes) {
   return model::PayloadLength(attributes) <= support::kMaxComparedBytes;
 }
@@ -210,9 +210,9 @@ size_t PacketCount() {
 
 TEST(ReceivePacket, AgreesWithTheModelAndTheLongWay) {
   constexpr size_t kPacketsPerProduct = 5;
-  Sightings sights({"refused", "without an entity", "without members", "a text after another", "a name that is escaped",
-                    "an active alert", "an active fault", "Invalid enum value", "Unknown attribute type.",
-                    "Decode value is invalid."});
+  Sightings sights({"refused", "without an entity", "without members", "a string after another",
+                    "a name that is escaped", "an active alert", "an active fault", "Invalid enum value",
+                    "Unknown attribute type.", "Decode value is invalid."});
   ASSERT_GE(PacketCount(), kPacketsPerProduct) << "MORVIX_RECEIVE_PACKETS is to be a number";
   ForEachCase(2026040632, PacketCount() / kPacketsPerProduct, [&](Source& source) {
     Maker maker(source);
@@ -230,7 +230,7 @@ TEST(ReceivePacket, AgreesWithTheModelAndTheLongWay) {
       sights.AddIf(!received.isAccepted, "refused");
       sights.AddIf(received.document == "{\"version\":4.0}\n", "without an entity");
       sights.AddIf(has(":{}"), "without members");
-      sights.AddIf(has("\",\""), "a text after another");
+      sights.AddIf(has("\",\""), "a string after another");
       sights.AddIf(has("\\u00"), "a name that is escaped");
       sights.AddIf(!received.alerts.empty(), "an active alert");
       sights.AddIf(!received.faults.empty(), "an active fault");

@@ -35,7 +35,7 @@ int32_t ActiveValue(const Json::Value& value) {
   return active[0].value;
 }
 
-// Every row of a JSON text is a value and what it gives.
+// Each row of a JSON document has a value and the expected result.
 void ExpectRows(const std::string& rows) {
   for (const Json::Value& row : ParseJson(rows)) EXPECT_EQ(ActiveValue(row[0]), row[1].asInt()) << WriteJson(row);
 }
@@ -195,7 +195,7 @@ TEST(GetAlertsOrFaults, ReadsHexadecimalText) {
                  ["0x7fffffff", 2147483647], ["0x1g", 1], ["0x0", 0]])");
 }
 
-// A 0 with an 8 or 9 after it ends there.
+// An octal number ends before an 8 or 9.
 TEST(GetAlertsOrFaults, ReadsOctalText) {
   ExpectRows(R"([["017", 15], ["0010", 8], ["-010", -8], ["0178", 15], ["00", 0], ["09", 0], ["08", 0]])");
 }

@@ -1,4 +1,4 @@
-// The model of the codec against examples that were worked out by hand. Everything else is held against the model.
+// The model of the codec, compared with examples worked out by hand. Other tests compare the module with the model.
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // What an application writes comes back unchanged when a device reports it: made-up products, whose values travel
 // through encoder, packer, unpacker and decoder.
 //
-// Fields of a bit group that span bytes without covering them whole reverse the bits around them when they are
-// written. That is how devices in the field know it, and it limits what can come back: either one value is written at a
-// time, or no other field shares a byte with such a field.
+// Writing a bit field that partly covers several bytes reverses the bits around it. Devices in the field rely on that.
+// So values can come back unchanged only if one value is written at a time, or if no other field shares a byte with
+// such a field.
 
 #include <gtest/gtest.h>
 

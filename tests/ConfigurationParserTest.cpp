@@ -109,7 +109,7 @@ Attributes ParseAll(const std::vector<Json::Value>& attributes) {
   return parsed.attributes;
 }
 
-// The only attribute that is given, when it is taken; else the test fails.
+// The record of the only attribute; the test fails when it is dropped.
 MorvixProtocolAttribute_4_0 ParseOne(const Json::Value& attribute) {
   const Attributes attributes = ParseAll({attribute});
   return attributes.size() == 1 ? attributes[0] : MorvixProtocolAttribute_4_0();
@@ -455,7 +455,7 @@ TEST(FilterConfigType, SkipsAnAttributeByTheMemberAtFault) {
   }
 }
 
-// The one error that passes through: a limit that is an array or an object.
+// The only exception that reaches the caller: a limit that is an array or an object.
 TEST(FilterConfigType, LetsTheLibrarysErrorAboutALimitPass) {
   for (const char* path : {"uint_spec.min", "uint_spec.max"}) {
     for (const char* limit : {"[]", "[1]", "{}", R"({"a": "a text that has to be released"})"}) {
@@ -568,7 +568,7 @@ TEST(FilterConfigType, SelectsTheGroupsOfTheMask) {
   EXPECT_EQ(Parse(attributes, -1).attributes.size(), 4u);
 }
 
-// Identity and keywords are looked at for every attribute, the rest for selected ones only.
+// Identity and keywords are checked for every attribute, the rest for selected ones only.
 TEST(FilterConfigType, WarnsAboutUnselectedAttributesUpToTheirKeywords) {
   const std::vector<Json::Value> attributes = {
       Json::Value(),
@@ -651,7 +651,7 @@ TEST(Inheritance, EndsWithUnusableItems) {
 }
 
 // An attribute hands on what was fetched for it even when it is skipped afterwards, and nothing when it was skipped or
-// passed over before.
+// ignored before that.
 TEST(Inheritance, ComesFromSkippedAttributesOnceTheyWereFetched) {
   for (const char* path : {"position.byte_offset", "position.bit_offset", "position.unit", "position.len"}) {
     const Parsed parsed = Parse({Without(Number(), path), Without(Enum(), path), Attribute()});

@@ -1,4 +1,4 @@
-// What dp4 does with its arguments before a command is at work: help, mistakes, colours, completion.
+// How dp4 handles its arguments before a command runs: help, errors, colours, completion.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ TEST(CommandLine, EscapesArgumentsInMessages) {
                    "dp4: --format: \\x1b[2J not in {text,json,sarif}\ndp4 --help tells more.\n");
 }
 
-// JsonCpp's reader takes a NUL for the end of the text.
+// JsonCpp's reader stops at a NUL.
 TEST(CommandLine, PassesNothingOverBehindANul) {
   const std::string text = std::string("{}\n ") + '\0' + " {";
   const std::string err = "dp4: standard input:2:2: not JSON: a NUL after the document\n";
@@ -59,7 +59,7 @@ TEST(CommandLine, TakesNoEmptyTexts) {
     const ToolRun run = RunTool(arguments);
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.out, "");
-    EXPECT_THAT(run.err, HasSubstr("expected a text, found none"));
+    EXPECT_THAT(run.err, HasSubstr("expected text, found an empty string"));
   }
 }
 
@@ -88,7 +88,7 @@ TEST(CommandLine, ColoursWhereItIsTold) {
 TEST(Completion, DescribesWhatFits) {
   EXPECT_EQ(RunTool({"complete", "--", "sh"}).out, "show\tLists the entities and attributes of a configuration.\n");
   EXPECT_EQ(RunTool({"complete", "--", "lint", "--ro"}).out,
-            "--roundtrip\tencodes and decodes limits and middles of every attribute as well\n");
+            "--roundtrip\talso encodes and decodes the limits and a middle value of every attribute\n");
   EXPECT_EQ(RunTool({"complete", "--", "lint", "--format=s"}).out, "--format=sarif\n");
   EXPECT_EQ(RunTool({"complete", "--", "decode", ""}).out, "") << "files";
   EXPECT_EQ(RunTool({"complete", "--", "decode", "--entity", ""}).out, "") << "any text";

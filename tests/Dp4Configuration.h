@@ -1,11 +1,11 @@
-// Texts of small product configurations for the tests of the command-line tool.
+// Small product configurations for the tests of the command-line tool.
 
 #ifndef MORVIX_TESTS_DP4_CONFIGURATION_H
 #define MORVIX_TESTS_DP4_CONFIGURATION_H
 
 #include <string>
 
-// A configuration of one entity, box, with these attributes: texts separated by commas.
+// A configuration of one entity, box, with these attributes, given as JSON separated by commas.
 inline std::string Configuration(const std::string& attributes) {
   return R"({"entities": [{"id": 7, "name": "box", "display_name": "Box", "attrs": [)" + attributes + "]}]}";
 }

@@ -1,4 +1,4 @@
-// `dp4 decode`. The golden texts in tests/golden/dp4/ follow from the products' pages in tests/golden/, where the
+// `dp4 decode`. The golden files in tests/golden/dp4/ follow from the products' pages in tests/golden/, where the
 // notifications are worked out by hand.
 
 #include <gmock/gmock.h>
@@ -188,7 +188,7 @@ TEST(DecodePacket, WithBlanksNeedsQuotationMarks) {
 
 // ---- Packets that do not decode as a whole ----
 
-// What the application would be told comes out all the same.
+// The result that the application would get is still printed.
 TEST(DecodeFailure, OfABoolLosesTheEntity) {
   const ToolRun run = DecodeKettle({"04 03 50 04 6f 02"});
   ExpectProblem(run,
@@ -216,21 +216,21 @@ TEST(DecodeFailure, IsToldInTheTable) {
                 "NAME           GROUP      PLACE    BITS   VALUE  NOTE\n"
                 "power          writable   0.0      1      true\n"
                 "program        writable   0.2-0.1  11            unreadable: Invalid enum value: 3, range: 0-3\n"
-                "target         writable   1        50     80     not told: program is unreadable\n"
-                "temperature    read-only  2-3      04 6f  93.5   not told: program is unreadable\n"
-                "Low water      alert      4.0      0      false  not told: program is unreadable\n"
-                "Lid open       alert      4.1      1      true   not told: program is unreadable\n"
-                "Sensor broken  fault      5.0      0      false  not told: program is unreadable\n"
+                "target         writable   1        50     80     not reported: program is unreadable\n"
+                "temperature    read-only  2-3      04 6f  93.5   not reported: program is unreadable\n"
+                "Low water      alert      4.0      0      false  not reported: program is unreadable\n"
+                "Lid open       alert      4.1      1      true   not reported: program is unreadable\n"
+                "Sensor broken  fault      5.0      0      false  not reported: program is unreadable\n"
                 "\n"
                 "packet 2: notification, kettle, 5 bytes of payload\n"
                 "\n"
                 "NAME           GROUP      PLACE    BITS   VALUE  NOTE\n"
-                "power          writable   0.0      1      true   not told: Sensor broken is unreadable\n"
-                "program        writable   0.2-0.1  01     1      not told: Sensor broken is unreadable\n"
-                "target         writable   1        50     80     not told: Sensor broken is unreadable\n"
-                "temperature    read-only  2-3      04 6f  93.5   not told: Sensor broken is unreadable\n"
-                "Low water      alert      4.0      0      false  not told: Sensor broken is unreadable\n"
-                "Lid open       alert      4.1      1      true   not told: Sensor broken is unreadable\n"
+                "power          writable   0.0      1      true   not reported: Sensor broken is unreadable\n"
+                "program        writable   0.2-0.1  01     1      not reported: Sensor broken is unreadable\n"
+                "target         writable   1        50     80     not reported: Sensor broken is unreadable\n"
+                "temperature    read-only  2-3      04 6f  93.5   not reported: Sensor broken is unreadable\n"
+                "Low water      alert      4.0      0      false  not reported: Sensor broken is unreadable\n"
+                "Lid open       alert      4.1      1      true   not reported: Sensor broken is unreadable\n"
                 "Sensor broken  fault      nowhere                unreadable: Decode value is invalid.\n"
                 "\n"
                 "PLACE counts bytes of the payload, or byte.bit with bit 0 the lowest.\n",
@@ -239,7 +239,7 @@ TEST(DecodeFailure, IsToldInTheTable) {
                 "5)\n");
 }
 
-// A number that its limits refuse is left out without a line of the module; only the table tells.
+// A number outside its limits is left out without logging; only the table shows it.
 TEST(DecodeFailure, IsNoneWhereANumberIsLeftOut) {
   ExpectFine(DecodeKettle({"04 00 79 04 6f 00 00"}),
              R"({"values":{"kettle":{"power":false,"program":"0","temperature":"93.5"},"version":4.0},)"
@@ -313,7 +313,7 @@ TEST(DecodeFlat, HasNoAlertThatAStatusReplaces) {
             "packet 1: notification, box, 1 byte of payload\n"
             "\n"
             "NAME  GROUP      PLACE  BITS  VALUE  NOTE\n"
-            "Hot   alert      0.0    1     true   not told: another attribute of this name follows\n"
+            "Hot   alert      0.0    1     true   not reported: another attribute of this name follows\n"
             "Hot   read-only  0.1    0     false\n"
             "\n"
             "PLACE counts bytes of the payload, or byte.bit with bit 0 the lowest.\n");
@@ -547,7 +547,7 @@ TEST(DecodeStream, PassesNothingThroughThatIsNoJson) {
   EXPECT_EQ(run.exitCode, 1);
 }
 
-// Found by a fuzzer: both lines were taken, and came out with the plus and with what stands behind the NUL.
+// Found by a fuzzer: both lines were taken, and came out with the plus and with the bytes after the NUL.
 TEST(DecodeStream, TakesNoPlusAndNothingBehindANul) {
   const std::string packet = R"("packet": "04055a019f0100"})";
   const ToolRun run =

@@ -98,7 +98,7 @@ TEST(DevicesByProtocol, ExpectsAVersionAsTheDevicesHaveIt) {
 
 TEST(DevicesByProtocol, ExpectsAName) {
   ExpectFailure(Devices({"--protocol", "", "--packet-version", "0x4"}), 2,
-                "--protocol: expected a text, found none\ndp4 --help tells more.");
+                "--protocol: expected text, found an empty string\ndp4 --help tells more.");
 }
 
 // ---- --find ----

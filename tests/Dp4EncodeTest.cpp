@@ -1,4 +1,4 @@
-// `dp4 encode` and `dp4 request`. The golden texts in tests/golden/dp4/ follow from the products' pages in
+// `dp4 encode` and `dp4 request`. The golden files in tests/golden/dp4/ follow from the products' pages in
 // tests/golden/, where the packets are worked out by hand.
 
 #include <gmock/gmock.h>
@@ -208,7 +208,7 @@ TEST(EncodeSet, TakesEverythingElseAsText) {
   EXPECT_EQ(EncodeKettle({"--set", "program="}).out, "01 02 00 00\n");
 }
 
-// A JSON reader that is content with the beginning of a text, or with leading zeros, would make numbers of these.
+// A JSON reader that accepts trailing characters or leading zeros would read these as numbers.
 TEST(EncodeSet, DoesNotMistakeBase64ForNumbers) {
   // 1 2 a b = 53, 54, 26, 27 = 110101 110110 011010 011011 = d7 66 9b.
   EXPECT_EQ(EncodeGateway("label=12ab").out, "01 10 00 00 00 d7 66 9b 00 00 00 00 00\n");
@@ -565,7 +565,7 @@ TEST(EncodeRounding, IsExplained) {
   EXPECT_EQ(RowOf(run.out, "2 = 1"), "2 = 1  target   \"45.5\"  1        0b    raw 11");
 }
 
-// ---- Names and values that would steer a terminal ----
+// ---- Names and values that would control a terminal ----
 
 TEST(EncodeText, IsEscaped) {
   const std::string configuration =
@@ -650,7 +650,7 @@ TEST(Request, KnowsNoOther) {
   EXPECT_NE(run.err, "");
 }
 
-// ---- Texts of which only the beginning is read ----
+// ---- Strings of which only the beginning is read ----
 
 // "%llu" ends at the x and at the comma, "%lf" at the comma; a NaN is written as raw 0.
 TEST(EncodeText, IsAProblemWhenItIsReadInPart) {
@@ -680,7 +680,7 @@ TEST(EncodeText, IsAProblemWhenItIsReadInPart) {
 
 TEST(EncodeDocument, ReportsAMemberThatStandsThereTwice) {
   const ToolRun run = EncodeKettle({"-", "--strict"}, "{\"kettle\": {\"power\": 1,\n \"power\": 0}}");
-  EXPECT_EQ(run.err, "dp4: standard input:2:2: \"power\" stands here again; the earlier value is not used\n");
+  EXPECT_EQ(run.err, "dp4: standard input:2:2: \"power\" is repeated; the earlier value is not used\n");
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.exitCode, 1);
 }

@@ -69,8 +69,8 @@ size_t CountOf(const std::string& text, const std::string& part) {
   return count;
 }
 
-// What is wrong with a text as XML of the kind that is written here: one element that holds all others, no comments and
-// no sections. Empty for nothing.
+// The first error in a string as XML of the kind that the tool writes: one root element, no comments and no sections.
+// Empty when there is none.
 std::string XmlFault(const std::string& text) {
   const std::string prolog = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
   if (text.compare(0, prolog.size(), prolog) != 0) return "no prolog";
@@ -180,7 +180,7 @@ TEST_P(LayoutGolden, NeedsNothingFromOutsideForThePicture) {
   for (const char* part : {"href", "<image", "<style", "<script", "@font", "url(h"}) EXPECT_EQ(CountOf(svg, part), 0U);
 }
 
-// The characters of a text are taken to be 0.61 of the font's size wide, what no common font of fixed width exceeds.
+// Characters are assumed to be 0.61 of the font size wide; no common fixed-width font is wider.
 TEST_P(LayoutGolden, CutsNothingOffAtTheEdgesOfThePicture) {
   const std::string svg = Run({"--svg", "-"}).out;
   std::smatch size;

@@ -65,7 +65,7 @@ std::set<std::string> RuleIds() {
   return ids;
 }
 
-// The rules of the findings in a text.
+// The rules of the findings in the tool's output.
 std::vector<std::string> FoundRules(const std::string& text) {
   std::vector<std::string> rules;
   std::istringstream lines(text);
@@ -237,7 +237,7 @@ TEST(CoverageOver, KnowsTheFirstFieldsAndCountsAll) {
   }
 }
 
-// A device sends raw numbers, whatever the encoder would make of their texts.
+// A device sends raw numbers, even those whose text the encoder would refuse.
 TEST(Lint, FindsThatAReadOnlyNumberComesBackThoughItsTextCannotBeEncoded) {
   ExpectFine(RunTool({"lint", "--roundtrip", PathOf("scaling-rounded.third")}));
 }
@@ -308,7 +308,7 @@ TEST(Lint, ColorsSeveritiesWhenAsked) {
 // ---- Places ----
 
 TEST(Lint, CountsColumnsInBytesAndInSarifInUtf16) {
-  // Behind the letters a-umlaut (2 bytes) and the treble clef (4 bytes, 2 UTF-16 units).
+  // After the letters a-umlaut (2 bytes) and the treble clef (4 bytes, 2 UTF-16 units).
   const std::string text = "{\"\xc3\xa4\xf0\x9d\x84\x9e\": 0, \"entities\": []}";
   EXPECT_THAT(RunTool({"lint", "-"}, text).out, StartsWith("standard input:1:27: warning: there is no entity"));
   const Json::Value region = ParseJson(RunTool({"lint", "--format", "sarif", "-"}, text)
@@ -428,7 +428,7 @@ TEST(Lint, SurvivesEveryExtremeNumberAtEveryPlace) {
   EXPECT_EQ(all.exitCode, 1);
   EXPECT_EQ(all.err, "");
 
-  // Where there is no memory for a payload, as on 32 bits, nothing is said of its fields.
+  // When a payload does not fit into memory, as with 32 bits, its fields have no findings.
   std::string entities;
   for (size_t i = 0; i < attributes.size(); ++i) {
     entities += (i == 0 ? "" : ", ") + std::string(R"({"id": )") + std::to_string(i) + R"(, "name": "e)" +

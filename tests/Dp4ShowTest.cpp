@@ -1,4 +1,4 @@
-// `dp4 show`. The golden texts in tests/golden/dp4/ follow from the configurations in examples/.
+// `dp4 show`. The golden files in tests/golden/dp4/ follow from the configurations in examples/.
 
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ std::string RowOf(const std::string& text, const std::string& name) {
   return "";
 }
 
-// What stands in a row in the column with this heading, the last column excepted.
+// The cell of a row in the column with this heading; not for the last column.
 std::string CellOf(const std::string& text, const std::string& name, const std::string& heading) {
   const std::string headings = RowOf(text, "NAME");
   const size_t begin = headings.find("  " + heading + " ") + 2;

@@ -69,7 +69,7 @@ struct Encoding {
   LogLines lines;
 };
 
-// A package that is in use already, with buffers that nobody may release.
+// A package that is already in use, with buffers that must not be released.
 struct UsedPackage : MorvixProtocolPackage_4_0 {
   UsedPackage() {
     cmd = MorvixProtocolCommandReadResp_4_0;
@@ -182,7 +182,7 @@ TEST(GetIntegerValue, RefusesOtherKindsLettersAndWhatIsMissing) {
   uint64_t value = 99;
   EXPECT_FALSE(GetIntegerValue(OneValue(1), "main", "b", value));
   EXPECT_EQ(value, 0u);
-  // A text that is refused leaves the output alone, and so does an absent entity.
+  // A refused string leaves the output unchanged, and so does an absent entity.
   value = 99;
   EXPECT_FALSE(GetIntegerValue(OneValue("letters"), "main", "a", value));
   EXPECT_FALSE(GetIntegerValue(OneValue("x1"), "main", "a", value));
@@ -553,7 +553,7 @@ TEST(EncodeEntity, EndsAtTheFirstRefusedValueAndKeepsWhatItWrote) {
     std::vector<byte> payload(row.payloadBytes, 0);
     payload[0] = 165;
     result.ExpectUncounted({1}, payload);
-    // Without a value the bad place is not even looked at.
+    // Without a value the bad place is ignored.
     const Encoding without(entity, Values(R"({"first": 165, "after": 17})"));
     EXPECT_EQ(without.lines, LogLines({kFiltered}));
     EXPECT_EQ(without.Flags(), "05");

@@ -14,7 +14,7 @@
 
 namespace {
 
-// How many more calls succeed, and how many fail after them; all succeed when that is over.
+// How many more calls succeed, and how many fail after that; then all succeed again.
 int allowedCalls = 0;
 int refusedCalls = 0;
 bool isNewRefused = false;  // operator new counts as well

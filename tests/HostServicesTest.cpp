@@ -656,7 +656,7 @@ TEST_F(Config, RefusesFilesWithoutAnObject) {
   }
 }
 
-// JsonCpp's reader takes a NUL for the end of the text. Found by a fuzzer: what follows it was passed over.
+// JsonCpp's reader stops at a NUL. Found by a fuzzer: the bytes after it were ignored.
 TEST_F(Config, PassesNothingOverAfterANul) {
   ExpectFailureOf(std::string("{\"devices\":[]}\n") + '\0' + "{");
   ExpectFailureOf(std::string("\0{\"devices\":[]}", 15));

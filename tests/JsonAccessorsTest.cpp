@@ -214,7 +214,7 @@ TEST(GetAttrNumbers, RefuseArraysAndObjectsExceptInteger64) {
   }
 }
 
-// The one error that passes through the module.
+// The only exception that reaches the caller.
 TEST(GetAttrInteger64, ThrowsTheLibrarysErrorOnArraysAndObjects) {
   for (const char* text : {"[]", "[1]", "[[1,2],\"a long text that has to be released\"]", "{}", R"({"a":{"b":1}})"}) {
     const Json::Value attr = WithMember(ParseJson(text));
@@ -246,7 +246,7 @@ TEST(GetAttrNumbers, ReadParsedDigitsByTheirRange) {
 
 // --- Numbers in text -------------------------------------------------------------------------------------------------
 
-// Every row of a JSON text is a text and the number that the reader gives for it.
+// Each row of a JSON document has a string and the number that the reader gives for it.
 template <typename Number>
 void ExpectTexts(Reading<Number> (*read)(const Json::Value&), const std::string& rows) {
   for (const Json::Value& row : ParseJson(rows)) {
@@ -339,7 +339,7 @@ TEST(GetAttrDouble, ScansText) {
   EXPECT_TRUE(std::signbit(Double(Text("-0")).output));
 }
 
-// The C library is the judge of whatever else a text may hold.
+// For all other strings, the C library gives the expected result.
 TEST(GetAttrNumbers, AgreeWithTheCLibrarysScans) {
   const std::string pieces[] = {"", " ", "-", "+", "0", "0x", "0X", "7", "9", "a", ".", "e", "g"};
   for (const std::string& first : pieces) {

@@ -1,5 +1,5 @@
-// Input that is wrong in every place in turn. What each fault does has its own tests; here the promise is that nothing
-// crashes, leaks, throws or contradicts itself, whatever the fault.
+// Input with a fault in each place in turn. The effect of each fault has its own tests; this test checks that no fault
+// causes a crash, a leak, an exception or contradicting results.
 
 #include <gtest/gtest.h>
 
@@ -32,7 +32,7 @@ void CollectNodes(Json::Value& value, std::vector<Json::Value*>& nodes) {
   }
 }
 
-// Everything that can be done with an entity, with the results held against one another. Arrays and objects as the
+// Everything that can be done with an entity, with the results compared with one another. Arrays and objects as the
 // bounds of a scaling are the one thing that throws.
 void UseEntity(const Json::Value& entity, const Json::Value& values, const std::vector<byte>& packet) {
   MorvixProtocolOwnedPackage_4_0 package;

@@ -1,5 +1,5 @@
-// How numbers and enum indices are printed. Most numbers take a path of their own; the C library says what they all
-// have to look like.
+// How numbers and enum indices are printed. Most numbers take a fast path; the C library gives the expected text of
+// all numbers.
 
 // clang-format off
 #include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.cpp"  // white box
@@ -195,7 +195,7 @@ TEST(EnumText, EndsWithANulInItsBuffer) {
   }
 }
 
-// The way of its own is only a shorter one, but it has to be the usual one.
+// The fast path has to handle all but difficult numbers.
 TEST(PrintSmallNumber, LeavesOnlyDifficultNumbersToTheLibrary) {
   char text[kNumberTextSize] = {};
   size_t length = 0;

@@ -1,6 +1,6 @@
-// Packets as bytes: requests out, responses in. What the hand expects here is held against the model as well, which
-// also says what must not be written. Flags and values lie in heap blocks of their exact size, so that the sanitizers
-// see every step aside.
+// Packets as bytes: requests are packed, responses are unpacked. Results are compared with values worked out by hand
+// and with the model, which also checks that nothing else is written. Flags and values are heap blocks of their exact
+// size, so that the sanitizers see every access outside of them.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The module with a host of somebody else: none of the default host services is linked in.
+// The module with another host: none of the default host services is linked.
 
 #include <gtest/gtest.h>
 #include <json/json.h>
@@ -30,7 +30,7 @@ void logMsg(int, const char* format, ...) { loggedFormats.emplace_back(format); 
 
 void logMsgEx(int, const char*, const char* format, ...) { loggedFormats.emplace_back(format); }
 
-// Gives a text of its own, as a host may: the result need not be the buffer.
+// Returns a string of its own, as a host may: the result need not be the buffer.
 char* __internal_base64_encode(char*, uint32_t capacity, const byte*, size_t) {
   encoderCapacity = capacity;
   return encodedText.data();

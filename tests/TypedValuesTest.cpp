@@ -1,5 +1,5 @@
 // One attribute's raw value into a payload and out of it: bits, unsigned integers and runs of bytes. Worked examples,
-// every small field, and random ones; all of them are held against the model, too.
+// every small field, and random ones; all of them are also compared with the model.
 
 // clang-format off
 #include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.cpp"  // white box

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# What lacks a library is left out with a message; where it was asked for, configuring fails. Both name the package.
+# A part without its library is left out with a message; if the part is required, configuring fails. Both name the
+# package.
 # SOURCE_DIR BUILD_DIR WORK_DIR
 set -euo pipefail
 source_dir=$1 work_dir=$3

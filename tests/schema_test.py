@@ -74,7 +74,7 @@ UNITS = ["bit", "byte"]
 DATA_TYPES = {"bool": POWER, "enum": MODE, "binary": LABEL,
               "uint8": LEVEL, "uint16": LEVEL, "uint32": LEVEL, "uint64": LEVEL}
 
-# What one of the two takes and the other does not, and why that is as it should be.
+# Values that only one of the two accepts, and why that is intended.
 DIFFERENCES = {
     # The schema takes it.
     "whole real":
@@ -84,7 +84,7 @@ DIFFERENCES = {
         "Likewise the schema cannot tell 0.0 from 0. The parser takes reals as limits, but not this one.",
     # The parser takes it.
     "cut text":
-        "The parser reads a number from the beginning of a text and passes over the rest. Whoever wrote the rest meant "
+        "The parser reads a number from the beginning of a string and ignores the rest. Whoever wrote the rest meant "
         "something by it.",
     "text up to a NUL":
         "A keyword ends at a NUL for the parser. No tool writes one on purpose.",
@@ -100,7 +100,7 @@ DIFFERENCES = {
         "The parser judges no places. No value comes through there: a bool is one bit; numbers and binaries are whole "
         "bytes; an enum has up to 64 bits or 8 bytes, a number up to 8 bytes; a payload has up to 16384 bytes.",
     "lost item":
-        "The parser leaves out an item that is not a text, and the later ones move down.",
+        "The parser leaves out an item that is not a string, which shifts the later items.",
     "empty name":
         "An empty key works. But it is what an editor starts with, and it cannot be told from a forgotten name.",
     "entity called version":
@@ -301,7 +301,7 @@ def fine_documents():
     yield Case("no attribute", {f"{ENTITY}/attrs": []}, taken=0)
     yield Case("two entities", {"/entities": BASE["entities"] * 2}, taken=10)
     yield Case("an empty description", {f"{LABEL}/desc": ""})
-    yield Case("members that nobody knows",
+    yield Case("unknown members",
                {"/maker": 1, f"{ENTITY}/icon": None, f"{LABEL}/color": [], f"{LABEL}/position/bits": {},
                 f"{SCALING}/step": "x"})
     yield Case("an empty product key", {"/product_key": ""})
@@ -352,7 +352,7 @@ def fine_documents():
     for number in [0, 0.0, -20.5, 5000000000, "", " ", "0", "-20.5", "+1.", ".25", "2e+1", "2E10", "0x10"]:
         yield Case(f"addition {json.dumps(number)}", {f"{SCALING}/addition": number})
 
-    yield Case("items and scalings where they are passed over",
+    yield Case("items and scalings where they are ignored",
                {f"{POWER}/enum": None, f"{POWER}/uint_spec": None, f"{MODE}/uint_spec": 7, f"{LEVEL}/enum": [],
                 f"{LABEL}/enum": {}, f"{LABEL}/uint_spec": "x"})
     yield Case("one item, which is empty", {f"{MODE}/enum": [""]})
@@ -453,7 +453,7 @@ def subschemas(schema, pointer=""):
             yield from subschemas(inner, f"{pointer}/{keyword}/{name}")
 
 
-# All keywords that the schema uses. The metaschema passes over those that it does not know, misspelt ones included.
+# All keywords that the schema uses. The metaschema ignores unknown keywords, including misspelt ones.
 KEYWORDS = set(
     "$schema $defs $ref $comment title description examples type enum const format pattern minLength minimum maximum "
     "items minItems properties required dependentRequired allOf anyOf not if then".split()

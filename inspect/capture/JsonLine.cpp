@@ -12,8 +12,8 @@ namespace {
 
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == '\x7f'; }
 
-// Part of a JSON text with the control characters in its strings escaped, and blanks for those between them, so that it
-// cannot steer a terminal.
+// Part of a JSON document. Control characters become escapes inside strings and blanks elsewhere, so that the result
+// cannot control a terminal.
 std::string WithoutControls(const std::string& json) {
   std::string text;
   bool isInString = false;

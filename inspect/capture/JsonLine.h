@@ -10,7 +10,7 @@
 namespace morvix::inspect {
 
 struct JsonLine {
-  bool hasOthers = false;  // members beside the packet
+  bool hasOthers = false;  // members besides the packet
   std::string before;      // the text around the value of the packet, without control characters
   std::string packet;
   std::string after;

@@ -12,7 +12,7 @@ namespace morvix::inspect {
 
 namespace {
 
-// The module reads the text; this is about what it would read as something else than what stands there.
+// The module parses the version itself. This rejects strings that it would misread.
 dword PacketVersionOf(const std::string& text) {
   constexpr size_t kMostDigits = 8;
   const bool isHex = text.compare(0, 2, "0x") == 0 && text.size() > 2 && text.size() <= 2 + kMostDigits &&

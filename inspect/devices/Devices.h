@@ -9,13 +9,13 @@
 
 namespace morvix::inspect {
 
-// Makes a list the known devices of the host's configuration: {"debug": bool, "devices": [...]}, or just the array.
-// Throws InputError when it has another form.
+// Sets the known devices of the host's configuration from a list: {"debug": bool, "devices": [...]}, or just the array.
+// Throws InputError when the list has another form.
 void UseDevices(const json::Document& list);
 
-// The results of a query, a line of JSON each; empty, with `problem` set, when there are none.
+// The results of a query, one line of JSON each; empty, with `problem` set, when nothing was found.
 
-// The devices that speak a protocol at a packet version, which is a text like "0x4". Throws InputError when the version
+// The devices that speak a protocol at a packet version, a string like "0x4". Throws InputError when the version
 // has another form.
 std::string FilterDevices(const std::string& protocol, const std::string& packetVersion, std::string& problem);
 

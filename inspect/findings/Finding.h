@@ -1,4 +1,4 @@
-// What there is to say about configurations: rules, findings, and their forms for people and programs.
+// Findings about configurations, the rules that they belong to, and their output as text, JSON and SARIF.
 
 #ifndef MORVIX_INSPECT_FINDINGS_FINDING_H
 #define MORVIX_INSPECT_FINDINGS_FINDING_H
@@ -25,7 +25,7 @@ struct Rule {
   const char* sentence;
 };
 
-// Rules in the order in which they are listed, which also decides between findings at one place.
+// Rules in the order in which they are listed. Findings at the same place are sorted in this order.
 using Rules = std::vector<const Rule*>;
 
 struct Finding {
@@ -34,20 +34,20 @@ struct Finding {
   std::string pointer;
   std::string message;
   std::string effect;  // what the SDK or the device will do
-  std::string fix;     // how to put it right
+  std::string fix;     // how to correct it
 };
 
-// The findings of one document, as far as they are severe enough.
+// The findings of one document that have the minimum severity or a higher one.
 class Findings {
  public:
   Findings(const Rules& rules, Severity least) : rules_(rules), least_(least) {}
 
   void Add(Finding finding);
   void Add(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix);
-  // The same, unless the rule has a finding at this spot already.
+  // Adds the finding unless the rule already has one at this spot.
   void AddOnce(const Rule& rule, const Spot& spot, std::string message, std::string effect, std::string fix);
 
-  // In the order of the text, then of the rules.
+  // Sorted by offset, then by rule.
   std::vector<Finding> Sorted() const;
 
  private:
@@ -66,7 +66,7 @@ struct PlacedFinding {
   size_t utf16Column;
 };
 
-// Places findings that are in the order of the text.
+// Adds line and column to findings, which must be sorted by offset.
 std::vector<PlacedFinding> PlaceAll(const std::string& text, std::vector<Finding> findings);
 
 // The findings of one file.
@@ -76,7 +76,7 @@ struct FileFindings {
   std::vector<PlacedFinding> findings;
 };
 
-// All forms end their last line.
+// The result of each ends with a line feed.
 std::string FindingsText(const std::vector<FileFindings>& files, bool color);
 std::string FindingsJson(const std::vector<FileFindings>& files);
 std::string FindingsSarif(const std::vector<FileFindings>& files, const Rules& rules);  // SARIF 2.1.0

@@ -16,7 +16,7 @@ namespace {
 
 using Tree = nlohmann::json;
 
-// What is not UTF-8 becomes a replacement character.
+// Invalid UTF-8 is replaced by U+FFFD.
 std::string Written(const Tree& tree) { return tree.dump(2, ' ', true, Tree::error_handler_t::replace) + "\n"; }
 
 // ---- Text ----

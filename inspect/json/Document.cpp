@@ -25,7 +25,7 @@ std::optional<Document> Document::Read(std::string name, std::string text, Synta
   builder["failIfExtra"] = true;
   builder["collectComments"] = false;
   if (!Parse(read, builder, document.root_, error)) return std::nullopt;
-  // The reader takes a NUL for the end of the text.
+  // JsonCpp stops reading at a NUL.
   const size_t nul = read.find('\0', static_cast<size_t>(document.root_.getOffsetLimit()));
   if (nul == std::string::npos) return document;
   error = {document.PlaceOf(nul), "a NUL after the document"};

@@ -1,4 +1,4 @@
-// JSON documents that keep the text that they were read from, so that every value has a place in it.
+// JSON documents that keep their source text, so that each value can be located in it.
 
 #ifndef MORVIX_INSPECT_JSON_DOCUMENT_H
 #define MORVIX_INSPECT_JSON_DOCUMENT_H
@@ -13,13 +13,13 @@
 
 namespace morvix::inspect::json {
 
-// A line and column of a text, both counted from 1. Columns count bytes.
+// A line and a column in the source text, both counted from 1. Columns count bytes.
 struct Place {
   size_t line = 1;
   size_t column = 1;
 };
 
-// Why a text is not JSON, and where.
+// Why the text is not JSON, and where.
 struct SyntaxError {
   Place place;
   std::string message;
@@ -28,8 +28,8 @@ struct SyntaxError {
 // "NAME:LINE:COLUMN", escaped.
 std::string PlaceName(const std::string& name, const Place& place);
 
-// One document, read as the module reads JSON: comments are allowed, nesting is limited. Nothing may follow it.
-// Immutable.
+// One document, parsed as the module parses JSON: comments are allowed and nesting is limited. Anything after the
+// document is an error. Immutable.
 class Document {
  public:
   // `name` is what messages call it. Nothing, with `error` set, when the text is not JSON.
@@ -59,7 +59,7 @@ size_t OffsetOf(const Json::Value& value);
 // Reads a value with JsonCpp. False, with the first problem in `error`, when the text is not JSON.
 bool Parse(const std::string& text, const Json::CharReaderBuilder& builder, Json::Value& value, SyntaxError& error);
 
-// JSON text on one line, without its end.
+// JSON on one line, without a line feed.
 std::string CompactText(const Json::Value& value);
 
 }  // namespace morvix::inspect::json

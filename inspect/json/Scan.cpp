@@ -10,7 +10,7 @@ namespace morvix::inspect::json {
 
 namespace {
 
-// The next place from `offset` on that is neither blank nor part of a comment.
+// Skips blanks and comments from `offset` on.
 size_t SkipBlanks(const std::string& text, size_t offset) {
   while (offset < text.size()) {
     if (IsBlank(text[offset])) {
@@ -27,7 +27,7 @@ size_t SkipBlanks(const std::string& text, size_t offset) {
   return offset;
 }
 
-// The place after the string whose opening quote is at `offset`.
+// The offset after the string whose opening quote is at `offset`.
 size_t EndOfString(const std::string& text, size_t offset) {
   for (++offset; offset < text.size() && text[offset] != '"'; ++offset) {
     if (text[offset] == '\\') ++offset;
@@ -35,7 +35,7 @@ size_t EndOfString(const std::string& text, size_t offset) {
   return std::min(offset + 1, text.size());
 }
 
-// What a string in quotes spells; the same string when it is not JSON.
+// Unescapes a quoted string; returns it unchanged if it is not valid JSON.
 std::string Unquoted(const std::string& literal) {
   if (literal.find('\\') == std::string::npos) return literal.substr(1, literal.size() - 2);
   SyntaxError error;
@@ -47,8 +47,8 @@ std::string Unquoted(const std::string& literal) {
 struct Level {
   bool isObject = false;
   bool isNameNext = false;
-  std::string member;  // the last name, or
-  size_t index = 0;    // the current element
+  std::string member;  // of an object: the last name
+  size_t index = 0;    // of an array: the current element
   std::set<std::string> names;
 };
 
@@ -87,7 +87,7 @@ std::vector<RepeatedMember> FindRepeatedMembers(const std::string& text) {
         levels.back().isNameNext = levels.back().isObject;
       }
       ++i;
-      if (levels.empty()) break;  // what follows is not part of the value
+      if (levels.empty()) break;  // the value has ended
     }
   }
   return repeated;
@@ -99,7 +99,12 @@ bool ReadStrict(const std::string& text, Json::Value& value, SyntaxError& error)
     builder["rejectDupKeys"] = true;
     return builder;
   }();
-  if (nlohmann::json::accept(text)) return Parse(text, kBuilder, value, error);
+  if (nlohmann::json::accept(text)) {
+    const size_t nul = text.find('\0');  // both parsers stop at a NUL
+    if (nul == std::string::npos) return Parse(text, kBuilder, value, error);
+    error = {{1, nul + 1}, "a NUL after the document"};
+    return false;
+  }
   try {
     [[maybe_unused]] const nlohmann::json tree = nlohmann::json::parse(text);
   } catch (const nlohmann::json::exception& problem) {

@@ -27,7 +27,7 @@ std::string ScalingText(const Scaling& scaling) {
   return scaling.addition == 0 ? text : text + " + " + ShortestText(scaling.addition);
 }
 
-// What the limits leave open, the width of the field may close.
+// The range of user values, which both the limits and the width of the field restrict.
 std::string RangeText(const Attribute& number, const BitRange& bits) {
   if (bits.IsEmpty()) return "";
   std::string low = MinText(number);

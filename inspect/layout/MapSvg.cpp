@@ -71,7 +71,7 @@ struct TextStyle {
 };
 const TextStyle kSmall{"start", kBlack, 9};
 
-// All text is set in a font of fixed width, so that what fits can be counted on every machine.
+// All text is in a fixed-width font, so that its width can be computed without the font.
 size_t CharactersIn(size_t width, size_t fontSize) { return width * 100 / (fontSize * 61); }
 
 size_t MiddleOf(size_t column) { return kGridLeft + column * kBitWidth + kBitWidth / 2; }
@@ -87,7 +87,7 @@ std::string XmlText(const std::string& text) {
   return xml;
 }
 
-// What stands in a piece of a byte; its value bits are on the right of its last line.
+// The text in a piece of a byte. Value bits are at the right of the last line.
 struct PieceText {
   std::vector<std::string> lines;
   std::string valueBits;
@@ -112,7 +112,7 @@ size_t RowHeight(const PayloadMap& map, const MapRow& row) {
   return lines * kLineHeight + kRowPadding;
 }
 
-// What a viewer shows about a piece under the pointer.
+// The tooltip of a piece.
 std::string TooltipText(const PayloadMap& map, const MapPiece& piece) {
   std::vector<std::string> fields;
   for (const size_t i : piece.fields) {
@@ -199,7 +199,7 @@ class Picture {
     DrawText(x + kBandWidth / 2, baseline, {"middle", "#ffffff", 10, true}, style.letter);
   }
 
-  // Text on a field, with the pattern left out behind it.
+  // Text on a field, on a plain background so that the pattern does not disturb it.
   void DrawFieldText(const GroupStyle& group, size_t x, size_t baseline, const TextStyle& style,
                      const std::string& text) {
     if (!group.pattern.empty()) {
@@ -316,7 +316,7 @@ class Picture {
     }
   }
 
-  // A list of all fields, in as many columns as their names leave room for.
+  // A list of all fields, in as many columns as fit.
   void DrawFieldList() {
     size_t placeWidth = 0;
     size_t nameWidth = 0;
@@ -355,7 +355,7 @@ class Picture {
   const PayloadMap& map_;
   std::string svg_;
   size_t y_ = kMargin;  // where the next part begins
-  // The lines around fields, gathered while the rows are drawn, above which they lie.
+  // The lines around fields. They are collected while the rows are drawn and are drawn on top of them.
   std::string solidLines_;
   std::string dashedLines_;  // between the bytes of one field
 };

@@ -29,7 +29,7 @@ MapField FieldOf(const EntityModel& entity, const Field& field) {
           places.written};
 }
 
-// The payload cut wherever a field begins or ends; `place` is the one of the two that counts.
+// Splits the payload at every bit where a field begins or ends; `place` selects its place on reading or on writing.
 std::vector<MapStretch> StretchesOf(const std::vector<MapField>& fields, BitRange MapField::*place, size_t bytes) {
   struct Cut {
     Indexes begins;

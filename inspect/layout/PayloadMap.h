@@ -1,4 +1,4 @@
-// The payload of an entity as a map of bits, and the two forms in which it is drawn.
+// The payload of an entity as a bit map, drawn as text or as SVG.
 
 #ifndef MORVIX_INSPECT_LAYOUT_PAYLOAD_MAP_H
 #define MORVIX_INSPECT_LAYOUT_PAYLOAD_MAP_H
@@ -25,17 +25,17 @@ struct MapField {
 struct MapPiece {
   size_t column;
   size_t columns;
-  std::vector<size_t> fields;  // indexes; none where nothing lies, several where fields overlap
+  std::vector<size_t> fields;  // indexes; empty in a gap, several where fields overlap
 };
 
-// Consecutive bytes that look alike; more than one only where whole bytes lie in the same fields.
+// Consecutive bytes with the same pieces; more than one only where the same fields cover all bits of each byte.
 struct MapBlock {
   size_t first;
   size_t last;
   std::vector<MapPiece> pieces;
 };
 
-// A row of the drawn map: one byte of a block, or all but its first and last one, which stand for the others.
+// A row of the drawn map: one byte of a block, or all bytes of a long block between its first and last, left out.
 struct MapRow {
   const MapBlock* block;
   size_t byteIndex;
@@ -44,7 +44,7 @@ struct MapRow {
   bool IsFirst() const { return byteIndex == block->first; }
 };
 
-// Adjacent bits that lie in the same fields, as many as there are.
+// A longest run of adjacent bits that lie in the same fields.
 struct MapStretch {
   BitRange bits;
   std::vector<size_t> fields;  // as in a piece
@@ -53,11 +53,11 @@ struct MapStretch {
 struct PayloadMap {
   std::string title;
   std::string summary;
-  std::vector<MapField> fields;  // in the order of their places; at the end those that have one on writing only
+  std::vector<MapField> fields;  // in payload order; fields with a place on writing only come last
   std::vector<MapField> unplaced;
   std::vector<MapBlock> blocks;
-  std::vector<MapStretch> overlaps;         // those in several fields
-  std::vector<MapStretch> writtenOverlaps;  // the same of a write, where a field lies elsewhere in it
+  std::vector<MapStretch> overlaps;         // bits in several fields
+  std::vector<MapStretch> writtenOverlaps;  // the same on writing, if a field lies elsewhere there
   std::vector<std::string> notes;
   bool hasGaps = false;              // bits that lie in no field
   bool hasValueBits = false;         // ValueBitsText is not always empty
@@ -66,10 +66,10 @@ struct PayloadMap {
 
 PayloadMap MapPayload(const EntityModel& entity);
 
-// The rows of the blocks. Of many bytes that look alike only the first and the last are drawn.
+// The rows of the blocks. Of a long block only the first and the last byte are drawn.
 std::vector<MapRow> RowsOf(const PayloadMap& map);
 
-// What stands for the others: "40 bytes not used".
+// The text in place of the bytes that are left out: "40 bytes not used".
 std::string LeftOutText(const PayloadMap& map, const MapBlock& block);
 
 // "2-3", or "2-3 on writing" for a field that has a place there only.
@@ -81,7 +81,7 @@ std::string ValueBitsText(const PayloadMap& map, size_t byteIndex, const MapPiec
 
 std::string NamesText(const PayloadMap& map, const std::vector<size_t>& fields, const std::string& separator);
 
-// The lines below a map: what it cannot show.
+// The remarks below a map: overlaps, fields without a place, notes.
 std::vector<std::string> Remarks(const PayloadMap& map);
 
 // The fields in each column of a drawn row; null outside of the map.
@@ -97,7 +97,7 @@ bool HasLineLeftOf(const MapColumns& columns, size_t column);
 // The map in characters, with a list of the fields below it.
 std::string MapText(const PayloadMap& map, bool color);
 
-// The map as a picture: SVG 1.1 that needs nothing from outside.
+// The map as a self-contained SVG 1.1 picture.
 std::string MapSvg(const PayloadMap& map);
 
 }  // namespace morvix::inspect

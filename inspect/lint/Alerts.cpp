@@ -1,4 +1,4 @@
-// Alerts and faults whose values do not say whether they are active.
+// Alerts and faults whose values the module cannot evaluate as active or not.
 
 #include <fmt/format.h>
 
@@ -15,7 +15,7 @@ namespace morvix::inspect {
 
 namespace {
 
-// The value with which an alert is active; nothing when it is not.
+// The active value of an alert, or nothing when it is not active.
 std::optional<int32_t> ActiveValue(const std::string& value) {
   Json::Value alerts;
   Json::Value& alert = alerts.append(Json::objectValue);
@@ -27,7 +27,7 @@ std::optional<int32_t> ActiveValue(const std::string& value) {
   return active[0].value;
 }
 
-// Raw values next to the one that is 0 in user units, as far as the limits let them through.
+// The raw values around user value 0 that are within the limits.
 std::set<uint64_t> RawsAroundZero(const Scaling& scaling) {
   std::set<uint64_t> raws = {static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max)};
   const double zero = std::floor(-scaling.addition / scaling.ratio);

@@ -1,4 +1,4 @@
-// The subjects of lint. Each check looks at one entity.
+// The checks of lint. Each checks one entity.
 
 #ifndef MORVIX_INSPECT_LINT_CHECKS_H
 #define MORVIX_INSPECT_LINT_CHECKS_H
@@ -23,16 +23,16 @@ void LintGroups(const EntityModel& entity, Findings& findings);     // sizes of 
 void LintNumbers(const EntityModel& entity, Findings& findings);    // widths and scalings
 void LintEnums(const EntityModel& entity, Findings& findings);      // items
 void LintAlerts(const EntityModel& entity, Findings& findings);     // alerts and faults that are never active
-void LintRoundtrip(const EntityModel& entity, Findings& findings);  // values that do not come back
+void LintRoundtrip(const EntityModel& entity, Findings& findings);  // values that a round trip changes
 
-// What becomes of an attribute whose field has no usable place, or of an enum without items.
+// The effect of an unusable place, or of an enum without items.
 std::string EffectOfUnusable(const EntityModel& entity, size_t element);
 
-// By element: what the bit group of a dropped attribute loses with it, where that sized the group.
+// By element: the effect on a bit group when the dropped attribute determined the group's size.
 std::map<size_t, std::string> EffectsOnGroups(const EntityModel& entity);
 
-// The keyword of the member "type", "data_type" or "unit" that `value` was probably meant to be; empty when it is one,
-// or when that cannot be told.
+// The keyword of "type", "data_type" or "unit" that was probably meant by `value`. Empty when `value` is a keyword or
+// resembles none.
 std::string MeantKeyword(const std::string& member, const Json::Value& value);
 
 // "3 bytes instead of 2"

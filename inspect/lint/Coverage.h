@@ -1,5 +1,5 @@
-// Which fields of a list share payload bits: for lists and overlaps of any size, the first few by their index and the
-// rest as a number.
+// Finds the fields of a list that share payload bits. Of a set of overlapping fields only the first few are stored, and
+// the size of the set, so that lists and overlaps may have any size.
 
 #ifndef MORVIX_INSPECT_LINT_COVERAGE_H
 #define MORVIX_INSPECT_LINT_COVERAGE_H
@@ -32,7 +32,7 @@ class Coverage {
  public:
   static constexpr size_t kFew = FewFields::kFew;
 
-  // `ranges` are those that will be laid.
+  // `ranges` are those that will be added.
   explicit Coverage(const std::vector<BitRange>& ranges) {
     for (const BitRange& range : ranges) {
       if (!range.IsEmpty()) edges_.insert(edges_.end(), {range.begin, range.end});
@@ -43,7 +43,7 @@ class Coverage {
     beginning_.resize(2 * edges_.size());
   }
 
-  // Fields are laid in the order of the list.
+  // Fields are added in the order of the list.
   void Lay(const BitRange& range, size_t field) {
     if (range.IsEmpty()) return;
     size_t left = IndexOf(range.begin) + edges_.size();
@@ -54,8 +54,8 @@ class Coverage {
     }
   }
 
-  // The fields laid so far that have bits of the range, which is not empty: those that cover its first bit, and those
-  // that begin after it.
+  // The fields added so far that share bits with the range, which must not be empty: fields that cover its first bit,
+  // and fields that begin after it.
   FewFields Over(const BitRange& range) const {
     FewFields few;
     const auto add = [&few](const FewFields& more) {
@@ -77,7 +77,7 @@ class Coverage {
   }
 
  private:
-  // Of the first edge that is not before the bit.
+  // The index of the first edge at or after the bit.
   size_t IndexOf(uint64_t bit) const {
     return static_cast<size_t>(std::lower_bound(edges_.begin(), edges_.end(), bit) - edges_.begin());
   }

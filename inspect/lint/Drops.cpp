@@ -21,17 +21,17 @@ struct Drop {
   std::string member;  // as the parser names it
   bool onReading;
   bool onWriting;
-  size_t holder;      // the element whose scaling was in force
-  size_t laterFlags;  // flag bits that shift if the attribute, whose type cannot be told, is meant to be writable
+  size_t holder;      // the element whose scaling was used
+  size_t laterFlags;  // flag bits that shift if the attribute, whose type is unknown, is meant to be writable
 };
 
-// Which walks over the entity use a scaling.
+// Whether reading, writing or both use a scaling.
 struct ScalingUse {
   bool onReading = false;
   bool onWriting = false;
 };
 
-// What a member has to be.
+// The required kind of a member.
 std::string Needed(const std::string& member) {
   if (member == "position" || member == "uint_spec") return "an object";
   if (member == "enum") return "an array with items";
@@ -39,21 +39,21 @@ std::string Needed(const std::string& member) {
   return Contains({"id", "byte_offset", "bit_offset", "len", "min", "max"}, member) ? "an integer" : "a string";
 }
 
-// Whether the parser gets to the scaling of an element, which then is in force for the ones after it, too. `dropped` is
-// its reason to drop the element.
+// Whether the parser reads the scaling of an element; later elements then inherit it. `dropped` is the member for which
+// the element is dropped.
 bool HasReadScaling(const Element& element, const std::string& dropped) {
   static const Names kReadBefore = {"attr", "id", "name", "display_name", "desc", "type", "data_type", "position"};
   return ProtocolDataTypeIsUInt(element.dataType) && !Contains(kReadBefore, dropped);
 }
 
-// From an attribute to a member, as far as there is one of this name.
+// The path from an attribute to a member; shorter when the member does not exist.
 Names PathOf(const std::string& member) {
   if (Contains(PositionMembers(), member)) return {"position", member};
   if (Contains(ScalingMembers(), member)) return {"uint_spec", member};
   return Contains(AttributeMembers(), member) ? Names{member} : Names{};
 }
 
-// What is wrong with a member, and how to put it right.
+// What is wrong with a member, and how to correct it.
 struct Fault {
   std::string text;
   std::string fix;
@@ -92,10 +92,10 @@ std::string FixElsewhere(std::string fix, const std::string& label) {
 std::string EffectOfLimitKind(const ScalingUse& use) {
   if (use.onReading && use.onWriting) return "every encode, decode and parse of the entity throws Json::LogicError";
   if (use.onReading) {
-    return "every decode of the entity and every parse that takes its group throws Json::LogicError; encoding does not "
-           "look at it";
+    return "every decode of the entity and every parse that takes its group throws Json::LogicError; encoding "
+           "ignores it";
   }
-  return "every encode of the entity throws Json::LogicError; decoding does not look at it";
+  return "every encode of the entity throws Json::LogicError; decoding ignores it";
 }
 
 // Walks over the elements in their order.
@@ -131,8 +131,8 @@ class DropCheck {
     drops_.push_back(drop);
   }
 
-  // Reports the flag bits that a drop shifts; returns their number when the attribute may be meant to be writable or
-  // not.
+  // Reports the flag bits that a drop shifts. Returns their number when the attribute's type is unknown, so that it may
+  // or may not be writable.
   size_t NoteShift(size_t index) {
     const Element& element = entity_.Elements()[index];
     const std::vector<Field>& fields = entity_.Writing().fields;
@@ -154,7 +154,7 @@ class DropCheck {
     return 0;
   }
 
-  // The flags are whole bytes.
+  // The flag bitmap has whole bytes.
   void AddLostFlags() {
     const size_t bytes = (taken_ + 7) / 8;
     const size_t needed = (taken_ + dropped_ + 7) / 8;
@@ -164,12 +164,12 @@ class DropCheck {
         rules::kFlagBitsShifted, entity_.At(lastDropped_),
         fmt::format("dropping {} leaves {} instead of {}",
                     dropped_ == 1 ? label : Count(dropped_, "writable attribute"), Count(bytes, "flag byte"), needed),
-        "a device that counts all attributes takes the beginning of each write's payload for flags",
+        "a device that counts all attributes reads the beginning of each write's payload as flags",
         fmt::format("fix {} from the device's list as well",
                     dropped_ == 1 ? label + ", or remove it" : "them, or remove them"));
   }
 
-  // What a drop means, in the parser's words.
+  // The effect of a drop, beginning with the line that the parser logs.
   std::string EffectOf(const Drop& drop) const {
     const Element& element = entity_.Elements()[drop.element];
     const bool isWritable = element.IsWritable();
@@ -236,10 +236,10 @@ class DropCheck {
   const EntityModel& entity_;
   Findings& findings_;
   const std::map<size_t, std::string> onGroups_;  // by element
-  size_t readHolder_ = kNoElement;                // the element whose scaling is in force
+  size_t readHolder_ = kNoElement;                // the element whose scaling is used
   size_t writeHolder_ = kNoElement;
-  size_t taken_ = 0;    // writable attributes so far that became records
-  size_t dropped_ = 0;  // and that did not
+  size_t taken_ = 0;    // writable attributes so far that the parser kept
+  size_t dropped_ = 0;  // and those that it dropped
   size_t lastDropped_ = kNoElement;
   std::vector<Drop> drops_;
   std::map<size_t, ScalingUse> uses_;

@@ -1,4 +1,4 @@
-// What becomes of an attribute that has no usable place or items.
+// The effects of an attribute that has no usable place or items.
 
 #include <fmt/format.h>
 
@@ -17,20 +17,20 @@ bool HasNoItems(const Field& field) { return IsEnum(*field.attribute) && field.a
 
 bool IsUsable(const Field& field) { return !field.bits.IsEmpty() && !HasNoItems(field); }
 
-// What decoding makes of the field alone in a payload of zeros.
+// The result of decoding just this field from a payload of zeros.
 Result ReadZeros(const EntityModel& entity, const Field& field, size_t payloadBytes) {
   constexpr size_t kMostBytes = size_t{1} << 20;  // no packet is nearly as long
   const Bytes payload(std::min(payloadBytes, kMostBytes));
   return DecodeSilently(entity, {*field.attribute}, payload.data(), payload.size())[0];
 }
 
-// A line of the module in a sentence. That of an enum depends on the value.
+// A log line as part of a sentence. The line for an enum depends on the value, so only its beginning is quoted.
 std::string LineText(const std::string& line) {
   constexpr char kInvalid[] = "Invalid enum value";
   return line.find(kInvalid) == 0 ? fmt::format("an \"{}\" line", kInvalid) : "\"" + line + "\"";
 }
 
-// What a write that carries the attribute does; empty when it works.
+// The effect of writing the attribute; empty when writing works.
 std::string EffectOnWriting(const EntityModel& entity, const Field& field) {
   if (IsUsable(field)) return "";
   const Attribute& attribute = *field.attribute;

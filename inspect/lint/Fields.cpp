@@ -23,7 +23,7 @@ constexpr char kEndGroup[] =
     "list the attribute with the group's highest bit last in its group, and a number or binary of the same type after "
     "it if another group follows";
 
-// What is wrong with a field that the module cannot use.
+// Why the module cannot use a field.
 struct Fault {
   const Rule& rule;
   const char* member;  // of the position
@@ -34,7 +34,7 @@ struct Fault {
 
 bool IsOtherThanOneBit(const Attribute& attribute) { return !IsInBits(attribute) || attribute.position.len != 1; }
 
-// The first of the reasons.
+// The first fault that applies.
 Fault FaultOf(const Attribute& attribute) {
   const Position& position = attribute.position;
   const bool isInBits = IsInBits(attribute);

@@ -1,5 +1,5 @@
-// Bit groups: what sizes them, and whether that is what their members need. A group's size follows from the last
-// attribute of a run of bools and enums of one type, so that the order of the list decides.
+// Sizes of bit groups, compared with what their members need. The last attribute of a run of bools and enums of one
+// type determines the size, so the order of the list matters.
 
 #include <fmt/format.h>
 
@@ -34,13 +34,13 @@ struct Part {
   size_t Need() const { return NeededBytes(highest->attribute->position); }
 };
 
-// A bit group as its device sees it: the members of one type that have one byte_offset.
+// A bit group as the device sees it: the members of one type with the same byte_offset.
 struct BitGroup {
   std::vector<Part> parts;
   const Field* highest;
 
   size_t Need() const { return NeededBytes(highest->attribute->position); }
-  // Whether a part has another size than its members need, for themselves and with the rest of the group.
+  // Whether a part's size differs from what its own members need and from what the whole group needs.
   bool IsMissized(const Part& part) const { return part.Size() != part.Need() && part.Size() != Need(); }
 };
 
@@ -68,7 +68,7 @@ class GroupCheck {
   }
 
   void Check() {
-    std::map<size_t, std::vector<std::string>> needs;  // in runs that an attribute in byte units sizes
+    std::map<size_t, std::vector<std::string>> needs;  // in runs that end with an attribute in byte units
     for (const auto& [key, group] : groups_) {
       for (const Part& part : group.parts) {
         const Field& last = *lasts_[part.run];
@@ -100,7 +100,7 @@ class GroupCheck {
     }
   }
 
-  // What a wrong size does to a member of the group.
+  // The effect of a wrong group size on a member.
   std::string EffectOfSize(const Field& member, size_t needed) const {
     Attribute right = *member.attribute;
     right.position.groupByteLength = needed;
@@ -152,7 +152,7 @@ class GroupCheck {
                       "list it before the bit fields, or after a number or binary of the same type");
   }
 
-  // Parts of a group in several runs, of which some are therefore too short.
+  // Groups whose members are in several runs, so that some parts are too short.
   void CheckSplit(const BitGroup& group) {
     const Field& first = *group.parts.front().first;
     const auto highest = std::find_if(group.parts.begin(), group.parts.end(),
@@ -175,7 +175,7 @@ class GroupCheck {
   std::map<std::pair<Group, int32_t>, BitGroup> groups_;  // by type and byte_offset
 };
 
-// Groups that are written with one size and read with another.
+// Groups whose size differs between writing and reading.
 void LintSizes(const EntityModel& entity, Findings& findings) {
   const auto placeOf = [](const Field& field) { return field.bits.IsEmpty() ? "nowhere" : BitsText(field.bits); };
   for (const Field& written : entity.Writing().fields) {
@@ -192,14 +192,14 @@ void LintSizes(const EntityModel& entity, Findings& findings) {
   }
 }
 
-// What decides about an attribute's part in a run.
+// What a run needs to know about an attribute.
 struct Membership {
   Group type;
   bool isBitPacked;
   size_t needed;  // bytes of its group
 };
 
-// That of a dropped attribute is as it was probably meant; nothing when that cannot be told.
+// The same for a dropped attribute, as it was probably meant; nothing when that is unclear.
 std::optional<Membership> MembershipOf(const EntityModel& entity, size_t index) {
   static const std::map<std::string, Group> kGroups = {{"status_writable", MorvixProtocolTypeStatusWritable_4_0},
                                                        {"status_readonly", MorvixProtocolTypeStatusReadonly_4_0},
@@ -237,8 +237,8 @@ std::string SizesText(size_t size, size_t needed) {
 
 std::map<size_t, std::string> EffectsOnGroups(const EntityModel& entity) {
   std::map<size_t, std::string> effects;
-  std::vector<const Field*> run;  // what was kept of the run so far
-  size_t lost = kNoElement;       // a dropped attribute that would be its last one so far
+  std::vector<const Field*> run;  // the attributes of the run so far that were not dropped
+  size_t lost = kNoElement;       // a dropped attribute that would be the last of the run so far
   std::optional<Membership> last;
   const auto endRun = [&] {
     std::vector<std::string> moved;

@@ -30,7 +30,7 @@ void AddUnusableEntity(const Spot& entity, const EntityFault& fault, Findings& f
       fix);
 }
 
-// The names and ids of the entities so far, each with the pointer of the first that has it.
+// The names and ids of the entities so far, each with the JSON pointer of the first entity that has it.
 struct KnownEntities {
   std::map<std::string, std::string> names;
   std::map<int32_t, std::string> ids;
@@ -50,8 +50,8 @@ void LintEntityNames(const EntityModel& entity, KnownEntities& known, Findings& 
   const auto [sameId, isNewId] = known.ids.emplace(id, entity.At().pointer);
   if (!isNewId) {
     findings.Add(rules::kDuplicateId, entity.At().Member("id"),
-                 fmt::format("the entity at {} has the id {} as well", sameId->second, id),
-                 "none: the id is not looked at", "give each entity its own id");
+                 fmt::format("the entity at {} has the id {} as well", sameId->second, id), "none: the id is ignored",
+                 "give each entity its own id");
   }
   if (name == "version") {
     findings.Add(rules::kEntityVersion, spot, "the entity is called 'version'",
@@ -132,7 +132,7 @@ std::vector<Finding> Lint(const std::string& name, const std::string& text, Seve
     return findings.Sorted();
   }
   for (const json::RepeatedMember& member : json::FindRepeatedMembers(text)) {
-    findings.Add({&rules::kRepeatedMember, member.offset, member.pointer, Quoted(member.name) + " stands here again",
+    findings.Add({&rules::kRepeatedMember, member.offset, member.pointer, "duplicate member " + Quoted(member.name),
                   "the earlier value is ignored", "remove one of the two"});
   }
   LintConfiguration(*document, choices, findings);

@@ -39,7 +39,7 @@ void LintUnknown(const Spot& object, const Names& known, const char* kind, Findi
   }
 }
 
-// The number as a human reads it; nothing where a human would not read one.
+// The number as a human reads it; nothing when a human would not see a number.
 std::optional<double> WrittenNumber(const Json::Value& value) {
   if (value.isNumeric() && !value.isBool()) return value.asDouble();
   if (!value.isString()) return std::nullopt;
@@ -51,7 +51,7 @@ std::optional<double> WrittenNumber(const Json::Value& value) {
   return isNumber ? std::optional<double>(number) : std::nullopt;
 }
 
-// How the module reads a member, also as a string; nothing when it does not take it.
+// The number that the module reads from a member, which may be a string; nothing when it rejects the member.
 std::optional<std::pair<double, std::string>> ReadNumber(const Json::Value& object, const std::string& member) {
   double factor = 0;
   int64_t limit = 0;
@@ -121,7 +121,7 @@ std::string Described(const Json::Value& value) {
     case Json::nullValue:
       return "null";
     case Json::stringValue:
-      return "the text " + Quoted(value.asString());
+      return "the string " + Quoted(value.asString());
     case Json::booleanValue:
       return value.asBool() ? "true" : "false";
     case Json::arrayValue:

@@ -1,4 +1,4 @@
-// The members that configuration objects have, and how a finding describes a value.
+// The known members of configuration objects, and descriptions of values for findings.
 
 #ifndef MORVIX_INSPECT_LINT_MEMBERS_H
 #define MORVIX_INSPECT_LINT_MEMBERS_H
@@ -16,7 +16,7 @@ const Names& AttributeMembers();
 const Names& PositionMembers();
 const Names& ScalingMembers();
 
-// "null", "the number 5", "the text 'x'", "an empty array" ...
+// "null", "the number 5", "the string 'x'", "an empty array" ...
 std::string Described(const Json::Value& value);
 
 }  // namespace morvix::inspect

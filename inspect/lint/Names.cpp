@@ -1,4 +1,4 @@
-// Names, keys and ids that attributes share, and those that are empty.
+// Duplicate and empty names, keys and ids of attributes.
 
 #include <fmt/format.h>
 
@@ -46,7 +46,7 @@ void LintName(const EntityModel& entity, const Field& field, Findings& findings)
   }
 }
 
-// Earlier attributes of the same name: of those that are written, of the states that are read, and of all.
+// Earlier attributes with the same name: among all that are written, among the states that are read, and among all.
 struct SameName {
   const Field* written;
   const Field* read;
@@ -103,7 +103,7 @@ void LintNames(const EntityModel& entity, Findings& findings) {
     if (sameId == nullptr) continue;
     findings.Add(rules::kDuplicateId, entity.At(field->element, {"id"}),
                  fmt::format("{} has the id {} as well", LabelOf(entity, *sameId), attribute.id),
-                 "none: the id is not looked at", "give each attribute its own id");
+                 "none: the id is ignored", "give each attribute its own id");
   }
 }
 

@@ -34,10 +34,10 @@ void LintTypeWidth(const EntityModel& entity, const Field& field, Findings& find
                entity.At(field.element, {"position", "len"}),
                fmt::format("{} is a {} in {}", entity.Label(field.element), DataTypeName(number.data_type), size),
                fmt::format("'len' alone decides: {} of the payload", size),
-               fmt::format("set 'len' to {}, if the device's type is the one that counts", typeBytes));
+               fmt::format("set 'len' to {} if the device uses the type", typeBytes));
 }
 
-// For a scaling that can be used: whether the field holds its largest raw value.
+// Checks whether the field can hold the largest raw value of a usable scaling.
 void LintMaxWidth(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& number = *field.attribute;
   if (!HasWidth(number)) return;
@@ -60,19 +60,19 @@ void LintMaxWidth(const EntityModel& entity, const Field& field, Findings& findi
 
 constexpr char kRefusal[] = "\"Validate uint value failed.\"";
 
-// The raw value that the encoder makes of a text, or the line that refuses it, in quotes.
+// The raw value that the encoder makes of a string, or the quoted line with which it refuses the string.
 std::string EncodeText(const Attribute& number, const std::string& text) {
   uint64_t raw = 0;
   const bool isTaken = ProtocolValueToRaw_4_0(number, std::strtod(text.c_str(), nullptr), raw);
   return isTaken ? std::to_string(raw) : kRefusal;
 }
 
-// A write of no bytes carries nothing.
+// A write without payload is never sent.
 bool IsCarried(const EntityModel& entity, const Attribute& number) {
   return IsWritable(number) && entity.Writing().payloadBytes != 0;
 }
 
-// What a write that carries a refused number does; nothing for one that no write carries.
+// The effect of writing a number that is always refused; empty when no write carries it.
 std::string RefusedWriteText(const EntityModel& entity, const Attribute& number) {
   if (!IsCarried(entity, number)) return "";
   return fmt::format("; every write that carries it ends with {} and sends nothing", kRefusal);
@@ -94,14 +94,13 @@ void LintUnusableScaling(const EntityModel& entity, const Field& field, Findings
   } else if (scaling.max >= int64_t{1} << 52) {
     add(rules::kMaxTooLarge, "max", fmt::format("max {}", scaling.max), "a max is at most 4503599627370495");
   } else if (scaling.min > scaling.max) {
-    add(rules::kMinAboveMax, "min", fmt::format("min {} above the max {}", scaling.min, scaling.max),
-        "exchange the two");
+    add(rules::kMinAboveMax, "min", fmt::format("min {} above the max {}", scaling.min, scaling.max), "swap the two");
   } else {
     add(rules::kEmptyRange, "max", fmt::format("min and max {}", scaling.min), "a max is above its min");
   }
 }
 
-// True when the ratio and addition make numbers of raw values.
+// Whether the ratio and addition are finite and the ratio is not 0.
 bool LintFactors(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& number = *field.attribute;
   const Scaling& scaling = number.uint_spec;
@@ -137,7 +136,7 @@ std::set<uint64_t> SampleRaws(const Scaling& scaling) {
   return raws;
 }
 
-// How far from the raw value a decoded and encoded one can be, in raw steps, since doubles are rounded.
+// The largest error in raw steps of decoding and encoding a raw value, caused by the rounding of doubles.
 double LargestError(const Scaling& scaling) {
   const double min = static_cast<double>(scaling.min) * scaling.ratio;
   const double max = static_cast<double>(scaling.max) * scaling.ratio;
@@ -145,8 +144,8 @@ double LargestError(const Scaling& scaling) {
   return std::ldexp(4 * largest / std::fabs(scaling.ratio), -53);
 }
 
-// The last raw value after which user values have more binary digits before the point, so that fewer remain after it;
-// or else the min.
+// The last raw value before user values get more binary digits before the point, and so fewer after it; the min if
+// there is no such value.
 uint64_t LastBinade(const Scaling& scaling) {
   const auto min = static_cast<double>(scaling.min);
   const auto max = static_cast<double>(scaling.max);
@@ -158,10 +157,10 @@ uint64_t LastBinade(const Scaling& scaling) {
   return raw > min && raw < max ? static_cast<uint64_t>(raw) : static_cast<uint64_t>(scaling.min);
 }
 
-// A raw value of a usable scaling whose text the encoder takes for another one, or refuses, since a double has 53 bits.
-// Looks at some thousands of values.
+// A raw value of a usable scaling whose text encodes to another raw value, or is refused, because a double has 53 bits.
+// Tries some thousands of values.
 std::optional<uint64_t> FindLostRaw(const Attribute& number) {
-  constexpr double kHarmless = 0.4;  // it takes half a raw step to come out at another one
+  constexpr double kHarmless = 0.4;  // less than the half step that changes a raw value
   constexpr int kTries = 4096;
   constexpr int kMostTexts = 64;
   constexpr double kGolden = 0.6180339887498949;  // its multiples fill a range evenly
@@ -184,13 +183,13 @@ std::optional<uint64_t> FindLostRaw(const Attribute& number) {
   return std::nullopt;
 }
 
-// What becomes of a raw value: its text and, when that is written, the raw value that it is taken for.
+// The round trip of a raw value: its text, and the raw value that this text encodes to.
 struct Passage {
-  std::string text;  // empty where the decoder leaves the raw value out
+  std::string text;  // empty when the decoder leaves the raw value out
   std::string back;
-  bool isRounded = false;  // by more than what six decimals leave of a number that they hold
-  bool isOff = false;      // by a part of a raw step that shows
-  bool isLost = false;     // taken for another one, or refused
+  bool isRounded = false;  // by more than the error of printing six decimals
+  bool isOff = false;      // by a noticeable part of a raw step
+  bool isLost = false;     // encodes to another raw value, or is refused
   std::string effect;
 
   Passage(const Attribute& number, uint64_t raw)
@@ -208,7 +207,7 @@ struct Passage {
   }
 };
 
-// The first raw value whose text is not what it should be decides.
+// The first raw value with a wrong text determines the finding.
 void LintPrecision(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& number = *field.attribute;
   const std::string label = entity.Label(field.element);
@@ -249,7 +248,7 @@ void LintPrecision(const EntityModel& entity, const Field& field, Findings& find
     add(rules::kScalingRounded, "ratio", moreDigits, lost, fewerDigits + ", if the rest matters");
   } else if (!rounded.empty()) {
     add(rules::kScalingRounded, "ratio", " has values of more than six decimals", rounded,
-        "choose units in which six decimals do, if the rest matters");
+        "choose units in which six decimals are enough, if the rest matters");
   }
 }
 

@@ -1,4 +1,4 @@
-// Fields that share bits, and fields that are corrupted when another one is written.
+// Fields that share bits, and fields that are corrupted by writing another field.
 
 #include <fmt/format.h>
 
@@ -43,7 +43,7 @@ struct Overlap {
     return inspect::Listed(LabelsOf(entity, *direction, others.first), others.count);
   }
 
-  // "'a' and 'b' in byte 3": where they lie as far as they are all known, else where the field does.
+  // "'a' and 'b' in byte 3": the shared bits, or the bits of the field when there are too many overlaps to know.
   std::string Text(const EntityModel& entity) const {
     BitRange shared = field->bits;
     if (others.count == others.first.size()) {
@@ -71,7 +71,7 @@ std::map<size_t, Overlap> OverlapsOf(const Direction& direction) {
   return overlaps;
 }
 
-// Whether fields that overlap when they are written do so when they are read as well.
+// Whether two fields overlap both on writing and on reading.
 bool OverlapsOnReading(const Overlap& onWriting, const EntityModel& entity) {
   const auto bitsOf = [&entity](const Field& field) {
     const Field* read = entity.Read(field.element);
@@ -82,7 +82,7 @@ bool OverlapsOnReading(const Overlap& onWriting, const EntityModel& entity) {
                      [&](size_t other) { return bits.Overlaps(bitsOf(onWriting.direction->fields[other])); });
 }
 
-// One of the two overlaps can be null.
+// One of the two overlaps may be null.
 void AddOverlap(const EntityModel& entity, size_t element, const Overlap* onReading, const Overlap* onWriting,
                 Findings& findings) {
   const std::string label = entity.Label(element);
@@ -100,7 +100,7 @@ void AddOverlap(const EntityModel& entity, size_t element, const Overlap* onRead
         areTwo ? "both" : fmt::format("{} and {}{}", label, isOne ? "" : "any of ", onWriting->Listed(entity));
     effects.push_back(fmt::format("a write of {} leaves the bits of {}", written, label));
   }
-  if (onReading != nullptr) effects.emplace_back("decoding takes each of them from the shared bits");
+  if (onReading != nullptr) effects.emplace_back("decoding reads each of them from the shared bits");
   findings.Add(rules::kFieldsOverlap, entity.At(element, {"position"}), message,
                fmt::format("{}", fmt::join(effects, "; ")), "give each its own bits");
 }
@@ -119,7 +119,7 @@ void LintSharedBits(const EntityModel& entity, Findings& findings) {
 
 // ---- Fields that a write corrupts ----
 
-// The bits that a value of the field can set, from its lowest bit up.
+// The bits that a value of the field can set: a range that ends with its lowest bit.
 BitRange SettableBits(const Field& field) {
   const Attribute& attribute = *field.attribute;
   if (IsBinary(attribute)) return field.bits;
@@ -134,16 +134,16 @@ BitRange SettableBits(const Field& field) {
   return settable;
 }
 
-// A field that partly fills several bytes is written with the bits around it in reversed byte order: the bit that comes
-// to lie at `bit`.
+// Writing a field that partly fills several bytes reverses the order of these bytes for the bits around the field.
+// Returns the bit that moves to `bit`.
 uint64_t MirroredBit(const BitRange& bytes, uint64_t bit) {
   return bytes.begin + bytes.end - 8 - bit / 8 * 8 + bit % 8;
 }
 
-// The fields that were written before a field and that writing it corrupts.
+// Earlier fields that writing a field corrupts.
 struct Corruption {
   std::set<size_t> fields;
-  bool areMore = false;  // than that, where more than a few overlap
+  bool areMore = false;  // whether there may be more, since more than a few overlap
   std::string example;
 };
 
@@ -171,7 +171,7 @@ class CorruptionCheck {
  private:
   void CheckField(const Field& field, const BitRange& bytes) {
     Corruption found;
-    // Each bit that was set by an earlier field: where it was, and where it comes back, other bits are now.
+    // Each set bit of an earlier field moves: its old place and its new place both change.
     for (uint64_t set = bytes.end; set-- > bytes.begin;) {
       const FewFields setters = canSet_.Over({set, set + 1});
       const uint64_t back = MirroredBit(bytes, set);
@@ -187,16 +187,16 @@ class CorruptionCheck {
             ? fmt::format("{}, and others", fmt::join(labels.begin(), labels.begin() + Coverage::kFew - 1, ", "))
             : Listed(labels, labels.size());
     findings_.AddOnce(rules::kNeighboursDisturbed, entity_.At(field.element, {"position"}),
-                      fmt::format("writing {}, which lies in {}, disturbs {}", entity_.Label(field.element),
+                      fmt::format("writing {}, which lies in {}, corrupts {}", entity_.Label(field.element),
                                   BytesText(field.bits), others),
                       found.example,
-                      "keep it inside one byte, or list it before them (the highest bit of a group is listed last all "
-                      "the same)");
+                      "keep it inside one byte, or list it before them (but still list the highest bit of a group "
+                      "last)");
   }
 
   static bool Holds(const Field& field, uint64_t bit) { return bit >= field.bits.begin && bit < field.bits.end; }
 
-  // Notes the fields that have a changed bit; false when it is the written field's own, or nobody's.
+  // Collects the fields that contain a changed bit. False when only the written field, or no field, contains it.
   bool Note(const Field& field, uint64_t bit, Corruption& found) const {
     if (Holds(field, bit)) return false;
     const FewFields fields = laid_.Over({bit, bit + 1});
@@ -206,7 +206,7 @@ class CorruptionCheck {
   }
 
   std::string ExampleOf(const Field& field, const BitRange& bytes, uint64_t set, size_t setter) const {
-    // Zeros but for the bit, unless the field clears it.
+    // All zeros except for the bit, unless the field clears it.
     const auto contentWith = [&](uint64_t bit, bool isCleared) {
       std::vector<byte> content(static_cast<size_t>(bytes.Length() / 8));
       if (!isCleared) content[static_cast<size_t>((bit - bytes.begin) / 8)] = static_cast<byte>(0x80 >> bit % 8);

@@ -1,4 +1,4 @@
-// Values that do not come back as they were sent: limits and middles of every attribute, alone and all together.
+// Values that a round trip changes: the limits and a middle value of every attribute, alone and all together.
 
 #include <fmt/format.h>
 
@@ -29,7 +29,7 @@ uint64_t Chosen(uint64_t min, uint64_t max, Choice choice) {
 
 // A value of an attribute.
 struct Value {
-  std::string text;  // as decoding shows it; empty when the attribute can have no value
+  std::string text;  // as decoded; empty when no value is possible
   uint64_t raw = 0;
   Bytes bytes;  // of a binary
 };
@@ -75,7 +75,7 @@ std::string Shown(const Attribute& attribute, const std::string& text) {
   return IsBool(attribute) ? text : Quoted(text);
 }
 
-// An attribute in both directions; one that is dropped in one of them has one field only.
+// An attribute in both directions; a field is null when that direction drops the attribute.
 struct Subject {
   size_t element;
   const Field* written;
@@ -85,17 +85,17 @@ struct Subject {
   bool IsWritable() const { return inspect::IsWritable(Either()); }
 };
 
-// The attributes of which the module takes a value alone, by their index: those that can be sent, and those of them
-// that are then decoded, as the value or as another one.
+// Indexes of the attributes whose value the module accepts on its own: those that can be encoded, and those of them
+// that can then be decoded, to the same value or another.
 struct Passed {
   std::vector<size_t> sent;
   std::vector<size_t> decoded;
 };
 
-// What came back.
+// The result of decoding.
 struct Answer {
   std::string text;  // empty for nothing
-  std::string line;  // with which decoding ended
+  std::string line;  // the log line with which decoding ended
 };
 
 // The check of one entity.
@@ -136,7 +136,7 @@ class Roundtrip {
     return answer.line.empty() ? "is not decoded" : "is decoded with \"" + answer.line + "\"";
   }
 
-  // What decoding gives for these fields, in their order.
+  // Decodes these fields, in their order.
   std::vector<Answer> Decode(const std::vector<const Field*>& fields, const Bytes& payload) const {
     std::vector<Attribute> records;
     for (const Field* field : fields) records.push_back(*field->attribute);
@@ -179,7 +179,7 @@ class Roundtrip {
     passed.sent.push_back(index);
     if (subject.read == nullptr) return report("is not decoded: decoding drops the attribute");
     const BitRange& bits = (subject.IsWritable() ? subject.written : subject.read)->bits;
-    if (bits.EndByte() > payload_.size()) return;  // in no packet
+    if (bits.EndByte() > payload_.size()) return;  // no packet reaches that far
     Put(bits, value, payload_);
     const Answer answer = Decode({subject.read}, payload_)[0];
     std::fill(payload_.begin() + static_cast<ptrdiff_t>(bits.FirstByte()),
@@ -188,10 +188,10 @@ class Roundtrip {
     if (answer.text != value.text) report(ResultText(attribute, answer));
   }
 
-  // All writable attributes in one write, in the order of the list. What ends a decode alone is left out of that.
+  // Writes all writable attributes at once, in the order of the list. Attributes that end a decode are left out.
   void CheckWrite(const Passed& passed, Choice choice) {
     std::vector<Attribute> writers = entity_.Writing().records;
-    for (size_t i = 0; i < writers.size(); ++i) writers[i].name = std::to_string(i);  // whatever names repeat
+    for (size_t i = 0; i < writers.size(); ++i) writers[i].name = std::to_string(i);  // unique, even if names repeat
     const auto isWritten = [this](size_t index) { return subjects_[index].IsWritable(); };
     Json::Value document;
     for (const size_t index : passed.sent) {
@@ -214,7 +214,7 @@ class Roundtrip {
     Compare(indexes, payload, " from a write of all attributes", choice, false);
   }
 
-  // A device sets the bits of every attribute.
+  // A response in which the device sets the bits of every attribute.
   void CheckResponse(const Passed& passed, Choice choice) {
     Bytes payload(readBytes_);
     for (const size_t index : passed.decoded) {

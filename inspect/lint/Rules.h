@@ -11,20 +11,20 @@ inline constexpr Severity kError = Severity::kError;
 inline constexpr Severity kWarning = Severity::kWarning;
 inline constexpr Severity kInfo = Severity::kInfo;
 
-// The text and what it is made of.
+// JSON syntax and members.
 inline constexpr Rule kJsonSyntax{"json-syntax", kError, "The file is not JSON."};
 inline constexpr Rule kRepeatedMember{"repeated-member", kWarning,
-                                      "An object has a member twice; the last one counts."};
+                                      "An object has a member twice; the last one is used."};
 inline constexpr Rule kNoConfiguration{"no-configuration", kError, "The file has no array of entities."};
 inline constexpr Rule kNoEntities{"no-entities", kWarning, "The array of entities is empty."};
-inline constexpr Rule kUnknownMember{"unknown-member", kWarning, "A member that nothing reads, misspelt perhaps."};
+inline constexpr Rule kUnknownMember{"unknown-member", kWarning, "An unknown member, perhaps misspelt."};
 inline constexpr Rule kUnusedMember{"unused-member", kInfo, "A scaling or items that the data type does not use."};
 inline constexpr Rule kMisreadNumber{"misread-number", kWarning, "A number is not read as it is written."};
 
 // Entities.
 inline constexpr Rule kEntityUnusable{"entity-unusable", kError, "An entity can be neither encoded nor decoded."};
 inline constexpr Rule kEntityVersion{"entity-version", kError,
-                                     "An entity is called version, as the document's version is."};
+                                     "An entity is called version, the name of the document's own version."};
 inline constexpr Rule kDuplicateEntity{"duplicate-entity", kError, "Two entities have one name."};
 inline constexpr Rule kNoAttributes{"no-attributes", kWarning, "An entity has no usable attribute."};
 
@@ -47,10 +47,10 @@ inline constexpr Rule kFlagBitsShifted{"flag-bits-shifted", kError,
 inline constexpr Rule kDuplicateName{"duplicate-name", kError, "Two attributes have one name, and so one value."};
 inline constexpr Rule kKeyCollision{
     "key-collision", kError,
-    "The display name of an alert or fault is another attribute's key in the decoded document."};
+    "The display name of an alert or fault is also another attribute's key in the decoded document."};
 inline constexpr Rule kEmptyName{"empty-name", kWarning, "A name is empty."};
 inline constexpr Rule kNulInName{"nul-in-name", kWarning,
-                                 "A name holds a NUL, at which the look-up of its value ends."};
+                                 "A name contains a NUL; values are looked up by the part before it."};
 inline constexpr Rule kSharedName{"shared-name", kInfo,
                                   "An alert or fault has the name of another attribute; harmless."};
 inline constexpr Rule kDuplicateId{"duplicate-id", kInfo, "Two entities, or two attributes of one, have one id."};
@@ -80,10 +80,10 @@ inline constexpr Rule kGroupSizedByAnother{"group-sized-by-another", kWarning,
                                            "A bit group is sized by the group after it, whose size differs."};
 inline constexpr Rule kGroupSizedByBytes{"group-sized-by-bytes", kWarning,
                                          "A bit group is sized by an enum in byte units."};
-inline constexpr Rule kGroupSplit{"group-split", kError, "The members of a bit group do not stand together."};
+inline constexpr Rule kGroupSplit{"group-split", kError, "The members of a bit group are not listed together."};
 inline constexpr Rule kGroupSizeDiffers{"group-size-differs", kError,
                                         "A bit group has one size for writing and another for reading."};
-inline constexpr Rule kFieldsOverlap{"fields-overlap", kWarning, "Two fields have payload bits in common."};
+inline constexpr Rule kFieldsOverlap{"fields-overlap", kWarning, "Two fields share payload bits."};
 inline constexpr Rule kNeighboursDisturbed{
     "neighbours-disturbed", kError,
     "Writing a field that partly fills several bytes corrupts fields that were written before."};
@@ -93,12 +93,12 @@ inline constexpr Rule kFlagsTooLong{"flags-too-long", kError, "The flag bitmap i
 // Numbers.
 inline constexpr Rule kNarrowerThanType{"narrower-than-type", kInfo, "A number has fewer bytes than its type says."};
 inline constexpr Rule kWiderThanType{"wider-than-type", kInfo, "A number has more bytes than its type says."};
-inline constexpr Rule kNarrowerThanMax{"narrower-than-max", kError, "The bytes of a number do not hold its max."};
+inline constexpr Rule kNarrowerThanMax{"narrower-than-max", kError, "The bytes of a number cannot hold its max."};
 inline constexpr Rule kNegativeLimit{"negative-limit", kError, "A negative min or max refuses every value."};
 inline constexpr Rule kMaxTooLarge{"max-too-large", kError, "A max at or above 2^52 refuses every value."};
 inline constexpr Rule kMinAboveMax{"min-above-max", kError, "A min above max refuses every value."};
 inline constexpr Rule kEmptyRange{"empty-range", kError, "A min equal to max refuses every value."};
-inline constexpr Rule kZeroRatio{"zero-ratio", kError, "A ratio of 0 makes all raw values one."};
+inline constexpr Rule kZeroRatio{"zero-ratio", kError, "A ratio of 0 maps all raw values to the same user value."};
 inline constexpr Rule kScalingNotFinite{"scaling-not-finite", kError,
                                         "A ratio or addition is infinite or not a number."};
 inline constexpr Rule kScalingTooFine{
@@ -108,26 +108,27 @@ inline constexpr Rule kScalingRounded{"scaling-rounded", kInfo,
 inline constexpr Rule kNumberTextCut{"number-text-cut", kWarning, "Decoded values are cut after 31 characters."};
 
 // Enums.
-inline constexpr Rule kEnumTooManyItems{"enum-too-many-items", kError, "An enum has more items than its bits hold."};
+inline constexpr Rule kEnumTooManyItems{"enum-too-many-items", kError,
+                                        "An enum has more items than its bits can hold."};
 inline constexpr Rule kEnumItemNotText{
     "enum-item-not-text", kError, "An item of an enum is not a string and is left out, which shifts all later items."};
 inline constexpr Rule kEnumWithoutTexts{"enum-without-texts", kError, "An enum has no item that is a string."};
 inline constexpr Rule kEnumIndexCut{"enum-index-cut", kError,
-                                    "An enum has indices of ten digits, of which nine are printed."};
+                                    "An enum has indices of ten digits, but only nine are printed."};
 inline constexpr Rule kEnumIncomplete{"enum-incomplete", kInfo,
-                                      "An enum's bits hold numbers without an item, which end a decode."};
+                                      "An enum's bits can hold numbers without an item, which end a decode."};
 inline constexpr Rule kDuplicateItem{"duplicate-item", kInfo, "An enum has an item twice."};
 
 // Alerts and faults.
 inline constexpr Rule kBinaryAlert{"binary-alert", kWarning,
-                                   "A binary alert or fault is active as its base64 text reads."};
+                                   "Whether a binary alert or fault is active depends on its base64 text."};
 inline constexpr Rule kFractionNotActive{"fraction-not-active", kInfo,
                                          "An alert or fault that is a number is not active below 1."};
 inline constexpr Rule kAlertTooLarge{"alert-too-large", kWarning,
                                      "An alert or fault has numbers of more than 32 bits."};
 
 // --roundtrip
-inline constexpr Rule kRoundtrip{"roundtrip", kError, "With --roundtrip: a value does not come back as it was sent."};
+inline constexpr Rule kRoundtrip{"roundtrip", kError, "With --roundtrip: encoding and decoding changes a value."};
 
 }  // namespace morvix::inspect::rules
 

@@ -1,4 +1,4 @@
-// Attribute records in plain words: their groups, data types and kinds, and what the module logs about them.
+// Names, kinds and value ranges of attribute records, and the lines that the module logs about them.
 
 #ifndef MORVIX_INSPECT_MODEL_ATTRIBUTE_H
 #define MORVIX_INSPECT_MODEL_ATTRIBUTE_H
@@ -21,7 +21,7 @@ constexpr int kWritableGroup = MorvixProtocolTypeStatusWritable_4_0;
 constexpr int kAllGroups = MorvixProtocolTypeStatusWritable_4_0 | MorvixProtocolTypeStatusReadonly_4_0 |
                            MorvixProtocolTypeAlert_4_0 | MorvixProtocolTypeFault_4_0;
 
-// Of what the parser recognised.
+// Only for values that the parser produces.
 const char* GroupName(Group group);           // "writable", "read-only", "alert", "fault"
 const char* DataTypeName(DataType dataType);  // "bool", "enum", "binary", "uint8" ...
 const char* GroupColor(Group group);          // SGR parameters
@@ -35,26 +35,26 @@ bool IsNumber(const Attribute& attribute);
 bool IsBitPacked(const Attribute& attribute);  // a member of bit groups: bool or enum
 bool IsInBits(const Attribute& attribute);     // by its unit
 
-// A number whose scaling accepts values.
+// Whether the attribute is a number whose scaling accepts values.
 bool IsScaled(const Attribute& attribute);
 
 // The key of the attribute's value in the decoded document.
 const std::string& DocumentKey(const Attribute& attribute);
 
-// How decoding prints a raw value of a number, in user units; empty where the scaling refuses it.
+// A raw value of a number in user units, as decoding prints it; empty when the scaling refuses it.
 std::string UserText(const Attribute& number, uint64_t raw);
 
-// The same of its min and max.
+// The min and max in the same form.
 std::string MinText(const Attribute& number);
 std::string MaxText(const Attribute& number);
 
 // "expected 0 to 2" of an enum's index, or "it has no items".
 std::string ExpectedIndex(const Attribute& attribute);
 
-// The line with which encoding ends at an attribute with this result; empty where it goes on.
+// The line that the module logs when encoding ends at an attribute with this result; empty when encoding continues.
 std::string EncodeLine(const Attribute& attribute, const Result& result);
 
-// The line with which decoding ends at an attribute with this result; empty where it goes on.
+// The line that the module logs when decoding ends at an attribute with this result; empty when decoding continues.
 std::string DecodeLine(const Attribute& attribute, const Result& result);
 
 // The keywords of the member "type", "data_type" or "unit".

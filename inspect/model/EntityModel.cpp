@@ -14,7 +14,7 @@ namespace morvix::inspect {
 
 namespace {
 
-// The parser hands an enum's items on to all later records, so that a small text can ask for many.
+// The parser copies an enum's items to all later records, so a small configuration can need much memory.
 void CheckItems(const Json::Value& entity) {
   constexpr uint64_t kMostItems = 20'000'000;
   uint64_t all = 0;
@@ -30,7 +30,7 @@ void CheckItems(const Json::Value& entity) {
       all, kMostItems));
 }
 
-// The entity with nulls for limits on which the parser throws: it names those instead.
+// A copy of the entity with null for limits on which the parser throws; null makes it name the member instead.
 Json::Value WithoutThrowingLimits(Json::Value entity) {
   for (Json::Value& attribute : entity["attrs"]) {
     if (!attribute.isObject() || !attribute["uint_spec"].isObject()) continue;
@@ -44,7 +44,7 @@ Json::Value WithoutThrowingLimits(Json::Value entity) {
 
 void AddFields(const ParsedElements& elements, Direction& direction) {
   for (Attribute& record : direction.records) {
-    if (!IsEnum(record)) std::vector<std::string>().swap(record.enumList);  // inherited, and of no use to it
+    if (!IsEnum(record)) std::vector<std::string>().swap(record.enumList);  // inherited, but not used
   }
   direction.payloadBytes = ProtocolPayloadBytes_4_0(direction.records);
   direction.fields.reserve(direction.records.size());
@@ -57,7 +57,7 @@ void AddFields(const ParsedElements& elements, Direction& direction) {
   }
 }
 
-// The member that the parser did not find in an entity that it refused.
+// The member that the parser did not find in a refused entity.
 std::string MissingMember(const Json::Value& entity) {
   int32_t id = 0;
   std::string text;
@@ -86,7 +86,7 @@ size_t FlagBytes(const Direction& writing) { return (writing.records.size() + 7)
 
 size_t FlagBit(const Direction& writing, size_t flag) { return 8 * FlagBytes(writing) - 1 - flag; }
 
-// Logs the lines of the first of the two walks. False when the entity is unusable.
+// Logs the lines of the first of the two parses only. False when the entity is unusable.
 bool EntityModel::ParseRecords(const Json::Value& entity, ParsedElements& read, ParsedElements& written) {
   if (!ProtocolParseEntity_4_0(entity, kAllGroups, reading_.records, info_, read)) return false;
   const LogCapture silent;

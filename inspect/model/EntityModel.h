@@ -1,4 +1,4 @@
-// One entity of a configuration as the module sees it, in both directions. Everything else in this library asks it.
+// One entity of a configuration as the module sees it, for reading and for writing. The rest of this library uses it.
 
 #ifndef MORVIX_INSPECT_MODEL_ENTITY_MODEL_H
 #define MORVIX_INSPECT_MODEL_ENTITY_MODEL_H
@@ -21,7 +21,7 @@ constexpr size_t kNoElement = SIZE_MAX;
 
 // An attribute in one direction.
 struct Field {
-  const Attribute* attribute;  // its record, whose bit group is sized as this direction sizes it
+  const Attribute* attribute;  // its record; groupByteLength is that of this direction
   size_t element;              // its index in "attrs"
   size_t flag;                 // its index among the attributes of the direction; in a write its bit in the flag bitmap
   BitRange bits;               // its place in a payload of the direction's length; empty when it has none
@@ -34,12 +34,12 @@ struct Direction {
   std::vector<Field> fields;       // one a record
   size_t payloadBytes = 0;
 
-  // The field of an element; null when the direction does not take it.
+  // The field of an element; null when this direction does not have it.
   const Field* Of(size_t element) const;
 };
 
 // The bytes of a write's flag bitmap, and the bit of an attribute in it, counted as payload bits are: the bitmap is
-// laid out like a bit group.
+// packed like a bit group.
 size_t FlagBytes(const Direction& writing);
 size_t FlagBit(const Direction& writing, size_t flag);
 
@@ -47,9 +47,9 @@ size_t FlagBit(const Direction& writing, size_t flag);
 // differ.
 struct Element {
   const Json::Value* json;
-  std::string droppedOnReading;  // the member for which the parser drops it; empty when it takes it
-  std::string droppedOnWriting;  // empty as well when it is of another group
-  Group group;                   // as its keyword says, whatever else is wrong with it
+  std::string droppedOnReading;  // the member for which the parser drops it; empty when kept
+  std::string droppedOnWriting;  // also empty when the element is not writable
+  Group group;                   // from its keyword, even if the element is dropped
   DataType dataType;
 
   bool IsWritable() const { return group == MorvixProtocolTypeStatusWritable_4_0; }
@@ -57,17 +57,17 @@ struct Element {
 
 using ParsedElements = std::vector<MorvixProtocolElement_4_0>;
 
-// A value of a configuration and its JSON pointer.
+// A configuration value and its JSON pointer.
 struct Spot {
   const Json::Value* value;
   std::string pointer;
 
-  // Its member of this name, or else the value itself.
+  // The member with this name, or the value itself when there is no such member.
   Spot Member(const std::string& name) const;
   Spot Item(Json::ArrayIndex index) const;
 };
 
-// Why an entity is unusable: the member that the parser does not find; empty when the entity is not an object.
+// Why an entity is unusable.
 struct EntityFault {
   std::string member;
   std::string line;  // the parser's
@@ -77,7 +77,7 @@ struct EntityFault {
 class EntityModel {
  public:
   // Nothing, with `fault` set, when the entity is unusable. The parser's lines are logged, once for both directions.
-  // Throws InputError when its enums and attributes are so many that the records would not fit into memory.
+  // Throws InputError when the records would hold too many inherited enum items to fit into memory.
   static std::optional<EntityModel> Parse(const Json::Value& entity, std::string pointer, EntityFault& fault);
 
   EntityModel(EntityModel&&) = default;
@@ -96,10 +96,10 @@ class EntityModel {
   const Field* Read(size_t element) const { return reading_.Of(element); }
   const Field* Written(size_t element) const { return writing_.Of(element); }
 
-  // Those that are read or written, in the order of the elements, as reading knows them if it does.
+  // The fields that are read or written, in the order of the elements; the reading field if there is one.
   std::vector<const Field*> Fields() const;
 
-  // The element itself or a member deep in it; as far down as there is one.
+  // The element, or the value at a path inside it; where the path ends early, the last existing value.
   Spot At(size_t element, const std::vector<std::string>& members = {}) const;
 
   // "'power'", or "attribute 3" when it has no name.
@@ -123,10 +123,10 @@ const Json::Value& EntitiesOf(const json::Document& configuration);
 // The entity that `choice` names by its name or else its id; an empty choice is for the only one. Throws InputError.
 const Json::Value& ChooseEntity(const json::Document& configuration, const std::string& choice);
 
-// The model of an entity that is to be used. Throws InputError when it is unusable or makes the parser throw.
+// The model of an entity. Throws InputError when the entity is unusable or makes the parser throw.
 EntityModel ModelOf(const json::Document& configuration, const Json::Value& entity);
 
-// The bits in which a record would lie in a payload that is long enough; empty when its data type cannot live there.
+// The bits of a record in a payload that is long enough; empty when its data type cannot be used at its place.
 BitRange Locate(const Attribute& attribute);
 
 }  // namespace morvix::inspect

@@ -22,7 +22,7 @@ std::string ElementText(const Element& element, size_t index) {
   return fmt::format("attrs[{}]", index) + (isNamed ? " (" + Escaped(name) + ")" : "");
 }
 
-// What sets reading and writing of one element apart; empty for nothing.
+// How reading and writing of one element differ; empty when they do not.
 std::string DifferenceText(const EntityModel& entity, size_t index) {
   const bool isRead = entity.Read(index) != nullptr;
   const bool isWritten = entity.Written(index) != nullptr;

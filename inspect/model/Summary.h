@@ -1,4 +1,4 @@
-// An entity in a few lines: title, payload, and what is not as it seems.
+// An entity in a few lines: title, payload size, and notes on unexpected behaviour.
 
 #ifndef MORVIX_INSPECT_MODEL_SUMMARY_H
 #define MORVIX_INSPECT_MODEL_SUMMARY_H
@@ -10,7 +10,7 @@
 
 namespace morvix::inspect {
 
-// Where an element lies in packets; empty where it does not.
+// The place of an element in packets; empty when it has none.
 struct Places {
   BitRange read;
   BitRange written;
@@ -26,8 +26,8 @@ std::string EntityTitle(const EntityModel& entity);
 // 6 bytes of payload, the first 2 in a write
 std::string PayloadSummary(const EntityModel& entity);
 
-// Elements that are dropped, or lie elsewhere in a write than in what is read; a payload that no packet holds. One line
-// each.
+// Notes, one line each: elements that are dropped or whose place differs between reading and writing, and a payload too
+// long for any packet.
 std::vector<std::string> Notes(const EntityModel& entity);
 
 }  // namespace morvix::inspect

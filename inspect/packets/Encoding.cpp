@@ -29,7 +29,7 @@ bool IsDone(const EncodedValue& value) { return value.result.outcome == MorvixPr
 
 bool IsRefused(const EncodedValue& value) { return !EncodeLine(*value.field->attribute, value.result).empty(); }
 
-// Lets the module encode a part of the values, in a payload of the same length as that of all.
+// Has the module encode some of the values, into a payload as long as with all of them.
 class PartialEncoder {
  public:
   PartialEncoder(const EntityModel& entity, const Values& values)
@@ -40,7 +40,7 @@ class PartialEncoder {
     unused_.position.len = static_cast<int32_t>(entity.Writing().payloadBytes);
   }
 
-  // The payload with one value, and what became of it.
+  // The payload with one value, and the result of encoding it.
   Bytes EncodeAlone(size_t index, Result& result) const {
     std::vector<Result> results;
     Bytes payload = Encode({all_[index], unused_}, results);
@@ -67,10 +67,10 @@ class PartialEncoder {
   const std::vector<Attribute>& all_;
   const Json::Value& document_;
   std::vector<Attribute> first_;
-  Attribute unused_;  // as long as the payload; has no value, since its name is not in the document
+  Attribute unused_;  // as long as the payload, and never given a value
 };
 
-// Of a value of a kind that the data type does not take.
+// For a value of a kind that the data type does not accept.
 std::string KindsTaken(const Attribute& attribute) {
   if (IsBool(attribute)) return "a bool takes an integer of 32 bits, true, false or decimal text";
   if (IsEnum(attribute)) return "an enum takes an item's index, an integer of 32 bits or decimal text";
@@ -78,7 +78,7 @@ std::string KindsTaken(const Attribute& attribute) {
   return fmt::format("a {} takes a number or the text of one", DataTypeName(attribute.data_type));
 }
 
-// Of a value that the module refused.
+// For a value that the module refused.
 std::string ExpectedText(const Attribute& attribute, const Result& result) {
   if (result.outcome == MorvixProtocolOutcomeRefusedByItems_4_0) return ExpectedIndex(attribute);
   if (result.outcome == MorvixProtocolOutcomeRefusedByPlace_4_0) {
@@ -113,7 +113,7 @@ void NotePartlyRead(const std::string& text, EncodedValue& value) {
                               : "cut: only " + InQuotes(text.substr(0, length)) + " is a number");
 }
 
-// " (45.5)" for a number that the packet holds as another one than `given`, as far as six decimals tell.
+// " (45.5)" when the number in the packet differs from `given` in the first six decimals.
 std::string RoundedText(const Attribute& number, const Json::Value& given, uint64_t raw) {
   const std::string text = UserText(number, raw);
   const double value = given.isString() ? std::strtod(given.asCString(), nullptr) : given.asDouble();
@@ -134,7 +134,7 @@ void NoteNumber(const Json::Value& given, uint64_t sent, EncodedValue& value) {
   }
 }
 
-// The base64 decoder silently stops at what it does not know, and cuts what is too long.
+// The base64 decoder silently stops at an unknown character, and cuts data that is too long.
 void NoteBinary(const std::string& text, EncodedValue& value) {
   Bytes bytes(text.size() + 1);
   const int decoded = __internal_base64_decode(bytes.data(), text.c_str(), static_cast<uint32_t>(bytes.size()));
@@ -201,15 +201,15 @@ void Encoding::NoteWritten(const Values& values) {
   const auto contentOf = [this](size_t index, const byte* payload) {
     return ContentText(values_[index].field->bits, payload);
   };
-  // For each attribute whose bits are not as it would write them alone: the first one whose writing changed them, or
-  // itself where it left bits of an earlier one and no later one changed them.
+  // For each attribute whose bits differ from what it would write alone: the first attribute whose writing changed
+  // them, or the attribute itself when it kept bits of an earlier attribute and no later one changed them.
   std::map<size_t, size_t> overwriters;
   for (size_t i = 0; i < values_.size(); ++i) {
     if (!IsDone(values_[i])) continue;
     const Bytes alone = encoder.EncodeAlone(i, values_[i].result);
     if (contentOf(i, alone.data()) != contentOf(i, package_.value)) overwriters[i] = i;
   }
-  std::map<size_t, std::string> whole;  // what is in the bits of those that have been written and not yet changed
+  std::map<size_t, std::string> whole;  // the content of attributes that are written and not yet changed
   for (size_t i = 0; i < values_.size() && !overwriters.empty(); ++i) {
     if (!IsDone(values_[i]) || (whole.empty() && overwriters.count(i) == 0)) continue;
     const Bytes now = encoder.EncodeFirst(i + 1);

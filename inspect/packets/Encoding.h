@@ -1,4 +1,4 @@
-// What becomes of each value of a write, and its explanation for people.
+// Encodes a write and explains the result for each value.
 
 #ifndef MORVIX_INSPECT_PACKETS_ENCODING_H
 #define MORVIX_INSPECT_PACKETS_ENCODING_H
@@ -14,31 +14,31 @@ namespace morvix::inspect {
 // One writable attribute in a write.
 struct EncodedValue {
   const Field* field;
-  Result result;           // on its own, whatever the values before it came to
+  Result result;           // of this value alone, whatever the earlier results
   Given given;             // empty when it has no value
-  bool isAltered = false;  // the packet says something else than the value
-  std::string note;        // what there is to say about it
+  bool isAltered = false;  // the packet holds another value
+  std::string note;        // explanation; empty when there is nothing to explain
 };
 
 // A write of the values, made by the module.
 class Encoding {
  public:
-  // `entityText` is what messages call the entity; `package` holds the command and the sub-device. The module's lines
-  // are logged. Throws InputError when no packet can hold the entity's writable attributes. The entity outlives it.
+  // Messages call the entity `entityText`. `package` holds the command and the sub-device. The module's lines are
+  // logged. Throws InputError when no packet can hold the entity's writable attributes. The entity outlives it.
   Encoding(const EntityModel& entity, std::string entityText, const Values& values,
            MorvixProtocolOwnedPackage_4_0 package);
 
-  // Whether there is a packet: something was written and nothing refused.
+  // Whether there is a packet: at least one value was written and none was refused.
   bool HasPacket() const { return package_.sizeValue != 0; }
   Bytes Packet() const { return PackPackage(package_); }
 
-  // Values that are left out or altered, and the reason why there is no packet; one line each.
+  // One line for each value that is left out or altered, and one for the reason why there is no packet.
   std::vector<std::string> Problems() const;
 
   // The parts of the packet, byte by byte.
   std::string PartsText() const;
 
-  // Every writable attribute with its flag, value, place and bits. `isSent` is false when the packet is not given out.
+  // Every writable attribute with its flag, value, place and bits. `isSent` is false when the packet is not output.
   std::string TableText(bool isSent, bool color) const;
 
  private:

@@ -28,7 +28,7 @@ bool FailAt(const std::string& text, size_t at, const std::string& expected, Hex
   return false;
 }
 
-// The digits that stand together from `at` on, which moves to their end.
+// Parses the adjacent digits from `at` on and moves `at` to their end.
 bool ParseDigits(const std::string& text, size_t& at, Bytes& bytes, HexError& error) {
   if (text.compare(at, 2, "0x") == 0 || text.compare(at, 2, "0X") == 0) at += 2;
   do {

@@ -1,4 +1,4 @@
-// Received packets, taken apart attribute by attribute.
+// Decodes received packets attribute by attribute.
 
 #ifndef MORVIX_INSPECT_PACKETS_READING_H
 #define MORVIX_INSPECT_PACKETS_READING_H
@@ -13,7 +13,7 @@
 
 namespace morvix::inspect {
 
-// Why the module does not accept a received packet; empty when it does.
+// Why the module refuses a received packet; empty when it accepts the packet.
 std::string RefusalOf(const Bytes& packet);
 
 // One accepted packet.
@@ -24,17 +24,17 @@ struct PacketReading {
   const Field* culprit;         // the field at which decoding ended; null when it did not end early
 };
 
-// Reads a packet that RefusalOf has nothing against. The module's lines are logged.
+// Decodes a packet that RefusalOf accepts. The module's lines are logged.
 PacketReading ReadPacket(const EntityModel& entity, const Bytes& packet);
 
-// What decoding makes of each of these attributes in a payload. Nothing is logged.
+// The result of decoding each of these attributes from a payload. Nothing is logged.
 std::vector<Result> DecodeSilently(const EntityModel& entity, const std::vector<Attribute>& attributes,
                                    const byte* payload, size_t size);
 
-// The text of a field's value in a payload that was read with this result; empty when there is no value.
+// The text of a field's value in a payload that was decoded with this result; empty when there is no value.
 std::string ValueText(const Field& field, const Result& result, const byte* payload);
 
-// Why decoding ended at the culprit, with what was expected; empty when there is none.
+// Why decoding ended at the culprit, and what was expected; empty when there is no culprit.
 std::string FailureText(const EntityModel& entity, const PacketReading& reading, const Bytes& packet);
 
 }  // namespace morvix::inspect

@@ -78,7 +78,7 @@ class Flat : public ResultForm {
   }
 
  private:
-  // Each with its key as JSON text.
+  // Fields with their keys as JSON strings.
   using KeyedFields = std::vector<std::pair<std::string, const Field*>>;
 
   // In the order of a document.
@@ -93,7 +93,7 @@ class Flat : public ResultForm {
   }
 
   bool IsSeparable() const {
-    std::set<std::string> keys;  // as they are written: those that are not UTF-8 may become alike there
+    std::set<std::string> keys;  // as output: keys that are not UTF-8 may become equal there
     for (const Field& field : entity_.Reading().fields) {
       const bool isNew = keys.insert(CompactText(DocumentKey(*field.attribute))).second;
       if (!isNew || (IsAlertOrFault(*field.attribute) && field.bitsInLonger.IsEmpty())) return false;
@@ -169,7 +169,7 @@ class Table : public ResultForm {
   static constexpr size_t kBitsColumns = 47;  // 16 bytes
   static constexpr size_t kValueColumns = 48;
 
-  // Whether the decoded document got this field's value: a bool or binary that cannot be read takes all of them back.
+  // Whether the decoded document has this field's value: an unreadable bool or binary removes all values of the entity.
   static bool IsTold(const PacketReading& reading, const Field& field) {
     if (reading.results[field.flag].outcome != MorvixProtocolOutcomeDone_4_0) return false;
     return reading.culprit == nullptr || (IsEnum(*reading.culprit->attribute) && field.flag < reading.culprit->flag);
@@ -177,7 +177,7 @@ class Table : public ResultForm {
 
   // Alerts and faults; within one entity their names are distinct.
   std::set<std::string> ActiveKeys(const Bytes& packet) const {
-    const LogCapture silent;  // these lines have been logged
+    const LogCapture silent;  // these lines have already been logged
     std::string document;
     std::vector<TavelReceiveInfo> active;
     static_cast<void>(ProtocolReceivePacket_4_0(entity_.Info(), entity_.Reading().records, packet.data(), packet.size(),
@@ -218,9 +218,11 @@ class Table : public ResultForm {
                          attribute.uint_spec.max);
     }
     if (!IsTold(reading, field)) {
-      return "not told: " + NameText(DocumentKey(*reading.culprit->attribute)) + " is unreadable";
+      return "not reported: " + NameText(DocumentKey(*reading.culprit->attribute)) + " is unreadable";
     }
-    if (lastOfKey.at(DocumentKey(attribute)) != field.flag) return "not told: another attribute of this name follows";
+    if (lastOfKey.at(DocumentKey(attribute)) != field.flag) {
+      return "not reported: another attribute of this name follows";
+    }
     return IsEnum(attribute) ? NameText(attribute.enumList.at(static_cast<size_t>(result.raw))) : "";
   }
 

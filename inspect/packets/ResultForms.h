@@ -1,4 +1,4 @@
-// Received packets in the forms in which they are given out.
+// The output forms of received packets.
 
 #ifndef MORVIX_INSPECT_PACKETS_RESULT_FORMS_H
 #define MORVIX_INSPECT_PACKETS_RESULT_FORMS_H
@@ -23,13 +23,13 @@ namespace morvix::inspect {
 //   decoded  the decoded document as one line of JSON.
 //   table    for people: every attribute with its place, bits and value.
 
-// The results of packets in one form. The entity outlives it.
+// Converts packets to one output form. The entity outlives it.
 class ResultForm {
  public:
   virtual ~ResultForm() = default;
 
-  // The result of a packet that RefusalOf has nothing against; all forms end their last line. `failure` becomes the
-  // reason why decoding ended early, or empty. The module's lines are logged once.
+  // The result of a packet that RefusalOf accepts, ending with a line feed. `failure` becomes the reason why decoding
+  // ended early, or empty. The module's lines are logged once.
   virtual std::string ResultOf(const Bytes& packet, std::string& failure) = 0;
 };
 

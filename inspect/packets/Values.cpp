@@ -10,7 +10,7 @@ namespace morvix::inspect {
 
 namespace {
 
-// Why an element whose attribute is not written is not.
+// Why an element is not written.
 std::string ReasonOf(const Element& element, bool isRead) {
   if (!isRead) return "is not usable; dp4 lint tells why";
   if (element.IsWritable()) return "is dropped by encoding; dp4 lint tells why";
@@ -25,7 +25,7 @@ Values::Values(const json::Document& configuration, const EntityModel& entity) :
     if (ProtocolGetAttrString_4_0(other, "name", name)) entities_.push_back(name);
   }
   for (const Attribute& attribute : entity.Writing().records) writable_.emplace_back(attribute.name.c_str());
-  for (const bool isRead : {false, true}) {  // an attribute that is read is worth more than one that is not
+  for (const bool isRead : {false, true}) {  // the reason for a readable attribute wins over that for a dropped one
     for (size_t i = 0; i < entity.Elements().size(); ++i) {
       const Element& element = entity.Elements()[i];
       std::string name;
@@ -43,7 +43,7 @@ void Values::TakeDocument(const json::Document& document) {
   document_ = root;
   for (const json::RepeatedMember& member : json::FindRepeatedMembers(document.Text())) {
     unused_.push_back(document.PlaceName(member.offset) + ": " + InQuotes(member.name) +
-                      " stands here again; the earlier value is not used");
+                      " is repeated; the earlier value is not used");
   }
   for (const std::string& name : root.getMemberNames()) {
     // A decoded document carries the protocol's version.

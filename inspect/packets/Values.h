@@ -1,4 +1,4 @@
-// The values of one write, gathered from value documents and single settings, with their sources for messages.
+// The values of one write, collected from value documents and single settings, with their sources for messages.
 
 #ifndef MORVIX_INSPECT_PACKETS_VALUES_H
 #define MORVIX_INSPECT_PACKETS_VALUES_H
@@ -14,25 +14,25 @@
 
 namespace morvix::inspect {
 
-// A value as it was given.
+// A value from the user.
 struct Given {
-  std::string source;  // where it stands, for messages
+  std::string source;  // where it was given, for messages
   std::string text;
 };
 
 class Values {
  public:
-  // For the entity of this configuration that `entity` is the model of; both outlive it.
+  // `entity` is the model of an entity of this configuration. Both outlive the values.
   Values(const json::Document& configuration, const EntityModel& entity);
 
-  // Takes the values of a document, {entity: {name: value}}. Throws InputError when it has another form.
+  // Adds the values of a document, {entity: {name: value}}. Throws InputError when it has another form.
   void TakeDocument(const json::Document& document);
 
-  // Takes NAME=VALUE; the value is JSON if it is JSON, otherwise a text. A later one replaces an earlier one. Throws
-  // InputError when it has another form or names nothing writable.
+  // Adds NAME=VALUE. The value is parsed as JSON, or else taken as a string. A later value replaces an earlier one.
+  // Throws InputError when the setting has another form or does not name a writable attribute.
   void TakeSetting(const std::string& setting);
 
-  // As the module takes them.
+  // The document for the module.
   const Json::Value& Document() const { return document_; }
 
   // The value of an attribute, and how it was given; null when it has none. The module looks it up by the name up to
@@ -40,7 +40,7 @@ class Values {
   const Json::Value* Of(const Attribute& attribute) const;
   const Given& SourceOf(const Attribute& attribute) const { return given_.at(attribute.name.c_str()); }
 
-  // What names nothing that can be written, and why; one line each.
+  // Members that do not name a writable attribute, and why; one line each.
   const std::vector<std::string>& Unused() const { return unused_; }
 
  private:

@@ -1,4 +1,4 @@
-// How the library reports input that it cannot use.
+// The exception for unusable input.
 
 #ifndef MORVIX_INSPECT_TEXT_ERROR_H
 #define MORVIX_INSPECT_TEXT_ERROR_H
@@ -7,8 +7,8 @@
 
 namespace morvix::inspect {
 
-// Input or arguments that cannot be used. what() names the input, the place in it and what was expected, in one or more
-// lines for people.
+// Thrown for unusable input or arguments. what() names the input, the place in it and what was expected, in one or more
+// lines.
 class InputError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };

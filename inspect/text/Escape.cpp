@@ -9,8 +9,8 @@ namespace morvix::inspect {
 
 namespace {
 
-// Controls, line separators, characters that change the direction of writing, and invisible ones. Variation selectors
-// stay: they follow visible characters.
+// Control characters, line separators, characters that change the writing direction, and invisible characters.
+// Variation selectors are not escaped: they follow visible characters.
 bool IsHarmful(int32_t code) {
   const utf8proc_category_t category = utf8proc_category(code);
   const bool isControl = category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_CF ||

@@ -1,4 +1,4 @@
-// Text from outside, made safe to show. Whatever comes from a file passes through one of these before it is shown.
+// Escaping of untrusted text. All text from files passes through one of these functions before it is shown.
 
 #ifndef MORVIX_INSPECT_TEXT_ESCAPE_H
 #define MORVIX_INSPECT_TEXT_ESCAPE_H
@@ -10,17 +10,17 @@
 
 namespace morvix::inspect {
 
-// The same text without anything that could forge a line, steer a terminal, or hide: such characters, and bytes that
-// are not UTF-8, become escapes with a backslash, and so does the backslash itself.
+// The text with a backslash escape for each character that could forge a line, control a terminal or stay invisible,
+// for each byte that is not UTF-8, and for the backslash itself.
 std::string Escaped(std::string_view text);
 
-// An escaped name that can be seen even when it is empty: "".
+// The escaped name; an empty name is shown as "".
 std::string NameText(std::string_view name);
 
-// "name", escaped: a text of the user's in a message about what it has to be.
+// "name", escaped: for user input in messages.
 std::string InQuotes(std::string_view text);
 
-// 'name', escaped and shortened when it is long: a text of a configuration in a finding, as the module's lines quote.
+// 'name', escaped, and shortened when it is long: for strings of a configuration in findings, quoted as in log lines.
 std::string Quoted(std::string_view text);
 
 // The length in bytes of the UTF-8 character that begins at `at`, with its code; 0 when there is no valid one.

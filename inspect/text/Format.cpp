@@ -37,7 +37,7 @@ std::vector<Glyph> Glyphs(std::string_view text) {
 
 bool IsSeparator(const Glyph& glyph) { return glyph.bytes.find_first_of(" _-.:/") == 0; }
 
-// Where the line that begins at `start` ends: next to a blank if there is one in its second half, else at a separator.
+// The end of the line that begins at `start`: at a blank in its second half if there is one, otherwise at a separator.
 size_t LineEnd(const std::vector<Glyph>& glyphs, size_t start, size_t width, bool atSeparators) {
   size_t end = start;
   for (size_t used = 0; end < glyphs.size() && used + glyphs[end].width <= width; ++end) used += glyphs[end].width;

@@ -1,4 +1,4 @@
-// Small pieces of text for people: counts, lists, numbers, wrapped text, colours and tables.
+// Text formatting: counts, lists, numbers, wrapped text, colours and tables.
 
 #ifndef MORVIX_INSPECT_TEXT_FORMAT_H
 #define MORVIX_INSPECT_TEXT_FORMAT_H
@@ -25,17 +25,17 @@ std::string Listed(const std::vector<std::string>& labels, size_t count);
 // The shortest string that is read as this number.
 std::string ShortestText(double number);
 
-// The columns that an escaped text takes.
+// The display width of an escaped string in columns.
 size_t TextWidth(std::string_view text);
 
-// An escaped text in lines of at most `width` columns, if possible broken at its separators. What does not fit into
+// An escaped string wrapped to lines of at most `width` columns, at separators if possible. Text that does not fit into
 // `maxLines` is cut off and ends with `ellipsis`, one column wide.
 std::vector<std::string> Wrapped(std::string_view text, size_t width, size_t maxLines, const char* ellipsis);
 
-// An escaped text of at most `columns` columns, the last of which shows when it was longer.
+// An escaped string cut to at most `columns` columns; a cut string ends with an ellipsis.
 std::string Shortened(std::string_view text, size_t columns);
 
-// The text filled up with blanks to this width.
+// The text padded with blanks to this width.
 std::string PaddedTo(size_t width, std::string_view text);
 
 constexpr char kBold[] = "1";  // SGR parameters of a terminal

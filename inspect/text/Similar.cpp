@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t kLongestName = 256;  // longer ones are not typing errors
 
-// A name without what people mix up: case, hyphens, underscores and blanks.
+// The name without case, hyphens, underscores and blanks, which people often mix up.
 std::string Plain(const std::string& name) {
   std::string plain;
   for (const char c : name) {
@@ -22,7 +22,7 @@ std::string Plain(const std::string& name) {
   return plain;
 }
 
-// How many letters have to be added, removed, replaced or swapped with the next one.
+// The edit distance: insertions, deletions, replacements and swaps of adjacent letters.
 size_t EditDistance(const std::string& left, const std::string& right) {
   std::vector<std::vector<size_t>> distances(left.size() + 1, std::vector<size_t>(right.size() + 1));
   for (size_t i = 0; i <= left.size(); ++i) {
@@ -38,7 +38,7 @@ size_t EditDistance(const std::string& left, const std::string& right) {
   return distances.back().back();
 }
 
-// A known name and how far away it is: edits first, then names of which one is a part of the other.
+// A known name and its distance: by edits first, then names that contain one another.
 using Candidate = std::pair<size_t, std::string>;
 
 std::vector<Candidate> NearNames(const std::string& name, const std::vector<std::string>& known) {

@@ -1,4 +1,4 @@
-// Lists of names: whether a name is in one, and which of them was probably meant.
+// Searching lists of names, exactly and for probable misspellings.
 
 #ifndef MORVIX_INSPECT_TEXT_SIMILAR_H
 #define MORVIX_INSPECT_TEXT_SIMILAR_H
@@ -10,7 +10,7 @@ namespace morvix::inspect {
 
 bool Contains(const std::vector<std::string>& names, const std::string& name);
 
-// The known name that `name` was probably meant to be; empty when there is none, or when it could be several.
+// The known name that was probably meant by `name`; empty when there is none or more than one.
 std::string SimilarName(const std::string& name, const std::vector<std::string>& known);
 
 // "; did you mean "a" or "b"?" with up to three known names, or an empty string.

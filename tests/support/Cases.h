@@ -35,8 +35,8 @@ void ForEachCase(uint64_t seed, size_t count, const Check& check) {
   }
 }
 
-// What the cases of a test came across. At its end that must be what is expected, and all of it: cases that agree say
-// little about what they never bring up.
+// Records which situations the cases of a test reached. At the end of the test all expected situations must have
+// occurred, and no others: cases prove little about situations that never occur.
 class Sightings {
  public:
   explicit Sightings(std::set<std::string> expected) : expected_(std::move(expected)) {}

@@ -1,4 +1,4 @@
-// How a property that does not hold is told, in tests and fuzzers alike.
+// Reporting of properties that do not hold, in tests and in fuzzers.
 
 #ifndef MORVIX_TESTS_SUPPORT_CHECK_H
 #define MORVIX_TESTS_SUPPORT_CHECK_H
@@ -11,8 +11,7 @@
 
 namespace support {
 
-// Thrown where a property does not hold. A test reports it; in a fuzzer nobody catches it, which ends the run at this
-// place.
+// Thrown where a property does not hold. A test reports it; in a fuzzer it is not caught, which ends the run here.
 struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -20,7 +19,7 @@ struct Failure : std::runtime_error {
 // Names the property, the details and the inputs of this thread's checks.
 [[noreturn]] void Fail(const std::string& property, const std::string& details);
 
-// Both sides are worked out by the caller; the texts only when they differ.
+// The caller computes both values. They are converted to text only when they differ.
 template <typename Left, typename Right>
 void ExpectEqual(const Left& actual, const Right& expected, const char* property) {
   if (!(actual == expected)) Fail(property, "actual:   " + Show(actual) + "\nexpected: " + Show(expected));

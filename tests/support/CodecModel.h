@@ -1,9 +1,9 @@
-// A second opinion on the codec, for tests and fuzzers only: every rule once more, one plain step after the other, bit
-// by bit where there are bits. It shares no code with the module and calls none of its operations; of the module's
+// A second implementation of the codec, for tests and fuzzers only: every rule again, in plain steps, bit by bit for
+// bit fields. It shares no code with the module and calls none of its operations; of the module's
 // headers it uses the records and enumerations as plain data. It is slow, and it needs memory for whatever payload a
 // configuration asks for (see PayloadLength).
 //
-// Where the module just fails, the model says by which rule, so that a test can count the rules that its cases met.
+// When the module fails, the model tells by which rule, so that a test can count the rules that its cases reached.
 
 #ifndef MORVIX_TESTS_SUPPORT_CODEC_MODEL_H
 #define MORVIX_TESTS_SUPPORT_CODEC_MODEL_H

@@ -77,7 +77,7 @@ const std::vector<std::string>& TroublesomeNames() {
   return names;
 }
 
-// --- Numbers and texts ---
+// --- Numbers and strings ---
 
 double Maker::MakeDouble() {
   if (source_.OneIn(4)) return std::ldexp(static_cast<double>(source_.Next()), source_.Int(-120, 10));

@@ -18,7 +18,7 @@
 
 namespace support {
 
-// Longer payloads are encoded, but not looked at.
+// Longer payloads are encoded, but not checked.
 constexpr uint64_t kMaxComparedBytes = uint64_t{1} << 18;
 
 // The six readers of one member agree with the model; what they refuse leaves the output as it was.

@@ -1,7 +1,7 @@
 // What nearly every test, fuzzer and benchmark needs: JSON, bytes and files as text, and captured log lines.
 //
-// Nothing in this folder but Cases.h depends on a test framework. What cannot be done is thrown as std::runtime_error,
-// which fails a test and ends a fuzzer.
+// Only Cases.h in this folder depends on a test framework. Failures are thrown as std::runtime_error, which fails a
+// test and ends a fuzzer.
 
 #ifndef MORVIX_TESTS_SUPPORT_TEST_SUPPORT_H
 #define MORVIX_TESTS_SUPPORT_TEST_SUPPORT_H

@@ -1,5 +1,5 @@
 // The commands of dp4. Each takes its options, writes results to the environment's `out` and everything else to its
-// `err`, and returns the exit code. Arguments and files that cannot be used are thrown as InputError.
+// `err`, and returns the exit code. Throws InputError for unusable arguments and files.
 
 #ifndef MORVIX_DP4_COMMANDS_H
 #define MORVIX_DP4_COMMANDS_H
@@ -14,10 +14,10 @@
 
 namespace dp4 {
 
-// What most commands take.
+// The options of most commands.
 struct EntityOptions {
   std::string configuration;
-  std::string entity;  // name or id; empty for the only one, or for all
+  std::string entity;  // name or id; empty for the only entity, or for all
   bool color = false;
 };
 
@@ -47,7 +47,7 @@ struct EncodeOptions : EntityOptions {
   std::optional<int32_t> subDevice;
   morvix::inspect::PacketForm output = morvix::inspect::PacketForm::kHex;
   bool explain = false;
-  bool strict = false;  // a value that is left out is a problem
+  bool strict = false;  // treats a value that is left out as a problem
 };
 int Encode(const EncodeOptions& options, Environment& environment);
 
@@ -72,7 +72,7 @@ struct DevicesOptions {
   std::string packetVersion;  // as given, like 0x4
   std::string find;           // a product key
   bool keys = false;          // lists the product keys
-  std::optional<bool> debug;  // the build whose keys are taken; nothing: as the file says
+  std::optional<bool> debug;  // the build whose keys are used; empty: as in the file
 };
 int Devices(const DevicesOptions& options, Environment& environment);
 

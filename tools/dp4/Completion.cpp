@@ -47,7 +47,7 @@ struct Candidate {
   std::string description;
 };
 
-// The words of a check that names them: "{auto,always,never}".
+// The words of a CLI11 check that lists them: "{auto,always,never}".
 std::vector<Candidate> WordsOf(const CLI::Option& option) {
   const std::string type = option.get_type_name();
   const size_t begin = type.find('{');
@@ -71,7 +71,7 @@ std::vector<Candidate> CommandsOf(const CLI::App& app) {
 
 bool IsLongOption(const std::string& word) { return word.compare(0, 2, "--") == 0; }
 
-// What fits in place of the last word of a command's arguments.
+// The candidates for the last word of a command's arguments.
 std::vector<Candidate> ArgumentsOf(const CLI::App& command, std::vector<std::string> words) {
   const std::string last = words.back();
   words.pop_back();

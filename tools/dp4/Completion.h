@@ -1,4 +1,4 @@
-// Completion of command lines in shells: a short script for each shell asks the tool what fits.
+// Shell completion: a short script for each shell asks the tool for candidates.
 
 #ifndef MORVIX_DP4_COMPLETION_H
 #define MORVIX_DP4_COMPLETION_H
@@ -12,8 +12,8 @@ namespace dp4 {
 // The script for "bash", "zsh" or "fish".
 const char* CompletionScript(const std::string& shell);
 
-// What fits in place of the last of these words, which come after the tool's own name: a line each, with a tab before a
-// description. Nothing where a file or free text is expected.
+// The candidates for the last of these words, which follow the tool's name: one line each, with a tab before the
+// description. None where a file or free text is expected.
 std::string Completions(const CLI::App& app, const std::vector<std::string>& words);
 
 }  // namespace dp4

@@ -1,12 +1,12 @@
-// dp4 decode: received packets to what the application is told, one packet or a stream of them.
+// dp4 decode: decodes received packets, given as arguments or as a stream.
 //
-// Standard input is read when no packets are given: a packet in hexadecimal a line, or a JSON object a line, whose text
-// "packet" is replaced by the result. The rest of such a line is kept as it stands, the order of its members and the
-// writing of its numbers included; only control characters are escaped. With tables it is told above the table. Empty
-// lines are passed over.
+// Standard input is read when no packets are given. Each line is a packet in hexadecimal, or a JSON object whose string
+// "packet" is replaced by the result. The rest of such a line is kept unchanged, with the order of its members and the
+// spelling of its numbers; only control characters are escaped. A table shows the rest in its title. Empty lines are
+// skipped.
 //
-// A packet that the module does not accept has no result; one that it decodes with a warning has what the application
-// would be told. Both are reported, and the stream goes on.
+// A packet that the module refuses has no result. A packet that it decodes with a warning has the result that the
+// application would get. Both are reported, and the stream continues.
 
 #include <fmt/format.h>
 
@@ -32,7 +32,7 @@ namespace {
 
 const char kTableKey[] = "\nPLACE counts bytes of the payload, or byte.bit with bit 0 the lowest.\n";
 
-// A line that tells how far a long stream has come.
+// The progress line of a long stream.
 class Progress {
  public:
   explicit Progress(Environment& environment) : environment_(environment) {
@@ -74,7 +74,7 @@ std::unique_ptr<ResultForm> MakeForm(const EntityModel& entity, const DecodeOpti
   return FlatForm(entity);
 }
 
-// What messages and titles call a packet's source.
+// The name of a packet's source in messages and titles.
 struct Source {
   std::string place;
   std::string title;
@@ -121,7 +121,7 @@ class Decoder {
     progress.Clear();
   }
 
-  // Ends the results.
+  // Completes the output.
   ExitCode Finish() {
     if (!isFirst_) environment_.out << kTableKey;
     return problems_ == 0 ? kFine : kProblems;
@@ -138,7 +138,7 @@ class Decoder {
     }
   }
 
-  // A packet that is not part of a JSON line has nothing around it.
+  // `parts` has empty surroundings when the packet is not part of a JSON line.
   void DecodePacket(const JsonLine& parts, const Source& source) {
     HexError error;
     if (!ParseHex(parts.packet, packet_, error)) {

@@ -1,4 +1,4 @@
-// What a command works with: streams and what is known about them.
+// The streams of a command and their properties.
 
 #ifndef MORVIX_DP4_ENVIRONMENT_H
 #define MORVIX_DP4_ENVIRONMENT_H
@@ -14,9 +14,9 @@ struct Environment {
   std::ostream& out;
   std::ostream& err;
   bool hasColors = false;                       // results may be coloured unless the user says otherwise
-  bool isOutTerminal = false;                   // results are read as they come
-  bool isProgressShown = false;                 // somebody looks at `err` and not at `out`
-  size_t inBytes = 0;                           // how much there is to read; 0 when that is not known
+  bool isOutTerminal = false;                   // results are shown as soon as they are available
+  bool isProgressShown = false;                 // `err` is a terminal and `out` is not
+  size_t inBytes = 0;                           // the size of the input; 0 when unknown
   std::function<void()> clearProgress = [] {};  // before anything else is written to `err`
 };
 

@@ -20,7 +20,7 @@ using namespace morvix::inspect;
 
 namespace {
 
-// Nobody writes a longer document by hand; without a limit an endless one would fill the memory.
+// No real document is longer. Without a limit, endless input would fill the memory.
 constexpr size_t kMaxFileBytes = size_t{1} << 26;
 
 std::string Reason() { return std::generic_category().message(errno != 0 ? errno : EIO); }

@@ -1,4 +1,4 @@
-// Files of the tool, of which one may be standard input or output.
+// Reading and writing of files, standard input and standard output.
 
 #ifndef MORVIX_DP4_FILES_H
 #define MORVIX_DP4_FILES_H
@@ -13,8 +13,8 @@ namespace dp4 {
 // A file in messages, not yet escaped: its path, or "standard input" for "-".
 std::string NameOfFile(const std::string& path);
 
-// The whole of a file, or of standard input for "-", without a byte-order mark. Throws InputError, also when it is
-// longer than 64 MiB.
+// The content of a file, or of standard input for "-", without a byte-order mark. Throws InputError when the file
+// cannot be read or is longer than 64 MiB.
 std::string ReadFile(const std::string& path, Environment& environment);
 
 // Throws InputError when the file cannot be read or is not JSON: "NAME:LINE:COLUMN: not JSON: ...".

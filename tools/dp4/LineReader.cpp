@@ -39,7 +39,7 @@ bool LineReader::Next(std::string& line) {
   return isAny;
 }
 
-// Takes what is there, and waits only when there is nothing.
+// Reads the available bytes, and waits only when there are none.
 bool LineReader::Fill() {
   try {
     std::streamsize available = source_.in_avail();

@@ -1,4 +1,4 @@
-// Lines of a stream of any length, in bounded memory.
+// Reads lines from a stream of any length in bounded memory.
 
 #ifndef MORVIX_DP4_LINE_READER_H
 #define MORVIX_DP4_LINE_READER_H
@@ -11,12 +11,12 @@
 
 namespace dp4 {
 
-// Longer lines hold no packets; without a limit a stream without line ends would fill the memory.
+// Longer lines cannot be packets. Without a limit, a stream without line feeds would fill the memory.
 constexpr size_t kMaxLineBytes = size_t{1} << 20;
 
 class LineReader {
  public:
-  // `beforeWaiting` is called whenever reading on may have to wait for more to come.
+  // `beforeWaiting` is called before each read that may block.
   LineReader(std::istream& in, std::function<void()> beforeWaiting);
 
   // The next line, cut at the limit, the first without a byte-order mark; false at the end. Throws InputError when the
@@ -33,7 +33,7 @@ class LineReader {
   std::streambuf& source_;
   std::function<void()> beforeWaiting_;
   std::vector<char> buffer_;
-  size_t begin_ = 0;  // what is left of the buffer
+  size_t begin_ = 0;  // start of the unread part of the buffer
   size_t end_ = 0;
   size_t number_ = 0;
   size_t bytesTaken_ = 0;

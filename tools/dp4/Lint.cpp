@@ -52,7 +52,7 @@ int Lint(const LintOptions& options, Environment& environment) {
       unusable += (unusable.empty() ? "" : "\ndp4: ") + std::string(error.what());
     }
   }
-  // The other files' findings are not lost to one that cannot be used.
+  // One unusable file does not hide the findings of the others.
   if (!files.empty() || unusable.empty()) environment.out << Output(files, options);
   if (!unusable.empty()) throw InputError(unusable);
   return areFine ? kFine : kProblems;

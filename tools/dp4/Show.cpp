@@ -22,7 +22,7 @@ int Show(const EntityOptions& options, Environment& environment) {
     try {
       environment.out << AttributeTable(ModelOf(configuration, entity), options.color);
     } catch (const InputError& error) {
-      if (!unusable) unusable = error;  // the entities after it are shown all the same
+      if (!unusable) unusable = error;  // the entities after it are still shown
     }
   }
   if (unusable) throw InputError(*unusable);

@@ -1,4 +1,4 @@
-// The command line. Knows the options and nothing of the work.
+// The command line: parses the options and calls the commands.
 
 #include "Tool.h"
 
@@ -50,9 +50,9 @@ const char kFooter[] =
     "Exit codes: 0 fine, 1 the input has problems, 2 unusable arguments or unreadable files.\n"
     "dp4 COMMAND --help tells more about a command, with an example.";
 
-// For strings that mean nothing when they are empty.
+// For options that must not be empty.
 const CLI::Validator kNotEmpty(
-    [](const std::string& text) { return text.empty() ? "expected a text, found none" : ""; }, "");
+    [](const std::string& text) { return text.empty() ? "expected text, found an empty string" : ""; }, "");
 
 // Without leading zeros, which would make a number octal.
 const CLI::Validator kDecimal(
@@ -102,7 +102,7 @@ CLI::Option* AddChoice(CLI::App& command, const std::string& name, const Choices
       ->default_str(byDefault);
 }
 
-// While it lives, log lines go to a sink, warnings included.
+// During its lifetime, all log lines go to a sink, warnings included.
 class LogScope {
  public:
   explicit LogScope(LogSink sink) : sink_(SetLogSink(std::move(sink))), level_(SetLogLevel(2)) {}
@@ -155,7 +155,7 @@ class CommandLine {
   }
 
  private:
-  // A word where a command should be is told apart from no word at all, which CLI11 does not do.
+  // Distinguishes an unknown command from a missing one, which CLI11 does not do.
   void CheckCommand(const std::vector<std::string>& arguments) const {
     if (arguments.empty() || arguments[0].empty() || arguments[0][0] == '-') return;
     std::vector<std::string> known;
@@ -202,7 +202,7 @@ class CommandLine {
     command
         .add_option_function<int64_t>(
             "--sub-device", [&subDevice](int64_t id) { subDevice = static_cast<int32_t>(id); },
-            "id of the sub-device, of 32 bits; travels in this machine's byte order")
+            "32-bit id of the sub-device; sent in this machine's byte order")
         ->type_name("ID")
         ->transform(kDecimal)
         ->check(CLI::Range(kLeast, kMost).description(""));
@@ -228,7 +228,7 @@ class CommandLine {
   }
 
   void AddLint() {
-    CLI::App& command = Add("lint", "Finds the problems of configurations, and says what a device will make of them.",
+    CLI::App& command = Add("lint", "Finds problems in configurations and says how the SDK and the device will behave.",
                             "dp4 lint --severity info --roundtrip kettle.json");
     AddShared(command, kOneEntity, lint_);
     auto* files =
@@ -238,7 +238,7 @@ class CommandLine {
     AddChoice(command, "--severity", kSeverities, lint_.severity, "minimum severity to report: ")
         ->type_name("SEVERITY");
     command.add_flag("--roundtrip", lint_.roundtrip,
-                     "encodes and decodes limits and middles of every attribute as well");
+                     "also encodes and decodes the limits and a middle value of every attribute");
     auto* rules = command.add_flag("--rules", lint_.listRules, "lists the rules instead");
     command.callback([this, files, rules] {
       if (files->count() == 0 && rules->count() == 0) throw CLI::RequiredError("CONFIG");
@@ -260,8 +260,8 @@ class CommandLine {
     AddChoice(command, "--command", kWriteCommands, encode_.command)->type_name("COMMAND");
     AddSubDevice(command, encode_.subDevice);
     AddOutput(command, encode_.output);
-    command.add_flag("--explain", encode_.explain, "prints attribute by attribute what was set, or why it was not");
-    command.add_flag("--strict", encode_.strict, "a value that is left out is a problem");
+    command.add_flag("--explain", encode_.explain, "explains for each attribute what was set, or why it was not");
+    command.add_flag("--strict", encode_.strict, "treats a value that is left out as a problem");
   }
 
   void AddRequest() {
@@ -276,7 +276,7 @@ class CommandLine {
 
   void AddDecode() {
     CLI::App& command =
-        Add("decode", "Decodes received packets, given or one a line on standard input.", kDecodeExample);
+        Add("decode", "Decodes received packets, from arguments or one per line from standard input.", kDecodeExample);
     command.callback([this] { exitCode_ = Decode(decode_, environment_); });
     AddConfiguration(command, kNeededEntity, decode_);
     command.add_option("PACKET", decode_.packets, "packets in hexadecimal, with or without 0x, blanks and colons");
@@ -323,7 +323,7 @@ class CommandLine {
                             "dp4 completion bash > ~/.local/share/bash-completion/completions/dp4");
     command.callback([this] { environment_.out << CompletionScript(shell_); });
     command.add_option("SHELL", shell_, "bash, zsh or fish")->required()->check(CLI::IsMember({"bash", "zsh", "fish"}));
-    // What those scripts ask.
+    // Called by the completion scripts.
     CLI::App& complete = *app_.add_subcommand("complete")->group("");
     complete.add_option("WORD", words_);
     complete.callback([this] { environment_.out << Completions(app_, words_); });
@@ -354,7 +354,7 @@ int RunTool(const std::vector<std::string>& arguments, Environment& environment)
   } catch (const InputError& error) {
     problem = error.what();
   } catch (const std::bad_alloc&) {
-    problem = "there is not enough memory for this";
+    problem = "not enough memory";
   } catch (const std::exception& error) {
     problem = std::string("internal error: ") + error.what();
   }

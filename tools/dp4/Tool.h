@@ -1,4 +1,4 @@
-// dp4 as an operation: from arguments to exit code.
+// dp4 as a function: from arguments to exit code.
 
 #ifndef MORVIX_DP4_TOOL_H
 #define MORVIX_DP4_TOOL_H
@@ -10,8 +10,8 @@
 
 namespace dp4 {
 
-// Runs the tool. The arguments come without the tool's own name. Nothing is thrown. While it runs, the host's log sink
-// and level are the tool's.
+// Runs the tool. The arguments do not include the tool's own name. Does not throw. While it runs, it replaces the
+// host's log sink and level.
 int RunTool(const std::vector<std::string>& arguments, Environment& environment);
 
 }  // namespace dp4

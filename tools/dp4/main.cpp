@@ -1,4 +1,4 @@
-// dp4 as a program: its streams and what is known about them.
+// dp4 as a program: sets up its streams.
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include "Tool.h"
 
 int main(int argc, char** argv) {
-  static_cast<void>(std::signal(SIGPIPE, SIG_DFL));  // a reader that has seen enough ends the tool quietly
+  static_cast<void>(std::signal(SIGPIPE, SIG_DFL));  // the tool ends silently when the reader of its output exits
   std::ios::sync_with_stdio(false);
   dp4::Environment environment{std::cin, std::cout, std::cerr};
   environment.isOutTerminal = isatty(STDOUT_FILENO) == 1;
