@@ -3,9 +3,11 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 
 #include "host/Base64.h"
 
@@ -56,6 +58,35 @@ Json::Value FieldValue(const Field& field, const byte* payload) {
   return {text, PrintDecimal(LoadBytes(data, field.byteLength), field.decimals, text)};
 }
 
+void PrintValue(const Field& field, const byte* payload, std::string& out) {
+  const byte* data = payload + field.byteOffset;
+  if (field.kind == Kind::kBool) {
+    out += (*data >> field.shift & 1) != 0 ? "true" : "false";
+    return;
+  }
+  char text[64];
+  const char* end = text;
+  switch (field.kind) {
+    case Kind::kEnum:
+      end = std::to_chars(text, text + sizeof text, *data >> field.shift & field.mask).ptr;
+      break;
+    case Kind::kBinary:
+      end = text + std::strlen(__internal_base64_encode(text, sizeof text, data, field.byteLength));
+      break;
+    default:
+      end = PrintDecimal(LoadBytes(data, field.byteLength), field.decimals, text);
+  }
+  out += '"';
+  out.append(text, static_cast<size_t>(end - text));
+  out += '"';
+}
+
+void AppendActive(const std::vector<Field>& conditions, const byte* payload, std::vector<TavelReceiveInfo>& active) {
+  for (const Field& field : conditions) {
+    if ((payload[field.byteOffset] >> field.shift & 1) != 0) active.push_back({field.key, 1});
+  }
+}
+
 }  // namespace
 
 FloorPackage FloorEncode(const Workload& workload) {
@@ -89,11 +120,47 @@ FloorPackage FloorEncode(const Workload& workload) {
 void FloorDecode(const Workload& workload, Json::Value& document) {
   const byte* payload = workload.packet.data() + 1;
   Json::Value& entity = document[kEntityName];
+  Json::Value prototype;
+  prototype[Json::StaticString("type")] = 0;
+  prototype[Json::StaticString("value")] = Json::Value();
+  MorvixProtocolType_4_0 group = MorvixProtocolTypeUnknown_4_0;
   for (const Field& field : workload.fields) {
+    if (field.group != group) {
+      group = field.group;
+      *prototype.begin() = static_cast<int>(group);
+    }
     Json::Value& item = entity[field.key];
-    item[Json::StaticString("type")] = static_cast<int>(field.group);
-    item[Json::StaticString("value")] = FieldValue(field, payload);
+    item.copyPayload(prototype);
+    Json::Value value = FieldValue(field, payload);
+    (++item.begin())->swapPayload(value);
   }
+}
+
+FloorReceivePlan::FloorReceivePlan(const Workload& workload) {
+  std::vector<Field> fields = workload.fields;
+  std::sort(fields.begin(), fields.end(), [](const Field& left, const Field& right) { return left.key < right.key; });
+  std::string opening = std::string("{\"") + kEntityName + "\":{\"";
+  for (const Field& field : fields) {
+    if (field.group == MorvixProtocolTypeStatusWritable_4_0) {
+      values.push_back({field, opening + field.key + "\":"});
+      opening = ",\"";
+    } else {
+      (field.group == MorvixProtocolTypeAlert_4_0 ? alerts : faults).push_back(field);
+    }
+  }
+}
+
+void FloorReceive(const FloorReceivePlan& plan, const byte* packet, std::string& document,
+                  std::vector<TavelReceiveInfo>& alerts, std::vector<TavelReceiveInfo>& faults) {
+  const byte* payload = packet + 1;
+  document.clear();
+  for (const auto& [field, opening] : plan.values) {
+    document += opening;
+    PrintValue(field, payload, document);
+  }
+  document += "},\"version\":4.0}\n";
+  AppendActive(plan.alerts, payload, alerts);
+  AppendActive(plan.faults, payload, faults);
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the configuration, which is our own

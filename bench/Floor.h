@@ -16,6 +16,23 @@ struct FloorPackage {
 FloorPackage FloorEncode(const Workload& workload);
 void FloorDecode(const Workload& workload, Json::Value& document);
 
+// The text before each value of the application's document, in the order of its keys, and the alerts and faults.
+struct FloorReceivePlan {
+  explicit FloorReceivePlan(const Workload& workload);
+
+  struct Value {
+    Field field;
+    std::string opening;  // comma or brace, key and colon
+  };
+  std::vector<Value> values;
+  std::vector<Field> alerts;  // in the order of their keys
+  std::vector<Field> faults;
+};
+
+// Appends to the lists.
+void FloorReceive(const FloorReceivePlan& plan, const byte* packet, std::string& document,
+                  std::vector<TavelReceiveInfo>& alerts, std::vector<TavelReceiveInfo>& faults);
+
 // Visits each member of the configuration once, its name and its value.
 size_t FloorConfig(const Json::Value& configuration);
 

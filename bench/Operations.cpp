@@ -3,6 +3,7 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -75,6 +76,21 @@ struct Received {
   std::string document;
   std::vector<TavelReceiveInfo> alerts;
   std::vector<TavelReceiveInfo> faults;
+
+  // Keeps the memory.
+  void Clear() {
+    alerts.clear();
+    faults.clear();
+  }
+  bool operator!=(const Received& other) const {
+    const auto same = [](const TavelReceiveInfo& left, const TavelReceiveInfo& right) {
+      return left.name == right.name && left.value == right.value;
+    };
+    const auto equal = [&](const std::vector<TavelReceiveInfo>& left, const std::vector<TavelReceiveInfo>& right) {
+      return std::equal(left.begin(), left.end(), right.begin(), right.end(), same);
+    };
+    return document != other.document || !equal(alerts, other.alerts) || !equal(faults, other.faults);
+  }
 };
 
 Received Receive(const Workload& workload, bool parsedOnce) {
@@ -103,16 +119,26 @@ std::string BytesToText(const Workload& workload) {
   return WriteText(document);
 }
 
+bool ReceiveInOnePass(const Workload& workload, Received& received) {
+  return ProtocolReceivePacket_4_0(workload.entityInfo, workload.attributes, workload.packet.data(),
+                                   workload.packet.size(), received.document, received.alerts, received.faults);
+}
+
+bool ReceiveByPlan(const Workload& workload, const MorvixProtocolReceivePlan_4_0& plan, Received& received) {
+  return ProtocolReceivePacket_4_0(plan, workload.packet.data(), workload.packet.size(), received.document,
+                                   received.alerts, received.faults);
+}
+
 void CheckOnePass(const Workload& workload) {
   const Received expected = Receive(workload, true);
   Received received;
-  const bool isReceived =
-      ProtocolReceivePacket_4_0(workload.entityInfo, workload.attributes, workload.packet.data(),
-                                workload.packet.size(), received.document, received.alerts, received.faults);
-  if (!isReceived || received.document != expected.document || received.alerts.size() != expected.alerts.size() ||
-      received.faults.size() != expected.faults.size()) {
-    Fail("one pass gives something else");
-  }
+  if (!ReceiveInOnePass(workload, received) || received != expected) Fail("one pass gives something else");
+  Received planned;
+  const auto plan = ProtocolPlanReceive_4_0(workload.entityInfo, workload.attributes);
+  if (!ReceiveByPlan(workload, plan, planned) || planned != expected) Fail("a plan gives something else");
+  Received floor;
+  FloorReceive(FloorReceivePlan(workload), workload.packet.data(), floor.document, floor.alerts, floor.faults);
+  if (floor != expected) Fail("the floor receives something else");
 }
 
 void CheckFloors(const Workload& workload) {
@@ -136,6 +162,33 @@ void CheckFloors(const Workload& workload) {
     ProtocolGetAlertsOrFaults_4_0(*list, active);
     if (active.size() != FloorAlerts(*list, floorActive)) Fail("the floor finds other alerts");
   }
+}
+
+// Each way to receive in one pass, with results of its own and, as "/reused", with the memory of those before.
+void AddReceives(const Workload& workload, std::vector<Operation>& operations) {
+  const auto add = [&operations](const std::string& name, std::function<bool(Received&)> receive) {
+    const auto run = [receive](Received& received) {
+      if (!receive(received)) Fail("receive");
+      sink = sink + received.document.size();
+    };
+    operations.push_back({name, [run] {
+                            Received fresh;
+                            run(fresh);
+                          }});
+    operations.push_back({name + "/reused", [run, reused = std::make_shared<Received>()] {
+                            reused->Clear();
+                            run(*reused);
+                          }});
+  };
+  const Workload& w = workload;
+  add("receive/one-pass", [&w](Received& received) { return ReceiveInOnePass(w, received); });
+  add("receive/plan", [&w, plan = ProtocolPlanReceive_4_0(w.entityInfo, w.attributes)](Received& received) {
+    return ReceiveByPlan(w, plan, received);
+  });
+  add("floor/receive", [&w, plan = FloorReceivePlan(w)](Received& received) {
+    FloorReceive(plan, w.packet.data(), received.document, received.alerts, received.faults);
+    return true;
+  });
 }
 
 }  // namespace
@@ -169,16 +222,7 @@ std::vector<Operation> MakeOperations(const Workload& workload) {
     });
     addForm("receive", [&w, parsedOnce] { sink = sink + Receive(w, parsedOnce).document.size(); });
   }
-  const auto reused = std::make_shared<Received>();  // its memory is reused from packet to packet
-  add("receive/one-pass", [&w, reused] {
-    reused->alerts.clear();
-    reused->faults.clear();
-    if (!ProtocolReceivePacket_4_0(w.entityInfo, w.attributes, w.packet.data(), w.packet.size(), reused->document,
-                                   reused->alerts, reused->faults)) {
-      Fail("receive");
-    }
-    sink = sink + reused->document.size();
-  });
+  AddReceives(w, operations);
   add("convert", [&w] {
     Json::Value alerts;
     Json::Value faults;

@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
                                    // cppcheck-suppress constParameter ; iterating over it changes it
                                    [operation](benchmark::State& state) {
                                      for ([[maybe_unused]] auto _ : state) operation.run();
+                                     state.SetItemsProcessed(state.iterations());
                                    });
     }
   }

@@ -305,8 +305,7 @@ TEST_F(ProgramOnATerminal, ShowsNoProgressWhereResultsGoToTheTerminalToo) {
   const std::string line = KettleLine();
   EXPECT_EQ(terminal.user.ReadUntil("\n"), line.substr(0, line.size() - 1) + "\r\n");
   in.writer.Write("x\n");
-  EXPECT_EQ(terminal.user.ReadUntil("\n"),
-            "dp4: standard input:2:1: expected a hexadecimal digit, found 'x'\r\n");
+  EXPECT_EQ(terminal.user.ReadUntil("\n"), "dp4: standard input:2:1: expected a hexadecimal digit, found 'x'\r\n");
 }
 
 // ---- Completion ----

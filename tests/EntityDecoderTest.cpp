@@ -554,6 +554,18 @@ TEST(DecodeEntity, DecodesIntoADocumentThatHoldsItsConfiguration) {
   EXPECT_EQ(sparse["main"]["last"]["value"], "6");
 }
 
+// The decoder once read the name of an attribute after replacing the string that it viewed.
+TEST(DecodeEntity, DecodesIntoAStringOfItsConfiguration) {
+  const std::string longName = "a name that is too long to be kept without memory of its own";
+  Json::Value entity = Entity({Number(longName, 0, 1)});
+  std::vector<byte> payload = {5};
+  LogCapture capture;
+  ProtocolDecodeEntity_4_0(entity, PackageOf(payload), entity["attrs"][0]["name"]);
+  Json::Value expected;
+  expected["main"][longName] = ParseJson(R"({"type": 1, "value": "5"})");
+  EXPECT_EQ(entity["attrs"][0]["name"], expected);
+}
+
 TEST(DecodeEntity, TakesNamesWholeThatHoldANul) {
   Json::Value entity = Entity({Number(WithNul("le", "vel"), 0, 1)});
   entity["name"] = WithNul("ma", "in");
@@ -645,11 +657,21 @@ TEST(PrefixOf, HoldsTheFirstEightBytesTheFirstOneHighest) {
 
 TEST(IsPlain, IsPrintableAsciiWithoutQuotesAndBackslashes) {
   EXPECT_TRUE(IsPlain(""));
+  EXPECT_TRUE(IsPlainKey("", PrefixOf("")));
   for (int code = 0; code < 256; ++code) {
     const bool isPrintable = code >= 0x20 && code <= 0x7e;
     const bool isPlain = isPrintable && code != 0x22 && code != 0x5c;
     EXPECT_EQ(IsPlain(std::string("ab") + static_cast<char>(code)), isPlain) << code;
     EXPECT_EQ(IsPlain(static_cast<char>(code) + std::string("ab")), isPlain) << code;
+    for (size_t place = 0; place < 20; ++place) {
+      std::string key(20, 'k');
+      key[place] = static_cast<char>(code);
+      EXPECT_EQ(IsPlain(key), isPlain) << code;
+      for (const size_t length : {place + 1, size_t{8}, size_t{9}, key.size()}) {
+        const std::string part = key.substr(0, length);
+        EXPECT_EQ(IsPlainKey(part, PrefixOf(part)), isPlain || place >= length) << code;
+      }
+    }
   }
 }
 

@@ -86,7 +86,7 @@ std::string Text(double number) {
 }
 
 std::string Index(uint64_t index) {
-  ValueText text;
+  char text[kNumberTextSize];
   return std::string(EnumText(index, text));
 }
 
@@ -187,11 +187,11 @@ TEST(EnumText, KeepsTheFirstNineDigits) {
 
 TEST(EnumText, EndsWithANulInItsBuffer) {
   for (const uint64_t index : {uint64_t{0}, uint64_t{42}, uint64_t{1234567890}, UINT64_MAX}) {
-    ValueText text;
-    std::memset(text.number, '8', sizeof text.number);
+    char text[kNumberTextSize];
+    std::memset(text, '8', sizeof text);
     const std::string_view view = EnumText(index, text);
-    EXPECT_EQ(view.data(), text.number);
-    EXPECT_EQ(std::strlen(text.number), view.size());
+    EXPECT_EQ(view.data(), text);
+    EXPECT_EQ(std::strlen(text), view.size());
   }
 }
 

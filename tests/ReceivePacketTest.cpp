@@ -222,6 +222,89 @@ TEST(ReceivePacket, AppendsAlertsBeforeFaultsWhenTheyShareAList) {
   EXPECT_EQ(both, (Active{{"b", 1}, {"a", 1}}));
 }
 
+// --- By a plan: every check above and below also receives by one ---
+
+class ReceivePlan : public testing::Test {
+ protected:
+  // True if the packet 04 01 gives `document`, and the alert "Hot" or none.
+  bool Gives(const MorvixProtocolReceivePlan_4_0& plan, const std::string& document, bool isHot) {
+    static const byte kPacket[] = {4, 1};
+    std::string received;
+    Active alerts;
+    Active faults;
+    return ProtocolReceivePacket_4_0(plan, kPacket, sizeof kPacket, received, alerts, faults) && received == document &&
+           alerts == (isHot ? Active{{"Hot", 1}} : Active()) && faults.empty();
+  }
+
+  MorvixProtocolReceivePlan_4_0 MakePlan(const std::string& entityName) {
+    MorvixProtocolEntity_4_0 entity;
+    entity.name = entityName;
+    return ProtocolPlanReceive_4_0(
+        entity, {BoolAt("a name that is too long for a string's own memory", kWritable), BoolAt("Hot", kAlert)});
+  }
+
+  const std::string members_ = "{\"a name that is too long for a string's own memory\":true}";
+};
+
+TEST_F(ReceivePlan, OutlivesWhatItWasMadeFrom) {
+  EXPECT_TRUE(Gives(MakePlan("oven"), "{\"oven\":" + members_ + ",\"version\":4.0}\n", true));
+}
+
+TEST_F(ReceivePlan, HasNoAttributesByDefaultAndAfterAMove) {
+  const std::string none = "{\"version\":4.0}\n";
+  EXPECT_TRUE(Gives(MorvixProtocolReceivePlan_4_0(), none, false));
+  MorvixProtocolReceivePlan_4_0 source = MakePlan("oven");
+  const MorvixProtocolReceivePlan_4_0 target = std::move(source);
+  EXPECT_TRUE(Gives(target, "{\"oven\":" + members_ + ",\"version\":4.0}\n", true));
+  EXPECT_TRUE(Gives(source, none, false));  // NOLINT(bugprone-use-after-move): a plan without attributes
+}
+
+TEST_F(ReceivePlan, IsSharedByItsCopies) {
+  MorvixProtocolReceivePlan_4_0 copy;
+  {
+    const MorvixProtocolReceivePlan_4_0 plan = MakePlan("zone");
+    copy = plan;
+  }
+  EXPECT_TRUE(Gives(copy, "{\"version\":4.0,\"zone\":" + members_ + "}\n", true));
+}
+
+TEST_F(ReceivePlan, RefusesWhatUnpackingRefuses) {
+  const MorvixProtocolReceivePlan_4_0 plan = MakePlan("oven");
+  for (const auto& packet : {std::vector<byte>{}, {4}, {2, 1}, {5, 1}, std::vector<byte>(kMaxPacketBytes + 1, 4)}) {
+    std::string document = "left from before";
+    Active active = {{"held", 3}};
+    EXPECT_FALSE(ProtocolReceivePacket_4_0(plan, packet.data(), packet.size(), document, active, active));
+    EXPECT_EQ(document, "");
+    EXPECT_EQ(active, (Active{{"held", 3}}));
+  }
+}
+
+// Numbers of at most six decimals are printed from integers. 0.3 * 3 is 0.8999999999999999 in doubles.
+TEST(ReceivePlanNumbers, PrintWhatTheCLibraryPrints) {
+  const struct {
+    double ratio;
+    double addition;
+  } scalings[] = {
+      {0.3, 0},       {0.1, -40},    {1e-6, 0},          {1e-6, 999},    {1e-7, 0},    {0.000001, 0.000001},
+      {-0.25, 10},    {123456.5, 0}, {1e9, 0},           {1e9, 0.5},     {1e15, 0},    {-1, 0},
+      {-1, -0.0},     {0, -0.0},     {0, 12.345678},     {0, 1.2345678}, {1.5e300, 0}, {kNaN, 0},
+      {kInfinity, 0}, {1, kNaN},     {2.0 / 3, 1.0 / 3}, {0.999999, 0},  {1, 1e9},     {3906250.128, -7.75}};
+  for (const auto& [ratio, addition] : scalings) {
+    for (const int64_t max : {int64_t{255}, int64_t{1} << 32, kMaxRaw}) {
+      Attribute number = NumberAt("n", kReadonly, ratio, addition, BytesAt(0, 7));
+      number.uint_spec.max = max;
+      for (int bit = 0; bit < 52; ++bit) {
+        for (const int64_t change : {-1, 0, 1, 2}) {
+          const int64_t raw = (int64_t{1} << bit) + change;
+          std::vector<byte> packet = {4};
+          for (int shift = 48; shift >= 0; shift -= 8) packet.push_back(static_cast<byte>(raw >> shift));
+          Receive({number}, packet);
+        }
+      }
+    }
+  }
+}
+
 // --- One difficulty at a time ---
 
 // Those of the support library, and two that are long.

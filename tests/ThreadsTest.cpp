@@ -223,6 +223,31 @@ TEST_F(Threads, HaveSomethingToCompareWith) {
   EXPECT_EQ(answers.active, "Hot=1 Broken=2 ");
 }
 
+TEST_F(Threads, ReceiveByOnePlan) {
+  const std::vector<Answers> expected = SingleThread(entity_);
+  std::vector<MorvixProtocolAttribute_4_0> attributes;
+  MorvixProtocolEntity_4_0 info;
+  ASSERT_TRUE(ProtocolParseEntity_4_0(entity_, 15, attributes, info));
+  MorvixProtocolReceivePlan_4_0 plan = ProtocolPlanReceive_4_0(info, attributes);
+  const MorvixProtocolReceivePlan_4_0 shared = plan;
+  RunTogether(
+      [&](int) {
+        const MorvixProtocolReceivePlan_4_0 copy = shared;
+        for (int i = 0; i < kRounds * kVariants; ++i) {
+          std::vector<byte> packet = Payload(i % kVariants);
+          packet.insert(packet.begin(), MorvixProtocolCommandNotifyResp_4_0);
+          std::string document;
+          std::vector<TavelReceiveInfo> infos;
+          EXPECT_TRUE(ProtocolReceivePacket_4_0(copy, packet.data(), packet.size(), document, infos, infos));
+          std::string active;
+          for (const TavelReceiveInfo& it : infos) active += it.name + "=" + std::to_string(it.value) + " ";
+          EXPECT_EQ(document, expected[static_cast<size_t>(i % kVariants)].converted);
+          EXPECT_EQ(active, expected[static_cast<size_t>(i % kVariants)].active);
+        }
+      },
+      [&](int) { plan = ProtocolPlanReceive_4_0(info, attributes); });
+}
+
 TEST_F(Threads, EncodeDecodeAndConvertAsOneAloneWhileSinkAndLevelChange) {
   const std::vector<Answers> expected = SingleThread(entity_);
   LineCounter counter;

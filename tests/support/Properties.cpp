@@ -446,6 +446,11 @@ model::Received CheckReceive(const Entity& info, const Attributes& attributes, c
   CheckUnpack(packet);
   const Bytes exact(packet.begin(), packet.end());
   LogCapture log;
+  Application byPlan;
+  byPlan.isReceived = ProtocolReceivePacket_4_0(ProtocolPlanReceive_4_0(info, attributes), exact.data(), exact.size(),
+                                                byPlan.document, byPlan.alerts, byPlan.faults);
+  byPlan.lines = log.Take();
+
   Application onePass;
   onePass.isReceived = ProtocolReceivePacket_4_0(info, attributes, exact.data(), exact.size(), onePass.document,
                                                  onePass.alerts, onePass.faults);
@@ -468,6 +473,7 @@ model::Received CheckReceive(const Entity& info, const Attributes& attributes, c
     if (longWay.document.empty()) Fail("a decoded document can be converted", Show(text));
   }
   ExpectSame(onePass, longWay, "one pass gives what the five calls give");
+  ExpectSame(byPlan, longWay, "a plan gives what the five calls give");
 
   model::Received received = model::Receive(info, attributes, packet);
   Application expected;

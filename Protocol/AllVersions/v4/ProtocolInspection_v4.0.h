@@ -19,7 +19,7 @@
 
 /// What the parser did with one element of an entity's "attrs".
 struct MorvixProtocolElement_4_0 {
-  size_t attribute = SIZE_MAX;  ///< Its index in the attribute list; SIZE_MAX when it was skipped.
+  size_t attribute = SIZE_MAX;  ///< Its index in the attribute list; SIZE_MAX when it is not there.
   std::string invalid;  ///< The member that the parser's line names; empty when the element was kept or is of another
                         ///< group.
   MorvixProtocolType_4_0 type = MorvixProtocolTypeUnknown_4_0;  ///< Its "type", also when the element was skipped.
@@ -54,11 +54,13 @@ enum MorvixProtocolOutcome_4_0 : uint32_t {
   MorvixProtocolOutcomeNotReached_4_0 = 0,        ///< The call ended before it.
   MorvixProtocolOutcomeDone_4_0 = 1,              ///< Written, or decoded into the document.
   MorvixProtocolOutcomeAbsent_4_0 = 2,            ///< Encoding: the document has no value for it.
-  MorvixProtocolOutcomeWrongKind_4_0 = 3,         ///< Encoding: its value is of a kind that it does not take, or null.
+  MorvixProtocolOutcomeWrongKind_4_0 = 3,         ///< Encoding: its value is null, of a kind that it does not
+                                                  ///< take, or a string without a number.
   MorvixProtocolOutcomeRefusedByScaling_4_0 = 4,  ///< A number out of range or off its grid, or an unusable scaling.
   MorvixProtocolOutcomeRefusedByItems_4_0 = 5,    ///< An enum's index without an item. Ends the call.
   MorvixProtocolOutcomeRefusedByPlace_4_0 = 6,  ///< Encoding: no place for it, or an unknown data type. Ends the call.
-  MorvixProtocolOutcomeUnreadable_4_0 = 7,      ///< Decoding: not in the payload, or an unknown data type.
+  MorvixProtocolOutcomeUnreadable_4_0 = 7,      ///< Decoding: not in the payload, in a place from which its data
+                                                ///< type is never read, or of unknown data type.
 };
 
 /// The outcome of one attribute, and its raw value.

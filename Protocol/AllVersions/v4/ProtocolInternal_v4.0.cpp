@@ -354,8 +354,8 @@ static MorvixProtocolUnit_4_0 ProtocolGetUnit_4_0(const char* type) {
   return FindKeyword(type, kMeanings, MorvixProtocolUnitUnknown_4_0);
 }
 
-// The parser fills records, which own their strings, for callers who keep them; and views into the configuration for
-// the one-call operations. Both have the same field names, and the codec works on either.
+// The parser fills records, which own their strings, for callers who keep them; and views into the configuration where
+// a one-call operation cannot change it meanwhile. Both have the same field names, and the codec works on either.
 namespace {
 
 struct AttributeView {
@@ -786,7 +786,8 @@ static bool DecodeUInt(const byte* data, [[maybe_unused]] size_t dataLen, size_t
 }
 
 // Reads the field's bits, in place, from the spanned bytes.
-static bool BitCopy(const byte* offset, int32_t start, int32_t length, size_t byteLength, uint64_t& u) {
+[[maybe_unused]] static bool BitCopy(const byte* offset, int32_t start, int32_t length, size_t byteLength,
+                                     uint64_t& u) {
   if (!FitsWord(start, length, byteLength)) return false;
   DecodeUInt(offset, byteLength, byteLength, u);
   FixIntegerInBitRange(u, start % 8, length);
@@ -862,8 +863,8 @@ static inline bool EncodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, dou
   return IsOnStepGrid(min, max, step, x);
 }
 
-static bool DecodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double ratio, double addition, uint64_t x,
-                           double& y) {
+static inline bool DecodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double ratio, double addition, uint64_t x,
+                                  double& y) {
   if (x >> kRawBits != 0 || !IsUsableRange(min, max, step) || !IsOnStepGrid(min, max, step, x)) return false;
   // The product is rounded before the sum, also on machines with a fused multiply-add.
   const volatile double product = static_cast<double>(x) * ratio;
@@ -876,12 +877,6 @@ static bool DecodeUIntSpec(uint64_t min, uint64_t max, uint64_t step, double rat
 //
 // One raw value into or out of the payload. A failure leaves the payload unchanged; nothing is logged here.
 // =====================================================================================================================
-
-// Reading locates a field as writing does.
-static const byte* FindField(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
-                             size_t& byteLength) {
-  return OffsetPosition(const_cast<byte*>(data), dataLen, position, byteLength);
-}
 
 static bool IsSingleBit(const MorvixProtocolPosition_4_0& position) {
   return position.unit == MorvixProtocolUnitBit_4_0 && position.len == 1;
@@ -898,11 +893,6 @@ static byte* OffsetBinaryPosition(byte* data, size_t dataLen, const MorvixProtoc
   if (position.unit != MorvixProtocolUnitByte_4_0) return nullptr;
   byte* field = OffsetPosition(data, dataLen, position, byteLength);
   return byteLength <= MorvixProtocolMaxBinaryBytes_4_0 ? field : nullptr;
-}
-
-static const byte* FindBinaryField(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
-                                   size_t& byteLength) {
-  return OffsetBinaryPosition(const_cast<byte*>(data), dataLen, position, byteLength);
 }
 
 static inline bool WriteBoolValue(byte* data, size_t& dataLen, const MorvixProtocolPosition_4_0& position, bool value) {
@@ -924,8 +914,8 @@ static inline bool WriteUIntValue(byte* data, size_t& dataLen, const MorvixProto
   if (field == nullptr || byteLength > kWordBytes) return false;
   dataLen = byteLength;
   if (position.unit == MorvixProtocolUnitByte_4_0) return EncodeUInt(value, byteLength, field, byteLength);
+  if (!FitsWord(position.bit_offset, position.len, byteLength)) return false;
   uint64_t u = 0;
-  if (!BitCopy(field, position.bit_offset, position.len, byteLength, u)) return false;
   EncodeBit(value, ShiftInByte(position), static_cast<size_t>(position.len), u);
   return BitCopy(u, position.bit_offset, position.len, byteLength, field);
 }
@@ -945,40 +935,96 @@ static bool WriteBase64(byte* data, size_t dataLen, const MorvixProtocolPosition
   return WriteBase64(data, dataLen, position, value.c_str());
 }
 
-static bool ReadBoolValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position, bool& value) {
-  if (!IsSingleBit(position)) return false;
-  size_t byteLength = 0;
-  const byte* field = FindField(data, dataLen, position, byteLength);
-  if (field == nullptr) return false;
+namespace {
+
+// How a field is read, worked out from its position: `byteLength` bytes from `start` on, of a payload of at least
+// `needed` bytes; and of a field in bits `length` bits from `shift` on.
+struct FieldReader {
+  uint64_t start = 0;
+  uint64_t byteLength = 0;
+  uint64_t needed = kNowhere;  // of a field that cannot be read
+  bool isInBits = false;
+  bool fitsWord = false;  // if not, the bits are read as 0
+  size_t shift = 0;
+  size_t length = 0;
+};
+
+}  // namespace
+
+static inline FieldReader MakeReader(const MorvixProtocolPosition_4_0& position, uint64_t maxBytes) {
+  FieldReader reader;
+  FieldPlace place;
+  if (!FindPlace(position, place) || place.byteLength > maxBytes) return reader;
+  reader.start = place.start;
+  reader.byteLength = place.byteLength;
+  reader.needed = place.needed;
+  if (position.unit == MorvixProtocolUnitBit_4_0) {
+    reader.isInBits = true;
+    reader.fitsWord = FitsWord(position.bit_offset, position.len, place.byteLength);
+    reader.shift = ShiftInByte(position);
+    reader.length = static_cast<size_t>(position.len);
+  }
+  return reader;
+}
+
+static inline FieldReader UIntReader(const MorvixProtocolPosition_4_0& position) {
+  return MakeReader(position, kWordBytes);
+}
+
+// A bool is a bit of the field's first byte, however long the arithmetic of a negative bit offset makes the field.
+static inline FieldReader BoolReader(const MorvixProtocolPosition_4_0& position) {
+  if (!IsSingleBit(position)) return {};
+  FieldReader reader = MakeReader(position, UINT64_MAX);
+  reader.byteLength = 1;
+  reader.fitsWord = true;
+  return reader;
+}
+
+static FieldReader BinaryReader(const MorvixProtocolPosition_4_0& position) {
+  const bool isInBytes = position.unit == MorvixProtocolUnitByte_4_0;
+  return isInBytes ? MakeReader(position, MorvixProtocolMaxBinaryBytes_4_0) : FieldReader();
+}
+
+// The caller zeroes `value`: bytes above a field in bytes stay untouched, and so does all of it if a range of bits
+// exceeds a word.
+static inline bool ReadUInt(const byte* data, size_t dataLen, const FieldReader& reader, uint64_t& value) {
+  if (reader.needed > dataLen) return false;
+  const byte* field = data + reader.start;
+  const auto byteLength = static_cast<size_t>(reader.byteLength);
+  if (!reader.isInBits) return DecodeUInt(field, byteLength, byteLength, value);
+  uint64_t u = 0;
+  if (reader.fitsWord) DecodeUInt(field, byteLength, byteLength, u);
+  DecodeBit(u, reader.shift, reader.length, value);
+  return true;
+}
+
+// `text` is also the work buffer.
+static void ReadBase64(const byte* field, size_t byteLength, std::string& text) {
+  text.resize(2 * byteLength + 10);
+  const auto capacity = static_cast<uint32_t>(2 * byteLength + 9);
+  text.assign(__internal_base64_encode(text.data(), capacity, field, byteLength));
+}
+
+// The same by position. The codec makes readers of its own, which it may keep.
+
+[[maybe_unused]] static bool ReadBoolValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
+                                           bool& value) {
   uint64_t bit = 0;
-  DecodeBit(*field, ShiftInByte(position), 1, bit);
+  if (!ReadUInt(data, dataLen, BoolReader(position), bit)) return false;
   value = bit != 0;
   return true;
 }
 
-// The caller zeroes `value`: bytes above the field stay untouched, and so does all of it if the bit range exceeds a
-// word.
-static bool ReadUIntValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
-                          uint64_t& value) {
-  size_t byteLength = 0;
-  const byte* field = FindField(data, dataLen, position, byteLength);
-  if (field == nullptr || byteLength > kWordBytes) return false;
-  if (position.unit == MorvixProtocolUnitByte_4_0) return DecodeUInt(field, byteLength, byteLength, value);
-  uint64_t u = 0;
-  BitCopy(field, position.bit_offset, position.len, byteLength, u);
-  DecodeBit(u, ShiftInByte(position), static_cast<size_t>(position.len), value);
-  return true;
+[[maybe_unused]] static bool ReadUIntValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
+                                           uint64_t& value) {
+  return ReadUInt(data, dataLen, UIntReader(position), value);
 }
 
-// `value` becomes the field's bytes in base64; it is also the work buffer.
-static bool ReadBinaryValue(const byte* data, size_t dataLen, const MorvixProtocolPosition_4_0& position,
-                            std::string& value) {
-  size_t byteLength = 0;
-  const byte* field = FindBinaryField(data, dataLen, position, byteLength);
-  if (field == nullptr) return false;
-  value.resize(2 * byteLength + 10);
-  const auto capacity = static_cast<uint32_t>(2 * byteLength + 9);
-  value.assign(__internal_base64_encode(value.data(), capacity, field, byteLength));
+[[maybe_unused]] static bool ReadBinaryValue(const byte* data, size_t dataLen,
+                                             const MorvixProtocolPosition_4_0& position, std::string& value) {
+  const FieldReader reader = BinaryReader(position);
+  if (reader.needed > dataLen) return false;
+  ReadBase64(data + reader.start, static_cast<size_t>(reader.byteLength), value);
   return true;
 }
 
@@ -1089,7 +1135,8 @@ static const Json::Value* FindValue(const Json::Value* values, const char* attri
   return values == nullptr ? nullptr : values->find(attributeName, attributeName + std::strlen(attributeName));
 }
 
-// A value that is refused, or absent, is stored as 0; only an absent entity leaves the output alone.
+// An absent value, or one of a kind that is refused, is stored as 0. A string without a number and an absent entity
+// leave the output alone.
 static bool ReadInteger(const Json::Value* values, const char* attributeName, uint64_t& value) {
   if (values == nullptr) return false;
   const Json::Value* member = FindValue(values, attributeName);
@@ -1360,10 +1407,27 @@ static char* removeFloatLastZero(char* str) {
   return str;
 }
 
+// Numbers and enums are printed into buffers of kNumberTextSize characters and end with a NUL.
+
+// A number of at most six decimals, without trailing zeros. Returns its end.
+static inline char* PrintMicros(bool isNegative, uint64_t whole, uint32_t micros, char* text) {
+  char* end = text;
+  if (isNegative) *end++ = '-';
+  end = std::to_chars(end, text + kNumberTextSize, whole).ptr;
+  if (micros != 0) {
+    *end++ = '.';
+    for (uint32_t unit = kMicrosPerUnit / 10; micros != 0; micros %= unit, unit /= 10) {
+      *end++ = static_cast<char>('0' + micros / unit);
+    }
+  }
+  *end = '\0';
+  return end;
+}
+
 // Prints like "%lf", truncated to the size of `text`, without trailing zeros, and sets `length`. False for numbers that
 // are left to the C library: huge ones, infinities, NaNs, and those whose digits after the sixth decimal are close to
 // one half. `number` is split exactly: both parts fit a double.
-static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_t& length) {
+static bool PrintSmallNumber(double number, char* text, size_t& length) {
   constexpr double kLimit = 1e15;
   constexpr double kTieDistance = 1e-6;  // far above the error of the multiplication
   const double magnitude = std::fabs(number);
@@ -1378,32 +1442,22 @@ static bool PrintSmallNumber(double number, char (&text)[kNumberTextSize], size_
     micros = 0;
     ++whole;
   }
-  char* end = text;
-  if (std::signbit(number)) *end++ = '-';
-  end = std::to_chars(end, text + sizeof text, whole).ptr;
-  if (micros != 0) {
-    *end++ = '.';
-    for (uint32_t unit = kMicrosPerUnit / 10; micros != 0; micros %= unit, unit /= 10) {
-      *end++ = static_cast<char>('0' + micros / unit);
-    }
-  }
-  *end = '\0';
-  length = static_cast<size_t>(end - text);
+  length = static_cast<size_t>(PrintMicros(std::signbit(number), whole, micros, text) - text);
   return true;
 }
 
 // True if the C library prints a plain decimal point and rounds to nearest, as PrintSmallNumber does. The decimal comma
 // of other locales is not recognised, so the zeros after it stay.
 static bool LibraryPrintsPlainly() {
-  char half[8] = {};
-  static_cast<void>(std::snprintf(half, sizeof half, "%.1f", 0.5));
-  return std::fegetround() == FE_TONEAREST && std::strcmp(half, "0.5") == 0;
+  char* end = nullptr;
+  static_cast<void>(std::strtod("0.", &end));  // reads a point only if the locale's numbers have one
+  return *end == '\0' && std::fegetround() == FE_TONEAREST;
 }
 
 namespace {
 
-// Buffers for the string of one value, which ends with a NUL: `number` for numbers and enums, `binary` for binaries.
-// One object is used for a whole call, so that `binary` keeps its memory.
+// Buffers for the string of one value: `number` for numbers and enums, `binary` for binaries. One object is used for a
+// whole call, so that `binary` keeps its memory.
 struct ValueText {
   char number[kNumberTextSize];
   std::string binary;
@@ -1412,29 +1466,63 @@ struct ValueText {
 
 }  // namespace
 
-// Six decimals without trailing zeros. Numbers that are too long lose their end.
-static std::string_view NumberText(double number, ValueText& text) {
+// Six decimals without trailing zeros. Numbers that are too long lose their end. `micros` is the number in millionths,
+// or 0 where that is not known.
+static inline std::string_view NumberText(double number, int64_t micros, bool isPlain, char* text) {
+  if (micros != 0 && isPlain) {
+    const auto magnitude = static_cast<uint64_t>(micros < 0 ? -micros : micros);
+    const char* end =
+        PrintMicros(micros < 0, magnitude / kMicrosPerUnit, static_cast<uint32_t>(magnitude % kMicrosPerUnit), text);
+    return {text, static_cast<size_t>(end - text)};
+  }
   size_t length = 0;
-  if (text.isPlain && PrintSmallNumber(number, text.number, length)) return {text.number, length};
-  std::memset(text.number, 0, sizeof text.number);
-  static_cast<void>(std::snprintf(text.number, sizeof text.number, "%lf", number));
-  return removeFloatLastZero(text.number);
+  if (isPlain && PrintSmallNumber(number, text, length)) return {text, length};
+  std::memset(text, 0, kNumberTextSize);
+  static_cast<void>(std::snprintf(text, kNumberTextSize, "%lf", number));
+  return removeFloatLastZero(text);
+}
+
+static std::string_view NumberText(double number, ValueText& text) {
+  return NumberText(number, 0, text.isPlain, text.number);
 }
 
 // At most nine digits; larger indices lose their end.
-static std::string_view EnumText(uint64_t index, ValueText& text) {
-  const char* end = std::to_chars(text.number, text.number + sizeof text.number, index).ptr;
-  const size_t length = std::min(static_cast<size_t>(end - text.number), kMaxEnumDigits);
-  text.number[length] = '\0';
-  return {text.number, length};
+static inline std::string_view EnumText(uint64_t index, char* text) {
+  const char* end = std::to_chars(text, text + kNumberTextSize, index).ptr;
+  const size_t length = std::min(static_cast<size_t>(end - text), kMaxEnumDigits);
+  text[length] = '\0';
+  return {text, length};
 }
 
 namespace {
 
+// A scaling whose numbers are known to print as an integer multiple of a decimal unit.
+struct DecimalScaling {
+  bool isKnown = false;
+  int64_t ratio = 0;  // in millionths, as is the addition
+  int64_t addition = 0;
+};
+
+// An attribute of a receive plan: all that does not depend on the packet.
+struct PlannedAttribute {
+  MorvixProtocolType_4_0 type = MorvixProtocolTypeUnknown_4_0;
+  MorvixProtocolDataType_4_0 data_type = MorvixProtocolDataTypeUnknown_4_0;
+  FieldReader reader;
+  size_t itemCount = 0;
+  MorvixProtocolUIntSpec_4_0 uint_spec;
+  DecimalScaling decimals;
+  std::string_view key;
+  std::string_view opening;  // comma, key and colon as they are written
+};
+
 // The value of a field. The bytes of a binary stay in the payload.
 struct DecodedValue {
+  MorvixProtocolDataType_4_0 data_type = MorvixProtocolDataTypeUnknown_4_0;
   uint64_t raw = 0;  // 0 or 1 of a bool, the index of an enum
   double number = 0;
+  int64_t micros = 0;  // the number in millionths, where that is known; else 0
+  const byte* bytes = nullptr;
+  size_t byteLength = 0;
 };
 
 struct Payload {
@@ -1445,6 +1533,34 @@ struct Payload {
 enum class Decoded { kSet, kOutOfReach, kRefused, kInvalidEnum, kUnreadable, kUnknownType };
 
 }  // namespace
+
+// What decoding needs of a record, a view or a planned attribute. A field that cannot be read is beyond every payload.
+
+template <typename Attribute>
+static inline FieldReader ReaderOf(const Attribute& attribute) {
+  if (attribute.data_type == MorvixProtocolDataTypeBool_4_0) return BoolReader(attribute.position);
+  if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) return BinaryReader(attribute.position);
+  return UIntReader(attribute.position);
+}
+
+static inline const FieldReader& ReaderOf(const PlannedAttribute& attribute) { return attribute.reader; }
+
+template <typename Attribute>
+static inline size_t ItemCountOf(const Attribute& attribute) {
+  return attribute.enumList.size();
+}
+
+static inline size_t ItemCountOf(const PlannedAttribute& attribute) { return attribute.itemCount; }
+
+template <typename Attribute>
+static inline int64_t MicrosOf(const Attribute&, uint64_t) {
+  return 0;
+}
+
+static inline int64_t MicrosOf(const PlannedAttribute& attribute, uint64_t raw) {
+  if (!attribute.decimals.isKnown) return 0;
+  return static_cast<int64_t>(raw) * attribute.decimals.ratio + attribute.decimals.addition;
+}
 
 static MorvixProtocolOutcome_4_0 OutcomeOf(Decoded decoded) {
   switch (decoded) {
@@ -1459,65 +1575,59 @@ static MorvixProtocolOutcome_4_0 OutcomeOf(Decoded decoded) {
   }
 }
 
-template <typename Attribute>
-static Decoded DecodeEnum(const Attribute& attribute, Payload payload, DecodedValue& value) {
-  if (!ReadUIntValue(payload.data, payload.size, attribute.position, value.raw)) return Decoded::kOutOfReach;
-  if (value.raw < attribute.enumList.size()) return Decoded::kSet;
-  LogInvalidEnumValue(kDecoderName, value.raw, attribute.enumList.size());
-  return Decoded::kInvalidEnum;
-}
-
-static bool ScaleFromRaw(const MorvixProtocolUIntSpec_4_0& scaling, uint64_t raw, double& value) {
+static inline bool ScaleFromRaw(const MorvixProtocolUIntSpec_4_0& scaling, uint64_t raw, double& value) {
   return DecodeUIntSpec(static_cast<uint64_t>(scaling.min), static_cast<uint64_t>(scaling.max),
                         SignExtend(scaling.step), scaling.ratio, scaling.addition, raw, value);
 }
 
 template <typename Attribute>
-static Decoded DecodeNumber(const Attribute& attribute, Payload payload, DecodedValue& value) {
-  if (!ReadUIntValue(payload.data, payload.size, attribute.position, value.raw)) return Decoded::kOutOfReach;
-  return ScaleFromRaw(attribute.uint_spec, value.raw, value.number) ? Decoded::kSet : Decoded::kRefused;
-}
-
-template <typename Attribute>
-static Decoded DecodeAttribute(const Attribute& attribute, Payload payload, DecodedValue& value) {
+static inline Decoded DecodeValue(const Attribute& attribute, Payload payload, DecodedValue& value) {
+  value.data_type = attribute.data_type;
+  const FieldReader& reader = ReaderOf(attribute);
+  if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) {
+    if (reader.needed > payload.size) return Decoded::kUnreadable;
+    value.bytes = payload.data + reader.start;
+    value.byteLength = static_cast<size_t>(reader.byteLength);
+    return Decoded::kSet;
+  }
+  const bool isRead = ReadUInt(payload.data, payload.size, reader, value.raw);
   switch (attribute.data_type) {
-    case MorvixProtocolDataTypeBool_4_0: {
-      bool bit = false;
-      const bool isRead = ReadBoolValue(payload.data, payload.size, attribute.position, bit);
-      value.raw = bit ? 1 : 0;
+    case MorvixProtocolDataTypeBool_4_0:
       return isRead ? Decoded::kSet : Decoded::kUnreadable;
-    }
     case MorvixProtocolDataTypeEnum_4_0:
-      return DecodeEnum(attribute, payload, value);
-    case MorvixProtocolDataTypeBinary_4_0: {
-      size_t byteLength = 0;
-      const byte* field = FindBinaryField(payload.data, payload.size, attribute.position, byteLength);
-      return field != nullptr ? Decoded::kSet : Decoded::kUnreadable;
-    }
+      if (!isRead) return Decoded::kOutOfReach;
+      if (value.raw < ItemCountOf(attribute)) return Decoded::kSet;
+      LogInvalidEnumValue(kDecoderName, value.raw, ItemCountOf(attribute));
+      return Decoded::kInvalidEnum;
     case MorvixProtocolDataTypeUInt8_4_0:
     case MorvixProtocolDataTypeUInt16_4_0:
     case MorvixProtocolDataTypeUInt32_4_0:
     case MorvixProtocolDataTypeUInt64_4_0:
-      return DecodeNumber(attribute, payload, value);
+      if (!isRead) return Decoded::kOutOfReach;
+      if (!ScaleFromRaw(attribute.uint_spec, value.raw, value.number)) return Decoded::kRefused;
+      value.micros = MicrosOf(attribute, value.raw);
+      return Decoded::kSet;
     default:
+      value.raw = 0;
       return Decoded::kUnknownType;
   }
 }
 
-// Decodes the attributes in order and passes each value to `store`. If the stored values have to be removed again, the
-// result is the line to log after that; otherwise it is null. The asymmetry is intended: a number or enum that cannot
-// be read is left out, an enum index out of range ends the call, and a bool or binary that cannot be read removes the
-// whole entity. `results` may be null; otherwise it has one result per attribute.
-template <typename Attribute, typename Store>
+// Decodes the attributes in order, each into `slot` of its index, and calls `store` for those that have a value. If the
+// stored values have to be removed again, the result is the line to log after that; otherwise it is null. The asymmetry
+// is intended: a number or enum that cannot be read is left out, an enum index out of range ends the call, and a bool
+// or binary that cannot be read removes the whole entity. `results` may be null; otherwise it has one result per
+// attribute.
+template <typename Attribute, typename Slot, typename Store>
 static const char* DecodeEach(const std::vector<Attribute>& attributes, Payload payload,
-                              MorvixProtocolResult_4_0* results, Store store) {
+                              MorvixProtocolResult_4_0* results, Slot slot, Store store) {
   for (size_t i = 0; i < attributes.size(); ++i) {
-    DecodedValue value;
-    const Decoded decoded = DecodeAttribute(attributes[i], payload, value);
+    DecodedValue& value = slot(i);
+    const Decoded decoded = DecodeValue(attributes[i], payload, value);
     if (results != nullptr) results[i] = {OutcomeOf(decoded), value.raw};
     switch (decoded) {
       case Decoded::kSet:
-        store(attributes[i], value);
+        store(i);
         break;
       case Decoded::kOutOfReach:
       case Decoded::kRefused:
@@ -1538,31 +1648,34 @@ static bool IsAlertOrFault(const Attribute& attribute) {
   return attribute.type == MorvixProtocolTypeAlert_4_0 || attribute.type == MorvixProtocolTypeFault_4_0;
 }
 
-// Alerts and faults are stored under their display name. A std::string for records, a std::string_view for views.
+// Alerts and faults are stored under their display name. A std::string for records, a std::string_view for others.
 template <typename Attribute>
 static const auto& DocumentKey(const Attribute& attribute) {
   return IsAlertOrFault(attribute) ? attribute.display_name : attribute.name;
 }
 
+static const std::string_view& DocumentKey(const PlannedAttribute& attribute) { return attribute.key; }
+
 static const std::string& StringOfKey(const std::string& key) { return key; }
 
 static std::string StringOfKey(std::string_view key) { return std::string(key); }
 
+// The string of a number or enum.
+static inline std::string_view NumericText(const DecodedValue& value, bool isPlain, char* text) {
+  if (value.data_type == MorvixProtocolDataTypeEnum_4_0) return EnumText(value.raw, text);
+  return NumberText(value.number, value.micros, isPlain, text);
+}
+
 // The string of a value of any type but bool.
-template <typename Attribute>
-static std::string_view TextOfValue(const Attribute& attribute, const DecodedValue& value, Payload payload,
-                                    ValueText& text) {
-  if (attribute.data_type == MorvixProtocolDataTypeEnum_4_0) return EnumText(value.raw, text);
-  if (attribute.data_type != MorvixProtocolDataTypeBinary_4_0) return NumberText(value.number, text);
-  ReadBinaryValue(payload.data, payload.size, attribute.position, text.binary);
+static std::string_view TextOfValue(const DecodedValue& value, ValueText& text) {
+  if (value.data_type != MorvixProtocolDataTypeBinary_4_0) return NumericText(value, text.isPlain, text.number);
+  ReadBase64(value.bytes, value.byteLength, text.binary);
   return text.binary;
 }
 
-template <typename Attribute>
-static Json::Value JsonOfValue(const Attribute& attribute, const DecodedValue& value, Payload payload,
-                               ValueText& text) {
-  if (attribute.data_type == MorvixProtocolDataTypeBool_4_0) return value.raw != 0;
-  const std::string_view characters = TextOfValue(attribute, value, payload, text);
+static Json::Value JsonOfValue(const DecodedValue& value, ValueText& text) {
+  if (value.data_type == MorvixProtocolDataTypeBool_4_0) return value.raw != 0;
+  const std::string_view characters = TextOfValue(value, text);
   return {characters.data(), characters.data() + characters.size()};
 }
 
@@ -1577,13 +1690,39 @@ static void ClearEntityValue(Json::Value& result, const std::string& entityName)
   MakeObject(result).removeMember(entityName.data(), entityName.data() + entityName.size(), &removed);
 }
 
-// Sets the two members of one item, which is created if it is missing. The key may contain NULs.
-static void StoreItem(Json::Value& entity, const std::string& attributeName, MorvixProtocolType_4_0 type,
-                      Json::Value&& value) {
-  Json::Value& item = MakeObject(entity[attributeName]);
-  item[Json::StaticString("type")] = static_cast<Json::Int>(type);
-  item[Json::StaticString("value")] = std::move(value);
-}
+namespace {
+
+// Stores items, {"type": group, "value": value}. A new item is a copy of a prototype, which costs less than inserting
+// the two members. One object is used for a whole call.
+class ItemStore {
+ public:
+  ItemStore() {
+    prototype_[Json::StaticString("type")] = 0;
+    prototype_[Json::StaticString("value")] = Json::Value();
+  }
+
+  // An item that exists keeps its other members. The key may contain NULs.
+  void Set(Json::Value& entity, const std::string& key, MorvixProtocolType_4_0 type, Json::Value&& value) {
+    Json::Value& item = entity[key];
+    if (item.isObject()) {
+      item[Json::StaticString("type")] = static_cast<Json::Int>(type);
+      item[Json::StaticString("value")] = std::move(value);
+      return;
+    }
+    if (type != type_) {
+      type_ = type;
+      *prototype_.begin() = static_cast<Json::Int>(type);  // "type" comes before "value"
+    }
+    item.copyPayload(prototype_);
+    (++item.begin())->swapPayload(value);
+  }
+
+ private:
+  Json::Value prototype_;
+  MorvixProtocolType_4_0 type_ = MorvixProtocolTypeUnknown_4_0;  // of the prototype
+};
+
+}  // namespace
 
 // The same for one item by entity name. A value that is null, an object or an array is refused.
 [[maybe_unused]] static bool SetValue(Json::Value& result, const std::string& entityName,
@@ -1591,7 +1730,7 @@ static void StoreItem(Json::Value& entity, const std::string& attributeName, Mor
                                       const Json::Value& value) {
   if (value.isNull() || value.isObject() || value.isArray()) return false;
   Json::Value copy = value;  // `value` may be part of what the next line replaces
-  StoreItem(MakeObject(MakeObject(result)[entityName]), attributeName, type, std::move(copy));
+  ItemStore().Set(MakeObject(MakeObject(result)[entityName]), attributeName, type, std::move(copy));
   return true;
 }
 
@@ -1601,13 +1740,15 @@ static void DecodeAttributes(const MorvixProtocolEntity_4_0& entityInfo, const s
                              MorvixProtocolResult_4_0* results = nullptr) {
   const Payload payload = {package.value, package.sizeValue};
   Json::Value* entity = nullptr;
+  ItemStore items;
   ValueText text;
-  const auto store = [&](const Attribute& attribute, const DecodedValue& value) {
+  DecodedValue value;
+  const auto slot = [&](size_t) -> DecodedValue& { return value = DecodedValue(); };
+  const auto store = [&](size_t i) {
     if (entity == nullptr) entity = &MakeObject(MakeObject(decodeResult)[entityInfo.name]);
-    StoreItem(*entity, StringOfKey(DocumentKey(attribute)), attribute.type,
-              JsonOfValue(attribute, value, payload, text));
+    items.Set(*entity, StringOfKey(DocumentKey(attributes[i])), attributes[i].type, JsonOfValue(value, text));
   };
-  if (const char* failure = DecodeEach(attributes, payload, results, store)) {
+  if (const char* failure = DecodeEach(attributes, payload, results, slot, store)) {
     ClearEntityValue(decodeResult, entityInfo.name);
     logMsgEx(kLevelWarning, kDecoderName, "%s", failure);
   }
@@ -1647,10 +1788,11 @@ static void ParseAndDecode(const Json::Value& entity, const MorvixProtocolPackag
 
 void ProtocolDecodeEntity_4_0(const Json::Value& entity, MorvixProtocolPackage_4_0 package, Json::Value& decodeResult) {
   if (!HasPayload(package)) return;
-  if (decodeResult.begin() == decodeResult.end()) {
+  // The configuration may be part of the document, which is about to change: then records own their strings.
+  const bool isFree = decodeResult.begin() == decodeResult.end() && !decodeResult.isString();
+  if (isFree) {
     ParseAndDecode<AttributeView>(entity, package, decodeResult);
   } else {
-    // The configuration may be part of the document, which is about to change: records own their strings.
     ParseAndDecode<MorvixProtocolAttribute_4_0>(entity, package, decodeResult);
   }
 }
@@ -1774,20 +1916,42 @@ void ProtocolGetAlertsAndFaults_4_0(const Json::Value& alerts, const Json::Value
 // =====================================================================================================================
 // Receive in one pass
 //
-// From the bytes to the results of the two sections above: the values are decoded, which is all that can fail or log,
-// then sorted by key, of equal keys only the last, and written. Strings that JSON would escape, or that might change on
-// their way through it, take the long way through a document.
+// From the bytes to the results of the two sections above. The values are decoded, which is all that can fail or log,
+// and written in the order of their keys, of equal keys only the last. A plan has that order, the decoders and the text
+// before each value prepared. Strings that JSON would escape, or that might change on their way through it, take the
+// long way through a document unless a plan has them prepared.
 // =====================================================================================================================
 
 namespace {
 
-// One decoded value and its key in the document. The prefix is the key's first eight bytes as one number, the first
-// byte highest: it decides the order of most keys.
-struct ReceivedItem {
-  uint64_t prefix;
-  std::string_view key;
-  const MorvixProtocolAttribute_4_0* attribute;
+// The value of an attribute in one packet.
+struct ReceivedValue {
+  bool isSet = false;
   DecodedValue value;
+};
+
+// The place of an attribute in the order of keys. The prefix is the key's first eight bytes as one number, the first
+// byte highest: it decides most comparisons.
+struct RankedKey {
+  uint64_t prefix;
+  size_t index;
+};
+
+// The members of a document.
+struct DocumentOrder {
+  std::string_view entityName;
+  std::string_view entityOpening;  // in a plan: as that of an attribute
+  std::vector<RankedKey> keys;
+  bool hasRepeats = false;   // of keys
+  bool isDirect = true;      // keys are written as they are or as their openings; if not, the long way is taken
+  size_t expectedBytes = 0;  // of the text
+};
+
+// All of a receive that does not depend on the packet.
+struct ReceivePlan {
+  std::vector<std::string> strings;
+  std::vector<PlannedAttribute> attributes;
+  DocumentOrder order;
 };
 
 // The results of one packet for the application.
@@ -1797,104 +1961,218 @@ struct ReceivedResults {
   std::vector<TavelReceiveInfo>& faults;
 };
 
+// Writes a string in place of what it had, without a call for each part.
+class TextWriter {
+ public:
+  TextWriter(std::string& text, size_t expectedBytes) : text_(text) { text_.resize(expectedBytes); }
+
+  // Where the next characters go: at least `length`, of which Add() then takes some.
+  char* Room(size_t length) {
+    if (text_.size() - size_ < length) text_.resize(2 * text_.size() + length);
+    return text_.data() + size_;
+  }
+  void Add(size_t length) { size_ += length; }
+  void Append(std::string_view text) {
+    std::memcpy(Room(text.size()), text.data(), text.size());
+    size_ += text.size();
+  }
+  size_t Size() const { return size_; }
+  void Finish() { text_.resize(size_); }
+
+ private:
+  std::string& text_;
+  size_t size_ = 0;
+};
+
 }  // namespace
 
-static uint64_t PrefixOf(std::string_view key) {
-  uint64_t prefix = 0;
-  for (size_t i = 0; i < sizeof prefix; ++i) {
-    prefix = prefix << 8 | (i < key.size() ? static_cast<unsigned char>(key[i]) : 0U);
-  }
-  return prefix;
+static inline uint64_t PrefixOf(std::string_view key) {
+  unsigned char bytes[sizeof(uint64_t)] = {};
+  std::memcpy(bytes, key.data(), std::min(key.size(), sizeof bytes));
+  return uint64_t{bytes[0]} << 56 | uint64_t{bytes[1]} << 48 | uint64_t{bytes[2]} << 40 | uint64_t{bytes[3]} << 32 |
+         uint64_t{bytes[4]} << 24 | uint64_t{bytes[5]} << 16 | uint64_t{bytes[6]} << 8 | uint64_t{bytes[7]};
 }
 
-static bool ComesBefore(const ReceivedItem& left, const ReceivedItem& right) {
-  if (left.prefix != right.prefix) return left.prefix < right.prefix;
-  const int order = left.key.compare(right.key);
-  return order != 0 ? order < 0 : left.attribute < right.attribute;  // both are elements of one list
-}
-
-// Sorts the items as in a document: by key, and of equal keys only the last.
-static void SortAsInDocument(std::vector<ReceivedItem>& items) {
-  std::sort(items.begin(), items.end(), ComesBefore);
-  const auto hasSameKey = [](const ReceivedItem& left, const ReceivedItem& right) { return left.key == right.key; };
-  items.erase(items.begin(), std::unique(items.rbegin(), items.rend(), hasSameKey).base());
+// Whether all eight characters are printable ASCII that JSON writes unchanged. The highest bit of each byte tells.
+static bool IsPlainWord(uint64_t word) {
+  constexpr uint64_t kOnes = 0x0101010101010101;
+  constexpr uint64_t kHighBits = 0x80 * kOnes;
+  const uint64_t control = word - ' ' * kOnes;  // also below ' ' where nothing else is wrong
+  const uint64_t quote = (word ^ '"' * kOnes) - kOnes;
+  const uint64_t backslash = (word ^ '\\' * kOnes) - kOnes;
+  const uint64_t del = word + kOnes;
+  return ((word | control | quote | backslash | del) & kHighBits) == 0;
 }
 
 // Printable ASCII that JSON writes unchanged.
 static bool IsPlain(std::string_view text) {
+  uint64_t word = 0;
+  for (; text.size() >= sizeof word; text.remove_prefix(sizeof word)) {
+    std::memcpy(&word, text.data(), sizeof word);
+    if (!IsPlainWord(word)) return false;
+  }
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
 }
 
-static void AppendQuoted(std::string_view text, std::string& document) {
-  document += '"';
-  document += text;
-  document += '"';
+// The same for a key of which the prefix is known.
+static bool IsPlainKey(std::string_view key, uint64_t prefix) {
+  constexpr uint64_t kSpaces = 0x2020202020202020;
+  if (key.size() < sizeof prefix) return IsPlainWord(prefix | kSpaces >> 8 * key.size());
+  return IsPlainWord(prefix) && (key.size() == sizeof prefix || IsPlain(key.substr(sizeof prefix)));
 }
 
-// The string of a value; empty for a bool.
-static std::string_view CharactersOf(const ReceivedItem& item, Payload payload, ValueText& text) {
-  if (item.attribute->data_type == MorvixProtocolDataTypeBool_4_0) return "";
-  return TextOfValue(*item.attribute, item.value, payload, text);
+// By key, equal keys in the order of their attributes. The strings stay those of the caller.
+template <typename Attribute>
+static DocumentOrder OrderByKey(std::string_view entityName, const std::vector<Attribute>& attributes) {
+  DocumentOrder order;
+  order.entityName = entityName;
+  order.expectedBytes = entityName.size() + kNumberTextSize;
+  order.isDirect = IsPlain(entityName);
+  order.keys.reserve(attributes.size());
+  for (size_t i = 0; i < attributes.size(); ++i) {
+    const std::string_view key = DocumentKey(attributes[i]);
+    const uint64_t prefix = PrefixOf(key);
+    order.keys.push_back({prefix, i});
+    order.isDirect &= IsPlainKey(key, prefix);
+    order.expectedBytes += key.size() + kNumberTextSize;
+  }
+  std::sort(order.keys.begin(), order.keys.end(), [&](const RankedKey& left, const RankedKey& right) {
+    if (left.prefix != right.prefix) return left.prefix < right.prefix;
+    const std::string_view rightKey = DocumentKey(attributes[right.index]);
+    const int comparison = std::string_view(DocumentKey(attributes[left.index])).compare(rightKey);
+    order.hasRepeats |= comparison == 0 && left.index != right.index;
+    return comparison != 0 ? comparison < 0 : left.index < right.index;
+  });
+  return order;
 }
 
-// Appends a status to the document; false if one of its strings is not plain.
-static bool WriteStatus(const ReceivedItem& item, std::string_view characters, std::string& document) {
-  if (document.back() != '{') document += ',';
-  AppendQuoted(item.key, document);
-  document += ':';
-  if (item.attribute->data_type == MorvixProtocolDataTypeBool_4_0) {
-    document += item.value.raw != 0 ? "true" : "false";
+// Of values with equal keys only the last stays.
+template <typename Attribute>
+static void RemoveRepeats(const DocumentOrder& order, const std::vector<Attribute>& attributes,
+                          std::vector<ReceivedValue>& values) {
+  size_t last = attributes.size();
+  for (const RankedKey& ranked : order.keys) {
+    if (!values[ranked.index].isSet) continue;
+    if (last < attributes.size() && DocumentKey(attributes[last]) == DocumentKey(attributes[ranked.index])) {
+      values[last].isSet = false;
+    }
+    last = ranked.index;
+  }
+}
+
+// The comma before a member, its key and the colon. Without an opening the key is plain.
+static void WriteKey(std::string_view key, std::string_view opening, TextWriter& out) {
+  if (!opening.empty()) {
+    out.Append(opening);
+    return;
+  }
+  char* end = out.Room(key.size() + 5);
+  *end++ = ',';
+  *end++ = '"';
+  std::memcpy(end, key.data(), key.size());
+  end += key.size();
+  *end++ = '"';
+  *end++ = ':';
+  out.Add(key.size() + 4);
+}
+
+// Encodes in place; a host service may return a string elsewhere.
+static std::string_view WriteBase64(const DecodedValue& value, TextWriter& out) {
+  char* begin = out.Room(2 * value.byteLength + 9);
+  const auto capacity = static_cast<uint32_t>(2 * value.byteLength + 9);
+  const char* encoded = __internal_base64_encode(begin, capacity, value.bytes, value.byteLength);
+  const std::string_view characters = encoded;
+  if (encoded == begin) {
+    out.Add(characters.size());
   } else {
-    AppendQuoted(characters, document);
+    out.Append(characters);
   }
-  return IsPlain(item.key) && IsPlain(characters);
+  return characters;
 }
 
-// Appends the active items of one group; false if one of their strings is not plain.
-static bool WriteActive(const std::vector<ReceivedItem>& items, MorvixProtocolType_4_0 group, Payload payload,
-                        ValueText& text, std::vector<TavelReceiveInfo>& active) {
-  for (const ReceivedItem& item : items) {
-    if (item.attribute->type != group) continue;
-    const std::string_view characters = CharactersOf(item, payload, text);
-    if (!IsPlain(item.key) || !IsPlain(characters)) return false;
-    const bool isBool = item.attribute->data_type == MorvixProtocolDataTypeBool_4_0;
-    const int32_t value = isBool ? int32_t{item.value.raw != 0} : ActiveValue(characters.data());
-    if (value != 0) AppendActive(item.key, value, active);
+// False if the string of the value is not plain. Numbers that the C library prints plainly are.
+static bool WriteValue(const DecodedValue& value, ValueText& text, TextWriter& out) {
+  if (value.data_type == MorvixProtocolDataTypeBool_4_0) {
+    out.Append(value.raw != 0 ? "true" : "false");
+    return true;
   }
+  if (value.data_type == MorvixProtocolDataTypeBinary_4_0) {
+    out.Append("\"");
+    const bool isPlain = IsPlain(WriteBase64(value, out));
+    out.Append("\"");
+    return isPlain;
+  }
+  char* quote = out.Room(kNumberTextSize + 2);
+  const std::string_view characters = NumericText(value, text.isPlain, quote + 1);
+  *quote = '"';
+  quote[characters.size() + 1] = '"';
+  out.Add(characters.size() + 2);
+  return text.isPlain || IsPlain(characters);
+}
+
+template <typename Attribute>
+static std::string_view OpeningOf(const Attribute&) {
+  return {};
+}
+
+static std::string_view OpeningOf(const PlannedAttribute& attribute) { return attribute.opening; }
+
+// Appends an alert or fault if it is active; false if its string is not plain.
+template <typename Attribute>
+static bool AppendIfActive(const Attribute& attribute, const DecodedValue& value, ValueText& text,
+                           std::vector<TavelReceiveInfo>& active) {
+  auto activeValue = static_cast<int32_t>(value.raw);
+  if (value.data_type != MorvixProtocolDataTypeBool_4_0) {
+    const std::string_view characters = TextOfValue(value, text);
+    if (!IsPlain(characters)) return false;
+    activeValue = ActiveValue(characters.data());
+  }
+  if (activeValue != 0) AppendActive(DocumentKey(attribute), activeValue, active);
   return true;
 }
 
-// Writes the sorted items; false, with the results unfinished, if a string is not plain.
-static bool WriteItems(const std::string& entityName, const std::vector<ReceivedItem>& items, Payload payload,
-                       const ReceivedResults& results) {
-  std::string& document = results.document;
-  if (items.empty()) {
-    document = "{\"version\":4.0}\n";
-    return true;
+// Writes the document and appends to the lists; false, with all of them unfinished, if the string of a value is not
+// plain.
+template <typename Attribute>
+static bool WriteResults(const DocumentOrder& order, const std::vector<Attribute>& attributes,
+                         const std::vector<ReceivedValue>& values, ValueText& text, const ReceivedResults& results) {
+  TextWriter out(results.document, order.expectedBytes);
+  const bool isBeforeVersion = order.entityName < kVersionKey;
+  if (!isBeforeVersion) out.Append("{\"version\":4.0");
+  WriteKey(order.entityName, order.entityOpening, out);
+  results.document[0] = '{';  // in place of the comma
+  const size_t start = out.Size();
+  for (const RankedKey& ranked : order.keys) {
+    const Attribute& attribute = attributes[ranked.index];
+    const ReceivedValue& value = values[ranked.index];
+    if (!value.isSet) continue;
+    if (IsAlertOrFault(attribute)) {
+      auto& active = attribute.type == MorvixProtocolTypeAlert_4_0 ? results.alerts : results.faults;
+      if (!AppendIfActive(attribute, value.value, text, active)) return false;
+    } else {
+      WriteKey(DocumentKey(attribute), OpeningOf(attribute), out);
+      if (!WriteValue(value.value, text, out)) return false;
+    }
   }
-  const bool isBeforeVersion = entityName < kVersionKey;
-  document = isBeforeVersion ? "{" : "{\"version\":4.0,";
-  AppendQuoted(entityName, document);
-  document += ":{";
-  ValueText text;
-  for (const ReceivedItem& item : items) {
-    if (IsAlertOrFault(*item.attribute)) continue;
-    if (!WriteStatus(item, CharactersOf(item, payload, text), document)) return false;
-  }
-  document += isBeforeVersion ? "},\"version\":4.0}\n" : "}}\n";
-  // One group after the other, for a caller who passes the same list twice.
-  return IsPlain(entityName) && WriteActive(items, MorvixProtocolTypeAlert_4_0, payload, text, results.alerts) &&
-         WriteActive(items, MorvixProtocolTypeFault_4_0, payload, text, results.faults);
+  if (out.Size() == start) out.Append("{");
+  results.document[start] = '{';
+  out.Append(isBeforeVersion ? "},\"version\":4.0}\n" : "}}\n");
+  out.Finish();
+  return true;
 }
 
 // The long way, from the values on.
-static void WriteThroughDocument(const std::string& entityName, const std::vector<ReceivedItem>& items, Payload payload,
+template <typename Attribute>
+static void WriteThroughDocument(const DocumentOrder& order, const std::vector<Attribute>& attributes,
+                                 const std::vector<ReceivedValue>& values, ValueText& text,
                                  const ReceivedResults& results) {
   Json::Value decoded;
-  ValueText text;
-  for (const ReceivedItem& item : items) {
-    StoreItem(MakeObject(decoded[entityName]), DocumentKey(*item.attribute), item.attribute->type,
-              JsonOfValue(*item.attribute, item.value, payload, text));
+  Json::Value& entity = decoded[std::string(order.entityName)];
+  MakeObject(entity);
+  ItemStore store;
+  for (size_t i = 0; i < values.size(); ++i) {
+    if (!values[i].isSet) continue;
+    store.Set(entity, StringOfKey(DocumentKey(attributes[i])), attributes[i].type, JsonOfValue(values[i].value, text));
   }
   decoded[kVersionKey] = kDocumentVersion;
   Json::Value alerts;
@@ -1903,38 +2181,123 @@ static void WriteThroughDocument(const std::string& entityName, const std::vecto
   ProtocolGetAlertsAndFaults_4_0(alerts, faults, results.alerts, results.faults);
 }
 
+static bool IsReceivable(const byte* data, size_t dataLen) {
+  return data != nullptr && dataLen >= kMinReceivedBytes && dataLen - 1 <= MorvixProtocolMaxPayloadBytes_4_0 &&
+         IsResponse(static_cast<MorvixProtocolCommand_4_0>(data[0]));
+}
+
+template <typename Attribute>
+static void ReceivePayload(const DocumentOrder& order, const std::vector<Attribute>& attributes, Payload payload,
+                           const ReceivedResults& results) {
+  std::vector<ReceivedValue> values(attributes.size(), ReceivedValue());  // copies cost less than zeroing each
+  size_t count = 0;
+  const auto slot = [&](size_t i) -> DecodedValue& { return values[i].value; };
+  const auto store = [&](size_t i) {
+    values[i].isSet = true;
+    ++count;
+  };
+  if (const char* failure = DecodeEach(attributes, payload, nullptr, slot, store)) {
+    count = 0;
+    logMsgEx(kLevelWarning, kDecoderName, "%s", failure);
+  }
+  // The document's version replaces an entity with the name "version".
+  if (count == 0 || order.entityName == kVersionKey) {
+    results.document = "{\"version\":4.0}\n";
+    return;
+  }
+  if (order.hasRepeats) RemoveRepeats(order, attributes, values);
+  ValueText text;
+  const size_t alertCount = results.alerts.size();
+  const size_t faultCount = results.faults.size();
+  // A caller may pass the same list twice: alerts then come before faults.
+  const bool isOneList = &results.alerts == &results.faults;
+  if (order.isDirect && !isOneList && WriteResults(order, attributes, values, text, results)) return;
+  results.alerts.resize(alertCount);
+  results.faults.resize(faultCount);
+  WriteThroughDocument(order, attributes, values, text, results);
+}
+
 bool ProtocolReceivePacket_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                const std::vector<MorvixProtocolAttribute_4_0>& attributes, const byte* data,
                                size_t dataLen, std::string& document, std::vector<TavelReceiveInfo>& valert,
                                std::vector<TavelReceiveInfo>& vfault) {
   document.clear();
-  if (data == nullptr || dataLen < kMinReceivedBytes || dataLen - 1 > MorvixProtocolMaxPayloadBytes_4_0 ||
-      !IsResponse(static_cast<MorvixProtocolCommand_4_0>(data[0]))) {
-    return false;
-  }
-  const Payload payload = {data + 1, dataLen - 1};
-  std::vector<ReceivedItem> items;
-  items.reserve(attributes.size());
-  const auto store = [&items](const MorvixProtocolAttribute_4_0& attribute, const DecodedValue& value) {
-    const std::string_view key = DocumentKey(attribute);
-    items.push_back({PrefixOf(key), key, &attribute, value});
-  };
-  if (const char* failure = DecodeEach(attributes, payload, nullptr, store)) {
-    items.clear();
-    logMsgEx(kLevelWarning, kDecoderName, "%s", failure);
-  }
-  // The document's version replaces an entity with the name "version".
-  if (entityInfo.name == kVersionKey) items.clear();
-  SortAsInDocument(items);
+  if (!IsReceivable(data, dataLen)) return false;
+  const DocumentOrder order = OrderByKey(entityInfo.name, attributes);
+  ReceivePayload(order, attributes, {data + 1, dataLen - 1}, {document, valert, vfault});
+  return true;
+}
 
-  const ReceivedResults results = {document, valert, vfault};
-  const size_t alertCount = valert.size();
-  const size_t faultCount = vfault.size();
-  if (!WriteItems(entityInfo.name, items, payload, results)) {
-    valert.resize(alertCount);
-    vfault.resize(faultCount);
-    WriteThroughDocument(entityInfo.name, items, payload, results);
+// Makes a member's name the plan's own, with its opening; false if it would change on its way through JSON.
+static bool PrepareKey(std::string_view& key, std::string_view& opening, ReceivePlan& plan) {
+  std::string& text = plan.strings.emplace_back(1, ',');
+  key = plan.strings.emplace_back(key);
+  Json::Value keys(Json::arrayValue);
+  keys.append(Json::Value(key.data(), key.data() + key.size()));
+  const std::string written = WriteJsonText(keys);  // ["key"] and a line end
+  Json::Value read;
+  if (!ParseJsonText(written, read) || read != keys) return false;
+  text.append(written, 1, written.size() - 3);
+  text += ':';
+  opening = text;
+  return true;
+}
+
+// Numbers whose scaling has at most six decimals print as that many millionths, exactly, as long as the error of the
+// scaling in doubles is below half a millionth.
+static DecimalScaling FindDecimals(const MorvixProtocolUIntSpec_4_0& scaling) {
+  constexpr double kMost = 1e9;  // of a number; the error is then below 0.4 millionths
+  DecimalScaling decimals;
+  const double ratio = std::nearbyint(scaling.ratio * kMicrosPerUnit);
+  const double addition = std::nearbyint(scaling.addition * kMicrosPerUnit);
+  const double most =
+      std::fabs(scaling.ratio) * std::max(1.0, static_cast<double>(static_cast<uint64_t>(scaling.max))) +
+      std::fabs(scaling.addition);
+  if (!(most <= kMost) || ratio / kMicrosPerUnit != scaling.ratio || addition / kMicrosPerUnit != scaling.addition) {
+    return decimals;
   }
+  decimals.isKnown = true;
+  decimals.ratio = static_cast<int64_t>(ratio);
+  decimals.addition = static_cast<int64_t>(addition);
+  return decimals;
+}
+
+static PlannedAttribute PlanAttribute(const MorvixProtocolAttribute_4_0& attribute) {
+  PlannedAttribute planned;
+  planned.type = attribute.type;
+  planned.data_type = attribute.data_type;
+  planned.reader = ReaderOf(attribute);
+  planned.itemCount = attribute.enumList.size();
+  planned.uint_spec = attribute.uint_spec;
+  planned.decimals = FindDecimals(attribute.uint_spec);
+  planned.key = DocumentKey(attribute);
+  return planned;
+}
+
+MorvixProtocolReceivePlan_4_0 ProtocolPlanReceive_4_0(const MorvixProtocolEntity_4_0& entityInfo,
+                                                      const std::vector<MorvixProtocolAttribute_4_0>& attributes) {
+  const auto plan = std::make_shared<ReceivePlan>();
+  plan->order = OrderByKey(entityInfo.name, attributes);
+  plan->strings.reserve(2 * (attributes.size() + 1));  // so that none of them moves
+  plan->order.isDirect = PrepareKey(plan->order.entityName, plan->order.entityOpening, *plan);
+  plan->attributes.reserve(attributes.size());
+  for (const MorvixProtocolAttribute_4_0& attribute : attributes) {
+    PlannedAttribute& planned = plan->attributes.emplace_back(PlanAttribute(attribute));
+    plan->order.isDirect &= PrepareKey(planned.key, planned.opening, *plan);
+  }
+  MorvixProtocolReceivePlan_4_0 result;
+  result.plan_ = plan;
+  return result;
+}
+
+bool ProtocolReceivePacket_4_0(const MorvixProtocolReceivePlan_4_0& plan, const byte* data, size_t dataLen,
+                               std::string& document, std::vector<TavelReceiveInfo>& valert,
+                               std::vector<TavelReceiveInfo>& vfault) {
+  document.clear();
+  if (!IsReceivable(data, dataLen)) return false;
+  const ReceivePlan none;
+  const ReceivePlan& steps = plan.plan_ == nullptr ? none : *static_cast<const ReceivePlan*>(plan.plan_.get());
+  ReceivePayload(steps.order, steps.attributes, {data + 1, dataLen - 1}, {document, valert, vfault});
   return true;
 }
 
