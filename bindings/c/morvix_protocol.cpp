@@ -423,6 +423,7 @@ struct morvix_entity {
   MorvixProtocolEntity_4_0 info;
   Direction reading;
   Direction writing;
+  MorvixProtocolReceivePlan_4_0 plan;
   std::string description;
   std::vector<size_t> columns;  // the read attribute of each described one, or kNone for one that is written only
   std::vector<Place> places;    // of the read attributes; empty when one of them has no place
@@ -494,6 +495,7 @@ morvix_entity::morvix_entity(const Json::Value& entity) {
     if (!reading.elements[i].invalid.empty() || writing.elements[i].invalid.empty()) continue;
     logMsgEx(1, "FilterConfigType", "Warning: '%s' is invalid, skip.", writing.elements[i].invalid.c_str());
   }
+  plan = ProtocolPlanReceive_4_0(info, reading.attributes);
   Describe(entity["attrs"]);
   for (const Attribute& attribute : reading.attributes) {
     places.push_back(Place::Of(&attribute, reading.payloadBytes));
@@ -731,25 +733,39 @@ struct Received {
 bool Receive(const morvix_entity& entity, const uint8_t* packet, size_t size, Received& received) {
   received.alerts.clear();
   received.faults.clear();
-  return ProtocolReceivePacket_4_0(entity.info, entity.reading.attributes, packet, size, received.document,
-                                   received.alerts, received.faults);
+  return ProtocolReceivePacket_4_0(entity.plan, packet, size, received.document, received.alerts, received.faults);
+}
+
+// Whether a name stands in JSON text as it is.
+bool IsPlain(const std::string& name) {
+  return std::all_of(name.begin(), name.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
 }
 
 void AddInfos(std::string& text, const Infos& infos) {
-  const char* separator = "";
+  const char* head = "{\"name\":\"";
   for (const TavelReceiveInfo& info : infos) {
-    text += separator;
-    text += "{\"name\":";
-    text += JsonText(Json::Value(info.name));
-    text += ",\"value\":";
+    text += head;
+    if (IsPlain(info.name)) {
+      text += info.name;
+    } else {
+      const std::string quoted = JsonText(Json::Value(info.name));
+      text.append(quoted, 1, quoted.size() - 2);
+    }
+    text += "\",\"value\":";
     text += std::to_string(info.value);
     text += '}';
-    separator = ",";
+    head = ",{\"name\":\"";
   }
 }
 
 // The members "alerts" and "faults".
 void AddActive(std::string& text, const Received& received) {
+  constexpr size_t kBytesOfFrame = 32;  // about what stands around each name, and around all
+  size_t size = text.size() + kBytesOfFrame;
+  for (const Infos* infos : {&received.alerts, &received.faults}) {
+    for (const TavelReceiveInfo& info : *infos) size += info.name.size() + kBytesOfFrame;
+  }
+  if (text.capacity() < size) text.reserve(std::max(size, 2 * text.capacity()));
   text += "\"alerts\":[";
   AddInfos(text, received.alerts);
   text += "],\"faults\":[";
