@@ -4,8 +4,9 @@
     capture_folder.py CONFIGURATION FOLDER TABLE.csv [--scheduler ADDRESS | --processes N]
 
 Each *.txt file of the folder is a capture: lines of a timestamp and a packet in hexadecimal digits. A file is decoded
-as a whole, by whichever worker is free; workers need the package morvix-protocol, and see the same folder. The table has
-the columns file, line, time and error, then one for each attribute. What cannot be decoded stays in it, with its error.
+as a whole, by whichever worker is free; workers need the package morvix-protocol and access to the same folder. The
+table has the columns file, line, time and error, then one for each attribute. A line that cannot be decoded keeps its
+row, with its error.
 
 --scheduler names a running scheduler; --processes starts that many workers on this machine; without either, this
 process does the work.

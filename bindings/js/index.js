@@ -49,7 +49,8 @@ class Native {
 
   // The memory can grow, and then is another buffer.
   view() {
-    if (this.data === undefined || this.data.buffer !== this.memory.buffer) this.data = new DataView(this.memory.buffer);
+    const { buffer } = this.memory;
+    if (this.data === undefined || this.data.buffer !== buffer) this.data = new DataView(buffer);
     return this.data;
   }
 

@@ -77,8 +77,8 @@ def make_extension() -> Extension:
         "morvix_protocol._native",
         sources=[],
         include_dirs=["native"],
-        extra_compile_args=["-std=c++17", "-O2", "-g0", "-fvisibility=hidden", "-fvisibility-inlines-hidden", "-pthread"]
-        + json_flags("--cflags"),
+        extra_compile_args=json_flags("--cflags")
+        + ["-std=c++17", "-O2", "-g0", "-pthread", "-fvisibility=hidden", "-fvisibility-inlines-hidden"],
         extra_link_args=json_flags("--libs") + ["-pthread"],
         define_macros=[("Py_LIMITED_API", "0x03090000")],
         py_limited_api=True,

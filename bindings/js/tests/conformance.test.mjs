@@ -35,8 +35,10 @@ const calls = {
   entities: (given) => protocol.entities(configurationOf(given)),
   open: (given) => withEntity(given, (entity) => assert.equal(entity.warnings.join("\n"), given.message ?? "")),
   describe: (given) => withEntity(given, (entity) => entity.describe()),
-  encode: (given) =>
-    withEntity(given, (entity) => digits(entity.encode(given.values, { command: given.command, subDevice: given.subDevice }))),
+  encode: (given) => {
+    const { values, command, subDevice } = given;
+    return withEntity(given, (entity) => digits(entity.encode(values, { command, subDevice })));
+  },
   request: (given) => digits(protocol.request(given.command, given.subDevice)),
   decode: (given) => withEntity(given, (entity) => entity.decode(packetOf(given))),
   receive: (given) => withEntity(given, (entity) => entity.receive(packetOf(given))),

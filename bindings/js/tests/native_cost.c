@@ -6,7 +6,7 @@
 #include <stdlib.h>
 #include <time.h>
 
-enum { kLargest = 1 << 20, kRuns = 7 };
+enum { kLargest = 1 << 20, kRuns = 3 };
 
 static size_t read_file(const char* path, uint8_t* data) {
   FILE* file = fopen(path, "rb");

@@ -106,7 +106,8 @@ test("names of entities are compared as UTF-8", () => {
   const entity = protocol.open(text, "Küche 🍳");
   assert.equal(entity.describe().name, "Küche 🍳");
   entity.close();
-  assert.equal(errorOf(() => protocol.open(text, "K\n")).message, "no entity has the name 'K\\x0a'; expected one of: 'Küche 🍳'");
+  const { message } = errorOf(() => protocol.open(text, "K\n"));
+  assert.equal(message, "no entity has the name 'K\\x0a'; expected one of: 'Küche 🍳'");
 });
 
 test("deep nesting is refused or read, and does not end the instance", () => {

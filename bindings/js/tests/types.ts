@@ -18,7 +18,8 @@ async function use(configuration: string, module: WebAssembly.Module): Promise<v
   const writable: Attribute[] = description.attributes.filter((each) => each.group === "status_writable");
   const request: Uint8Array = protocol.request(8, 5);
   kettle.close();
-  if (value === text && active?.name === writable[0].name && request.length === 5) throw new ProtocolError(protocol.version);
+  if (value === text && active?.name === writable[0].name) throw new ProtocolError(protocol.version);
+  if (request.length !== 5) throw new ProtocolError("length");
 
   // @ts-expect-error: a packet is not text
   kettle.decode("04");

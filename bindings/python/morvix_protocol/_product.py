@@ -351,7 +351,9 @@ class Entity:
             Dropped(each["index"], each["member"], each.get("name")) for each in description["dropped"]
         )
         self._writable = {each.name: each for each in self._attributes if each.flag is not None}
-        self._converters = [[(each.name, _converter(each, items)) for each in self._attributes] for items in (False, True)]
+        self._converters = [
+            [(each.name, _converter(each, items)) for each in self._attributes] for items in (False, True)
+        ]
         self._binary_keys = [
             (each.name, each.display_name if each.group in ("alert", "fault") else each.name)
             for each in self._attributes

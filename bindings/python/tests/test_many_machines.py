@@ -17,9 +17,8 @@ def write_captures(folder: pathlib.Path) -> None:
     """Five captures of 200 packets each; the fourth has lines that are no packet of a kettle."""
     folder.mkdir()
     for capture in range(5):
-        lines = [
-            f"2024-05-0{capture + 1}T00:{i // 60:02}:{i % 60:02}Z 04055a{i % 1500:04x}0{i % 4}0{i % 2}" for i in range(200)
-        ]
+        day = f"2024-05-0{capture + 1}"
+        lines = [f"{day}T00:{i // 60:02}:{i % 60:02}Z 04055a{i:04x}0{i % 4}0{i % 2}" for i in range(200)]
         if capture == 3:
             lines[7] = "2024-05-04T00:00:07Z 0107055a"
             lines[8] = "2024-05-04T00:00:08Z 04055"
