@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -647,9 +648,11 @@ class Write {
       if (!problem.empty()) AddLine(problems, problem);
     }
     std::sort(names.begin(), names.end());
-    for (const std::string& name : given.getMemberNames()) {
-      if (!std::binary_search(names.begin(), names.end(), name)) AddLine(problems, UnknownText(name));
+    std::vector<std::string> unknown;
+    for (std::string& name : given.getMemberNames()) {
+      if (!std::binary_search(names.begin(), names.end(), name)) unknown.push_back(std::move(name));
     }
+    if (!unknown.empty()) AddUnknown(unknown, problems);
     return problems;
   }
 
@@ -659,13 +662,17 @@ class Write {
     return (package_.flags[flagBytes - 1 - index / 8] >> index % 8 & 1) != 0;
   }
 
-  std::string UnknownText(const std::string& name) const {
-    for (const Attribute& attribute : entity_.reading.attributes) {
-      if (attribute.name == name) {
-        return Quoted(name) + " is not writable; its group is " + GroupKeyword(attribute.type);
-      }
+  // One line for each name that is not that of a writable attribute.
+  void AddUnknown(const std::vector<std::string>& unknown, std::string& problems) const {
+    std::map<std::string_view, const Attribute*> known;
+    for (const Attribute& attribute : entity_.reading.attributes) known.emplace(attribute.name, &attribute);
+    for (const std::string& name : unknown) {
+      const auto found = known.find(name);
+      const std::string reason = found != known.end()
+                                     ? "writable; its group is " + std::string(GroupKeyword(found->second->type))
+                                     : "an attribute of " + Quoted(entity_.info.name);
+      AddLine(problems, Quoted(name) + " is not " + reason);
     }
-    return Quoted(name) + " is not an attribute of " + Quoted(entity_.info.name);
   }
 
   const morvix_entity& entity_;
