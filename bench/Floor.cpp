@@ -65,7 +65,7 @@ void PrintValue(const Field& field, const byte* payload, std::string& out) {
     return;
   }
   char text[64];
-  const char* end = text;
+  const char* end = nullptr;
   switch (field.kind) {
     case Kind::kEnum:
       end = std::to_chars(text, text + sizeof text, *data >> field.shift & field.mask).ptr;

@@ -167,7 +167,7 @@ void CheckFloors(const Workload& workload) {
 
 // Each way to receive in one pass, with results of its own and, as "/reused", with the memory of those before.
 void AddReceives(const Workload& workload, std::vector<Operation>& operations) {
-  const auto add = [&operations](const std::string& name, std::function<bool(Received&)> receive) {
+  const auto add = [&operations](const std::string& name, const std::function<bool(Received&)>& receive) {
     const auto run = [receive](Received& received) {
       if (!receive(received)) Fail("receive");
       sink = sink + received.document.size();

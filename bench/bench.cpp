@@ -14,7 +14,6 @@ int main(int argc, char** argv) {
     workloads.push_back(std::make_unique<Workload>(attributeCount));
     for (const Operation& operation : MakeOperations(*workloads.back())) {
       benchmark::RegisterBenchmark((operation.name + "/" + std::to_string(attributeCount)).c_str(),
-                                   // cppcheck-suppress constParameter ; iterating over it changes it
                                    [operation](benchmark::State& state) {
                                      for ([[maybe_unused]] auto _ : state) operation.run();
                                      state.SetItemsProcessed(state.iterations());

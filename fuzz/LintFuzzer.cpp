@@ -59,7 +59,7 @@ void CheckFinding(const Finding& finding, const std::string& text, const Json::V
   if (finding.rule == &morvix::inspect::rules::kRepeatedMember || finding.rule == &morvix::inspect::rules::kJsonSyntax)
     return;
   const Json::Value* value = Resolve(root, finding.pointer);
-  if (value == nullptr) fuzz::Fail("the pointer of a finding names a value", Described(finding));
+  if (value == nullptr) return fuzz::Fail("the pointer of a finding names a value", Described(finding));
   fuzz::ExpectEqual(int64_t{value->getOffsetStart()}, static_cast<int64_t>(finding.offset),
                     "a finding stands where its value does");
 }

@@ -1,4 +1,4 @@
-// Number text where the C library prints a decimal comma. Run by comma_locale_test.sh, which makes such a locale.
+// Number text where the C library prints no decimal point. Run by comma_locale_test.sh, which makes such locales.
 
 // clang-format off
 #include "Protocol/AllVersions/v4/ProtocolInternal_v4.0.cpp"  // white box
@@ -10,22 +10,46 @@
 
 #include "TestSupport.h"
 
-TEST(CommaLocale, KeepsTheZerosAfterItsComma) {
-  ASSERT_NE(std::setlocale(LC_NUMERIC, "de_DE.UTF-8"), nullptr) << "to be run by comma_locale_test.sh";
-  ValueText text;
-  EXPECT_EQ(NumberText(12.5, text), "12,500000");
-  EXPECT_EQ(NumberText(80, text), "80,000000");
-  EXPECT_EQ(NumberText(0, text), "0,000000");
+namespace {
+
+// What a packet with 2.5 gives by a plan or without one.
+std::string Received(bool hasPlan) {
   const Json::Value entity = ParseJson(R"({"id": 0, "name": "main", "display_name": "Main", "attrs": [
     {"id": 0, "name": "level", "display_name": "Level", "desc": "", "type": "status_writable", "data_type": "uint8",
      "uint_spec": {"min": 0, "max": 255, "ratio": 0.5, "addition": 0},
      "position": {"byte_offset": 0, "bit_offset": 0, "unit": "byte", "len": 1}}]})");
   std::vector<MorvixProtocolAttribute_4_0> attributes;
   MorvixProtocolEntity_4_0 info;
-  ASSERT_TRUE(ProtocolParseEntity_4_0(entity, 15, attributes, info));
+  EXPECT_TRUE(ProtocolParseEntity_4_0(entity, 15, attributes, info));
+  const MorvixProtocolReceivePlan_4_0 plan = ProtocolPlanReceive_4_0(info, attributes);
   const byte packet[] = {4, 5};
   std::string document;
-  std::vector<TavelReceiveInfo> active;
-  ASSERT_TRUE(ProtocolReceivePacket_4_0(info, attributes, packet, sizeof packet, document, active, active));
-  EXPECT_EQ(document, "{\"main\":{\"level\":\"2,500000\"},\"version\":4.0}\n");
+  std::vector<TavelReceiveInfo> alerts;
+  std::vector<TavelReceiveInfo> faults;
+  EXPECT_TRUE(hasPlan ? ProtocolReceivePacket_4_0(plan, packet, sizeof packet, document, alerts, faults)
+                      : ProtocolReceivePacket_4_0(info, attributes, packet, sizeof packet, document, alerts, faults));
+  return document;
+}
+
+}  // namespace
+
+TEST(CommaLocale, KeepsTheZerosAfterItsComma) {
+  ASSERT_NE(std::setlocale(LC_NUMERIC, "de_DE.UTF-8"), nullptr) << "to be run by comma_locale_test.sh";
+  ValueText text;
+  EXPECT_EQ(NumberText(12.5, text), "12,500000");
+  EXPECT_EQ(NumberText(80, text), "80,000000");
+  EXPECT_EQ(NumberText(0, text), "0,000000");
+  for (const bool hasPlan : {false, true}) {
+    EXPECT_EQ(Received(hasPlan), "{\"main\":{\"level\":\"2,500000\"},\"version\":4.0}\n");
+  }
+}
+
+// The Pashto decimal point has two bytes, which JSON escapes.
+TEST(CommaLocale, MayHaveAPointThatIsNotAscii) {
+  ASSERT_NE(std::setlocale(LC_NUMERIC, "ps_AF.UTF-8"), nullptr) << "to be run by comma_locale_test.sh";
+  ValueText text;
+  EXPECT_EQ(NumberText(12.5, text), "12\u066b500000");
+  for (const bool hasPlan : {false, true}) {
+    EXPECT_EQ(Received(hasPlan), "{\"main\":{\"level\":\"2\\u066b500000\"},\"version\":4.0}\n");
+  }
 }

@@ -53,18 +53,18 @@ std::optional<double> WrittenNumber(const Json::Value& value) {
 
 // The number that the module reads from a member, which may be a string; nothing when it rejects the member.
 std::optional<std::pair<double, std::string>> ReadNumber(const Json::Value& object, const std::string& member) {
-  double factor = 0;
-  int64_t limit = 0;
-  int32_t integer = 0;
   if (member == "ratio" || member == "addition") {
+    double factor = 0;
     if (!ProtocolGetAttrDouble_4_0(object, member.c_str(), factor)) return std::nullopt;
     return {{factor, ShortestText(factor)}};
   }
   if (member == "min" || member == "max") {
+    int64_t limit = 0;
     const bool isThrowing = object[member].isArray() || object[member].isObject();
     if (isThrowing || !ProtocolGetAttrInteger64_4_0(object, member.c_str(), limit)) return std::nullopt;
     return {{static_cast<double>(limit), std::to_string(limit)}};
   }
+  int32_t integer = 0;
   if (!ProtocolGetAttrInteger_4_0(object, member.c_str(), integer)) return std::nullopt;
   return {{integer, std::to_string(integer)}};
 }

@@ -1942,7 +1942,7 @@ struct DocumentOrder {
   std::string_view entityName;
   std::string_view entityOpening;  // in a plan: as that of an attribute
   std::vector<RankedKey> keys;
-  bool hasRepeats = false;   // of keys
+  bool hasRepeats = false;   // of keys, at least possibly
   bool isDirect = true;      // keys are written as they are or as their openings; if not, the long way is taken
   size_t expectedBytes = 0;  // of the text
 };
@@ -2040,7 +2040,7 @@ static DocumentOrder OrderByKey(std::string_view entityName, const std::vector<A
     if (left.prefix != right.prefix) return left.prefix < right.prefix;
     const std::string_view rightKey = DocumentKey(attributes[right.index]);
     const int comparison = std::string_view(DocumentKey(attributes[left.index])).compare(rightKey);
-    order.hasRepeats |= comparison == 0 && left.index != right.index;
+    order.hasRepeats |= comparison == 0;
     return comparison != 0 ? comparison < 0 : left.index < right.index;
   });
   return order;
@@ -2236,7 +2236,8 @@ static bool PrepareKey(std::string_view& key, std::string_view& opening, Receive
   keys.append(Json::Value(key.data(), key.data() + key.size()));
   const std::string written = WriteJsonText(keys);  // ["key"] and a line end
   Json::Value read;
-  if (!ParseJsonText(written, read) || read != keys) return false;
+  static_cast<void>(ParseJsonText(written, read));
+  if (read != keys) return false;
   text.append(written, 1, written.size() - 3);
   text += ':';
   opening = text;
@@ -2295,7 +2296,7 @@ bool ProtocolReceivePacket_4_0(const MorvixProtocolReceivePlan_4_0& plan, const 
                                std::vector<TavelReceiveInfo>& vfault) {
   document.clear();
   if (!IsReceivable(data, dataLen)) return false;
-  const ReceivePlan none;
+  const ReceivePlan none = {};
   const ReceivePlan& steps = plan.plan_ == nullptr ? none : *static_cast<const ReceivePlan*>(plan.plan_.get());
   ReceivePayload(steps.order, steps.attributes, {data + 1, dataLen - 1}, {document, valert, vfault});
   return true;
