@@ -101,7 +101,7 @@ export class Entity {
   decode(packet: Bytes): Decoded;
   /** What an application is given of a read response (3) or notification (4). */
   receive(packet: Bytes): Received;
-  /** Releases its memory. Every later call is a ProtocolError; closing again is harmless. */
+  /** Releases its memory. Every later call is a ProtocolError. */
   close(): void;
 }
 

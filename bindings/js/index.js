@@ -187,7 +187,7 @@ export class Entity {
   }
 
   close() {
-    this.#native.exports.morvix_entity_close(this.#handle);
+    this.#open().exports.morvix_entity_close(this.#handle);
     this.#handle = 0;
   }
 }

@@ -87,7 +87,7 @@ def make_extension() -> Extension:
 
 
 class BuildExtension(build_ext):  # type: ignore[misc]
-    """Builds in a temporary folder, with copies of the sources."""
+    """Builds in a temporary folder, with copies of the sources, which the wheel carries as well."""
 
     def run(self) -> None:
         ffi = FFI()
@@ -101,6 +101,7 @@ class BuildExtension(build_ext):  # type: ignore[misc]
             try:
                 self.extensions[0].sources = ["_native.cpp"] + [f"native/{name}" for name in SOURCES]
                 super().run()
+                copy_sources(pathlib.Path(self.build_lib) / "morvix_protocol" / "native")
             finally:
                 os.chdir(here)
                 self.extensions[0].sources = []

@@ -40,6 +40,23 @@ test("it is loaded from bytes or a module, too", async () => {
   await assert.rejects(load(Uint8Array.of(1, 2, 3)), WebAssembly.CompileError);
 });
 
+test("where there is no process, as in a browser, it is fetched", async () => {
+  const { fetch, process } = globalThis;
+  const file = await readFile(new URL("morvix_protocol.wasm", PACKAGE));
+  const asked = [];
+  globalThis.fetch = async (url) => {
+    asked.push(String(url));
+    return new Response(file);
+  };
+  delete globalThis.process;
+  try {
+    assert.equal(digits((await load()).request(2)), "02");
+  } finally {
+    Object.assign(globalThis, { fetch, process });
+  }
+  assert.deepEqual(asked, [new URL("morvix_protocol.wasm", PACKAGE).href]);
+});
+
 test("the version is the module's", async () => {
   const header = read("Protocol/AllVersions/v4/ProtocolInternal_v4.0.h");
   assert.ok(header.includes(`#define MORVIX_PROTOCOL_VERSION "${protocol.version}"`));
@@ -67,8 +84,7 @@ test("configurations may be strings or bytes", () => {
 test("a closed entity refuses every call", () => {
   const kettle = protocol.open(kettleText);
   kettle.close();
-  kettle.close();
-  for (const call of ["describe", "encode", "decode", "receive"]) {
+  for (const call of ["describe", "encode", "decode", "receive", "close"]) {
     const error = errorOf(() => kettle[call](notification));
     assert.ok(error instanceof ProtocolError);
     assert.equal(error.message, "the entity is closed");
