@@ -17,14 +17,14 @@ static char* read_file(const char* path, size_t* size) {
   if (file != NULL && fseek(file, 0, SEEK_END) == 0) length = ftell(file);
   if (length >= 0 && fseek(file, 0, SEEK_SET) == 0) text = malloc((size_t)length + 1);
   if (text != NULL) *size = fread(text, 1, (size_t)length, file);
-  if (file != NULL) fclose(file);
-  if (text == NULL) fprintf(stderr, "%s: cannot be read\n", path);
+  if (file != NULL) (void)fclose(file);
+  if (text == NULL) (void)fprintf(stderr, "%s: cannot be read\n", path);
   return text;
 }
 
 /* Whether a call succeeded. Says why not, and releases the message. */
 static int succeeded(const char* call, morvix_status status, char* message) {
-  if (message != NULL) fprintf(stderr, "%s: %s\n", call, message);
+  if (message != NULL) (void)fprintf(stderr, "%s: %s\n", call, message);
   morvix_free(message);
   return status == MORVIX_OK;
 }
@@ -66,7 +66,7 @@ int main(int argc, char** argv) {
   morvix_status status;
   int isDone;
   if (argc != 2) {
-    fprintf(stderr, "usage: kettle CONFIGURATION\n");
+    (void)fprintf(stderr, "usage: kettle CONFIGURATION\n");
     return 2;
   }
   configuration = read_file(argv[1], &size);

@@ -121,8 +121,9 @@ class EntityCheck {
  private:
   // For functions without a message.
   static morvix_status Status(morvix_status status, Outputs& outputs) {
-    if (status != MORVIX_OK) outputs.message = static_cast<char*>(std::calloc(1, 2));
-    if (status != MORVIX_OK) outputs.message[0] = '-';
+    if (status == MORVIX_OK) return status;
+    outputs.message = static_cast<char*>(std::calloc(1, 2));
+    outputs.message[0] = '-';
     return status;
   }
 

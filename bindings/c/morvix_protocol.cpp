@@ -445,9 +445,9 @@ std::string PlaceText(const Place& place) {
 }
 
 // One of the attributes of a description; one of the two directions may not have it.
-std::string AttributeText(const Direction& reading, const Direction& writing, size_t element) {
+std::string AttributeText(const Attribute& attribute, const Direction& reading, const Direction& writing,
+                          size_t element) {
   const Attribute* written = writing.Of(element);
-  const Attribute& attribute = written != nullptr ? *written : *reading.Of(element);
   const Place place = Place::Of(reading.Of(element), reading.payloadBytes);
   const Place writePlace = Place::Of(written, writing.payloadBytes);
   ObjectText text;
@@ -513,8 +513,9 @@ void morvix_entity::Describe(const Json::Value& elements) {
     const std::string& onReading = reading.elements[i].invalid;
     const std::string& invalid = onReading.empty() ? writing.elements[i].invalid : onReading;
     if (!invalid.empty()) AddItem(dropped, DroppedText(elements[static_cast<Json::ArrayIndex>(i)], i, invalid));
-    if (reading.Of(i) == nullptr && writing.Of(i) == nullptr) continue;
-    AddItem(attributes, AttributeText(reading, writing, i));
+    const Attribute* attribute = reading.Of(i) != nullptr ? reading.Of(i) : writing.Of(i);
+    if (attribute == nullptr) continue;
+    AddItem(attributes, AttributeText(*attribute, reading, writing, i));
     columns.push_back(reading.elements[i].attribute);
   }
   ObjectText text;
