@@ -463,8 +463,9 @@ std::string AttributeText(const Attribute& attribute, const Direction& reading, 
   if (IsNumber(attribute)) {
     text.Add("min", std::to_string(attribute.uint_spec.min));
     text.Add("max", std::to_string(attribute.uint_spec.max));
-    text.Add("ratio", Json::Value(attribute.uint_spec.ratio));
-    text.Add("addition", Json::Value(attribute.uint_spec.addition));
+    const MorvixProtocolUIntSpec_4_0& scaling = attribute.uint_spec;
+    if (std::isfinite(scaling.ratio)) text.Add("ratio", Json::Value(scaling.ratio));
+    if (std::isfinite(scaling.addition)) text.Add("addition", Json::Value(scaling.addition));
   }
   if (IsEnum(attribute)) {
     Json::Value items(Json::arrayValue);

@@ -110,8 +110,8 @@ MORVIX_API void morvix_entity_close(morvix_entity* entity);
  * "binary", "uint8", "uint16", "uint32" or "uint64". `flag` is the attribute's bit in the flag bitmap of a write, for
  * writable ones. Places count bits from the most significant bit of byte 0; `writePlace` is there where a write has the
  * attribute at another place, and neither where it has no place. `min` and `max` are raw values; the value in user
- * units is raw * ratio + addition; all four are for numbers, `items` for enums. `dropped` are the elements of "attrs"
- * that the parser drops, with the member that it finds invalid.
+ * units is raw * ratio + addition; all four are for numbers (ratio and addition where they are finite), `items` for
+ * enums. `dropped` are the elements of "attrs" that the parser drops, with the member that it finds invalid.
  */
 MORVIX_API morvix_status morvix_entity_describe(const morvix_entity* entity, morvix_bytes* json);
 

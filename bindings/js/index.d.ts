@@ -38,9 +38,9 @@ export interface Attribute {
   min?: number;
   /** Of numbers: the largest raw value. */
   max?: number;
-  /** Of numbers: the value in user units is raw * ratio + addition. Null when it is not a number at all. */
-  ratio?: number | null;
-  addition?: number | null;
+  /** Of numbers: the value in user units is raw * ratio + addition. Missing when it is not finite. */
+  ratio?: number;
+  addition?: number;
   /** Of enums: the texts of the values 0, 1, ... */
   items?: string[];
 }

@@ -76,7 +76,7 @@ class Attribute:
     place         where it lies in a payload of all attributes
     write_place   where it lies in the payload of a write, if that is another place
     min, max      of numbers: the smallest and largest raw value
-    ratio         of numbers: the value in user units is raw * ratio + addition
+    ratio         of numbers: the value in user units is raw * ratio + addition; None when it is not finite
     addition      of numbers: see ratio
     items         of enums: the texts of their values 0, 1, ...
     """
@@ -99,7 +99,8 @@ class Attribute:
     @property
     def is_integral(self) -> bool:
         """Whether it is a number whose values in user units are whole."""
-        return self.ratio is not None and self.ratio.is_integer() and (self.addition or 0.0).is_integer()
+        scaling = (self.ratio, self.addition)
+        return all(each is not None and each.is_integer() for each in scaling)
 
     @classmethod
     def _from_description(cls, description: Mapping[str, Any]) -> "Attribute":
@@ -108,10 +109,8 @@ class Attribute:
             return None if given is None else Place(given["firstBit"], given["bits"])
 
         def number(member: str) -> Optional[float]:
-            if member not in description:
-                return None
-            given = description[member]
-            return math.nan if given is None else float(given)
+            given = description.get(member)
+            return None if given is None else float(given)
 
         items = description.get("items")
         return cls(
