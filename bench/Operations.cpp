@@ -11,6 +11,7 @@
 
 #include "Floor.h"
 #include "Peer.h"
+#include "bindings/c/morvix_protocol.h"
 
 namespace {
 
@@ -191,6 +192,40 @@ void AddReceives(const Workload& workload, std::vector<Operation>& operations) {
   });
 }
 
+// The workload's entity behind the C interface.
+std::shared_ptr<morvix_entity> OpenEntity(const Workload& workload) {
+  Json::Value configuration;
+  configuration["entities"].append(workload.entity);
+  const std::string text = WriteText(configuration);
+  morvix_entity* entity = nullptr;
+  if (morvix_entity_open(text.data(), text.size(), nullptr, &entity, nullptr) != MORVIX_OK) Fail("open");
+  return {entity, morvix_entity_close};
+}
+
+void AddCInterface(const Workload& w, std::vector<Operation>& operations) {
+  const std::shared_ptr<morvix_entity> entity = OpenEntity(w);
+  operations.push_back(
+      {"c/receive", [&w, entity] {
+         morvix_bytes document;
+         morvix_bytes active;
+         if (morvix_receive(entity.get(), w.packet.data(), w.packet.size(), &document, &active, nullptr) != MORVIX_OK) {
+           Fail("the C interface does not receive");
+         }
+         sink = sink + document.size;
+         morvix_free(document.data);
+         morvix_free(active.data);
+       }});
+  operations.push_back({"c/decode", [&w, entity] {
+                          morvix_bytes document;
+                          if (morvix_decode(entity.get(), w.packet.data(), w.packet.size(), &document, nullptr) !=
+                              MORVIX_OK) {
+                            Fail("the C interface does not decode");
+                          }
+                          sink = sink + document.size;
+                          morvix_free(document.data);
+                        }});
+}
+
 }  // namespace
 
 std::vector<Operation> MakeOperations(const Workload& workload) {
@@ -223,6 +258,7 @@ std::vector<Operation> MakeOperations(const Workload& workload) {
     addForm("receive", [&w, parsedOnce] { sink = sink + Receive(w, parsedOnce).document.size(); });
   }
   AddReceives(w, operations);
+  AddCInterface(w, operations);
   add("convert", [&w] {
     Json::Value alerts;
     Json::Value faults;

@@ -1,4 +1,5 @@
-# Installs headers, libraries, the CMake package MorvixProtocol and the pkg-config file morvix-protocol.
+# Installs headers, libraries, the CMake package MorvixProtocol and the pkg-config files morvix-protocol and
+# morvix-protocol-c.
 include(CMakePackageConfigHelpers)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
 
@@ -8,6 +9,15 @@ install(TARGETS morvix_protocol_v4 morvix_host EXPORT MorvixProtocolTargets)
 install(FILES Protocol/AllVersions/v4/ProtocolInternal_v4.0.h Protocol/AllVersions/v4/ProtocolInspection_v4.0.h
         DESTINATION ${MORVIX_INCLUDE_DIR}/Protocol/AllVersions/v4)
 install(FILES host/Base64.h host/Logging.h host/TavelConfig.h host/Text.h DESTINATION ${MORVIX_INCLUDE_DIR}/host)
+
+set(pkgConfigFiles morvix-protocol)
+if(TARGET morvix_protocol_c)
+  list(APPEND pkgConfigFiles morvix-protocol-c)
+  install(TARGETS morvix_protocol_c EXPORT MorvixProtocolTargets LIBRARY COMPONENT c_library
+                                                                         NAMELINK_COMPONENT development)
+  install(TARGETS morvix_protocol_c_static EXPORT MorvixProtocolTargets)
+  install(FILES bindings/c/morvix_protocol.h DESTINATION ${MORVIX_INCLUDE_DIR})
+endif()
 
 install(EXPORT MorvixProtocolTargets NAMESPACE Morvix:: DESTINATION ${packageDir})
 configure_package_config_file(cmake/MorvixProtocolConfig.cmake.in MorvixProtocolConfig.cmake
@@ -19,8 +29,10 @@ install(FILES ${PROJECT_BINARY_DIR}/MorvixProtocolConfig.cmake ${PROJECT_BINARY_
 # Arguments after the folder go to install().
 function(install_pkg_config folder)
   file(RELATIVE_PATH pcToPrefix /prefix/${folder} /prefix)
-  configure_file(cmake/morvix-protocol.pc.in ${folder}/morvix-protocol.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${folder}/morvix-protocol.pc DESTINATION ${folder} ${ARGN})
+  foreach(name ${pkgConfigFiles})
+    configure_file(cmake/${name}.pc.in ${folder}/${name}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${folder}/${name}.pc DESTINATION ${folder} ${ARGN})
+  endforeach()
 endfunction()
 set(pcDir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set(debianPcDir lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig)

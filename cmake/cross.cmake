@@ -15,6 +15,7 @@ else()
   message(FATAL_ERROR "MORVIX_CROSS_ARCH is \"${MORVIX_CROSS_ARCH}\"; it should be armhf, arm64 or s390x")
 endif()
 set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${CMAKE_SYSTEM_PROCESSOR})
 # Allows fused multiply-add, which compilers use outside of strict standard mode. Also disables notes about the ABI of

@@ -53,6 +53,12 @@ for packet in examples/*.hex; do
   head -c 500 "examples/$name.json" | seed Codec "$name.text"
   head -c 900 "examples/$name.json" | tail -c 400 | basenc --base64 -w 0 | seed Codec "$name.base64"
   { unhex "$packet" && unhex "$packet" && unhex "$packet"; } | seed Codec "$name.bytes"
+  # Each packet has its length before it.
+  { compact "examples/$name.json" && raw 0 && compact "examples/$name.values.json" && raw 0 &&
+    raw "$(unhex "$packet" | wc -c)" && unhex "$packet" && raw 2 && unhex "$packet" | head -c 2 && raw 0; } |
+    seed CInterface "$name"
+  { raw 0 && compact "examples/$name.values.json" && raw 0 && raw "$(unhex "$packet" | wc -c)" &&
+    unhex "$packet"; } | seed CInterface "$name.packet"
   { raw 20 && raw 0 && unhex "$packet"; } | seed Base64 "$name.bytes"
   { raw 200 && raw 0 && unhex "$packet" | basenc --base64; } | seed Base64 "$name.text"
   sed '1s/{/{"version": 4.0,/' "tests/golden/$name.decoded.json" | seed ReceiveDocument "$name.decoded"

@@ -6,7 +6,7 @@ source_dir=$1 work_dir=$3
 rm -rf "$work_dir" && mkdir -p "$work_dir"
 cd "$source_dir"
 doxygen - >"$work_dir/progress" 2>"$work_dir/warnings" <<END
-INPUT = Protocol/AllVersions/v4 host
+INPUT = Protocol/AllVersions/v4 host bindings/c
 FILE_PATTERNS = *.h
 OUTPUT_DIRECTORY = $work_dir
 GENERATE_LATEX = NO

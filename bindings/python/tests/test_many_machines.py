@@ -1,0 +1,56 @@
+"""The example that decodes a folder of captures with Dask's distributed scheduler."""
+
+from __future__ import annotations
+
+import pathlib
+import subprocess
+import sys
+from typing import Any
+
+import pandas
+from conftest import EXAMPLES
+
+PROGRAM = EXAMPLES / "capture_folder.py"
+
+
+def write_captures(folder: pathlib.Path) -> None:
+    """Five captures of 200 packets each; the fourth has lines that are no packet of a kettle."""
+    folder.mkdir()
+    for capture in range(5):
+        day = f"2024-05-0{capture + 1}"
+        lines = [f"{day}T00:{i // 60:02}:{i % 60:02}Z 04055a{i:04x}0{i % 4}0{i % 2}" for i in range(200)]
+        if capture == 3:
+            lines[7] = "2024-05-04T00:00:07Z 0107055a"
+            lines[8] = "2024-05-04T00:00:08Z 04055"
+            lines[9] = "2024-05-04T00:00:09Z"
+        (folder / f"capture{capture}.txt").write_text("\n".join(lines) + "\n", encoding="utf-8")
+
+
+def run(*arguments: Any) -> str:
+    command = [sys.executable, str(PROGRAM), *map(str, arguments)]
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, universal_newlines=True, timeout=120).stdout
+
+
+def test_two_workers_make_the_table_of_one_process(tmp_path: Any) -> None:
+    captures = tmp_path / "captures"
+    write_captures(captures)
+    alone, together = tmp_path / "alone.csv", tmp_path / "together.csv"
+    assert run(EXAMPLES / "kettle.json", captures, alone) == "1000 packets, 3 errors\n"
+    assert run(EXAMPLES / "kettle.json", captures, together, "--processes", 2) == "1000 packets, 3 errors\n"
+    assert together.read_bytes() == alone.read_bytes()
+
+    table = pandas.read_csv(alone)
+    assert list(table.columns[:4]) == ["file", "line", "time", "error"]
+    errors = table[table["error"].notna()]
+    assert errors[["file", "line", "error"]].values.tolist() == [
+        [
+            "capture3.txt",
+            8,
+            "command 1 is not received; expected a read response (3) or notification (4)",
+        ],
+        ["capture3.txt", 9, "non-hexadecimal number found in fromhex() arg at position 5"],
+        ["capture3.txt", 10, "the packet is empty"],
+    ]
+    assert errors["temperature"].isna().all()
+    # 0 * 0.1 - 20 to 199 * 0.1 - 20
+    assert (table["temperature"].min(), table["temperature"].max()) == (-20, -0.1)
