@@ -202,22 +202,26 @@ std::shared_ptr<morvix_entity> OpenEntity(const Workload& workload) {
   return {entity, morvix_entity_close};
 }
 
+// The entity is opened by the first call, so that it does not change the heap of the other operations.
 void AddCInterface(const Workload& w, std::vector<Operation>& operations) {
-  const std::shared_ptr<morvix_entity> entity = OpenEntity(w);
-  operations.push_back(
-      {"c/receive", [&w, entity] {
-         morvix_bytes document;
-         morvix_bytes active;
-         if (morvix_receive(entity.get(), w.packet.data(), w.packet.size(), &document, &active, nullptr) != MORVIX_OK) {
-           Fail("the C interface does not receive");
-         }
-         sink = sink + document.size;
-         morvix_free(document.data);
-         morvix_free(active.data);
-       }});
-  operations.push_back({"c/decode", [&w, entity] {
+  auto opened = [&w, entity = std::shared_ptr<morvix_entity>()]() mutable {
+    if (entity == nullptr) entity = OpenEntity(w);
+    return entity.get();
+  };
+  operations.push_back({"c/receive", [&w, opened]() mutable {
                           morvix_bytes document;
-                          if (morvix_decode(entity.get(), w.packet.data(), w.packet.size(), &document, nullptr) !=
+                          morvix_bytes active;
+                          if (morvix_receive(opened(), w.packet.data(), w.packet.size(), &document, &active, nullptr) !=
+                              MORVIX_OK) {
+                            Fail("the C interface does not receive");
+                          }
+                          sink = sink + document.size;
+                          morvix_free(document.data);
+                          morvix_free(active.data);
+                        }});
+  operations.push_back({"c/decode", [&w, opened]() mutable {
+                          morvix_bytes document;
+                          if (morvix_decode(opened(), w.packet.data(), w.packet.size(), &document, nullptr) !=
                               MORVIX_OK) {
                             Fail("the C interface does not decode");
                           }
@@ -258,7 +262,6 @@ std::vector<Operation> MakeOperations(const Workload& workload) {
     addForm("receive", [&w, parsedOnce] { sink = sink + Receive(w, parsedOnce).document.size(); });
   }
   AddReceives(w, operations);
-  AddCInterface(w, operations);
   add("convert", [&w] {
     Json::Value alerts;
     Json::Value faults;
@@ -289,5 +292,6 @@ std::vector<Operation> MakeOperations(const Workload& workload) {
   add("text-to-bytes", [&w, packet] { sink = sink + TextToBytes(w, *packet); });
   add("bytes-to-text", [&w] { sink = sink + BytesToText(w).size(); });
   if (w.entity["attrs"].size() == kPeerFieldCount) AddPeerOperations(workload, operations);
+  AddCInterface(w, operations);
   return operations;
 }

@@ -1,6 +1,6 @@
 # `cpack -G DEB` makes three packages: libmorvix-protocol-dev with headers and libraries, libmorvix-protocol-c1 with the
-# shared library of the C interface, and dp4, the tool. The same source and SOURCE_DATE_EPOCH give the same packages. The
-# distributor sets these two:
+# shared library of the C interface, and dp4, the tool. The same source and SOURCE_DATE_EPOCH give the same packages.
+# The distributor sets these two:
 set(MORVIX_MAINTAINER "Unknown maintainer <maintainer@example.org>" CACHE STRING
     "Maintainer of the Debian packages, as Name <address>")
 set(MORVIX_COPYRIGHT_FILE "" CACHE FILEPATH "Copyright file of the Debian packages")

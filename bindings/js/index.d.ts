@@ -115,8 +115,8 @@ export class Protocol {
   /** Opens an entity by its name, or the only one. */
   open(configuration: string | Uint8Array, name?: string): Entity;
   /**
-   * The packet of a request without values: 2 (read), 11 (let a sub-device join), 13 (list the sub-devices); with the id
-   * of a sub-device 8 (read it), 12 (remove it).
+   * The packet of a request without values: 2 (read), 11 (let a sub-device join), 13 (list the sub-devices); with the
+   * id of a sub-device 8 (read it), 12 (remove it).
    */
   request(command: number, subDevice?: number): Uint8Array;
 }
