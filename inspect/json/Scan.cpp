@@ -71,6 +71,8 @@ bool IsStrictNumber(std::string_view text) {
 }
 
 class Scanner {
+  static constexpr size_t kMostListed = 16;
+
  public:
   explicit Scanner(const std::string& text) : text_(text) {}
 
@@ -145,6 +147,7 @@ class Scanner {
     if (!levels_.empty()) levels_.back().isAfterComma = false;
     levels_.emplace_back();
     levels_.back().isObject = levels_.back().isNameNext = isObject;
+    if (isObject) levels_.back().names.reserve(kMostListed);
     ++at_;
   }
 
@@ -217,7 +220,6 @@ class Scanner {
 
   // Most objects have few members; for those a list is quicker than a set.
   void NoteName(Level& level, size_t offset) {
-    constexpr size_t kMostListed = 16;
     bool isRepeated = false;
     if (level.names.size() < kMostListed) {
       isRepeated = std::find(level.names.begin(), level.names.end(), level.member) != level.names.end();

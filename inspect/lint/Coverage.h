@@ -21,11 +21,6 @@ struct FewFields {
   size_t count = 0;
 
   bool IsEmpty() const { return count == 0; }
-  // Fields are added in the order of the list.
-  void Add(size_t field) {
-    if (first.size() < kFew) first.push_back(field);
-    ++count;
-  }
 };
 
 class Coverage {
@@ -58,9 +53,9 @@ class Coverage {
   // and fields that begin after it.
   FewFields Over(const BitRange& range) const {
     FewFields few;
-    const auto add = [&few](const FewFields& more) {
-      few.first.insert(few.first.end(), more.first.begin(), more.first.end());
-      few.count += more.count;
+    const auto add = [&few](const Node& node) {
+      few.first.insert(few.first.end(), node.first, node.first + std::min<size_t>(node.count, kFew));
+      few.count += node.count;
     };
     const auto after = std::upper_bound(edges_.begin(), edges_.end(), range.begin);
     size_t left = static_cast<size_t>(after - edges_.begin()) + edges_.size();
@@ -77,6 +72,18 @@ class Coverage {
   }
 
  private:
+  // The same in little memory, as there are many.
+  struct Node {
+    uint32_t first[kFew];
+    uint32_t count = 0;
+
+    // Fields are added in the order of the list.
+    void Add(size_t field) {
+      if (count < kFew) first[count] = static_cast<uint32_t>(field);
+      ++count;
+    }
+  };
+
   // The index of the first edge at or after the bit.
   size_t IndexOf(uint64_t bit) const {
     return static_cast<size_t>(std::lower_bound(edges_.begin(), edges_.end(), bit) - edges_.begin());
@@ -86,8 +93,8 @@ class Coverage {
   // stretches, `covering_` has it at the topmost nodes that it covers whole; `beginning_` has it where it begins, and
   // above that.
   std::vector<uint64_t> edges_;
-  std::vector<FewFields> covering_;
-  std::vector<FewFields> beginning_;
+  std::vector<Node> covering_;
+  std::vector<Node> beginning_;
 };
 
 }  // namespace morvix::inspect

@@ -107,7 +107,7 @@ bool ReachesOut(const Attribute& attribute) {
 void LintField(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& attribute = *field.attribute;
   const Position& position = attribute.position;
-  const std::string label = entity.Label(field.element);
+  const auto label = [&] { return entity.Label(field.element); };
   const auto add = [&](const Rule& rule, const char* member, const std::string& message, const std::string& effect,
                        const std::string& fix) {
     findings.AddOnce(rule, entity.At(field.element, {"position", member}), message, effect, fix);
@@ -115,7 +115,7 @@ void LintField(const EntityModel& entity, const Field& field, Findings& findings
   const bool isWrongBool = IsBool(attribute) && IsOtherThanOneBit(attribute);
   if (isWrongBool || (field.bits.IsEmpty() && !ReachesOut(attribute))) {
     for (const Fault& fault : FaultsOf(attribute)) {
-      add(fault.rule, fault.member, fmt::format("{}{} {}", fault.kind, label, fault.text),
+      add(fault.rule, fault.member, fmt::format("{}{} {}", fault.kind, label(), fault.text),
           EffectOfUnusable(entity, field.element), fault.fix);
     }
   } else if (ReachesOut(attribute)) {
@@ -124,19 +124,19 @@ void LintField(const EntityModel& entity, const Field& field, Findings& findings
                                    : fmt::format("it is looked for in {}, but its group begins with byte {}",
                                                  BytesText(field.bits), position.byte_offset);
     add(rules::kFieldBeforeGroup, "len",
-        fmt::format("{} reaches up to bit {}, but {}", label, int64_t{position.bit_offset} + position.len - 1,
+        fmt::format("{} reaches up to bit {}, but {}", label(), int64_t{position.bit_offset} + position.len - 1,
                     GroupText(attribute)),
         effect, kEndGroup + NextByteHint(position));
   }
   if (isWrongBool) return;
   if (!field.bits.IsEmpty() && position.byte_offset < 0) {
-    add(rules::kNegativeOffset, "byte_offset", fmt::format("{} has the byte_offset {}", label, position.byte_offset),
+    add(rules::kNegativeOffset, "byte_offset", fmt::format("{} has the byte_offset {}", label(), position.byte_offset),
         fmt::format("it is looked for in {}, in a group that begins before the payload", BytesText(field.bits)),
         "offsets count from 0");
   }
   if (!IsInBits(attribute) && !IsBitPacked(attribute) && position.bit_offset != 0) {
     add(rules::kBitOffsetUnused, "bit_offset",
-        fmt::format("{} is in byte units and has the bit_offset {}", label, position.bit_offset), "it is ignored",
+        fmt::format("{} is in byte units and has the bit_offset {}", label(), position.bit_offset), "it is ignored",
         "set it to 0");
   }
 }

@@ -22,7 +22,8 @@ namespace {
 
 void LintUnknown(const Spot& object, const Names& known, const char* kind, Findings& findings) {
   if (!object.value->isObject()) return;
-  for (const std::string& name : object.value->getMemberNames()) {
+  for (auto member = object.value->begin(); member != object.value->end(); ++member) {
+    const std::string name = member.name();
     const bool isNote = name.compare(0, 2, "x-") == 0 || name.compare(0, 1, "$") == 0;  // of the author's own
     if (isNote || Contains(known, name)) continue;
     const std::string similar = SimilarName(name, known);
@@ -75,8 +76,11 @@ std::optional<std::pair<double, std::string>> ReadNumber(const Json::Value& obje
 
 void LintMisread(const Spot& object, const Names& numbers, Findings& findings) {
   for (const std::string& member : numbers) {
-    if (!object.value->isObject() || !object.value->isMember(member)) continue;
-    const Json::Value& value = (*object.value)[member];
+    const Json::Value* found =
+        object.value->isObject() ? object.value->find(member.data(), member.data() + member.size()) : nullptr;
+    if (found == nullptr) continue;
+    const Json::Value& value = *found;
+    if (value.type() == Json::intValue && value.isInt()) continue;  // what most are, read as it is by every reader
     const auto read = ReadNumber(*object.value, member);
     const auto written = WrittenNumber(value);
     if (!read) continue;
@@ -156,9 +160,9 @@ void LintAttributeMembers(const EntityModel& entity, Findings& findings) {
     LintUnknown(attribute, AttributeMembers(), "an attribute", findings);
     LintMisread(attribute, kId, findings);
     LintUnused(entity, i, findings);
-    const Json::Value& position = (*attribute.value)["position"];
-    if (position.isObject()) {
-      const Spot place = attribute.Member("position");
+    const Spot place = attribute.Member("position");
+    if (place.value != attribute.value && place.value->isObject()) {
+      const Json::Value& position = *place.value;
       LintUnknown(place, PositionMembers(), "a position", findings);
       LintMisread(place, kPlaceNumbers, findings);
       if (position["unit"].isString() && *position["unit"].asCString() == '\0') {
@@ -166,8 +170,9 @@ void LintAttributeMembers(const EntityModel& entity, Findings& findings) {
                      "it counts as 'byte'", "write 'byte'");
       }
     }
-    if ((*attribute.value)["uint_spec"].isObject() && ProtocolDataTypeIsUInt(entity.Elements()[i].dataType)) {
-      const Spot scaling = attribute.Member("uint_spec");
+    if (!ProtocolDataTypeIsUInt(entity.Elements()[i].dataType)) continue;
+    const Spot scaling = attribute.Member("uint_spec");
+    if (scaling.value != attribute.value && scaling.value->isObject()) {
       LintUnknown(scaling, ScalingMembers(), "a uint_spec", findings);
       LintMisread(scaling, ScalingMembers(), findings);
     }

@@ -33,13 +33,13 @@ std::string LabelOf(const EntityModel& entity, const Field& field) {
 
 void LintName(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& attribute = *field.attribute;
-  const Spot spot = entity.At(field.element, {"name"});
   if (attribute.name.empty()) {
-    findings.Add(rules::kEmptyName, spot, entity.Label(field.element) + " has an empty name",
-                 "its value stands under an empty key", "give it a name");
+    findings.Add(rules::kEmptyName, entity.At(field.element, {"name"}),
+                 entity.Label(field.element) + " has an empty name", "its value stands under an empty key",
+                 "give it a name");
   }
   if (IsWritable(attribute) && attribute.name.find('\0') != std::string::npos) {
-    findings.Add(rules::kNulInName, spot, Quoted(attribute.name) + " holds a NUL",
+    findings.Add(rules::kNulInName, entity.At(field.element, {"name"}), Quoted(attribute.name) + " holds a NUL",
                  "encoding looks for its value under " + Quoted(attribute.name.c_str()), "remove the NUL");
   }
   if (IsAlertOrFault(attribute) && attribute.display_name.empty()) {

@@ -104,17 +104,18 @@ void LintUnusableScaling(const EntityModel& entity, const Field& field, Findings
 bool LintFactors(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& number = *field.attribute;
   const Scaling& scaling = number.uint_spec;
+  const bool isRatioFinite = std::isfinite(scaling.ratio);
+  const bool areFinite = isRatioFinite && std::isfinite(scaling.addition);
+  if (areFinite && scaling.ratio != 0) return true;
   const std::string label = entity.Label(field.element);
   const std::string text = MaxText(number);
-  const bool isRatioFinite = std::isfinite(scaling.ratio);
-  if (!isRatioFinite || !std::isfinite(scaling.addition)) {
+  if (!areFinite) {
     const char* member = isRatioFinite ? "addition" : "ratio";
     findings.Add(rules::kScalingNotFinite, entity.At(field.element, {"uint_spec", member}),
                  fmt::format("{} has the {} {:f}", label, member, isRatioFinite ? scaling.addition : scaling.ratio),
                  fmt::format("raw {} decodes as {}", scaling.max, Quoted(text)), "write a finite number");
     return false;
   }
-  if (scaling.ratio != 0) return true;
   std::string effect = "every raw value decodes as " + Quoted(text);
   const std::string exact = ShortestText(scaling.addition);
   if (EncodeText(number, exact) == kRefusal) {
@@ -190,7 +191,6 @@ struct Passage {
   bool isRounded = false;  // by more than the error of printing six decimals
   bool isOff = false;      // by a noticeable part of a raw step
   bool isLost = false;     // encodes to another raw value, or is refused
-  std::string effect;
 
   Passage(const Attribute& number, uint64_t raw)
       : text(UserText(number, raw)), back(EncodeText(number, text)), isLost(back != std::to_string(raw)) {
@@ -200,23 +200,24 @@ struct Passage {
     const double error = std::fabs(std::strtod(text.c_str(), nullptr) - exact);
     isRounded = error > std::max(kPrinted, std::fabs(exact) * 1e-14);
     isOff = error > kTolerated * std::fabs(number.uint_spec.ratio);
-    effect = fmt::format("raw {} decodes as {}", raw, Quoted(text));
+  }
+
+  std::string Effect(const Attribute& number, uint64_t raw) const {
+    std::string effect = fmt::format("raw {} decodes as {}", raw, Quoted(text));
     if (isLost && IsWritable(number)) {
       effect += fmt::format(", which encodes as {}{}", back == kRefusal ? "" : "raw ", back);
     }
+    return effect;
   }
 };
 
 // The first raw value with a wrong text determines the finding.
 void LintPrecision(const EntityModel& entity, const Field& field, Findings& findings) {
   const Attribute& number = *field.attribute;
-  const std::string label = entity.Label(field.element);
-  const std::string moreDigits = " has values with more digits than a double holds";
-  const std::string fewerDigits =
-      "lower the max, or choose a ratio and addition that make no value of more than 15 digits";
   const auto add = [&](const Rule& rule, const char* member, const std::string& problem, const std::string& effect,
                        const std::string& fix) {
-    findings.Add(rule, entity.At(field.element, {"uint_spec", member}), label + problem, effect, fix);
+    findings.Add(rule, entity.At(field.element, {"uint_spec", member}), entity.Label(field.element) + problem, effect,
+                 fix);
   };
   std::string rounded;
   std::string lost;
@@ -224,24 +225,28 @@ void LintPrecision(const EntityModel& entity, const Field& field, Findings& find
     const Passage passage(number, raw);
     if (passage.text.empty()) continue;
     if (passage.isOff && passage.text.size() >= 31) {
-      return add(rules::kNumberTextCut, "ratio", " has values of more than 31 characters", passage.effect,
+      return add(rules::kNumberTextCut, "ratio", " has values of more than 31 characters", passage.Effect(number, raw),
                  "choose units in which the values are smaller");
     }
     if (passage.isOff) {
       return add(rules::kScalingTooFine, "ratio", " is scaled finer than the six decimals of a decoded value",
-                 passage.effect, "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
+                 passage.Effect(number, raw),
+                 "choose smaller units, so that a raw step is at least 0.000001 and has six decimals");
     }
     const bool isRoundedOut = passage.isLost && passage.isRounded && passage.back == kRefusal;
     if (isRoundedOut && IsWritable(number)) {
       return add(rules::kScalingTooFine, "addition", " has a value that six decimals round to one that is refused",
-                 passage.effect, "choose an addition of at most six decimals");
+                 passage.Effect(number, raw), "choose an addition of at most six decimals");
     }
-    if (passage.isLost && !isRoundedOut && lost.empty()) lost = passage.effect;
-    if (passage.isRounded && rounded.empty()) rounded = passage.effect;
+    if (passage.isLost && !isRoundedOut && lost.empty()) lost = passage.Effect(number, raw);
+    if (passage.isRounded && rounded.empty()) rounded = passage.Effect(number, raw);
   }
   if (lost.empty()) {
-    if (const auto raw = FindLostRaw(number)) lost = Passage(number, *raw).effect;
+    if (const auto raw = FindLostRaw(number)) lost = Passage(number, *raw).Effect(number, *raw);
   }
+  const std::string moreDigits = " has values with more digits than a double holds";
+  const std::string fewerDigits =
+      "lower the max, or choose a ratio and addition that make no value of more than 15 digits";
   if (!lost.empty() && IsWritable(number)) {
     add(rules::kScalingTooFine, "ratio", moreDigits, lost, fewerDigits);
   } else if (!lost.empty()) {

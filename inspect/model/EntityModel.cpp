@@ -137,7 +137,7 @@ std::vector<const Field*> EntityModel::Fields() const {
 }
 
 Spot EntityModel::At(size_t element, const std::vector<std::string>& members) const {
-  Spot spot = {elements_[element].json, fmt::format("{}/attrs/{}", spot_.pointer, element)};
+  Spot spot = {elements_[element].json, spot_.pointer + "/attrs/" + std::to_string(element)};
   for (const std::string& member : members) spot = spot.Member(member);
   return spot;
 }
