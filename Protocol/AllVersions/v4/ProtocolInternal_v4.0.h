@@ -422,8 +422,6 @@ class MorvixProtocolReceivePlan_4_0 {
 
 /// The plan of an entity; `attributes` are those of all groups, in configuration order. The records are not needed
 /// afterwards.
-
-/// The plan of an entity. `attributes` are those of all groups; neither is needed any longer once there is a plan.
 MorvixProtocolReceivePlan_4_0 ProtocolPlanReceive_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                                       const std::vector<MorvixProtocolAttribute_4_0>& attributes);
 
