@@ -220,10 +220,9 @@ TEST(CaptureHint, IsGivenForAFileInPlaceOfAPacket) {
 
 // Flags 07; program 1 is bit 1 of byte 0; 4f = 79, 79 * 0.5 + 40 = 79.5.
 TEST(CaptureRequest, OfAWriteHasTheAttributesThatItSets) {
-  EXPECT_EQ(
-      Decoded({}, "01 07 03 4f\n"),
-      R"({"command":1,"set":["power","program","target"],"values":{"kettle":{"power":true,"program":"1","target":"79.5"}}})"
-      "\n");
+  EXPECT_EQ(Decoded({}, "01 07 03 4f\n"), R"({"command":1,"set":["power","program","target"],)"
+                                          R"("values":{"kettle":{"power":true,"program":"1","target":"79.5"}}})"
+                                          "\n");
   // Only what is flagged counts: flag 2 is the target's.
   EXPECT_EQ(Decoded({}, "07 04 03 4f\n"), R"({"command":7,"set":["target"],"values":{"kettle":{"target":"79.5"}}})"
                                           "\n");

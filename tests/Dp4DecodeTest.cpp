@@ -134,13 +134,13 @@ TEST(DecodePacket, IsHexadecimalInOneWriting) {
 
 TEST(DecodePacket, IsDecodedOneAfterTheOther) {
   // 03 is a read response. Program 01 and target 80 come from 03 50; (0x046f = 1135) * 0.1 - 20 = 93.5; 02 is the lid.
-  ExpectFine(
-      DecodeKettle({"04055a04640101", "03 03 50 04 6f 02 00"}),
-      KettleLine() +
-          R"({"command":3,"values":{"kettle":{"power":true,"program":"1","target":"80","temperature":"93.5"},"version":4.0},)"
-          R"("alerts":{"Lid open":true,"Low water":false},"faults":{"Sensor broken":false},)"
-          R"("active":{"alerts":{"Lid open":1},"faults":{}}})"
-          "\n");
+  ExpectFine(DecodeKettle({"04055a04640101", "03 03 50 04 6f 02 00"}),
+             KettleLine() +
+                 R"({"command":3,"values":{"kettle":{"power":true,"program":"1","target":"80","temperature":"93.5"},)"
+                 R"("version":4.0},)"
+                 R"("alerts":{"Lid open":true,"Low water":false},"faults":{"Sensor broken":false},)"
+                 R"("active":{"alerts":{"Lid open":1},"faults":{}}})"
+                 "\n");
 }
 
 TEST(DecodePacket, IsReportedWithTheColumnAndWhatWasExpected) {
@@ -298,13 +298,13 @@ TEST(DecodeFailure, IsToldInTheTable) {
 
 // A number that its limits refuse is left out without a line of the module; the notes and the table tell.
 TEST(DecodeFailure, IsNoneWhereANumberIsLeftOut) {
-  ExpectFine(
-      DecodeKettle({"04 00 79 04 6f 00 00"}),
-      R"({"command":4,"values":{"kettle":{"power":false,"program":"0","temperature":"93.5"},"version":4.0},)"
-      R"("alerts":{"Lid open":false,"Low water":false},"faults":{"Sensor broken":false},)"
-      R"("active":{"alerts":{},"faults":{}},)"
-      R"("notes":[{"kind":"out-of-range","name":"target","place":{"firstBit":8,"bits":8},"raw":121,"min":0,"max":120}]})"
-      "\n");
+  ExpectFine(DecodeKettle({"04 00 79 04 6f 00 00"}),
+             R"({"command":4,"values":{"kettle":{"power":false,"program":"0","temperature":"93.5"},"version":4.0},)"
+             R"("alerts":{"Lid open":false,"Low water":false},"faults":{"Sensor broken":false},)"
+             R"("active":{"alerts":{},"faults":{}},)"
+             R"("notes":[{"kind":"out-of-range","name":"target","place":{"firstBit":8,"bits":8},"raw":121,"min":0,)"
+             R"("max":120}]})"
+             "\n");
   EXPECT_THAT(DecodeKettle({"04 00 79 04 6f 00 00", "--document", "table"}).out,
               HasSubstr("target         writable   1        79            left out: raw 121, expected 0 to 120\n"));
   const std::string unusable = R"({"id": 0, "name": "n", "display_name": "", "desc": "", "type": "status_readonly",
