@@ -249,7 +249,7 @@ class VectorMaker {
         if (known.empty() || RandomBelow(2) == 0) continue;
         const std::optional<VectorValue> value = RandomValue(field);
         const bool isWritten = value && !value->value.empty();
-        values.push_back(isWritten ? *value : known[RandomBelow(known.size())]);
+        values.push_back(isWritten ? *value : known[static_cast<size_t>(RandomBelow(known.size()))]);
       }
     }
     return values;
