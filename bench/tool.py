@@ -3,6 +3,7 @@
 
 The files that it makes for dp4 go to FOLDER. Fails when a figure is above its bar.
 """
+import concurrent.futures
 import json
 import os
 import resource
@@ -81,14 +82,16 @@ def figure(text, value, bar):
 def main():
     print(f"{'figure':<66} {'is':>10} {'at most':>10}")
     packets = write("packets.txt", stream(PACKETS))
-    costs = {}
-    for form in "flat", "decoded", "table", "csv":
-        costs[form] = instructions(["decode", KETTLE, "--quiet", "--document", form], packets) / PACKETS
-        bar = BARS[form] if form in BARS else 1.5 * costs["flat"]
-        figure(f"decode --document {form}, instructions per packet of {PACKETS}", costs[form], bar)
     some = write("some.json", configuration(ATTRIBUTES))
-    figure(f"lint, {ATTRIBUTES} attributes, instructions per attribute", instructions(["lint", some]) / ATTRIBUTES,
-           LINT_BEFORE / 4)
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        forms = {form: pool.submit(instructions, ["decode", KETTLE, "--quiet", "--document", form], packets)
+                 for form in ("table", "flat", "decoded", "csv")}
+        lint = pool.submit(instructions, ["lint", some])
+    costs = {form: count.result() / PACKETS for form, count in forms.items()}
+    for form, cost in costs.items():
+        bar = BARS[form] if form in BARS else 1.5 * costs["flat"]
+        figure(f"decode --document {form}, instructions per packet of {PACKETS}", cost, bar)
+    figure(f"lint, {ATTRIBUTES} attributes, instructions per attribute", lint.result() / ATTRIBUTES, LINT_BEFORE / 4)
     many = write("many.json", configuration(MANY_ATTRIBUTES))
     run([DP4, "lint", many], os.devnull)
     memory = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss / KIB_PER_GB
