@@ -102,10 +102,45 @@ TEST_F(Generate, LeavesUnchangedFilesAlone) {
   EXPECT_EQ(Text("kettle.h"), Golden("kettle.h"));
 }
 
+TEST_F(Generate, MakesTheFolder) {
+  for (const char* name : {"one", "two/levels/", "two/levels"}) {
+    const fs::path folder = folder_ / name;
+    const ToolRun run = RunTool({"generate", "c", "kettle.json", "--output", folder.string()});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(ReadFile((folder / "kettle.h").string()), Golden("kettle.h"));
+  }
+  RunTool({"generate", "wireshark", "kettle.json", "--dlt", "0", "--output", (folder_ / "three").string()});
+  EXPECT_TRUE(fs::exists(folder_ / "three/kettle.lua"));
+}
+
+TEST_F(Generate, MakesNoFolderForWhatItRefuses) {
+  const std::string folder = (folder_ / "none").string();
+  EXPECT_EQ(RunTool({"generate", "c", "-", "--output", folder}, Configuration("")).exitCode, 1);
+  EXPECT_FALSE(fs::exists(folder));
+}
+
+// A file stands where a folder is needed, or one of the files to be written is a folder.
 TEST_F(Generate, NeedsAFolderThatCanBeWritten) {
-  const ToolRun run = RunTool({"generate", "c", "kettle.json", "--output", (folder_ / "none").string()});
+  Run({"c", "kettle.json"});
+  for (const char* name : {"kettle.h", "kettle.h/below"}) {
+    const std::string folder = (folder_ / name).string();
+    const ToolRun run = RunTool({"generate", "c", "kettle.json", "--output", folder});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.err, "dp4: " + folder + ": cannot be made: Not a directory\n");
+  }
+  fs::create_directories(folder_ / "other/kettle.h");
+  const ToolRun run = RunTool({"generate", "c", "kettle.json", "--output", (folder_ / "other").string()});
   EXPECT_EQ(run.exitCode, 2);
-  EXPECT_THAT(run.err, HasSubstr("cannot be written"));
+  EXPECT_THAT(run.err, HasSubstr("kettle.h: cannot be written"));
+}
+
+TEST_F(Generate, NamesWhatCanBeMade) {
+  const ToolRun run = Run({"go", "kettle.json"});
+  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.err, "dp4: no command is called \"generate go\"; expected one of c, wireshark\n");
+  EXPECT_EQ(Run({"wireshrak", "kettle.json"}).err,
+            "dp4: no command is called \"generate wireshrak\"; did you mean \"wireshark\"?\n");
+  EXPECT_THAT(RunTool({"generate"}).err, HasSubstr("A subcommand is required"));
 }
 
 TEST_F(Generate, NeedsTheEntityWhenThereAreSeveral) {

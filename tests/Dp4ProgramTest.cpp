@@ -201,10 +201,10 @@ TEST(Program, TellsWhenItsInputCannotBeRead) {
   ExpectMessage({"show", "/dev/zero"}, null, null, "dp4: /dev/zero: expected at most 67108864 bytes\n");
 }
 
-TEST(Program, TellsWhereNoFileCanBeWritten) {
+TEST(Program, TellsWhereNoFolderCanBeMade) {
   const File null("/dev/null");
   ExpectMessage({"generate", "c", "kettle.json", "--output", "/dev/null"}, null, null,
-                "dp4: /dev/null/kettle.h: cannot be written: Not a directory\n");
+                "dp4: /dev/null: cannot be made: Not a directory\n");
 }
 
 TEST(Program, GeneratesFromStandardInput) {

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <map>
+#include <sstream>
 #include <string>
 
 #include "Cases.h"
@@ -52,13 +55,81 @@ std::string ModelPacket(const Json::Value& entity, const Json::Value& values) {
   return ToHex(buffer);
 }
 
+// A value in user units is the decoded one, whose numbers have six decimals.
+bool IsSame(const Json::Value& value, const Json::Value& decoded) {
+  if (!value.isNumeric() || value.isBool()) return value == decoded;
+  const double number = decoded.isString() ? std::stod(decoded.asString()) : decoded.asDouble();
+  return std::abs(value.asDouble() - number) <= 1e-6 * std::max(1.0, std::abs(number));
+}
+
+// Decoding gives what these vectors list. `configuration` has one entity.
+void ExpectDecoded(const Json::Value& configuration, const Json::Value& vectors) {
+  const Json::Value& entity = configuration["entities"][0];
+  std::map<std::string, std::string> members;  // of the decoded results, by name
+  std::map<std::string, std::string> keys;
+  for (const Json::Value& attribute : entity["attrs"]) {
+    const std::string type = attribute["type"].asString();
+    const bool isActive = type == "alert" || type == "fault";
+    members[attribute["name"].asString()] = isActive ? type + "s" : "values";
+    keys[attribute["name"].asString()] = attribute[isActive ? "display_name" : "name"].asString();
+  }
+  for (const Json::Value& vector : vectors) {
+    const ToolRun run = RunTool({"decode", "-", vector["packet"].asString()}, WriteJson(configuration));
+    const Json::Value decoded = ParseJson(run.out);
+    for (const std::string& name : vector["values"].getMemberNames()) {
+      const Json::Value& values = decoded[members.at(name)];
+      const Json::Value& found = members.at(name) == "values" ? values[entity["name"].asString()] : values;
+      EXPECT_TRUE(IsSame(vector["values"][name], found[keys.at(name)])) << WriteJson(vector) << ' ' << run.out;
+    }
+  }
+}
+
+// Encoding refuses these values for the same reasons.
+void ExpectRefused(const Json::Value& configuration, const Json::Value& vectors) {
+  for (const Json::Value& vector : vectors) {
+    std::vector<std::string> arguments = {"encode", "-"};
+    for (const std::string& name : vector["values"].getMemberNames()) {
+      arguments.insert(arguments.end(), {"--set", name + "=" + WriteJson(vector["values"][name])});
+    }
+    const ToolRun run = RunTool(arguments, WriteJson(configuration));
+    EXPECT_EQ(run.exitCode, 1) << WriteJson(vector);
+    std::string reasons;
+    std::istringstream lines(run.err);
+    for (std::string line; std::getline(lines, line);) {
+      reasons += (reasons.empty() ? "" : "; ") + line.substr(line.find(": \"") + 2);
+    }
+    EXPECT_EQ(vector["reason"].asString(), reasons);
+  }
+}
+
+Json::Value KettleWithTarget(const char* object, const char* member, int value) {
+  Json::Value configuration = ParseJson(ReadFile(EXAMPLES_DIR "/kettle.json"));
+  for (Json::Value& attribute : configuration["entities"][0]["attrs"]) {
+    if (attribute["name"] == "target") attribute[object][member] = value;
+  }
+  return configuration;
+}
+
+std::vector<std::string> LinesOf(const Json::Value& vectors, Json::ArrayIndex size) {
+  std::vector<std::string> lines;
+  for (const Json::Value& vector : vectors) {
+    if (vector["values"].size() == size) lines.push_back(WriteJson(vector));
+  }
+  return lines;
+}
+
 void CheckAgainstModel(const Json::Value& entity, const Json::Value& vectors) {
   const support::Inputs inputs(entity, vectors);
   for (const Json::Value& write : vectors["writes"]) {
     ExpectEqual(write["packet"].asString(), ModelPacket(entity, write["values"]), "a write is the model's");
   }
   for (const Json::Value& refused : vectors["refused"]) {
-    ExpectEqual(ModelPacket(entity, refused["values"]), std::string(), "what is refused has no packet");
+    const std::string reason = refused["reason"].asString();
+    const bool isAltered = reason.find("\" overwritten: ") != std::string::npos ||
+                           reason.find("\" mixed: ") != std::string::npos ||
+                           reason.find("\" cut: ") != std::string::npos;
+    ExpectEqual(ModelPacket(entity, refused["values"]).empty(), !isAltered,
+                "what is refused has no packet, or one with another value");
     ExpectEqual(refused["reason"].asString().empty(), false, "a refusal has a reason");
   }
   for (const Json::Value& notification : vectors["notifications"]) {
@@ -180,7 +251,8 @@ TEST(Vectors, NameThePlaceThatCannotBeWritten) {
   const Json::Value vectors =
       VectorsOf(ParseJson(Configuration(Attribute("on", "status_writable", "bool", Bytes(0, 1)))));
   EXPECT_EQ(vectors["writes"].size(), 0u);
-  EXPECT_EQ(vectors["refused"][0]["reason"], "Write bool value failed. (its place cannot be written)");
+  EXPECT_EQ(vectors["refused"][0]["reason"],
+            R"("on" refused: Write bool value failed. (nothing can be written in its place; dp4 lint tells why))");
 }
 
 TEST(Vectors, RandomOnesAreTheSameForOneSeedAndOthersForAnother) {
@@ -194,6 +266,75 @@ TEST(Vectors, RandomOnesAreTheSameForOneSeedAndOthersForAnother) {
   const Json::Value more = ParseJson(run("1"));
   EXPECT_EQ(more["writes"].size(), few["writes"].size() + 20);
   EXPECT_EQ(more["notifications"].size(), few["notifications"].size() + 20);
+}
+
+TEST(Vectors, OfOverlappingFieldsHoldTheirValues) {
+  const Json::Value kettle = KettleWithTarget("position", "byte_offset", 0);
+  const Json::Value vectors = VectorsOf(kettle, {"--random", "50"});
+  ExpectDecoded(kettle, vectors["writes"]);
+  ExpectDecoded(kettle, vectors["notifications"]);
+  ExpectRefused(kettle, vectors["refused"]);
+  // Raw 0 and 60 of target (00 and 3c) have the bits of power and program in them; 1, 119 and 120 have others.
+  const Json::Value few = VectorsOf(kettle);
+  EXPECT_THAT(LinesOf(few["writes"], 3),
+              testing::ElementsAre(R"({"packet":"01 07 00","values":{"power":false,"program":0,"target":40}})",
+                                   R"({"packet":"01 07 3c","values":{"power":false,"program":2,"target":70}})"));
+  std::vector<std::string> refused;
+  for (const Json::Value& vector : few["refused"]) {
+    if (vector["values"].size() == 3) refused.push_back(WriteJson(vector["values"]));
+  }
+  EXPECT_THAT(refused, testing::ElementsAre(R"({"power":true,"program":1,"target":40.5})",
+                                            R"({"power":true,"program":0,"target":99.5})",
+                                            R"({"power":false,"program":1,"target":100})"));
+  EXPECT_THAT(WriteJson(few["refused"]), HasSubstr(R"(\"program\" overwritten: was 01 until \"target\" was written)"));
+}
+
+// 300 = 0x12c.
+TEST(Vectors, OfNumbersThatDoNotFitAreRefused) {
+  const Json::Value kettle = KettleWithTarget("uint_spec", "max", 300);
+  const Json::Value vectors = VectorsOf(kettle, {"--random", "50"});
+  ExpectDecoded(kettle, vectors["writes"]);
+  ExpectDecoded(kettle, vectors["notifications"]);
+  ExpectRefused(kettle, vectors["refused"]);
+  EXPECT_THAT(LinesOf(vectors["refused"], 1),
+              testing::IsSupersetOf(
+                  {R"({"reason":"\"target\" cut: raw 299 does not fit, 43 is sent","values":{"target":189.5}})",
+                   R"({"reason":"\"target\" cut: raw 300 does not fit, 44 is sent","values":{"target":190}})"}));
+  EXPECT_THAT(WriteJson(vectors["writes"]), HasSubstr(R"({"packet":"01 04 00 96","values":{"target":115}})"));
+  EXPECT_THAT(WriteJson(vectors["writes"]), testing::Not(HasSubstr(R"("target":190})")));
+}
+
+// The group has two bytes: 04 40 lacks the lowest bit, which is swing's.
+TEST(Vectors, ThatDisturbNeighboursAreRefused) {
+  const auto items = [](const char* list) { return "\"enum\": [" + std::string(list) + "], "; };
+  const Json::Value fan = ParseJson(
+      Configuration(Bool("swing", 0, 0) + ", " +
+                    Attribute("mode", "status_writable", "enum", Bits(0, 2, 2), items(R"("a", "b", "c")")) + ", " +
+                    Attribute("speed", "status_writable", "enum", Bits(0, 6, 4),
+                              items(R"("0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11")"))));
+  const Json::Value vectors = VectorsOf(fan, {"--random", "50"});
+  ExpectDecoded(fan, vectors["writes"]);
+  ExpectDecoded(fan, vectors["notifications"]);
+  ExpectRefused(fan, vectors["refused"]);
+  EXPECT_THAT(WriteJson(vectors["writes"]), testing::Not(HasSubstr(R"({"mode":1,"speed":1,"swing":true})")));
+  EXPECT_THAT(WriteJson(vectors["refused"]), HasSubstr(R"({"mode":1,"speed":1,"swing":true})"));
+  EXPECT_THAT(WriteJson(vectors["refused"]), HasSubstr(R"(\"swing\" overwritten: was 1 until \"speed\" was written)"));
+}
+
+// A bool that cannot be read takes back what was read before it.
+TEST(Vectors, OfNotificationsThatCannotBeReadTellNothing) {
+  const Json::Value box =
+      ParseJson(Configuration(Bool("a", 0, 0) + ", " + Attribute("on", "status_readonly", "bool", Bytes(1, 1))));
+  const Json::Value vectors = VectorsOf(box);
+  EXPECT_EQ(WriteJson(vectors["notifications"][0]["values"]), "{}");
+}
+
+TEST(Vectors, NeedRandomOnesForASeed) {
+  const ToolRun run = RunTool({"vectors", "kettle.json", "--seed", "5"});
+  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "dp4: --seed needs --random\n");
+  EXPECT_EQ(RunTool({"vectors", "kettle.json", "--seed", "5", "--random", "0"}).exitCode, 0);
 }
 
 TEST(Vectors, NeedAPayloadThatAPacketHolds) {

@@ -101,7 +101,8 @@ for _, entity in ipairs(entities) do
     surplus = new_expert(entity, "surplus", "Surplus bytes", expert.severity.NOTE),
     short = new_expert(entity, "short", "Bytes are missing", expert.severity.WARN),
     not_read = new_expert(entity, "not_read", "Not read by the application", expert.severity.NOTE),
-    unknown = new_expert(entity, "unknown", "Unknown command or flag", expert.severity.WARN)}
+    no_flag = new_expert(entity, "no_flag", "A write without a flag", expert.severity.ERROR),
+    unknown = new_expert(entity, "unknown", "Unknown command or flag", expert.severity.ERROR)}
   local experts = {}
   for _, one in pairs(entity.experts) do table.insert(experts, one) end
   proto.experts = experts
@@ -196,7 +197,7 @@ local function add_response(entity, tvb, tree)
   tree:add_proto_expert_info(entity.experts.not_read, "Not read by the application: " .. text)
 end
 
--- A write: the attributes whose flags are set.
+-- A write: the attributes whose flags are set. A device refuses a write with an unknown flag or none at all.
 local function add_write(entity, tvb, tree)
   local whole = 1 + entity.flag_bytes + entity.write_bytes
   local start = 1
@@ -214,10 +215,13 @@ local function add_write(entity, tvb, tree)
   local unused = 8 * entity.flag_bytes - entity.writable
   if unused > 0 and flags:bitfield(0, unused) ~= 0 then
     add_fault(entity, tree, "unknown", flags, "Flags of unknown attributes")
+    return
   end
+  local is_any_set = false
   for _, attribute in ipairs(entity.attributes) do
     local is_set = attribute.flag and flags:bitfield(8 * entity.flag_bytes - 1 - attribute.flag, 1) ~= 0
     if is_set then
+      is_any_set = true
       local range, raw = read(payload, attribute.write_first, attribute.bits, attribute.kind)
       local wrong = fault(attribute, raw)
       if wrong then
@@ -227,6 +231,7 @@ local function add_write(entity, tvb, tree)
       end
     end
   end
+  if not is_any_set then add_fault(entity, tree, "no_flag", flags, "No flag is set") end
 end
 
 local function dissect(entity, tvb, pinfo, tree)

@@ -34,7 +34,7 @@ bool IsRefused(const EncodedValue& value) { return !EncodeLine(*value.field->att
 // device sends, every value stands where decoding reads it, which writing does not do in every bit group.
 class PartialEncoder {
  public:
-  PartialEncoder(const EntityModel& entity, const Direction& direction, const Values& values)
+  PartialEncoder(const EntityModel& entity, const Direction& direction, const GivenValues& values)
       : info_(entity.Info()),
         direction_(direction),
         isWrite_(&direction == &entity.Writing()),
@@ -211,7 +211,7 @@ const Direction& DirectionOf(const EntityModel& entity, MorvixProtocolCommand_4_
   return isWrite ? entity.Writing() : entity.Reading();
 }
 
-Encoding::Encoding(const EntityModel& entity, std::string entityText, const Values& values,
+Encoding::Encoding(const EntityModel& entity, std::string entityText, const GivenValues& values,
                    MorvixProtocolOwnedPackage_4_0 package)
     : entity_(entity),
       direction_(DirectionOf(entity, package.cmd)),
@@ -263,7 +263,7 @@ Bytes Encoding::Packet() const {
 }
 
 // Writing one attribute can change the bits of another.
-void Encoding::NoteWritten(const Values& values) {
+void Encoding::NoteWritten(const GivenValues& values) {
   PartialEncoder encoder(entity_, direction_, values);
   const auto contentOf = [this](size_t index, const byte* payload) {
     return ContentText(values_[index].field->bits, payload);
@@ -319,7 +319,9 @@ std::vector<std::string> Encoding::Problems() const {
   std::vector<std::string> problems;
   const EncodedValue* refused = nullptr;
   const auto textOf = [](const EncodedValue& value) {
-    return fmt::format("{}: {} {}", value.given.source, InQuotes(value.field->attribute->name), value.note);
+    const std::string& source = value.given.source;
+    return fmt::format("{}{}{} {}", source, source.empty() ? "" : ": ", InQuotes(value.field->attribute->name),
+                       value.note);
   };
   for (const EncodedValue& value : values_) {
     if (value.result.outcome == MorvixProtocolOutcomeWrongKind_4_0 || value.isAltered)

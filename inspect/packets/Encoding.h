@@ -28,7 +28,7 @@ class Encoding {
  public:
   // `entityText` is what messages call the entity; `package` holds the command and the sub-device. The module's lines
   // of a write are logged. Throws InputError when no packet can hold the entity's attributes. The entity outlives it.
-  Encoding(const EntityModel& entity, std::string entityText, const Values& values,
+  Encoding(const EntityModel& entity, std::string entityText, const GivenValues& values,
            MorvixProtocolOwnedPackage_4_0 package);
 
   // Whether there is a packet: a value was taken and none refused.
@@ -51,7 +51,7 @@ class Encoding {
   std::string JsonText(bool isSent, const std::vector<std::string>& problems) const;
 
  private:
-  void NoteWritten(const Values& values);
+  void NoteWritten(const GivenValues& values);
   bool IsWrite() const { return &direction_ == &entity_.Writing(); }
 
   const EntityModel& entity_;

@@ -21,8 +21,18 @@ std::string ReasonOf(const Element& element, bool isRead) {
 
 }  // namespace
 
+void GivenValues::Set(const std::string& name, Json::Value value, const Given& given) {
+  document_[entityName_][name] = std::move(value);
+  given_[name] = given;
+}
+
+const Json::Value* GivenValues::Of(const Attribute& attribute) const {
+  const std::string name = attribute.name.c_str();
+  return given_.count(name) == 0 ? nullptr : &document_[entityName_][name];
+}
+
 Values::Values(const json::Document& configuration, const EntityModel& entity, const Direction& direction)
-    : entityName_(entity.Info().name) {
+    : GivenValues(entity.Info().name) {
   for (const Json::Value& other : EntitiesOf(configuration)) {
     std::string name;
     if (ProtocolGetAttrString_4_0(other, "name", name)) entities_.push_back(name);
@@ -106,8 +116,7 @@ void Values::Take(const std::string& name, Json::Value value, const Given& given
     return;
   }
   if (IsEnum(*attribute->second) && !ReplaceItem(*attribute->second, value, given.source)) return;
-  document_[entityName_][taken] = std::move(value);
-  given_[taken] = given;
+  Set(taken, std::move(value), given);
 }
 
 // Replaces an enum's item by its index. False when there is no such item, or more than one.
@@ -127,11 +136,6 @@ bool Values::ReplaceItem(const Attribute& attribute, Json::Value& value, const s
                                       : name + " has several items " + InQuotes(text) +
                                             "; expected one of the indices " + Series(indices, "or"));
   return false;
-}
-
-const Json::Value* Values::Of(const Attribute& attribute) const {
-  const std::string name = attribute.name.c_str();
-  return given_.count(name) == 0 ? nullptr : &document_[entityName_][name];
 }
 
 std::string Values::UnknownText(const std::string& name) const {

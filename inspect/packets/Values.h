@@ -8,6 +8,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "inspect/json/Document.h"
@@ -17,11 +18,39 @@ namespace morvix::inspect {
 
 // A value from the user.
 struct Given {
-  std::string source;  // where it was given, for messages
+  std::string source;  // where it was given, for messages; empty where that says nothing
   std::string text;
 };
 
-class Values {
+// The values of one entity, as the module takes them, by the attributes' names up to their first NUL.
+class GivenValues {
+ public:
+  explicit GivenValues(std::string entityName) : entityName_(std::move(entityName)) {}
+
+  // Replaces the value of the attribute with this name.
+  void Set(const std::string& name, Json::Value value, const Given& given);
+
+  // The document for the module.
+  const Json::Value& Document() const { return document_; }
+
+  // The value of an attribute, and how it was given; null when it has none.
+  const Json::Value* Of(const Attribute& attribute) const;
+  const Given& SourceOf(const Attribute& attribute) const { return given_.at(attribute.name.c_str()); }
+
+  // The values that were not taken, and why; one line each.
+  const std::vector<std::string>& Problems() const { return problems_; }
+
+ protected:
+  const std::string entityName_;
+  std::vector<std::string> problems_;
+
+ private:
+  Json::Value document_{Json::objectValue};
+  std::map<std::string, Given> given_;
+};
+
+// Those of a user.
+class Values : public GivenValues {
  public:
   // For the attributes that `direction` has, of the entity of this configuration that `entity` is the model of; all of
   // them outlive it.
@@ -35,32 +64,17 @@ class Values {
   // JSON, otherwise a text. A later one replaces an earlier one. Throws InputError when it has another form.
   void TakeSetting(const std::string& setting);
 
-  // The document for the module.
-  const Json::Value& Document() const { return document_; }
-
-  // The value of an attribute, and how it was given; null when it has none. The module looks it up by the name up to
-  // its first NUL.
-  const Json::Value* Of(const Attribute& attribute) const;
-  const Given& SourceOf(const Attribute& attribute) const { return given_.at(attribute.name.c_str()); }
-
-  // The values that were not taken, and why; one line each.
-  const std::vector<std::string>& Problems() const { return problems_; }
-
  private:
   void Take(const std::string& name, Json::Value value, const Given& given);
   bool ReplaceItem(const Attribute& attribute, Json::Value& value, const std::string& source);
   std::string UnknownText(const std::string& name) const;
 
-  std::string entityName_;
   std::vector<std::string> entities_;
   std::vector<std::string> names_;                      // of the attributes that are taken
   std::map<std::string, const Attribute*> attributes_;  // the first of each of these names
   std::map<std::string, std::string> others_;           // attributes that are not, and why
   std::map<std::string, std::string> keys_;             // names by other keys of decoded documents
   std::set<std::string> readOnly_;                      // names and keys of attributes that are only read
-  Json::Value document_{Json::objectValue};
-  std::map<std::string, Given> given_;  // of the entity, by name
-  std::vector<std::string> problems_;
 };
 
 }  // namespace morvix::inspect

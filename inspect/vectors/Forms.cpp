@@ -68,7 +68,7 @@ std::string VectorsJson(const Vectors& vectors) {
                        notification.document, ValuesText(notification.values));
   };
   const auto refusedText = [](const RefusedVector& refused) {
-    return fmt::format(R"({{"values": {}, "reason": {}}})", ValuesText({refused.value}),
+    return fmt::format(R"({{"values": {}, "reason": {}}})", ValuesText(refused.values),
                        json::CompactText(refused.reason));
   };
   return "{\n  \"entity\": " + json::CompactText(vectors.entity) + JsonList("writes", vectors.writes, writeText) +
@@ -89,7 +89,7 @@ std::string VectorsC(const Vectors& vectors) {
                        packetText(notification.packet));
   };
   const auto refusedText = [](const RefusedVector& refused) {
-    return CString(ValuesText({refused.value})) + ", " + CString(refused.reason);
+    return CString(ValuesText(refused.values)) + ", " + CString(refused.reason);
   };
   const auto sized = [](const char* members, size_t longest) {
     return fmt::format("{}  size_t size;\n  unsigned char packet[{}];\n", members, longest);

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "host/Logging.h"
+#include "inspect/packets/Encoding.h"
 #include "inspect/packets/Reading.h"
 #include "inspect/packets/ResultForms.h"
 #include "inspect/text/Error.h"
@@ -184,47 +185,29 @@ class VectorMaker {
     return ValueOf(field, min + RandomBelow(max - min + 1));
   }
 
-  // The packet of a write; empty when the module refuses one of the values. `results` are those of all attributes.
-  Bytes Write(const std::vector<VectorValue>& values, std::vector<Result>& results) const {
-    Json::Value document(Json::objectValue);
-    Json::Value& named = document[entity_.Info().name];
+  // Whether a packet holds the values; they are refused otherwise.
+  bool AddWrite(std::vector<VectorValue> values) {
+    GivenValues given(entity_.Info().name);
     for (const VectorValue& value : values) {
-      const char* name = value.field->attribute->name.c_str();
-      if (!named.isMember(name)) named[name] = JsonOf(value);
+      const Attribute& attribute = *value.field->attribute;
+      if (given.Of(attribute) == nullptr) given.Set(attribute.name.c_str(), JsonOf(value), {"", value.value});
     }
-    const LogCapture silent;
     MorvixProtocolOwnedPackage_4_0 package;
     package.cmd = MorvixProtocolCommandWriteReq_4_0;
-    ProtocolEncodeAttributes_4_0(entity_.Info(), entity_.Writing().records, package, document, results);
-    return package.sizeValue == 0 ? Bytes() : PackPackage(package);
-  }
-
-  // Whether the values were written.
-  bool AddWrite(std::vector<VectorValue> values) {
-    std::vector<Result> results;
-    const Bytes packet = Write(values, results);
-    if (packet.empty()) {
-      if (values.size() == 1) vectors_.refused.push_back({std::move(values[0]), ReasonOf(results)});
+    const LogCapture silent;
+    const Encoding encoding(entity_, InQuotes(entity_.Info().name), given, std::move(package));
+    const std::vector<std::string> problems = encoding.Problems();
+    const size_t valueBytes = values.size() * sizeof(VectorValue);
+    if (!problems.empty()) {
+      std::string reason = fmt::format("{}", fmt::join(problems, "; "));
+      Count(reason.size() + valueBytes);
+      vectors_.refused.push_back({std::move(values), std::move(reason)});
       return false;
     }
-    Count(packet.size() + values.size() * sizeof(VectorValue));
-    vectors_.writes.push_back({std::move(values), packet});
+    Bytes packet = encoding.Packet();
+    Count(packet.size() + valueBytes);
+    vectors_.writes.push_back({std::move(values), std::move(packet)});
     return true;
-  }
-
-  // Why a write was refused: the line with which encoding ended, and what was expected.
-  std::string ReasonOf(const std::vector<Result>& results) const {
-    for (const Field& field : entity_.Writing().fields) {
-      const Attribute& attribute = *field.attribute;
-      const Result& result = results[field.flag];
-      const std::string line = EncodeLine(attribute, result);
-      if (line.empty()) continue;
-      if (result.outcome == MorvixProtocolOutcomeRefusedByItems_4_0)
-        return line + " (" + ExpectedIndex(attribute) + ")";
-      if (result.outcome == MorvixProtocolOutcomeRefusedByPlace_4_0) return line + " (its place cannot be written)";
-      return fmt::format("{} (expected {} to {})", line, MinText(attribute), MaxText(attribute));
-    }
-    return "nothing was written";
   }
 
   void MakeWrites() {
@@ -268,7 +251,7 @@ class VectorMaker {
     const PacketReading& reading = *reader.Read(vector.packet, error);
     MakeForm(DocumentForm::kDecoded, entity_, {})->Append(reading, vector.document);
     for (const Field& field : entity_.Reading().fields) {
-      if (reading.culprit != nullptr && field.flag >= reading.culprit->flag) break;
+      if (!reading.IsTold(field)) continue;
       const Result& result = reading.values[field.flag].result;
       std::string text = ValueText(field, result, payload);
       if (text.empty()) continue;

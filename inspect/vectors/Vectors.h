@@ -35,9 +35,9 @@ struct NotificationVector {
   std::string document;
 };
 
-// A value that cannot be written, and why.
+// Values that no write carries as they are, and why.
 struct RefusedVector {
-  VectorValue value;
+  std::vector<VectorValue> values;
   std::string reason;
 };
 
@@ -49,14 +49,15 @@ struct Vectors {
 };
 
 struct VectorChoices {
-  size_t random = 0;  // that many more writes and notifications
+  size_t random = 0;  // that many more notifications and writes, of which some may be refused
   uint64_t seed = 1;  // of the random ones
 };
 
 // For every writable attribute writes of its limits, their neighbours, its middle and its items, alone and all
-// attributes together; the same for all attributes as notifications; values just outside the limits as refused. The
-// order and the random vectors are the same on every machine. The entity outlives the vectors. Throws InputError when
-// no packet holds the entity's payload, or when the vectors would take more than 128 MiB.
+// attributes together; the same for all attributes as notifications; values just outside the limits as refused, and so
+// are writes whose packet would hold other values, where fields overlap or cut them. The order and the random vectors
+// are the same on every machine. The entity outlives the vectors. Throws InputError when no packet holds the entity's
+// payload, or when the vectors would take more than 128 MiB.
 Vectors VectorsOf(const EntityModel& entity, const VectorChoices& choices);
 
 // Both forms end their last line.

@@ -117,7 +117,11 @@ checks = [
     ("04 05 5a 01", "kettle.expert.short && kettle.expert.not_read && !kettle.power"),
     ("01 05 01 5a", "kettle.packet.command == 1 && kettle.target == 85 && !kettle.program"),
     ("07 0d 0c 0b 0a 02 04 00", "kettle.packet.sub_device == 0x0a0b0c0d && kettle.program == 2 && !kettle.power"),
-    ("01 0c 01 5a", "kettle.expert.unknown && kettle.target == 85"),
+    ("01 00 05 5a", "kettle.expert.no_flag && _ws.expert.severity == error && !kettle.power && !kettle.program && "
+                    "!kettle.target"),
+    ("01 0f 05 5a", "kettle.expert.unknown && _ws.expert.severity == error && !kettle.power && !kettle.program && "
+                    "!kettle.target"),
+    ("01 0c 01 5a", "kettle.expert.unknown && !kettle.target"),
     ("01 04 00 ff", "kettle.expert.out_of_range && !kettle.target"),
     ("01 05 01", "kettle.expert.short"),
     ("01 05 01 5a 00", "kettle.expert.surplus"),

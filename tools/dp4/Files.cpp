@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <istream>
 #include <optional>
@@ -67,8 +68,16 @@ json::Document ReadJson(const std::string& path, const std::string& bytes) {
   throw InputError(json::PlaceName(NameOfFile(path), error.place) + ": not JSON: " + Escaped(error.message));
 }
 
+void MakeFolder(const std::string& path) {
+  std::error_code error;
+  std::filesystem::create_directories(path, error);
+  if (error) throw InputError(Escaped(path) + ": cannot be made: " + error.message());
+}
+
 void UpdateFile(const std::string& path, const std::string& text, Environment& environment) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file;
+  std::error_code error;
+  if (std::filesystem::is_regular_file(path, error)) file.open(path, std::ios::binary);  // a folder cannot be read
   const std::string old((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
   if (!file.is_open() || old != text) WriteFile(path, text, environment);
 }

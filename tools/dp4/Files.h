@@ -26,6 +26,9 @@ morvix::inspect::json::Document ReadJsonFile(const std::string& path, Environmen
 // The document of a file that holds these bytes. Throws InputError when they are not JSON.
 morvix::inspect::json::Document ReadJson(const std::string& path, const std::string& bytes);
 
+// Makes a folder, and those above it, where they do not exist. Throws InputError.
+void MakeFolder(const std::string& path);
+
 // Replaces a file unless it has this content already. Throws InputError.
 void UpdateFile(const std::string& path, const std::string& text, Environment& environment);
 

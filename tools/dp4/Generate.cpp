@@ -44,6 +44,7 @@ int Finish(const std::vector<GeneratedFile>& files, const std::string& problem, 
     environment.err << "dp4: " << Escaped(NameOfFile(options.configuration)) << ": " << problem << '\n';
     return kProblems;
   }
+  if (!options.output.empty()) MakeFolder(options.output);
   for (const GeneratedFile& file : files) UpdateFile(PathIn(options.output, file.name), file.text, environment);
   return kFine;
 }

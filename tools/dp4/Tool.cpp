@@ -185,15 +185,24 @@ class CommandLine {
  private:
   // Distinguishes an unknown command from a missing one, which CLI11 does not do.
   void CheckCommand(const std::vector<std::string>& arguments) const {
-    if (arguments.empty() || arguments[0].empty() || arguments[0][0] == '-') return;
-    std::vector<std::string> known;
-    for (const CLI::App* command : app_.get_subcommands(nullptr)) {
-      if (command->get_name() == arguments[0]) return;
-      if (!command->get_group().empty()) known.push_back(command->get_name());
+    const CLI::App* parent = &app_;
+    std::string path;  // the commands that are known, each with a blank after it
+    for (const std::string& name : arguments) {
+      std::vector<std::string> known;
+      const CLI::App* found = nullptr;
+      for (const CLI::App* command : parent->get_subcommands(nullptr)) {
+        if (command->get_name() == name) found = command;
+        if (!command->get_group().empty()) known.push_back(command->get_name());
+      }
+      if (known.empty() || name.empty() || name[0] == '-') return;
+      if (found == nullptr) {
+        const std::string similar = DidYouMean(name, known);
+        throw InputError("no command is called " + InQuotes(path + name) +
+                         (similar.empty() ? fmt::format("; expected one of {}", fmt::join(known, ", ")) : similar));
+      }
+      path += name + ' ';
+      parent = found;
     }
-    const std::string similar = DidYouMean(arguments[0], known);
-    throw InputError("no command is called " + InQuotes(arguments[0]) +
-                     (similar.empty() ? fmt::format("; expected one of {}", fmt::join(known, ", ")) : similar));
   }
 
   CLI::App& Add(const char* name, const char* description, const char* example) {
@@ -394,15 +403,20 @@ class CommandLine {
   void AddVectors() {
     CLI::App& command = Add("vectors", "Makes test vectors: values and the packets that stand for them.",
                             "dp4 vectors kettle.json --random 100 > kettle.vectors.json");
-    command.callback([this] { exitCode_ = dp4::Vectors(vectors_, environment_); });
     AddPlainConfiguration(command, kNeededEntity, vectors_);
     AddChoice(command, "--format", kVectorsForms, vectors_.format)->type_name("FORMAT");
     constexpr size_t kMostVectors = 1'000'000;
-    command.add_option("--random", vectors_.choices.random, "so many more writes and notifications of random values")
-        ->type_name("N")
-        ->check(CLI::Range(size_t{0}, kMostVectors).description(""));
-    command.add_option("--seed", vectors_.choices.seed, "the choice of the random values; 1 without it")
-        ->type_name("S");
+    auto* random =
+        command
+            .add_option("--random", vectors_.choices.random, "so many more writes and notifications of random values")
+            ->type_name("N")
+            ->check(CLI::Range(size_t{0}, kMostVectors).description(""));
+    auto* seed = command.add_option("--seed", vectors_.choices.seed, "the choice of the random values; 1 without it")
+                     ->type_name("S");
+    command.callback([this, random, seed] {
+      if (seed->count() != 0 && random->count() == 0) throw InputError("--seed needs --random");
+      exitCode_ = dp4::Vectors(vectors_, environment_);
+    });
   }
 
   void AddGenerate() {
@@ -447,7 +461,9 @@ class CommandLine {
   }
 
   static void AddOutputFolder(CLI::App& command, std::string& folder) {
-    command.add_option("--output", folder, "the folder of what is written; the current one without it")
+    command
+        .add_option("--output", folder,
+                    "the folder of what is written, made where there is none; the current one without it")
         ->type_name("DIR")
         ->check(kNotEmpty);
   }

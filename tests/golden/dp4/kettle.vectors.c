@@ -58,7 +58,7 @@ static const struct {
   const char* values;
   const char* reason;
 } kettle_refused[] = {
-    {"{\"program\": 3}", "Invalid enum value: 3, range: 0-3 (expected 0 to 2; the line's 3 counts the items)"},
-    {"{\"target\": 39.5}", "Validate uint value failed. (expected 40 to 100)"},
-    {"{\"target\": 100.5}", "Validate uint value failed. (expected 40 to 100)"},
+    {"{\"program\": 3}", "\"program\" refused: Invalid enum value: 3, range: 0-3 (expected 0 to 2; the line's 3 counts the items)"},
+    {"{\"target\": 39.5}", "\"target\" refused: Validate uint value failed. (expected 40 to 100)"},
+    {"{\"target\": 100.5}", "\"target\" refused: Validate uint value failed. (expected 40 to 100)"},
 };
