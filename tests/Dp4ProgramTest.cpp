@@ -183,8 +183,10 @@ const std::vector<std::string> kDecodeKettle = {"decode", "kettle.json"};
 // ---- Streams that fail ----
 
 TEST(Program, TellsWhenNothingCanBeWritten) {
-  for (const std::vector<std::string>& arguments :
-       {std::vector<std::string>{"--help"}, {"show", "kettle.json"}, {"vectors", "kettle.json"}, {"completion", "bash"}}) {
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--help"},
+                                                    {"show", "kettle.json"},
+                                                    {"vectors", "kettle.json"},
+                                                    {"completion", "bash"}}) {
     ExpectMessage(arguments, File("/dev/null"), File("/dev/full"), "dp4: standard output cannot be written\n");
   }
   ExpectMessage(kDecodeKettle, FileWith(KettleStream(100000)), File("/dev/full"),
