@@ -5,7 +5,9 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,14 +23,25 @@ struct Given {
   std::string text;
 };
 
+// What a flat record, which decoding made, tells about its packet beside the values.
+struct RecordHead {
+  std::optional<MorvixProtocolCommand_4_0> command;
+  std::optional<int32_t> subDevice;
+};
+
+// The head of a document; empty when it is no flat record. Throws InputError for a record of a request without values,
+// and for a command or sub-device that no packet has.
+RecordHead HeadOf(const json::Document& configuration, const json::Document& document);
+
 class Values {
  public:
   // For the attributes that `direction` has, of the entity of this configuration that `entity` is the model of; all of
   // them outlive it.
   Values(const json::Document& configuration, const EntityModel& entity, const Direction& direction);
 
-  // Takes the values of a document, {entity: {name: value}}, or of one that decoding made. Passes over what an
-  // attribute that is only read has in it, and "version". Throws InputError when it has another form.
+  // Takes the values of a document, {entity: {name: value}}, or of one that decoding made, with its alerts and faults
+  // where the direction has them. Passes over what an attribute that is only read has in it, and "version". Throws
+  // InputError when it has another form.
   void TakeDocument(const json::Document& document);
 
   // Takes NAME=VALUE. The value of an enum is an index in decimal digits, or else an item; any other is JSON if it is
@@ -47,10 +60,13 @@ class Values {
   const std::vector<std::string>& Problems() const { return problems_; }
 
  private:
+  void TakeListed(const json::Document& document, const char* member, Group group);
   void Take(const std::string& name, Json::Value value, const Given& given);
   bool ReplaceItem(const Attribute& attribute, Json::Value& value, const std::string& source);
   std::string UnknownText(const std::string& name) const;
 
+  const Direction& direction_;
+  const bool isReading_;  // the direction is that of what a device sends
   std::string entityName_;
   std::vector<std::string> entities_;
   std::vector<std::string> names_;                      // of the attributes that are taken
