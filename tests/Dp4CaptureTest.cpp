@@ -110,6 +110,22 @@ TEST(CaptureLine, MayBeOneOfCandump) {
   EXPECT_EQ(DecodeKettle({"--line", "candump"}, "can0 123#R\n").err, "dp4: 1 line, 0 packets, 1 unmatched\n");
 }
 
+TEST(CaptureLine, OfCandumpHasAsManyBytesAsItAnnounces) {
+  const std::string begin = R"({"interface":"can0","id":"123","packet":{"error":")";
+  for (const auto& [announced, text] : {std::pair<std::string, std::string>("8", "8 bytes announced, 7 found"),
+                                        {"1", "1 byte announced, 7 found"},
+                                        {"64", "64 bytes announced, 7 found"}}) {
+    const ToolRun run = DecodeKettle({"--line", "candump"}, "can0 123 [" + announced + "] 04 05 5A 04 64 01 01\n");
+    EXPECT_EQ(run.out, begin + text + "\"}}\n");
+    EXPECT_EQ(run.err, "dp4: standard input:1: " + text + "\ndp4: 1 line, 0 packets, 1 error (1 wrong size)\n");
+    EXPECT_EQ(run.exitCode, 1);
+  }
+  // A pattern's own group may be called anything.
+  EXPECT_EQ(Decoded({"--line", "(?P<announced>\\d) (?P<packet>.*)"}, "8 02\n"),
+            R"({"announced":"8","packet":{"command":2}})"
+            "\n");
+}
+
 // Flags stand between the two marks and the data of a CAN FD frame.
 TEST(CaptureLine, MayBeOneOfCanFd) {
   EXPECT_EQ(Decoded({"--line", "candump"}, "(1.5) can0 123##104055A04640101\n"),
@@ -124,6 +140,25 @@ TEST(CapturePattern, KeepsItsOtherGroups) {
       R"({"at":"7","who":"the \"k\u00e4ttle\"","packet":)" + KettleResult() + "}\n");
   EXPECT_EQ(Decoded({"--line", "data=(?P<packet>\\S+)( note=(?P<note>\\S+))?"}, "x data=" + kPacket + " y\n"),
             R"({"packet":)" + KettleResult() + "}\n");
+}
+
+// Bytes that are not UTF-8 are replaced in JSON only, and no reason to begin the match later.
+TEST(CapturePattern, KeepsGroupsThatAreNotUtf8) {
+  const std::string pattern = "(?P<q>.*)=1 p=(?P<packet>.*)";
+  EXPECT_EQ(Decoded({"--line", pattern}, "a\xe9=1 p=02\nb\xc3\xa4=1 p=02\n\xff\xc3\xa4=1 p=02\n"),
+            R"({"q":"a\ufffd","packet":{"command":2}})"
+            "\n"
+            R"({"q":"b\u00e4","packet":{"command":2}})"
+            "\n"
+            R"({"q":"\ufffd\u00e4","packet":{"command":2}})"
+            "\n");
+  EXPECT_EQ(Decoded({"--line", pattern, "--document", "csv", "--only", "power"}, "a\xe9=1 p=02\n"),
+            "q,line,command,error,power\r\na\xe9,1,2,,\r\n");
+  EXPECT_EQ(Decoded({"--line", "^(?P<q>[^;]*);(?P<packet>.*)$"}, "\xe9t\xe9;02\n"),
+            R"({"q":"\ufffdt\ufffd","packet":{"command":2}})"
+            "\n");
+  // Columns are those of the line.
+  EXPECT_THAT(DecodeKettle({"--line", pattern}, "a\xe9=1 p=0\n").err, StartsWith("dp4: standard input:1:9: "));
 }
 
 TEST(CapturePattern, SeesLinesWithoutTheirEnds) {
@@ -347,6 +382,23 @@ TEST(CaptureOptions, NamesItems) {
                    "--items is for the documents flat and csv\n");
 }
 
+// Encoding takes digits for an index: item 0 is called 1 here.
+TEST(CaptureOptions, NamesNoItemThatEncodingWouldTakeForAnother) {
+  const std::string box =
+      Configuration(Attribute("mode", "status_writable", "enum", Bits(0, 0, 2), R"("enum": ["1", "0", "2", "x1"], )"));
+  const auto valueOf = [&box](const std::string& packet, const std::string& document) {
+    return RunTool({"decode", "-", packet, "--items", "--document", document}, box).out;
+  };
+  for (const auto& [packet, item] : {std::pair<std::string, std::string>("01 01 00", "0"),
+                                     {"01 01 01", "1"},
+                                     {"01 01 02", "2"},
+                                     {"01 01 03", "x1"}}) {
+    EXPECT_EQ(valueOf(packet, "flat"), R"({"command":1,"set":["mode"],"values":{"box":{"mode":")" + item + "\"}}}\n");
+    EXPECT_THAT(valueOf(packet, "csv"), HasSubstr("\r\n1,1,," + item + "\r\n"));
+    EXPECT_EQ(RunTool({"encode", "-", "--set", "mode=" + item}, box).out, packet + "\n");
+  }
+}
+
 TEST(CaptureOptions, TellsOnlyWhatIsAskedFor) {
   const std::string only =
       R"({"command":4,"values":{"kettle":{"power":true},"version":4.0},"alerts":{"Low water":true},)"
@@ -393,6 +445,39 @@ TEST(CaptureOptions, HasARecordOnlyWhenSomethingChanged) {
   EXPECT_EQ(LinesOf(Decoded({"--changes"}, kPacket + "\n02\n01010100\n02\n" + kPacket + "\n01010000\n")), 4U);
 }
 
+// The table and CSV do not have the sub-device in what they compare.
+TEST(CaptureOptions, KeepsPacketsOfAnotherSubDevice) {
+  const auto packet = [](const std::string& id) {
+    const std::string line = RunTool({"encode", "kettle.json", "--set", "power=1", "--sub-device", id}).out;
+    return line + line;
+  };
+  const std::string lines = packet("5") + packet("6") + "01010100\n" + packet("5");
+  EXPECT_EQ(LinesOf(Decoded({"--changes"}, lines)), 4U);
+  EXPECT_EQ(Decoded({"--changes", "--document", "csv", "--only", "power"}, lines),
+            "line,command,error,power\r\n1,1,,1\r\n3,1,,1\r\n5,1,,1\r\n6,1,,1\r\n");
+  const std::string table = Decoded({"--changes", "--document", "table"}, lines);
+  for (const std::string& line : std::vector<std::string>{
+           "line 1: write request, kettle, sub-device 5, ", "line 3: write request, kettle, sub-device 6, ",
+           "line 5: write request, kettle, 2 bytes", "line 6: write request, kettle, sub-device 5, "}) {
+    EXPECT_THAT(table, HasSubstr(line));
+  }
+  for (const char* line : {"line 2", "line 4", "line 7"}) EXPECT_THAT(table, Not(HasSubstr(line)));
+}
+
+TEST(CaptureTable, ShowsSurplusBytes) {
+  EXPECT_THAT(Decoded({"--document", "table"}, kPacket + "ff\n"),
+              HasSubstr("true   active\nsurplus: 1 byte (ff)\n\nPLACE"));
+  EXPECT_THAT(Decoded({"--document", "table", "--only", "power"}, kPacket + "fe00\n"),
+              HasSubstr("true\nsurplus: 2 bytes (fe 00)\n\nPLACE"));
+  EXPECT_THAT(Decoded({"--document", "table"}, kPacket + "\n"), Not(HasSubstr("surplus")));
+  // 16 bytes at most.
+  EXPECT_THAT(Decoded({"--document", "table"}, kPacket + std::string(400, '0')),
+              HasSubstr("surplus: 200 bytes (00 00 "));
+  // Without attributes there are bytes, too.
+  EXPECT_THAT(RunTool({"decode", "-", "0401", "--document", "table"}, Configuration("")).out,
+              HasSubstr("\nsurplus: 1 byte (01)\n"));
+}
+
 TEST(CaptureOptions, MakesNotesAndUnmatchedLinesProblemsWhenStrict) {
   ToolRun run = DecodeKettle({"--strict", "--quiet"}, kPacket + "00\n04 00 79 04 6f 00 00\n");
   EXPECT_EQ(run.err,
@@ -417,6 +502,31 @@ TEST(CaptureSummary, CountsLinesPacketsErrorsAndNotes) {
             "size), 2 notes (1 surplus, 1 out-of-range), from 03:15:20 to 03:15:26");
   EXPECT_EQ(SummaryOf(DecodeKettle({}, kPacket)), "1 line, 1 packet (1 notify)");
   EXPECT_EQ(SummaryOf(DecodeKettle({}, "")), "0 lines, 0 packets");
+}
+
+// Program 3 ends the decode; target, temperature and the four after it are not reached.
+TEST(CaptureSummary, CountsADecodeThatEndsEarlyAsAnError) {
+  const std::string early = "04 07 50 04 6f 02 00\n";
+  EXPECT_EQ(SummaryOf(DecodeKettle({}, early)),
+            "1 line, 1 packet (1 notify), 1 error (1 ended early), 6 notes (1 no-item, 5 not-reached)");
+  const ToolRun run = DecodeKettle({"--only", "power", "--strict"}, early);
+  EXPECT_EQ(SummaryOf(run), "1 line, 1 packet (1 notify), 1 error (1 ended early)");
+  EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST(CaptureSummary, CountsOnlyWhatIsAskedFor) {
+  const std::string beyond = "04 00 79 04 6f 00 00";  // the target's raw value
+  for (const std::string document : {"flat", "decoded", "table", "csv"}) {
+    ToolRun run = DecodeKettle({"--only", "power", "--strict", "--document", document}, beyond + "\n");
+    EXPECT_EQ(run.err, "dp4: 1 line, 1 packet (1 notify)\n") << document;
+    EXPECT_EQ(run.exitCode, 0) << document;
+    run = DecodeKettle({"--only", "target", "--strict", "--document", document}, beyond + "\n");
+    EXPECT_EQ(SummaryOf(run), "1 line, 1 packet (1 notify), 1 note (1 out-of-range)") << document;
+    EXPECT_EQ(run.exitCode, 1) << document;
+  }
+  // Surplus bytes are no attribute's.
+  EXPECT_EQ(SummaryOf(DecodeKettle({"--only", "power"}, beyond + " 00\n")),
+            "1 line, 1 packet (1 notify), 1 note (1 surplus)");
 }
 
 TEST(CaptureSummary, KnowsTheTimesOfJsonLines) {

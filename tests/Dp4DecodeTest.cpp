@@ -560,6 +560,10 @@ TEST(DecodeJsonLine, HasItsPacketInTheMemberThatIsAskedFor) {
   EXPECT_THAT(DecodeKettle({"--member", "data"}, R"({"packet": "04055a04640101"})").err,
               HasSubstr(":1: expected a member \"data\", a string of hexadecimal digits\n"));
   EXPECT_EQ(DecodeKettle({"--member", "data", "--line", "time"}).exitCode, 2);
+  for (const char* member : {"data", "packet"}) {
+    ExpectUsageError(DecodeKettle({"--member", member, "04055a04640101"}),
+                     "--member is for lines of standard input; expected no PACKET");
+  }
 }
 
 TEST(DecodeJsonLine, IsStrictJson) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 #include "inspect/packets/Packet.h"
@@ -38,7 +39,7 @@ std::string PatternOf(const std::string& choice) {
   }
   if (choice == "candump") {
     return R"(^\s*(?:\((?P<time>[^)]*)\)\s+)?(?P<interface>[^\s#]+)\s+(?:(?P<direction>[RT]X)\s+\S+\s+\S+\s+)?)"
-           R"((?P<id>[0-9A-Fa-f]{3,8})(?:##[0-9A-Fa-f]|#|\s+\[\d+\]\s+)(?P<packet>[0-9A-Fa-f]{2}[0-9A-Fa-f ]*?))"
+           R"((?P<id>[0-9A-Fa-f]{3,8})(?:##[0-9A-Fa-f]|#|\s+\[(?P<announced>\d{1,9})\]\s+)(?P<packet>[0-9A-Fa-f]{2}[0-9A-Fa-f ]*?))"
            R"((?:\s+'.*'|\s+[RT])?\s*$)";
   }
   return choice;
@@ -65,6 +66,8 @@ LinePattern::LinePattern(const std::string& pattern) {
   for (const auto& [index, name] : expression_->CapturingGroupNames()) {
     if (name == "packet") {
       packetIndex_ = index;
+    } else if (name == "announced" && Contains(ReadyMade(), pattern)) {
+      announcedIndex_ = index;
     } else {
       others_.push_back({name, {}});
       indices_.push_back(index);
@@ -81,12 +84,31 @@ LinePattern::LinePattern(const std::string& pattern) {
 bool LinePattern::Match(std::string_view line, std::string_view& packet) {
   const auto textOf = [](const re2::StringPiece& piece) { return std::string_view(piece.data(), piece.size()); };
   const re2::StringPiece text(line.data(), line.size());
-  if (!expression_->Match(text, 0, text.size(), RE2::UNANCHORED, matches_.data(), static_cast<int>(matches_.size()))) {
+  const RE2& expression = IsUtf8(line) ? *expression_ : Bytewise();
+  if (!expression.Match(text, 0, text.size(), RE2::UNANCHORED, matches_.data(), static_cast<int>(matches_.size()))) {
     return false;
   }
   packet = textOf(matches_[static_cast<size_t>(packetIndex_)]);
   for (size_t i = 0; i < others_.size(); ++i) others_[i].text = textOf(matches_[static_cast<size_t>(indices_[i])]);
   return true;
+}
+
+// RE2 matches nothing to a byte that is not UTF-8, and would begin the match after it.
+const RE2& LinePattern::Bytewise() {
+  if (bytewise_ == nullptr) {
+    RE2::Options options = expression_->options();
+    options.set_encoding(RE2::Options::EncodingLatin1);
+    bytewise_ = std::make_unique<RE2>(expression_->pattern(), options);
+  }
+  return bytewise_->ok() ? *bytewise_ : *expression_;
+}
+
+std::optional<size_t> LinePattern::AnnouncedBytes() const {
+  const re2::StringPiece& text = matches_[static_cast<size_t>(announcedIndex_)];
+  if (announcedIndex_ == 0 || text.empty()) return std::nullopt;
+  size_t bytes = 0;
+  std::from_chars(text.data(), text.data() + text.size(), bytes);
+  return bytes;
 }
 
 void LinePattern::Forget() {

@@ -6,6 +6,7 @@
 #include <re2/re2.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -30,8 +31,12 @@ class LinePattern {
   // Throws InputError when it is none of them or has no group (?P<packet>...).
   explicit LinePattern(const std::string& pattern);
 
-  // Whether the line matches. Sets the packet, and the texts of the other groups.
+  // Whether the line matches. Sets the packet, and the texts of the other groups. In a line that is not UTF-8, each
+  // byte is a character.
   bool Match(std::string_view line, std::string_view& packet);
+
+  // The length of the packet that the line of the last match announces, as candump prints it; nothing if it does not.
+  std::optional<size_t> AnnouncedBytes() const;
 
   // Forgets the texts of the last match.
   void Forget();
@@ -41,10 +46,14 @@ class LinePattern {
   const std::vector<LineGroup>& Others() const { return others_; }
 
  private:
+  const RE2& Bytewise();
+
   std::unique_ptr<RE2> expression_;
+  std::unique_ptr<RE2> bytewise_;  // for lines that are not UTF-8; made for the first of them
   std::vector<LineGroup> others_;
   std::vector<int> indices_;  // of the others
   int packetIndex_ = 0;
+  int announcedIndex_ = 0;  // 0: none
   std::vector<re2::StringPiece> matches_;
 };
 

@@ -36,11 +36,6 @@ class Counts {
 
 }  // namespace
 
-void Tally::AddPacket(const PacketReading& reading) {
-  ++packets_[reading.command % kCommands];
-  for (const Note& note : reading.notes) ++notes_[static_cast<size_t>(note.kind)];
-}
-
 void Tally::AddError(std::string_view kind) {
   const auto found = errors_.find(kind);
   if (found != errors_.end()) {

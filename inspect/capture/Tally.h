@@ -15,7 +15,8 @@ namespace morvix::inspect {
 
 class Tally {
  public:
-  void AddPacket(const PacketReading& reading);
+  void AddPacket(MorvixProtocolCommand_4_0 command) { ++packets_[command % kCommands]; }
+  void AddNote(NoteKind kind) { ++notes_[static_cast<size_t>(kind)]; }
   void AddError(std::string_view kind);
   void AddUnmatched() { ++unmatched_; }
   void AddTime(std::string_view time);

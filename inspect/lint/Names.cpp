@@ -84,16 +84,6 @@ void LintKey(const EntityModel& entity, const Field& field, const Field* same, F
                "give each alert and fault a display name that is neither another's nor the name of an attribute");
 }
 
-bool IsUtf8(std::string_view text) {
-  for (size_t at = 0; at < text.size();) {
-    int32_t code = 0;
-    const size_t length = (text[at] & 0x80) == 0 ? 1 : ReadCharacter(text, at, code);
-    if (length == 0) return false;
-    at += length;
-  }
-  return true;
-}
-
 // For a key that is not UTF-8: whether another one becomes the same when it is written.
 void LintRepairedKey(const EntityModel& entity, const Field& field, Firsts<std::string>& repairedKeys,
                      Findings& findings) {

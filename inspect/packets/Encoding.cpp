@@ -134,17 +134,12 @@ std::string ExpectedText(const Attribute& attribute, const Result& result) {
 
 void Add(std::string& note, const std::string& more) { note += (note.empty() ? "" : ", ") + more; }
 
-// The module silently ignores what follows a number in a string. It accepts any number of blanks before it.
+// The module silently ignores what follows an integer in a string. It accepts any number of blanks before it.
 void NotePartlyRead(const std::string& text, EncodedValue& value) {
   const char* begin = text.c_str();
   char* end = nullptr;
-  bool isNumber = true;
-  if (IsNumber(*value.field->attribute)) {
-    isNumber = !std::isnan(std::strtod(begin, &end));
-  } else {
-    static_cast<void>(std::strtoull(begin, &end, 10));
-  }
-  const size_t length = isNumber ? static_cast<size_t>(end - begin) : 0;
+  static_cast<void>(std::strtoull(begin, &end, 10));
+  const auto length = static_cast<size_t>(end - begin);
   if (length == text.size() && length != 0) return;
   value.isAltered = true;
   Add(value.note, length == 0 ? "cut: nothing of it is a number"
@@ -311,7 +306,7 @@ void Encoding::NoteWritten(const GivenValues& values) {
       Add(value.note, "mixed: what it does not set is an earlier value's");
     }
     value.isAltered = value.isAltered || !isAsAlone;
-    if (given.isString() && !IsBinary(attribute)) NotePartlyRead(given.asString(), value);
+    if (given.isString() && IsBitPacked(attribute)) NotePartlyRead(given.asString(), value);
   }
 }
 
@@ -328,7 +323,7 @@ std::vector<std::string> Encoding::Problems() const {
       problems.push_back(textOf(value));
     if (refused == nullptr && IsRefused(value)) refused = &value;
   }
-  if (HasPacket() || (refused == nullptr && areValuesTold_)) return problems;
+  if (HasPacket() || (refused == nullptr && (areValuesTold_ || !problems.empty()))) return problems;
   const std::string reason = direction_.payloadBytes == 0 ? "No data will encode."
                                                           : std::string("no value to encode for it; expected one of ") +
                                                                 (IsWrite() ? "a writable" : "an") + " attribute";

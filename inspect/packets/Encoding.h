@@ -35,7 +35,7 @@ class Encoding {
   bool HasPacket() const { return package_.sizeValue != 0; }
   Bytes Packet() const;
 
-  // One line for each value that is left out or altered, and one for the reason why there is no packet.
+  // One line for each value that is left out, altered or refused; if there is none and no packet either, the reason.
   std::vector<std::string> Problems() const;
 
   // The parts of the packet, byte by byte.

@@ -62,11 +62,15 @@ class Selection {
   }
 
   bool IsWanted(const Field& field) const { return isWanted_[field.element]; }
+  bool IsWanted(const Note& note) const { return note.field == nullptr || IsWanted(*note.field); }
 
-  // The text of a told value, with the names of items where they are wanted.
+  // The text of a told value, with the names of items where they are wanted and can be taken back.
   std::string_view TextOf(const Field& field, const FieldValue& value) const {
-    const bool isItem = hasItems_ && IsEnum(*field.attribute);
-    return isItem ? field.attribute->enumList[static_cast<size_t>(value.result.raw)] : std::string_view(value.text);
+    if (!hasItems_ || !IsEnum(*field.attribute)) return value.text;
+    const std::string& item = field.attribute->enumList[static_cast<size_t>(value.result.raw)];
+    // Encoding takes digits for an index.
+    const bool isIndex = !item.empty() && item.find_first_not_of("0123456789") == std::string::npos;
+    return isIndex ? value.text : item;
   }
 
   void AppendValue(const Field& field, const FieldValue& value, std::string& out) const {
@@ -130,7 +134,7 @@ bool IsAnyTold(const PacketReading& reading) {
 void AppendNotes(const PacketReading& reading, const Selection& selection, std::string& out) {
   bool isFirst = true;
   for (const Note& note : reading.notes) {
-    if (note.field != nullptr && !selection.IsWanted(*note.field)) continue;
+    if (!selection.IsWanted(note)) continue;
     out += isFirst ? ",\"notes\":[" : ",";
     isFirst = false;
     fmt::format_to(std::back_inserter(out), R"({{"kind":"{}")", NoteName(note.kind));
@@ -156,10 +160,21 @@ void AppendNotes(const PacketReading& reading, const Selection& selection, std::
   if (!isFirst) out += ']';
 }
 
-class Flat : public ResultForm {
+// A form that has the attributes of a selection.
+class SelectedForm : public ResultForm {
+ public:
+  SelectedForm(const EntityModel& entity, const FormOptions& options) : selection_(entity, options) {}
+
+  bool Tells(const Note& note) const override { return selection_.IsWanted(note); }
+
+ protected:
+  const Selection selection_;
+};
+
+class Flat : public SelectedForm {
  public:
   Flat(const EntityModel& entity, const FormOptions& options)
-      : selection_(entity, options),
+      : SelectedForm(entity, options),
         items_(ItemsInOrder(entity, ThroughJson)),
         entityName_(ThroughJson(entity.Info().name)),
         entityStart_(JsonText(entity.Info().name) + ":{") {}
@@ -255,7 +270,6 @@ class Flat : public ResultForm {
     out += "],\"values\":{" + entityStart_ + values + "}}";
   }
 
-  const Selection selection_;
   const std::vector<Item> items_;
   const std::string entityName_;
   const std::string entityStart_;
@@ -266,10 +280,10 @@ class Flat : public ResultForm {
   std::string activeFaults_;
 };
 
-class Decoded : public ResultForm {
+class Decoded : public SelectedForm {
  public:
   Decoded(const EntityModel& entity, const FormOptions& options)
-      : selection_(entity, options),
+      : SelectedForm(entity, options),
         items_(ItemsInOrder(entity, [](const std::string& key) { return key; })),
         entityStart_("{" + JsonText(entity.Info().name) + ":{") {}
 
@@ -299,18 +313,17 @@ class Decoded : public ResultForm {
   }
 
  private:
-  const Selection selection_;
   const std::vector<Item> items_;
   const std::string entityStart_;
 };
 
 // ---- table ----
 
-class Table : public ResultForm {
+class Table : public SelectedForm {
  public:
   Table(const EntityModel& entity, const FormOptions& options)
-      : entity_(entity),
-        selection_(entity, options),
+      : SelectedForm(entity, options),
+        entity_(entity),
         color_(options.color),
         items_(ItemsInOrder(entity, [](const std::string& key) { return key; })),
         ranks_(items_.size()) {
@@ -328,6 +341,9 @@ class Table : public ResultForm {
     }
     out += '\n';
     out += AlignedTable(rows, color_);
+    for (const Note& note : reading.notes) {
+      if (note.kind == NoteKind::kSurplus) out += SurplusText(note, reading) + '\n';
+    }
     return start;
   }
 
@@ -346,6 +362,12 @@ class Table : public ResultForm {
     if (reading.subDevice) title += fmt::format(", sub-device {}", *reading.subDevice);
     if (reading.direction != nullptr) title += ", " + Count(reading.payloadBytes, "byte") + " of payload";
     return title + "\n";
+  }
+
+  static std::string SurplusText(const Note& note, const PacketReading& reading) {
+    const size_t begin = note.place.FirstByte();
+    const std::string bytes = HexText(reading.payload + begin, note.place.EndByte() - begin);
+    return fmt::format("{} ({})", NoteText(note), Shortened(bytes, kBitsColumns));
   }
 
   TableRow RowOf(const Field& field, const PacketReading& reading) const {
@@ -391,7 +413,6 @@ class Table : public ResultForm {
   }
 
   const EntityModel& entity_;
-  const Selection selection_;
   const bool color_;
   const std::vector<Item> items_;
   std::vector<size_t> ranks_;  // of the fields that are read, in `items_`
@@ -399,9 +420,9 @@ class Table : public ResultForm {
 
 // ---- csv ----
 
-class Csv : public ResultForm {
+class Csv : public SelectedForm {
  public:
-  Csv(const EntityModel& entity, const FormOptions& options) : selection_(entity, options) {
+  Csv(const EntityModel& entity, const FormOptions& options) : SelectedForm(entity, options) {
     for (const Field* field : entity.Fields()) {
       if (!selection_.IsWanted(*field)) continue;
       columns_.push_back({entity.Read(field->element), entity.Written(field->element)});
@@ -447,13 +468,12 @@ class Csv : public ResultForm {
     if (!reading.failure.empty()) return reading.failure;
     std::string text;
     for (const Note& note : reading.notes) {
-      if (note.field != nullptr && !selection_.IsWanted(*note.field)) continue;
+      if (!selection_.IsWanted(note)) continue;
       text += (text.empty() ? "" : "; ") + NoteText(note);
     }
     return text;
   }
 
-  const Selection selection_;
   std::vector<Column> columns_;
 };
 

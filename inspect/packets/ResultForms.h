@@ -44,8 +44,11 @@ class ResultForm {
   // Whether packets with this command have a result in this form.
   virtual bool Takes(const PacketReading& reading) const;
 
+  // Whether the form tells of what this note is about.
+  virtual bool Tells(const Note& note) const = 0;
+
   // Appends the result of a packet. Only a table ends its last line. Returns the offset in `out` from which on the
-  // result is the same for another packet that says the same.
+  // result is the same for another packet that says the same of the same sub-device.
   virtual size_t Append(const PacketReading& reading, std::string& out) = 0;
 
   // Appends what stands in place of a result.

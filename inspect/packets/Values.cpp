@@ -1,8 +1,13 @@
 #include "inspect/packets/Values.h"
 
+#include <fmt/format.h>
+
+#include <cmath>
+#include <cstdlib>
 #include <utility>
 
 #include "inspect/json/Scan.h"
+#include "inspect/packets/Packet.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 #include "inspect/text/Format.h"
@@ -19,6 +24,52 @@ std::string ReasonOf(const Element& element, bool isRead) {
   return std::string("is not written, its group is ") + GroupName(element.group);
 }
 
+std::vector<std::string> EntityNames(const json::Document& configuration) {
+  std::vector<std::string> names;
+  for (const Json::Value& entity : EntitiesOf(configuration)) {
+    std::string name;
+    if (ProtocolGetAttrString_4_0(entity, "name", name)) names.push_back(name);
+  }
+  return names;
+}
+
+// Whether decoding made this document of a packet; its values are a member then.
+bool IsRecord(const json::Document& document, const std::vector<std::string>& entities) {
+  const Json::Value& root = document.Root();
+  if (!root.isObject() || !root.isMember("command") || Contains(entities, "command")) return false;
+  return root["values"].isObject() || root["command"].isIntegral();
+}
+
+// Whether all of the text is a number, with any blanks before it.
+bool IsNumberText(const std::string& text) {
+  char* end = nullptr;
+  const bool isNumber = !std::isnan(std::strtod(text.c_str(), &end));
+  return isNumber && !text.empty() && end == text.c_str() + text.size();
+}
+
+Given GivenAt(const json::Document& document, const Json::Value& value) {
+  const size_t start = json::OffsetOf(value);
+  return {document.PlaceName(value),
+          document.Text().substr(start, static_cast<size_t>(value.getOffsetLimit()) - start)};
+}
+
+MorvixProtocolCommand_4_0 CommandOf(const json::Document& document) {
+  const Json::Value& command = document.Root()["command"];
+  switch (command.isInt() ? command.asInt() : 0) {
+    case MorvixProtocolCommandWriteReq_4_0:
+    case MorvixProtocolCommandReadResp_4_0:
+    case MorvixProtocolCommandNotifyResp_4_0:
+    case MorvixProtocolCommandCCWriteReq_4_0:
+      return static_cast<MorvixProtocolCommand_4_0>(command.asInt());
+    default:
+      break;
+  }
+  const char* name = command.isUInt() ? CommandName(command.asUInt()) : nullptr;
+  throw InputError(document.PlaceName(command) + ": " +
+                   (name != nullptr ? fmt::format("a {} has no values; see dp4 request", name)
+                                    : "expected 1 (write), 3 (read-response), 4 (notify) or 7 (cc-write)"));
+}
+
 }  // namespace
 
 void GivenValues::Set(const std::string& name, Json::Value value, const Given& given) {
@@ -31,12 +82,24 @@ const Json::Value* GivenValues::Of(const Attribute& attribute) const {
   return given_.count(name) == 0 ? nullptr : &document_[entityName_][name];
 }
 
-Values::Values(const json::Document& configuration, const EntityModel& entity, const Direction& direction)
-    : GivenValues(entity.Info().name) {
-  for (const Json::Value& other : EntitiesOf(configuration)) {
-    std::string name;
-    if (ProtocolGetAttrString_4_0(other, "name", name)) entities_.push_back(name);
+RecordHead HeadOf(const json::Document& configuration, const json::Document& document) {
+  if (!IsRecord(document, EntityNames(configuration))) return {};
+  RecordHead head;
+  head.command = CommandOf(document);
+  if (!document.Root().isMember("subDevice")) return head;
+  const Json::Value& id = document.Root()["subDevice"];
+  if (!id.isInt() && !id.isUInt()) {
+    throw InputError(document.PlaceName(id) + ": expected the id of a sub-device, an integer of 32 bits");
   }
+  head.subDevice = static_cast<int32_t>(id.asInt64());
+  return head;
+}
+
+Values::Values(const json::Document& configuration, const EntityModel& entity, const Direction& direction)
+    : GivenValues(entity.Info().name),
+      direction_(direction),
+      isReading_(&direction == &entity.Reading()),
+      entities_(EntityNames(configuration)) {
   for (const Attribute& attribute : direction.records) {
     names_.emplace_back(attribute.name.c_str());
     attributes_.emplace(names_.back(), &attribute);
@@ -65,9 +128,8 @@ void Values::TakeDocument(const json::Document& document) {
                         " stands here again; the earlier value is not used");
   }
   const Json::Value* root = &document.Root();
-  // A result of decoding, whose values are the document.
-  const bool isResult = root->isObject() && root->isMember("command") && (*root)["values"].isObject();
-  if (isResult && !Contains(entities_, "command")) root = &(*root)["values"];
+  const bool isRecord = IsRecord(document, entities_);
+  if (isRecord) root = &(*root)["values"];
   if (!root->isObject()) throw InputError(document.PlaceName(*root) + ": expected an object {" + entity + ": {...}}");
   for (const std::string& name : root->getMemberNames()) {
     if (Contains(entities_, name) || name == "version") continue;
@@ -84,10 +146,35 @@ void Values::TakeDocument(const json::Document& document) {
   for (const std::string& name : given.getMemberNames()) {
     const bool isItem = given[name].isObject() && given[name].isMember("type") && given[name].isMember("value");
     const Json::Value& value = isItem ? given[name]["value"] : given[name];
-    const size_t start = json::OffsetOf(value);
-    Take(name, value,
-         {document.PlaceName(value),
-          document.Text().substr(start, static_cast<size_t>(value.getOffsetLimit()) - start)});
+    Take(name, value, GivenAt(document, value));
+  }
+  if (!isRecord || !isReading_) return;
+  TakeListed(document, "alerts", MorvixProtocolTypeAlert_4_0);
+  TakeListed(document, "faults", MorvixProtocolTypeFault_4_0);
+}
+
+// Takes the alerts or faults of a record, which go by their keys. Of two with one key, the later one is in it.
+void Values::TakeListed(const json::Document& document, const char* member, Group group) {
+  const Json::Value& list = document.Root()[member];
+  if (!list.isObject() && !list.isNull()) {
+    throw InputError(document.PlaceName(list) + ": expected an object with the values of " + member);
+  }
+  std::map<std::string, const Attribute*> listed;
+  std::vector<std::string> known;
+  for (const Attribute& attribute : direction_.records) {
+    if (attribute.type != group) continue;
+    listed[DocumentKey(attribute)] = &attribute;
+    known.push_back(DocumentKey(attribute));
+  }
+  for (const std::string& key : list.getMemberNames()) {
+    const Json::Value& value = list[key];
+    const auto found = listed.find(key);
+    if (found != listed.end()) {
+      Take(found->second->name.c_str(), value, GivenAt(document, value));
+    } else {
+      problems_.push_back(fmt::format("{}: {} is none of the {} of {}{}", document.PlaceName(value), InQuotes(key),
+                                      member, InQuotes(entityName_), KnownNames(key, known)));
+    }
   }
 }
 
@@ -116,6 +203,8 @@ void Values::Take(const std::string& name, Json::Value value, const Given& given
     return;
   }
   if (IsEnum(*attribute->second) && !ReplaceItem(*attribute->second, value, given.source)) return;
+  // The module would take the number with which a text begins, and a NaN; null it leaves out as it does other texts.
+  if (IsNumber(*attribute->second) && value.isString() && !IsNumberText(value.asString())) value = Json::nullValue;
   Set(taken, std::move(value), given);
 }
 

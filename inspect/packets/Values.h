@@ -5,7 +5,9 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -21,6 +23,16 @@ struct Given {
   std::string source;  // where it was given, for messages; empty where that says nothing
   std::string text;
 };
+
+// What a flat record, which decoding made, tells about its packet beside the values.
+struct RecordHead {
+  std::optional<MorvixProtocolCommand_4_0> command;
+  std::optional<int32_t> subDevice;
+};
+
+// The head of a document; empty when it is no flat record. Throws InputError for a record of a request without values,
+// and for a command or sub-device that no packet has.
+RecordHead HeadOf(const json::Document& configuration, const json::Document& document);
 
 // The values of one entity, as the module takes them, by the attributes' names up to their first NUL.
 class GivenValues {
@@ -56,8 +68,9 @@ class Values : public GivenValues {
   // them outlive it.
   Values(const json::Document& configuration, const EntityModel& entity, const Direction& direction);
 
-  // Takes the values of a document, {entity: {name: value}}, or of one that decoding made. Passes over what an
-  // attribute that is only read has in it, and "version". Throws InputError when it has another form.
+  // Takes the values of a document, {entity: {name: value}}, or of one that decoding made, with its alerts and faults
+  // where the direction has them. Passes over what an attribute that is only read has in it, and "version". Throws
+  // InputError when it has another form.
   void TakeDocument(const json::Document& document);
 
   // Takes NAME=VALUE. The value of an enum is an index in decimal digits, or else an item; any other is JSON if it is
@@ -65,10 +78,13 @@ class Values : public GivenValues {
   void TakeSetting(const std::string& setting);
 
  private:
+  void TakeListed(const json::Document& document, const char* member, Group group);
   void Take(const std::string& name, Json::Value value, const Given& given);
   bool ReplaceItem(const Attribute& attribute, Json::Value& value, const std::string& source);
   std::string UnknownText(const std::string& name) const;
 
+  const Direction& direction_;
+  const bool isReading_;  // the direction is that of what a device sends
   std::vector<std::string> entities_;
   std::vector<std::string> names_;                      // of the attributes that are taken
   std::map<std::string, const Attribute*> attributes_;  // the first of each of these names

@@ -59,6 +59,27 @@ std::string Escaped(std::string_view text) {
   return escaped;
 }
 
+bool IsUtf8(std::string_view text) {
+  for (size_t at = 0; at < text.size();) {
+    int32_t code = 0;
+    const size_t length = (text[at] & 0x80) == 0 ? 1 : ReadCharacter(text, at, code);
+    if (length == 0) return false;
+    at += length;
+  }
+  return true;
+}
+
+std::string ToUtf8(std::string_view text) {
+  std::string valid;
+  for (size_t at = 0; at < text.size();) {
+    int32_t code = 0;
+    const size_t length = ReadCharacter(text, at, code);
+    valid += length == 0 ? "\xef\xbf\xbd" : text.substr(at, length);
+    at += std::max<size_t>(length, 1);
+  }
+  return valid;
+}
+
 std::string NameText(std::string_view name) { return name.empty() ? "\"\"" : Escaped(name); }
 
 std::string InQuotes(std::string_view text) { return '"' + Escaped(text) + '"'; }

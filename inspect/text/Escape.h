@@ -26,6 +26,11 @@ std::string Quoted(std::string_view text);
 // The length in bytes of the UTF-8 character that begins at `at`, with its code; 0 when there is no valid one.
 size_t ReadCharacter(std::string_view text, size_t at, int32_t& code);
 
+bool IsUtf8(std::string_view text);
+
+// The text with U+FFFD for each byte that is not UTF-8.
+std::string ToUtf8(std::string_view text);
+
 }  // namespace morvix::inspect
 
 #endif

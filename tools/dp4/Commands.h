@@ -65,8 +65,8 @@ int Compare(const CompareOptions& options, Environment& environment);
 struct EncodeOptions : EntityOptions {
   std::string values;            // file of a value document, "-" for standard input; empty with --set only
   std::vector<std::string> set;  // "name=value" each; after the document's values
-  MorvixProtocolCommand_4_0 command = MorvixProtocolCommandWriteReq_4_0;
-  std::optional<int32_t> subDevice;
+  std::optional<MorvixProtocolCommand_4_0> command;  // empty: that of the document, if it is a record, or a write
+  std::optional<int32_t> subDevice;                  // empty: that of the document, if a write is made of it
   morvix::inspect::PacketForm output = morvix::inspect::PacketForm::kHex;
   std::string name;      // of an array of C; empty for "packet"
   bool explain = false;  // what was set, or why it was not
@@ -86,12 +86,12 @@ struct DecodeOptions : EntityOptions {
   std::vector<std::string> packets;  // empty: a stream on standard input
   morvix::inspect::DocumentForm document = morvix::inspect::DocumentForm::kFlat;
   std::string line;  // how lines are taken apart: a ready-made pattern or one of RE2; empty: they are packets
-  std::string member = "packet";  // of lines that are JSON objects
-  std::vector<std::string> only;  // names of attributes; empty for all
-  bool items = false;             // enums by name
-  bool changes = false;           // a record only when something changed
-  bool strict = false;            // notes and unmatched lines are problems
-  bool quiet = false;             // no summary
+  std::optional<std::string> member;  // of lines that are JSON objects; empty for "packet"
+  std::vector<std::string> only;      // names of attributes; empty for all
+  bool items = false;                 // enums by name
+  bool changes = false;               // a record only when something changed
+  bool strict = false;                // notes and unmatched lines are problems
+  bool quiet = false;                 // no summary
 };
 int Decode(const DecodeOptions& options, Environment& environment);
 

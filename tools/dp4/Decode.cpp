@@ -29,6 +29,7 @@
 #include "inspect/packets/Reading.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
+#include "inspect/text/Format.h"
 
 namespace dp4 {
 
@@ -184,7 +185,12 @@ class Frame {
       if (group.text.data() == nullptr) continue;
       json::AppendString(group.name, out);
       out += ':';
-      json::AppendString(group.text, out);
+      // The JSON writer would take a byte that is not UTF-8 together with those after it.
+      if (IsUtf8(group.text)) {
+        json::AppendString(group.text, out);
+      } else {
+        json::AppendString(ToUtf8(group.text), out);
+      }
       out += ',';
     }
     out += "\"packet\":";
@@ -248,6 +254,12 @@ class Decoder {
   static constexpr const char* kBlanks = " \t\r\n\v\f";
   static constexpr size_t kCommands = 32;
 
+  // What a packet said, and of which sub-device, which is not a part of every form.
+  struct State {
+    std::optional<std::string> text;
+    std::optional<int32_t> subDevice;
+  };
+
   static FormOptions FormOptionsOf(const DecodeOptions& options) {
     return {options.items, options.only, options.color};
   }
@@ -298,7 +310,7 @@ class Decoder {
   void DecodeJsonLine(std::string_view line) {
     HexError error;
     JsonLine parts;
-    if (!ReadJsonLine(std::string(line), options_.member, parts, error)) {
+    if (!ReadJsonLine(std::string(line), options_.member.value_or("packet"), parts, error)) {
       RecordError("no packet", error.column, error.message);
       return;
     }
@@ -316,6 +328,11 @@ class Decoder {
       if (!origin_.isArgument && !origin_.pattern && !origin_.json) Hint(text);
       return;
     }
+    const std::optional<size_t> announced = origin_.pattern ? origin_.pattern->AnnouncedBytes() : std::nullopt;
+    if (announced && *announced != packet_.size()) {
+      return RecordError("wrong size", 0,
+                         fmt::format("{} announced, {} found", Count(*announced, "byte"), packet_.size()));
+    }
     PacketError error;
     const PacketReading* reading = reader_.Read(packet_, error);
     if (reading != nullptr && !form_->Takes(*reading)) {
@@ -332,11 +349,16 @@ class Decoder {
   }
 
   void Record(const PacketReading& reading) {
-    tally_.AddPacket(reading);
-    if (!reading.failure.empty()) {
+    tally_.AddPacket(reading.command);
+    const bool isComplete = reading.failure.empty();
+    if (!isComplete) {
+      tally_.AddError("ended early");
       Report(0, reading.failure);
-    } else if (options_.strict) {
-      for (const Note& note : reading.notes) Report(0, NoteText(note));
+    }
+    for (const Note& note : reading.notes) {
+      if (!form_->Tells(note)) continue;
+      tally_.AddNote(note.kind);
+      if (options_.strict && isComplete) Report(0, NoteText(note));
     }
     std::string& out = output_.Text();
     const size_t begin = out.size();
@@ -354,9 +376,10 @@ class Decoder {
 
   // Against the last packet of its command; what a device sends is of one kind, whether it was asked or not.
   bool IsChanged(const PacketReading& reading, std::string_view state) {
-    std::optional<std::string>& last = states_.at(reading.IsReceived() ? 0 : reading.command % kCommands);
-    if (last == state) return false;
-    last = state;
+    State& last = states_.at(reading.IsReceived() ? 0 : reading.command % kCommands);
+    if (last.text == state && last.subDevice == reading.subDevice) return false;
+    last.text = state;
+    last.subDevice = reading.subDevice;
     return true;
   }
 
@@ -397,8 +420,8 @@ class Decoder {
   Origin origin_;
   const Frame frame_;
   std::optional<LineHints> hints_;
-  std::array<std::optional<std::string>, kCommands> states_;  // what the last packet of each command said
-  Bytes packet_;                                              // kept for its memory
+  std::array<State, kCommands> states_;  // of the last packet of each command
+  Bytes packet_;                         // kept for its memory
   Tally tally_;
   size_t problems_ = 0;
   bool isHinted_ = false;
@@ -410,7 +433,10 @@ void CheckOptions(const DecodeOptions& options) {
   if (isStream && options.configuration == "-") {
     throw InputError("standard input cannot be both the configuration and the packets");
   }
-  if (!isStream && !options.line.empty()) throw InputError("--line is for lines of standard input; expected no PACKET");
+  const char* const ofLines = !options.line.empty() ? "--line" : options.member ? "--member" : nullptr;
+  if (!isStream && ofLines != nullptr) {
+    throw InputError(fmt::format("{} is for lines of standard input; expected no PACKET", ofLines));
+  }
   const bool hasItems = options.document == DocumentForm::kFlat || options.document == DocumentForm::kCsv;
   if (options.items && !hasItems) throw InputError("--items is for the documents flat and csv");
 }

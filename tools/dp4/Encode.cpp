@@ -1,13 +1,12 @@
 // dp4 encode: values to a packet: a write, or what a device would send.
 
-#include <algorithm>
-#include <cctype>
 #include <ostream>
 #include <utility>
 
 #include "Commands.h"
 #include "Files.h"
 #include "inspect/packets/Encoding.h"
+#include "inspect/text/CSource.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 
@@ -17,15 +16,8 @@ using namespace morvix::inspect;
 
 namespace {
 
-bool IsCName(const std::string& name) {
-  const auto isPart = [](char c) { return c == '_' || std::isalnum(static_cast<unsigned char>(c)) != 0; };
-  return std::all_of(name.begin(), name.end(), isPart) && std::isdigit(static_cast<unsigned char>(name[0])) == 0;
-}
-
 void CheckOptions(const EncodeOptions& options) {
   const bool isCArray = options.output == PacketForm::kCArray;
-  const bool isWrite =
-      options.command == MorvixProtocolCommandWriteReq_4_0 || options.command == MorvixProtocolCommandCCWriteReq_4_0;
   if (options.explain && !options.json && options.output == PacketForm::kBinary) {
     throw InputError("--explain is text and cannot follow a binary packet; expected another --output");
   }
@@ -33,11 +25,8 @@ void CheckOptions(const EncodeOptions& options) {
     throw InputError("--format json is a form of the explanation; expected --explain, and --output hex or none");
   }
   if (!options.name.empty() && !isCArray) throw InputError("--name is for an array of C; expected --output c-array");
-  if (!options.name.empty() && !IsCName(options.name)) {
-    throw InputError("--name " + Escaped(options.name) + ": expected a name of C");
-  }
-  if (options.subDevice && !isWrite) {
-    throw InputError(std::string(CommandName(options.command)) + " names no sub-device; expected no --sub-device");
+  if (!options.name.empty() && !IsCIdentifier(options.name)) {
+    throw InputError("--name " + Escaped(options.name) + ": expected an identifier of C");
   }
   if (options.values.empty() && options.set.empty()) {
     throw InputError("no values to encode: expected a value document or --set NAME=VALUE");
@@ -45,6 +34,21 @@ void CheckOptions(const EncodeOptions& options) {
   if (options.values == "-" && options.configuration == "-") {
     throw InputError("standard input cannot be both the configuration and the value document");
   }
+}
+
+// The command and sub-device that are asked for, or else those of the record.
+MorvixProtocolOwnedPackage_4_0 PackageFor(const EncodeOptions& options, const RecordHead& head) {
+  MorvixProtocolOwnedPackage_4_0 package;
+  package.cmd = options.command.value_or(head.command.value_or(MorvixProtocolCommandWriteReq_4_0));
+  const bool isWrite =
+      package.cmd == MorvixProtocolCommandWriteReq_4_0 || package.cmd == MorvixProtocolCommandCCWriteReq_4_0;
+  if (options.subDevice && !isWrite) {
+    throw InputError(std::string(CommandName(package.cmd)) + " names no sub-device; expected no --sub-device");
+  }
+  const std::optional<int32_t> subDevice = options.subDevice ? options.subDevice : head.subDevice;
+  package.needInsertSubDid = isWrite && subDevice ? 1 : 0;
+  package.subDid = subDevice.value_or(0);
+  return package;
 }
 
 // The packet and what explains it. An array of C has its explanation before it, as a comment.
@@ -66,13 +70,13 @@ int Encode(const EncodeOptions& options, Environment& environment) {
   CheckOptions(options);
   const json::Document configuration = ReadJsonFile(options.configuration, environment);
   const EntityModel entity = ModelOf(configuration, ChooseEntity(configuration, options.entity));
-  Values values(configuration, entity, DirectionOf(entity, options.command));
-  if (!options.values.empty()) values.TakeDocument(ReadJsonFile(options.values, environment));
+  std::optional<json::Document> document;
+  if (!options.values.empty()) document = ReadJsonFile(options.values, environment);
+  MorvixProtocolOwnedPackage_4_0 package =
+      PackageFor(options, document ? HeadOf(configuration, *document) : RecordHead());
+  Values values(configuration, entity, DirectionOf(entity, package.cmd));
+  if (document) values.TakeDocument(*document);
   for (const std::string& setting : options.set) values.TakeSetting(setting);
-  MorvixProtocolOwnedPackage_4_0 package;
-  package.cmd = options.command;
-  package.subDid = options.subDevice.value_or(0);
-  package.needInsertSubDid = options.subDevice ? 1 : 0;
   const Encoding encoding(entity, Escaped(configuration.Name()) + ": " + InQuotes(entity.Info().name), values,
                           std::move(package));
 

@@ -60,8 +60,9 @@ const char kEncodeExample[] =
   dp4 encode kettle.json --set power=1 --output c-array --name kettle_on
   dp4 encode kettle.json --set temperature=85.5 --command notify
 
-The value of an enum is an index in decimal digits, or an item. A document that decode made may be VALUES. If a value
-cannot be taken, there is no packet, unless --lenient is given.)";
+The value of an enum is an index in decimal digits, or an item. A document that decode made may be VALUES; what
+a flat record tells of its command, sub-device, alerts and faults is taken as well. If a value cannot be taken, there is
+no packet, unless --lenient is given.)";
 
 const char kFooter[] =
     "Exit codes: 0 fine, 1 the input has problems, 2 unusable arguments or unreadable files.\n"
@@ -90,10 +91,11 @@ const Choices<PacketForm> kPacketForms = {{"hex", PacketForm::kHex},
                                           {"c-array", PacketForm::kCArray},
                                           {"base64", PacketForm::kBase64},
                                           {"binary", PacketForm::kBinary}};
-const Choices<MorvixProtocolCommand_4_0> kEncodeCommands = {{"write", MorvixProtocolCommandWriteReq_4_0},
-                                                            {"cc-write", MorvixProtocolCommandCCWriteReq_4_0},
-                                                            {"notify", MorvixProtocolCommandNotifyResp_4_0},
-                                                            {"read-response", MorvixProtocolCommandReadResp_4_0}};
+const Choices<std::optional<MorvixProtocolCommand_4_0>> kEncodeCommands = {
+    {"write", MorvixProtocolCommandWriteReq_4_0},
+    {"cc-write", MorvixProtocolCommandCCWriteReq_4_0},
+    {"notify", MorvixProtocolCommandNotifyResp_4_0},
+    {"read-response", MorvixProtocolCommandReadResp_4_0}};
 const Choices<bool> kExplanationForms = {{"text", false}, {"json", true}};
 const Choices<FindingsForm> kFindingsForms = {
     {"text", FindingsForm::kText}, {"json", FindingsForm::kJson}, {"sarif", FindingsForm::kSarif}};
@@ -359,7 +361,8 @@ class CommandLine {
     AddConfiguration(command, kNeededEntity, encode_);
     command.add_option("VALUES", encode_.values, "value document (JSON); - for standard input")->check(kNotEmpty);
     AddNames(command, "--set", encode_.set, "one value, after those of the document", "NAME=VALUE");
-    AddChoice(command, "--command", kEncodeCommands, encode_.command)->type_name("COMMAND");
+    AddChoice(command, "--command", kEncodeCommands, encode_.command, "without it a record's, otherwise write: ")
+        ->type_name("COMMAND");
     AddSubDevice(command, encode_.subDevice);
     AddOutput(command, encode_.output);
     command
@@ -394,7 +397,7 @@ class CommandLine {
         ->type_name("NAME")
         ->excludes(line);
     AddNames(command, "--only", decode_.only, "tells this attribute only; may be repeated");
-    command.add_flag("--items", decode_.items, "enums by the names of their items");
+    command.add_flag("--items", decode_.items, "enums by their items; an item of digits alone by its index");
     command.add_flag("--changes", decode_.changes, "a record only when something changed");
     command.add_flag("--strict", decode_.strict, "notes and unmatched lines are problems");
     command.add_flag("--quiet", decode_.quiet, "no summary at the end of a stream");
