@@ -168,6 +168,9 @@ class SelectedForm : public ResultForm {
   bool Tells(const Note& note) const override { return selection_.IsWanted(note); }
 
  protected:
+  const Selection& Selected() const { return selection_; }
+
+ private:
   const Selection selection_;
 };
 
@@ -188,7 +191,7 @@ class Flat : public SelectedForm {
     } else {
       AppendRequest(reading, out);
     }
-    if (!reading.notes.empty()) AppendNotes(reading, selection_, out);
+    if (!reading.notes.empty()) AppendNotes(reading, Selected(), out);
     out += '}';
     return start;
   }
@@ -208,7 +211,7 @@ class Flat : public SelectedForm {
       out += entityStart_;
       bool isFirst = true;
       ForEachTold(reading, items_, [&](const Item& item) {
-        if (!selection_.IsWanted(*item.field)) return;
+        if (!Selected().IsWanted(*item.field)) return;
         const Group group = item.field->attribute->type;
         if (group == MorvixProtocolTypeAlert_4_0) return AppendListed(item, reading, alerts_, activeAlerts_);
         if (group == MorvixProtocolTypeFault_4_0) return AppendListed(item, reading, faults_, activeFaults_);
@@ -231,7 +234,7 @@ class Flat : public SelectedForm {
 
   void AppendItem(const Item& item, const PacketReading& reading, std::string& out) const {
     out += item.start;
-    selection_.AppendValue(*item.field, reading.values[item.field->flag], out);
+    Selected().AppendValue(*item.field, reading.values[item.field->flag], out);
   }
 
   void AppendListed(const Item& item, const PacketReading& reading, std::string& list, std::string& active) const {
@@ -256,7 +259,7 @@ class Flat : public SelectedForm {
     }
     for (const Field& field : reading.direction->fields) {
       const FieldValue& value = reading.values[field.flag];
-      if (value.result.outcome == MorvixProtocolOutcomeAbsent_4_0 || !selection_.IsWanted(field)) continue;
+      if (value.result.outcome == MorvixProtocolOutcomeAbsent_4_0 || !Selected().IsWanted(field)) continue;
       out += separator;
       separator = ',';
       AppendString(field.attribute->name, out);
@@ -264,7 +267,7 @@ class Flat : public SelectedForm {
       if (!values.empty()) values += ',';
       AppendString(field.attribute->name, values);
       values += ':';
-      selection_.AppendValue(field, value, values);
+      Selected().AppendValue(field, value, values);
     }
     if (separator == '[') out += '[';
     out += "],\"values\":{" + entityStart_ + values + "}}";
@@ -298,14 +301,14 @@ class Decoded : public SelectedForm {
     out += entityStart_;
     bool isFirst = true;
     ForEachTold(reading, items_, [&](const Item& item) {
-      if (!selection_.IsWanted(*item.field)) return;
+      if (!Selected().IsWanted(*item.field)) return;
       if (!isFirst) out += ',';
       isFirst = false;
       out += item.start;
       out += "{\"type\":";
       AppendNumber(item.field->attribute->type, out);
       out += ",\"value\":";
-      selection_.AppendValue(*item.field, reading.values[item.field->flag], out);
+      Selected().AppendValue(*item.field, reading.values[item.field->flag], out);
       out += '}';
     });
     out += "}}";
@@ -337,7 +340,7 @@ class Table : public SelectedForm {
     std::vector<TableRow> rows = {HeadingRow({"NAME", "GROUP", "PLACE", "BITS", "VALUE", "NOTE"})};
     rows.reserve(reading.direction->fields.size() + 1);
     for (const Field& field : reading.direction->fields) {
-      if (selection_.IsWanted(field)) rows.push_back(RowOf(field, reading));
+      if (Selected().IsWanted(field)) rows.push_back(RowOf(field, reading));
     }
     out += '\n';
     out += AlignedTable(rows, color_);
@@ -424,7 +427,7 @@ class Csv : public SelectedForm {
  public:
   Csv(const EntityModel& entity, const FormOptions& options) : SelectedForm(entity, options) {
     for (const Field* field : entity.Fields()) {
-      if (!selection_.IsWanted(*field)) continue;
+      if (!Selected().IsWanted(*field)) continue;
       columns_.push_back({entity.Read(field->element), entity.Written(field->element)});
     }
   }
@@ -459,7 +462,7 @@ class Csv : public SelectedForm {
     if (IsBool(*field.attribute)) {
       out += value.result.raw != 0 ? '1' : '0';
     } else {
-      AppendCsvCell(selection_.TextOf(field, value), out);
+      AppendCsvCell(Selected().TextOf(field, value), out);
     }
   }
 
@@ -468,7 +471,7 @@ class Csv : public SelectedForm {
     if (!reading.failure.empty()) return reading.failure;
     std::string text;
     for (const Note& note : reading.notes) {
-      if (!selection_.IsWanted(note)) continue;
+      if (!Selected().IsWanted(note)) continue;
       text += (text.empty() ? "" : "; ") + NoteText(note);
     }
     return text;

@@ -122,10 +122,10 @@ Values::Values(const json::Document& configuration, const EntityModel& entity, c
 }
 
 void Values::TakeDocument(const json::Document& document) {
-  const std::string entity = InQuotes(entityName_);
+  const std::string entity = InQuotes(EntityName());
   for (const json::RepeatedMember& member : json::FindRepeatedMembers(document.Text())) {
-    problems_.push_back(document.PlaceName(member.offset) + ": " + InQuotes(member.name) +
-                        " stands here again; the earlier value is not used");
+    AddProblem(document.PlaceName(member.offset) + ": " + InQuotes(member.name) +
+               " stands here again; the earlier value is not used");
   }
   const Json::Value* root = &document.Root();
   const bool isRecord = IsRecord(document, entities_);
@@ -133,14 +133,14 @@ void Values::TakeDocument(const json::Document& document) {
   if (!root->isObject()) throw InputError(document.PlaceName(*root) + ": expected an object {" + entity + ": {...}}");
   for (const std::string& name : root->getMemberNames()) {
     if (Contains(entities_, name) || name == "version") continue;
-    problems_.push_back(document.PlaceName((*root)[name]) + ": " + InQuotes(name) + " names no entity" +
-                        KnownNames(name, entities_));
+    AddProblem(document.PlaceName((*root)[name]) + ": " + InQuotes(name) + " names no entity" +
+               KnownNames(name, entities_));
   }
-  if (!root->isMember(entityName_)) return;
-  const Json::Value& given = (*root)[entityName_];
+  if (!root->isMember(EntityName())) return;
+  const Json::Value& given = (*root)[EntityName()];
   if (!given.isObject()) {
     // The version takes the place of an entity of this name.
-    if (entityName_ == "version" && given.isNumeric()) return;
+    if (EntityName() == "version" && given.isNumeric()) return;
     throw InputError(document.PlaceName(given) + ": expected an object with the values of " + entity);
   }
   for (const std::string& name : given.getMemberNames()) {
@@ -172,8 +172,8 @@ void Values::TakeListed(const json::Document& document, const char* member, Grou
     if (found != listed.end()) {
       Take(found->second->name.c_str(), value, GivenAt(document, value));
     } else {
-      problems_.push_back(fmt::format("{}: {} is none of the {} of {}{}", document.PlaceName(value), InQuotes(key),
-                                      member, InQuotes(entityName_), KnownNames(key, known)));
+      AddProblem(fmt::format("{}: {} is none of the {} of {}{}", document.PlaceName(value), InQuotes(key), member,
+                             InQuotes(EntityName()), KnownNames(key, known)));
     }
   }
 }
@@ -191,7 +191,7 @@ void Values::TakeSetting(const std::string& setting) {
   const bool isJson = json::ReadStrict(text, value, notJson);
   if (!isJson || (isEnum && !value.isString())) value = text;
   if (attribute != attributes_.end() || readOnly_.count(name) == 0) return Take(name, value, {source, text});
-  problems_.push_back(source + ": " + UnknownText(name));
+  AddProblem(source + ": " + UnknownText(name));
 }
 
 void Values::Take(const std::string& name, Json::Value value, const Given& given) {
@@ -199,7 +199,7 @@ void Values::Take(const std::string& name, Json::Value value, const Given& given
   const std::string& taken = key == keys_.end() ? name : key->second;
   const auto attribute = attributes_.find(taken);
   if (attribute == attributes_.end()) {
-    if (readOnly_.count(name) == 0) problems_.push_back(given.source + ": " + UnknownText(name));
+    if (readOnly_.count(name) == 0) AddProblem(given.source + ": " + UnknownText(name));
     return;
   }
   if (IsEnum(*attribute->second) && !ReplaceItem(*attribute->second, value, given.source)) return;
@@ -221,16 +221,16 @@ bool Values::ReplaceItem(const Attribute& attribute, Json::Value& value, const s
   }
   if (indices.size() == 1) return true;
   const std::string name = source + ": " + InQuotes(attribute.name);
-  problems_.push_back(indices.empty() ? name + " has no item " + InQuotes(text) + KnownNames(text, attribute.enumList)
-                                      : name + " has several items " + InQuotes(text) +
-                                            "; expected one of the indices " + Series(indices, "or"));
+  AddProblem(indices.empty() ? name + " has no item " + InQuotes(text) + KnownNames(text, attribute.enumList)
+                             : name + " has several items " + InQuotes(text) + "; expected one of the indices " +
+                                   Series(indices, "or"));
   return false;
 }
 
 std::string Values::UnknownText(const std::string& name) const {
   const auto other = others_.find(name);
   if (other != others_.end()) return InQuotes(name) + " " + other->second;
-  return InQuotes(name) + " names no attribute of " + InQuotes(entityName_) + KnownNames(name, names_);
+  return InQuotes(name) + " names no attribute of " + InQuotes(EntityName()) + KnownNames(name, names_);
 }
 
 }  // namespace morvix::inspect

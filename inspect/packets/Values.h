@@ -53,10 +53,12 @@ class GivenValues {
   const std::vector<std::string>& Problems() const { return problems_; }
 
  protected:
-  const std::string entityName_;
-  std::vector<std::string> problems_;
+  const std::string& EntityName() const { return entityName_; }
+  void AddProblem(std::string problem) { problems_.push_back(std::move(problem)); }
 
  private:
+  const std::string entityName_;
+  std::vector<std::string> problems_;
   Json::Value document_{Json::objectValue};
   std::map<std::string, Given> given_;
 };
