@@ -86,6 +86,7 @@ std::vector<BitRange> GroupsOf(const EntityModel& entity, size_t bytes) {
     groups.emplace(8 * first, 8 * std::min<uint64_t>(first + position.groupByteLength, bytes));
   }
   std::vector<BitRange> ranges;
+  ranges.reserve(groups.size());
   for (const auto& [begin, end] : groups) ranges.push_back({begin, end});
   return ranges;
 }

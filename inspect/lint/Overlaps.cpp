@@ -28,6 +28,7 @@ std::vector<BitRange> RangesOf(const Direction& direction, BitRange (*rangeOf)(c
 template <typename Indexes>
 std::vector<std::string> LabelsOf(const EntityModel& entity, const Direction& direction, const Indexes& fields) {
   std::vector<std::string> labels;
+  labels.reserve(fields.size());
   for (const size_t field : fields) labels.push_back(entity.Label(direction.fields[field].element));
   return labels;
 }

@@ -83,6 +83,8 @@ struct Subject {
 
   const Attribute& Either() const { return *(read == nullptr ? written : read)->attribute; }
   bool IsWritable() const { return inspect::IsWritable(Either()); }
+  // In the direction in which its value travels.
+  const Field& Sender() const { return *(read == nullptr || IsWritable() ? written : read); }
 };
 
 // Indexes of the attributes whose value the module accepts on its own: those that can be encoded, and those of them
@@ -139,6 +141,7 @@ class Roundtrip {
   // Decodes these fields, in their order.
   std::vector<Answer> Decode(const std::vector<const Field*>& fields, const Bytes& payload) const {
     std::vector<Attribute> records;
+    records.reserve(fields.size());
     for (const Field* field : fields) records.push_back(*field->attribute);
     const std::vector<Result> results =
         DecodeSilently(entity_, records, payload.data(), std::min(payload.size(), readBytes_));
@@ -151,7 +154,7 @@ class Roundtrip {
 
   // Sets the raw value that a device sends or a write carries; returns the line with which encoding refuses, or empty.
   static std::string Send(const Subject& subject, Value& value) {
-    const Field& sender = subject.IsWritable() ? *subject.written : *subject.read;
+    const Field& sender = subject.Sender();
     const Attribute& attribute = *sender.attribute;
     Result result{MorvixProtocolOutcomeDone_4_0, value.raw};
     if (subject.IsWritable() && IsNumber(attribute) &&
@@ -228,6 +231,7 @@ class Roundtrip {
   void Compare(const std::vector<size_t>& indexes, const Bytes& payload, const char* how, Choice choice,
                bool hasRealNames) {
     std::vector<const Field*> fields;
+    fields.reserve(indexes.size());
     for (const size_t index : indexes) fields.push_back(subjects_[index].read);
     const std::vector<Answer> answers = Decode(fields, payload);
     std::map<std::string, size_t> holders;  // the last of each key
