@@ -534,7 +534,7 @@ def build_suite(folder, text, jobs):
     tree = os.path.join(folder, "source")
     module_folder = os.path.dirname(MODULE)
     write_if_changed(os.path.join(tree, MODULE), text)
-    links = ["CMakeLists.txt", "cmake", "host", "tests", "examples"]
+    links = ["CMakeLists.txt", "bindings", "cmake", "host", "tests", "examples"]
     links += [os.path.join(module_folder, name) for name in os.listdir(module_folder) if name.endswith(".h")]
     for name in links:
         path = os.path.join(tree, name)
