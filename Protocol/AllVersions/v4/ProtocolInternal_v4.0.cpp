@@ -1714,7 +1714,9 @@ class ItemStore {
       *prototype_.begin() = static_cast<Json::Int>(type);  // "type" comes before "value"
     }
     item.copyPayload(prototype_);
-    (++item.begin())->swapPayload(value);
+    auto member = item.begin();
+    ++member;  // from "type" to "value"
+    member->swapPayload(value);
   }
 
  private:
