@@ -95,6 +95,7 @@ std::string ResultCsv(const Json::Value& results) {
   std::string text = CsvRow({members.begin(), members.end()});
   for (const Json::Value& result : results) {
     std::vector<std::string> cells;
+    cells.reserve(members.size());
     for (const std::string& name : members) cells.push_back(textOf(result.isObject() ? result[name] : result));
     text += CsvRow(cells);
   }
