@@ -28,6 +28,7 @@ ROOMS = [
     "bindings/python",
     "bindings/js",
     "tools/dp4",
+    "studio",
     "examples",
     "tests/support",
     "tests",

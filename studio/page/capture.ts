@@ -1,0 +1,255 @@
+// A capture: read in a worker, shown as a table of which only the visible rows exist.
+
+import { readCapture } from "./asker";
+import { byId, count, element, takeFiles } from "./dom";
+import type { Attribute, Match } from "./forms";
+import { isFailure } from "./forms";
+import type { CapturePiece } from "./messages";
+import type { Studio } from "./studio";
+import { Timeline } from "./timeline";
+
+const ROW_HEIGHT = 26;
+const PREVIEW_BYTES = 4096;
+const PREVIEW_LINES = 4;
+const FILTER_PAUSE_MS = 120;
+
+// All rows of a capture, as columns that grow.
+export class Rows {
+  lines = new Float64Array(0);
+  times: string[] = [];
+  others: string[] = [];
+  packets: string[] = [];
+  commands: string[] = [];
+  notes: string[] = [];
+  values: Float64Array[];
+  active: Uint8Array[];
+  refused = 0;
+  #capacity = 0;
+
+  constructor(attributes: number) {
+    this.values = Array.from({ length: attributes }, () => new Float64Array(0));
+    this.active = Array.from({ length: attributes }, () => new Uint8Array(0));
+  }
+
+  get size(): number {
+    return this.packets.length;
+  }
+
+  add(piece: CapturePiece): void {
+    const at = this.size;
+    const size = at + piece.packets.length;
+    if (size > this.#capacity) this.#grow(Math.max(size, 2 * this.#capacity));
+    this.lines.set(piece.lines, at);
+    piece.values.forEach((column, a) => this.values[a]!.set(column, at));
+    piece.active.forEach((column, a) => this.active[a]!.set(column, at));
+    for (const name of ["times", "others", "packets", "commands", "notes"] as const) {
+      for (const text of piece[name]) this[name].push(text);
+    }
+    this.refused += piece.refused.reduce((sum, one) => sum + one, 0);
+  }
+
+  #grow(capacity: number): void {
+    const grown = <T extends Float64Array | Uint8Array>(old: T, made: T): T => {
+      made.set(old);
+      return made;
+    };
+    this.lines = grown(this.lines, new Float64Array(capacity));
+    this.values = this.values.map((old) => grown(old, new Float64Array(capacity)));
+    this.active = this.active.map((old) => grown(old, new Uint8Array(capacity)));
+    this.#capacity = capacity;
+  }
+
+  textOf(row: number): string {
+    return `${this.times[row]} ${this.others[row]} ${this.commands[row]} ${this.packets[row]} ${this.notes[row]}`;
+  }
+}
+
+export class CaptureView {
+  readonly #input = byId<HTMLInputElement>("capture");
+  readonly #pattern = byId<HTMLInputElement>("pattern");
+  readonly #filter = byId<HTMLInputElement>("capture-filter");
+  readonly #progress = byId<HTMLProgressElement>("progress");
+  readonly #cancel = byId<HTMLButtonElement>("cancel");
+  readonly #summary = byId("capture-summary");
+  readonly #table = byId("capture-rows");
+  readonly #timeline: Timeline;
+  #file: File | undefined;
+  #head = ""; // the file's first lines
+  #line = "";
+  #rows = new Rows(0);
+  #attributes: Attribute[] = [];
+  #shown: number[] | undefined; // rows that pass the filter; all of them when there is none
+  #current = -1; // the chosen row, counted among the shown ones
+  #unmatched = 0;
+  #stop: (() => void) | undefined;
+  #timer = 0;
+
+  constructor(private readonly studio: Studio) {
+    this.#timeline = new Timeline(byId("timeline"), (row) => this.#choose(this.#shown?.indexOf(row) ?? row));
+    takeFiles(this.#input, byId("capture-section"), (file) => void this.#open(file));
+    this.#pattern.addEventListener("change", () => void this.#preview(this.#pattern.value).then(() => this.#read()));
+    this.#filter.addEventListener("input", () => {
+      window.clearTimeout(this.#timer);
+      this.#timer = window.setTimeout(() => this.#applyFilter(), FILTER_PAUSE_MS);
+    });
+    this.#cancel.addEventListener("click", () => this.#stop?.());
+    this.#table.addEventListener("scroll", () => this.#drawRows());
+    this.#table.addEventListener("keydown", (event) => this.#move(event));
+    new ResizeObserver(() => this.#drawRows()).observe(this.#table);
+  }
+
+  async #open(file: File): Promise<void> {
+    this.#file = file;
+    this.#head = (await file.slice(0, PREVIEW_BYTES).text()).split(/\r?\n/).slice(0, PREVIEW_LINES).join("\n");
+    this.#pattern.value = "";
+    if (await this.#preview(undefined)) this.#read();
+  }
+
+  // How the pattern takes the first lines apart; without one, the ready-made pattern that fits best is taken.
+  async #preview(line: string | undefined): Promise<boolean> {
+    if (this.#file === undefined) return false;
+    const match = await this.studio.ask<Match>({ ask: "match", text: this.#head, ...(line === undefined ? {} : { line }) });
+    const preview = byId("pattern-preview");
+    if (isFailure(match)) {
+      preview.replaceChildren(element("p", { class: "problem" }, match.error));
+      return false;
+    }
+    this.#line = match.line;
+    this.#pattern.value = match.line;
+    preview.replaceChildren(
+      ...match.lines.map((one) =>
+        element(
+          "div",
+          { class: "preview-line" },
+          one.time !== undefined && element("span", { class: "tag" }, one.time),
+          one.others !== undefined && element("span", { class: "tag" }, one.others),
+          one.packet === undefined
+            ? element("span", { class: "problem" }, `${one.text} – ${one.error ?? "does not match"}`)
+            : element("code", {}, one.packet),
+        ),
+      ),
+    );
+    return true;
+  }
+
+  #read(): void {
+    const { entity } = this.studio;
+    if (this.#file === undefined || entity === undefined) return;
+    this.#stop?.();
+    this.#attributes = entity.attributes;
+    this.#rows = new Rows(this.#attributes.length);
+    this.#shown = undefined;
+    this.#current = -1;
+    this.#unmatched = 0;
+    byId("capture-result").hidden = false;
+    this.#progress.value = 0;
+    this.#progress.hidden = this.#cancel.hidden = false;
+    const request = { configuration: this.studio.configuration, entity: this.studio.entityIndex, line: this.#line };
+    this.#stop = readCapture(this.#file, request, this.#attributes.length, {
+      onPiece: (piece, taken, unmatched) => {
+        this.#rows.add(piece);
+        this.#progress.value = taken;
+        this.#unmatched = unmatched;
+        this.#summarize("");
+        this.#drawRows();
+      },
+      onEnd: (problem) => this.#end(problem),
+    });
+  }
+
+  #end(problem: string | undefined): void {
+    this.#stop = undefined;
+    this.#progress.hidden = this.#cancel.hidden = true;
+    this.#summarize(problem === undefined ? "" : `; ${problem}`);
+    this.#applyFilter();
+    this.#timeline.show(this.#rows, this.#attributes);
+  }
+
+  #summarize(end: string): void {
+    const { size, refused } = this.#rows;
+    const parts = [count(size - refused, "packet")];
+    if (refused > 0) parts.push(`${count(refused, "line")} without a valid packet`);
+    if (this.#unmatched > 0) parts.push(`${count(this.#unmatched, "line")} that the pattern does not match`);
+    this.#summary.textContent = `${this.#file?.name ?? ""}: ${parts.join(", ")}${end}`;
+  }
+
+  #applyFilter(): void {
+    const text = this.#filter.value.trim().toLowerCase();
+    this.#shown = undefined;
+    if (text !== "") {
+      this.#shown = [];
+      for (let row = 0; row < this.#rows.size; ++row) {
+        if (this.#rows.textOf(row).toLowerCase().includes(text)) this.#shown.push(row);
+      }
+    }
+    byId("filter-count").textContent = this.#shown === undefined ? "" : count(this.#shown.length, "row");
+    this.#table.scrollTop = 0;
+    this.#current = -1;
+    this.#drawRows();
+  }
+
+  #drawRows(): void {
+    const size = this.#shown?.length ?? this.#rows.size;
+    const first = Math.max(0, Math.floor(this.#table.scrollTop / ROW_HEIGHT) - 4);
+    const last = Math.min(size, first + Math.ceil(this.#table.clientHeight / ROW_HEIGHT) + 8);
+    const made = [];
+    for (let i = first; i < last; ++i) made.push(this.#rowOf(i));
+    const space = element("div", { style: `height: ${size * ROW_HEIGHT}px`, role: "presentation" });
+    const window_ = element(
+      "div",
+      { class: "window", style: `transform: translateY(${first * ROW_HEIGHT}px)`, role: "presentation" },
+      ...made,
+    );
+    space.append(window_);
+    this.#table.setAttribute("aria-rowcount", String(size));
+    this.#table.replaceChildren(space);
+  }
+
+  #rowOf(index: number): HTMLElement {
+    const row = this.#shown?.[index] ?? index;
+    const rows = this.#rows;
+    const cell = (kind: string, text: string | undefined): HTMLElement =>
+      element("span", { class: kind, role: "gridcell" }, text ?? "");
+    return element(
+      "div",
+      {
+        class: `capture-row${index === this.#current ? " chosen" : ""}`,
+        role: "row",
+        "aria-rowindex": index + 1,
+        "aria-selected": String(index === this.#current),
+        "data-testid": "capture-row",
+        onclick: () => this.#choose(index),
+      },
+      cell("line", String(rows.lines[row])),
+      cell("time", `${rows.times[row]} ${rows.others[row]}`),
+      cell("command", rows.commands[row]),
+      cell("packet", rows.packets[row]),
+      cell("problem", rows.notes[row]),
+    );
+  }
+
+  // Shows the packet of a row in the picture.
+  #choose(index: number): void {
+    const size = this.#shown?.length ?? this.#rows.size;
+    if (index < 0 || index >= size) return;
+    this.#current = index;
+    const top = index * ROW_HEIGHT;
+    if (top < this.#table.scrollTop || top + ROW_HEIGHT > this.#table.scrollTop + this.#table.clientHeight) {
+      this.#table.scrollTop = top - this.#table.clientHeight / 2;
+    }
+    const row = this.#shown?.[index] ?? index;
+    this.#drawRows();
+    this.#timeline.mark(row);
+    void this.studio.setPacket(this.#rows.packets[row] ?? "");
+  }
+
+  #move(event: KeyboardEvent): void {
+    const page = Math.floor(this.#table.clientHeight / ROW_HEIGHT);
+    const steps: Record<string, number> = { ArrowUp: -1, ArrowDown: 1, PageUp: -page, PageDown: page };
+    const step = steps[event.key];
+    if (step === undefined) return;
+    event.preventDefault();
+    const size = this.#shown?.length ?? this.#rows.size;
+    this.#choose(Math.min(Math.max(this.#current + step, 0), size - 1));
+  }
+}

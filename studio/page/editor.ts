@@ -1,0 +1,212 @@
+// The editor of the configuration, with findings at their places and the chosen attribute marked.
+
+import { autocompletion, closeBrackets, closeBracketsKeymap, completionKeymap } from "@codemirror/autocomplete";
+import { defaultKeymap, history, historyKeymap, indentWithTab } from "@codemirror/commands";
+import { json } from "@codemirror/lang-json";
+import {
+  bracketMatching,
+  ensureSyntaxTree,
+  foldGutter,
+  foldKeymap,
+  HighlightStyle,
+  indentOnInput,
+  indentUnit,
+  syntaxHighlighting,
+} from "@codemirror/language";
+import type { Diagnostic } from "@codemirror/lint";
+import { lintGutter, lintKeymap, setDiagnostics } from "@codemirror/lint";
+import { highlightSelectionMatches, searchKeymap } from "@codemirror/search";
+import { EditorState, StateEffect, StateField } from "@codemirror/state";
+import type { DecorationSet } from "@codemirror/view";
+import {
+  Decoration,
+  drawSelection,
+  EditorView,
+  highlightActiveLine,
+  highlightActiveLineGutter,
+  hoverTooltip,
+  keymap,
+  lineNumbers,
+} from "@codemirror/view";
+import { tags } from "@lezer/highlight";
+import { byId, element } from "./dom";
+import type { Finding } from "./forms";
+import { nodeAt, pathTo } from "./pointer";
+import { complete, hover } from "./schema";
+import type { Studio } from "./studio";
+
+const TYPING_PAUSE_MS = 150;
+const MOST_MARKS = 1000;
+const MOST_PARSING_MS = 300;
+
+const colors = HighlightStyle.define([
+  { tag: tags.propertyName, color: "var(--code-name)" },
+  { tag: tags.string, color: "var(--code-string)" },
+  { tag: [tags.number, tags.bool, tags.null], color: "var(--code-number)" },
+]);
+
+const markAttribute = StateEffect.define<{ from: number; to: number } | null>();
+
+const attributeMark = StateField.define<DecorationSet>({
+  create: () => Decoration.none,
+  update(marks, transaction) {
+    marks = marks.map(transaction.changes);
+    for (const effect of transaction.effects) {
+      if (effect.is(markAttribute)) marks = linesOf(transaction.state, effect.value);
+    }
+    return marks;
+  },
+  provide: (field) => EditorView.decorations.from(field),
+});
+
+function linesOf(state: EditorState, range: { from: number; to: number } | null): DecorationSet {
+  if (range === null) return Decoration.none;
+  const first = state.doc.lineAt(range.from).number;
+  const last = state.doc.lineAt(range.to).number;
+  const marks = [];
+  for (let line = first; line <= last; ++line) {
+    marks.push(Decoration.line({ class: "cm-chosen" }).range(state.doc.line(line).from));
+  }
+  return Decoration.set(marks);
+}
+
+// Columns of findings count bytes.
+function offsetOf(state: EditorState, line: number, column: number): number {
+  const { from, text } = state.doc.line(Math.min(Math.max(line, 1), state.doc.lines));
+  const bytes = new TextEncoder().encode(text).slice(0, column - 1);
+  return Math.min(from + new TextDecoder().decode(bytes).length, state.doc.length);
+}
+
+function rangeOf(state: EditorState, finding: Finding): { from: number; to: number } {
+  const from = offsetOf(state, finding.line, finding.column);
+  const node = nodeAt(state, finding.pointer);
+  if (node === null || node.from !== from) return { from, to: Math.min(from + 1, state.doc.length) };
+  // Of a value of many lines, only the first is marked.
+  return { from, to: Math.min(node.to, state.doc.lineAt(from).to) };
+}
+
+function diagnosticOf(state: EditorState, finding: Finding): Diagnostic {
+  return {
+    ...rangeOf(state, finding),
+    severity: finding.severity,
+    message: finding.message,
+    renderMessage: () =>
+      element(
+        "div",
+        { class: "hint" },
+        element("strong", {}, finding.message),
+        element("p", {}, element("b", {}, "Effect: "), finding.effect),
+        element("p", {}, element("b", {}, "Fix: "), finding.fix),
+      ),
+  };
+}
+
+export class Editor {
+  readonly #view: EditorView;
+  #timer = 0;
+  #isOpening = false;
+
+  constructor(private readonly studio: Studio) {
+    this.#view = new EditorView({ parent: byId("configuration"), state: this.#stateOf("") });
+    studio.on("configuration", () => this.#open());
+    studio.on("findings", () => this.#showFindings());
+    studio.on("entity", () => this.#followCursor());
+    studio.on("selection", () => this.#showChosen());
+  }
+
+  // Puts the cursor on a finding.
+  goTo(finding: Finding): void {
+    const { from } = rangeOf(this.#view.state, finding);
+    this.#view.dispatch({ selection: { anchor: from }, effects: EditorView.scrollIntoView(from, { y: "center" }) });
+    this.#view.focus();
+  }
+
+  #stateOf(text: string): EditorState {
+    return EditorState.create({
+      doc: text,
+      extensions: [
+        lineNumbers(),
+        lintGutter(),
+        foldGutter(),
+        highlightActiveLine(),
+        highlightActiveLineGutter(),
+        history(),
+        drawSelection(),
+        indentUnit.of("  "),
+        indentOnInput(),
+        bracketMatching(),
+        closeBrackets(),
+        highlightSelectionMatches(),
+        json(),
+        syntaxHighlighting(colors),
+        autocompletion({ override: [complete], icons: false }),
+        hoverTooltip(hover),
+        attributeMark,
+        keymap.of([
+          ...closeBracketsKeymap,
+          ...completionKeymap,
+          ...searchKeymap,
+          ...historyKeymap,
+          ...foldKeymap,
+          ...lintKeymap,
+          ...defaultKeymap,
+          indentWithTab,
+        ]),
+        EditorView.contentAttributes.of({
+          "aria-label": "Product configuration (JSON); Escape, then Tab leaves the editor",
+        }),
+        EditorView.updateListener.of((update) => {
+          if (this.#isOpening) return;
+          if (update.docChanged) this.#edited();
+          else if (update.selectionSet && update.view.hasFocus) this.#followCursor();
+        }),
+      ],
+    });
+  }
+
+  #open(): void {
+    this.#isOpening = true;
+    window.clearTimeout(this.#timer);
+    this.#view.setState(this.#stateOf(this.studio.configuration));
+    this.#isOpening = false;
+  }
+
+  #edited(): void {
+    window.clearTimeout(this.#timer);
+    this.#timer = window.setTimeout(() => {
+      void this.studio.edit(this.#view.state.doc.toString());
+    }, TYPING_PAUSE_MS);
+  }
+
+  #showFindings(): void {
+    const { state } = this.#view;
+    if (this.studio.configuration !== state.doc.toString()) return; // it has been edited since
+    ensureSyntaxTree(state, state.doc.length, MOST_PARSING_MS);
+    const findings = this.studio.findings?.findings.slice(0, MOST_MARKS) ?? [];
+    const diagnostics = findings.map((finding) => diagnosticOf(state, finding));
+    diagnostics.sort((one, other) => one.from - other.from);
+    this.#view.dispatch(setDiagnostics(state, diagnostics));
+  }
+
+  // The attribute in which the cursor stands is the chosen one.
+  #followCursor(): void {
+    if (!this.#view.hasFocus) return this.#showChosen();
+    const { state } = this.#view;
+    const tree = ensureSyntaxTree(state, state.selection.main.head, MOST_PARSING_MS);
+    const node = tree?.resolveInner(state.selection.main.head, 1);
+    const path = node === undefined ? [] : pathTo(state, node);
+    if (path[0] !== "entities" || path[1] !== this.studio.entityIndex || path[2] !== "attrs") return;
+    if (typeof path[3] !== "number" || this.studio.attribute(path[3]) === undefined) return;
+    this.studio.select(path[3]);
+  }
+
+  #showChosen(): void {
+    const { state } = this.#view;
+    ensureSyntaxTree(state, state.doc.length, MOST_PARSING_MS);
+    const attribute = this.studio.attribute(this.studio.selected);
+    const node = attribute === undefined ? null : nodeAt(state, attribute.pointer);
+    const effects: StateEffect<unknown>[] = [markAttribute.of(node)];
+    if (node !== null && !this.#view.hasFocus) effects.push(EditorView.scrollIntoView(node.from, { y: "nearest", yMargin: 60 }));
+    this.#view.dispatch({ effects });
+  }
+}

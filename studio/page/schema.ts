@@ -1,0 +1,138 @@
+// Completion and hover texts from the schema of configurations.
+
+import type { Completion, CompletionContext, CompletionResult } from "@codemirror/autocomplete";
+import { syntaxTree } from "@codemirror/language";
+import type { EditorState } from "@codemirror/state";
+import type { Tooltip } from "@codemirror/view";
+import type { EditorView } from "@codemirror/view";
+import type { SyntaxNode } from "@lezer/common";
+import document_ from "../../schemas/product-configuration.schema.json";
+import { element } from "./dom";
+import { nameOf, pathTo } from "./pointer";
+
+interface Schema {
+  $ref?: string;
+  title?: string;
+  description?: string;
+  type?: string | string[];
+  enum?: unknown[];
+  const?: unknown;
+  examples?: unknown[];
+  required?: string[];
+  properties?: Record<string, Schema>;
+  items?: Schema;
+  $defs?: Record<string, Schema>;
+  allOf?: Schema[];
+  anyOf?: Schema[];
+  oneOf?: Schema[];
+  if?: Schema;
+  then?: Schema;
+  else?: Schema;
+}
+
+const root = document_ as unknown as Schema;
+
+// The schema and all that it refers to or is combined of, its own words first.
+function partsOf(schema: Schema): Schema[] {
+  const referred = schema.$ref === undefined ? undefined : root.$defs?.[schema.$ref.replace("#/$defs/", "")];
+  const combined = [...(schema.allOf ?? []), ...(schema.anyOf ?? []), ...(schema.oneOf ?? [])];
+  const others = [referred, ...combined, schema.then, schema.else];
+  return [schema, ...others.flatMap((other) => (other === undefined ? [] : partsOf(other)))];
+}
+
+function schemasAt(path: (string | number)[]): Schema[] {
+  let schemas = partsOf(root);
+  for (const step of path) {
+    const next = schemas.map((schema) => (typeof step === "number" ? schema.items : schema.properties?.[step]));
+    schemas = next.flatMap((schema) => (schema === undefined ? [] : partsOf(schema)));
+  }
+  return schemas;
+}
+
+function describe(schemas: Schema[]): HTMLElement | undefined {
+  const described = schemas.find((schema) => schema.description !== undefined);
+  if (described === undefined) return undefined;
+  const title = schemas.find((schema) => schema.title !== undefined)?.title ?? "";
+  return element("div", { class: "hint" }, element("strong", {}, title), element("p", {}, described.description!));
+}
+
+// A value to start a member with.
+function skeletonOf(schemas: Schema[]): string {
+  const words = schemas.flatMap((schema) => schema.enum ?? []);
+  if (words.length > 0) return '""';
+  const type = schemas.flatMap((schema) => schema.type ?? [])[0];
+  const skeletons: Record<string, string> = { array: "[]", object: "{}", string: '""', boolean: "false" };
+  return skeletons[type ?? ""] ?? "0";
+}
+
+function memberCompletions(state: EditorState, object: SyntaxNode, current: SyntaxNode | null): Completion[] {
+  const schemas = schemasAt(pathTo(state, object));
+  const present = new Set(
+    object
+      .getChildren("Property")
+      .filter((property) => property.from !== current?.from)
+      .map((property) => nameOf(state, property)),
+  );
+  const hasValue = current !== null && current.getChild("PropertyName")?.nextSibling != null;
+  const required = new Set(schemas.flatMap((schema) => schema.required ?? []));
+  const names = new Set(schemas.flatMap((schema) => Object.keys(schema.properties ?? {})));
+  return [...names]
+    .filter((name) => !present.has(name))
+    .map((name) => {
+      const member = schemasAt([...pathTo(state, object), name]);
+      const value = hasValue ? "" : `: ${skeletonOf(member)}`;
+      return {
+        label: name,
+        type: "property",
+        detail: member.find((schema) => schema.title !== undefined)?.title ?? "",
+        info: () => describe(member) ?? null,
+        boost: required.has(name) ? 1 : 0,
+        apply: (view, _completion, from, to) => {
+          const insert = `${JSON.stringify(name)}${value}`;
+          const inside = /["\]}]$/.test(value) ? 1 : 0;
+          view.dispatch({ changes: { from, to, insert }, selection: { anchor: from + insert.length - inside } });
+        },
+      };
+    });
+}
+
+function valueCompletions(state: EditorState, node: SyntaxNode): Completion[] {
+  const schemas = schemasAt(pathTo(state, node));
+  const words = schemas.flatMap((schema) => [
+    ...(schema.enum ?? []),
+    ...(schema.const === undefined ? [] : [schema.const]),
+    ...(schema.examples ?? []).filter((example) => typeof example !== "object"),
+  ]);
+  return [...new Set(words.map((word) => JSON.stringify(word)))].map((label) => ({ label, type: "enum" }));
+}
+
+export function complete(context: CompletionContext): CompletionResult | null {
+  const { state, pos } = context;
+  let node = syntaxTree(state).resolveInner(pos, -1);
+  if (node.type.isError && node.parent !== null) node = node.parent;
+  if (node.name === "PropertyName") {
+    const property = node.parent!;
+    return { from: node.from, to: node.to, options: memberCompletions(state, property.parent!, property), filter: true };
+  }
+  if (node.name === "String" || node.name === "Number") {
+    const options = valueCompletions(state, node);
+    return options.length === 0 ? null : { from: node.from, to: node.to, options };
+  }
+  if (node.name === "Object" && context.explicit) {
+    return { from: pos, options: memberCompletions(state, node, null) };
+  }
+  if (node.name === "Property" && context.explicit) {
+    const schemas = schemasAt(pathTo(state, node));
+    const words = schemas.flatMap((schema) => schema.enum ?? []);
+    return { from: pos, options: words.map((word) => ({ label: JSON.stringify(word), type: "enum" })) };
+  }
+  return null;
+}
+
+export function hover(view: EditorView, pos: number, side: -1 | 1): Tooltip | null {
+  const node = syntaxTree(view.state).resolveInner(pos, side);
+  if (node.name !== "PropertyName" && node.parent?.name !== "Property") return null;
+  const shown = describe(schemasAt(pathTo(view.state, node)));
+  if (shown === undefined) return null;
+  return { pos: node.from, end: node.to, above: true, create: () => ({ dom: shown }) };
+}

@@ -1,0 +1,209 @@
+// The state of the page, and the questions that keep it up to date. Views draw it and listen for changes.
+
+import { Asker } from "./asker";
+import type { Answer, Attribute, Entities, Entity, Findings, Reading, Value, Values, Written } from "./forms";
+import { isFailure } from "./forms";
+
+export type Topic = "configuration" | "findings" | "entity" | "selection" | "packets" | "status";
+
+export class Studio {
+  fileName = "configuration.json";
+  configuration = "";
+  entities: Entities["entities"] = [];
+  entityIndex = 0;
+  entity: Entity | undefined;
+  findings: Findings | undefined;
+  problem = ""; // why there is no entity
+  status = ""; // what the user has to be told
+  selected: number | undefined; // an attribute's element
+
+  values: Values = {};
+  command = "write";
+  subDevice = "";
+  written: Answer<Written> | undefined;
+  packetText = "";
+  received: Answer<Reading> | undefined;
+  isReceivedShown = false; // in the picture, instead of the write
+
+  readonly #listeners = new Map<Topic, (() => void)[]>();
+  readonly #asker = new Asker((reason) => this.tell(`The analysis was restarted: ${reason}. Your text is kept.`));
+  #configurationTurn = 0;
+  #packetTurn = 0;
+
+  on(topic: Topic, listener: () => void): void {
+    this.#listeners.set(topic, [...(this.#listeners.get(topic) ?? []), listener]);
+  }
+
+  #changed(...topics: Topic[]): void {
+    for (const topic of topics) for (const listener of this.#listeners.get(topic) ?? []) listener();
+  }
+
+  ask<T>(request: Record<string, unknown>): Promise<Answer<T>> {
+    return this.#asker.ask<T>(request);
+  }
+
+  // A request about the chosen entity.
+  askEntity<T>(request: Record<string, unknown>): Promise<Answer<T>> {
+    return this.ask<T>({ configuration: this.configuration, entity: this.entityIndex, ...request });
+  }
+
+  tell(status: string): void {
+    this.status = status;
+    this.#changed("status");
+  }
+
+  // Opens another configuration: nothing of the last one remains.
+  async open(fileName: string, configuration: string, packetText = "", entityIndex = 0): Promise<void> {
+    this.fileName = fileName;
+    this.configuration = configuration;
+    this.entityIndex = entityIndex;
+    this.selected = undefined;
+    this.values = {};
+    this.written = undefined;
+    this.received = undefined;
+    this.packetText = packetText;
+    this.isReceivedShown = packetText !== "";
+    this.#changed("configuration", "selection");
+    await this.#update();
+  }
+
+  async edit(configuration: string): Promise<void> {
+    this.configuration = configuration;
+    await this.#update();
+  }
+
+  async chooseEntity(index: number): Promise<void> {
+    this.entityIndex = index;
+    this.selected = undefined;
+    this.values = {};
+    this.#changed("selection");
+    await this.#update();
+  }
+
+  async #update(): Promise<void> {
+    const turn = ++this.#configurationTurn;
+    const { configuration } = this;
+    const [findings, entities] = await Promise.all([
+      this.ask<Findings>({ ask: "lint", configuration }),
+      this.ask<Entities>({ ask: "entities", configuration }),
+    ]);
+    if (turn !== this.#configurationTurn) return;
+    this.findings = isFailure(findings) ? undefined : findings;
+    if (isFailure(findings)) this.problem = findings.error;
+    this.#changed("findings");
+    await this.#updateEntity(turn, entities);
+  }
+
+  // While the JSON is broken, the last whole entity remains in view, marked as outdated.
+  async #updateEntity(turn: number, entities: Answer<Entities>): Promise<void> {
+    if (isFailure(entities)) {
+      this.problem = entities.error;
+      this.#changed("entity");
+      return;
+    }
+    this.entities = entities.entities;
+    this.entityIndex = Math.min(this.entityIndex, Math.max(this.entities.length - 1, 0));
+    const entity = await this.askEntity<Entity>({ ask: "entity" });
+    if (turn !== this.#configurationTurn) return;
+    this.problem = isFailure(entity) ? entity.error : "";
+    if (!isFailure(entity)) this.entity = entity;
+    this.#changed("entity");
+    await this.#refreshPackets();
+  }
+
+  attribute(element: number | undefined): Attribute | undefined {
+    return this.entity?.attributes.find((attribute) => attribute.element === element);
+  }
+
+  select(element: number | undefined): void {
+    if (element === this.selected) return;
+    this.selected = element;
+    this.#changed("selection");
+  }
+
+  // The packet that the picture shows.
+  shownReading(): Reading | undefined {
+    const write = this.written === undefined || isFailure(this.written) ? undefined : this.written.reading;
+    const received = this.received === undefined || isFailure(this.received) ? undefined : this.received;
+    const shown = this.isReceivedShown ? received : write;
+    return shown?.refused === undefined ? shown : undefined;
+  }
+
+  // Undefined takes the attribute out of the write.
+  async setValue(name: string, value: Value | undefined): Promise<void> {
+    const { [name]: _, ...others } = this.values;
+    this.values = value === undefined ? others : { ...this.values, [name]: value };
+    this.isReceivedShown = false;
+    await this.#encode(++this.#packetTurn);
+  }
+
+  async setCommand(command: string, subDevice: string): Promise<void> {
+    this.command = command;
+    this.subDevice = subDevice;
+    await this.#encode(++this.#packetTurn);
+  }
+
+  async #encode(turn: number): Promise<void> {
+    const hasValues = Object.keys(this.values).length > 0;
+    const subDevice = this.subDevice === "" ? {} : { subDevice: Number(this.subDevice) };
+    const request = { ask: "encode", values: this.values, command: this.command, ...subDevice };
+    const written = hasValues ? await this.askEntity<Written>(request) : undefined;
+    if (turn !== this.#packetTurn) return;
+    this.written = written;
+    this.#changed("packets");
+  }
+
+  // A packet of any kind: what it says sets the values as well.
+  async setPacket(text: string): Promise<void> {
+    this.packetText = text;
+    this.isReceivedShown = true;
+    const turn = ++this.#packetTurn;
+    if (text.trim() === "") {
+      this.received = undefined;
+      this.isReceivedShown = false;
+      this.#changed("packets");
+      return;
+    }
+    const received = await this.askEntity<Reading>({ ask: "read", packet: text });
+    if (turn !== this.#packetTurn) return;
+    this.received = received;
+    this.#takeValues(received);
+    await this.#encode(turn);
+  }
+
+  #takeValues(reading: Answer<Reading>): void {
+    if (isFailure(reading) || reading.values === undefined) return;
+    const values: Values = {};
+    for (const { element, value } of reading.values) {
+      const attribute = this.attribute(element);
+      if (attribute?.control !== undefined && value !== undefined) values[attribute.name] = value;
+    }
+    this.values = values;
+    if (reading.isWrite) {
+      this.command = reading.command ?? this.command;
+      this.subDevice = reading.subDevice === undefined ? "" : String(reading.subDevice);
+    }
+  }
+
+  // Inverts a bit of the payload that the picture shows.
+  async flip(bit: number): Promise<void> {
+    const shown = this.shownReading();
+    if (shown === undefined) return;
+    const turn = ++this.#packetTurn;
+    const flipped = await this.askEntity<Reading>({ ask: "flip", packet: shown.packet, bit });
+    if (turn !== this.#packetTurn || isFailure(flipped)) return;
+    if (this.isReceivedShown) return this.setPacket(flipped.packet);
+    this.#takeValues(flipped);
+    await this.#encode(turn);
+  }
+
+  async #refreshPackets(): Promise<void> {
+    if (this.isReceivedShown || this.packetText !== "") {
+      const { isReceivedShown } = this;
+      await this.setPacket(this.packetText);
+      this.isReceivedShown = isReceivedShown;
+    } else {
+      await this.#encode(++this.#packetTurn);
+    }
+  }
+}

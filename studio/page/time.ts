@@ -1,0 +1,20 @@
+// Times of captures, in whatever form the lines have them, as seconds.
+
+const CLOCK = /^(\d{1,2}):(\d{2}):(\d{2}(?:[.,]\d+)?)$/;
+
+// Seconds since 1970, midnight or the start of the capture; NaN for anything else.
+export function secondsOf(text: string): number {
+  const plain = text.trim().replace(/^[[(]|[\])]$/g, "");
+  if (plain === "") return NaN;
+  if (/^\d+(\.\d+)?$/.test(plain)) return Number(plain);
+  const clock = CLOCK.exec(plain);
+  if (clock !== null) return Number(clock[1]) * 3600 + Number(clock[2]) * 60 + Number(clock[3]!.replace(",", "."));
+  return Date.parse(plain.replace(",", ".").replace(/^(\d{4}-\d{2}-\d{2}) /, "$1T")) / 1000;
+}
+
+// The x axis of a capture: its times where all rows have one that does not go back, otherwise the line numbers.
+export function axisOf(times: string[], lines: Float64Array): { x: Float64Array; isTime: boolean } {
+  const x = Float64Array.from(times, secondsOf);
+  const isTime = x.length > 0 && x.every((value, i) => Number.isFinite(value) && (i === 0 || value >= x[i - 1]!));
+  return { x: isTime ? x : lines, isTime };
+}

@@ -1,0 +1,238 @@
+// Chosen attributes of a capture over time: numbers as lines, bools and enums as bands, alerts and faults as marks.
+
+import uPlot from "uplot";
+import type { Rows } from "./capture";
+import { element } from "./dom";
+import type { Attribute } from "./forms";
+import { axisOf } from "./time";
+
+const LINE_COLORS = ["#1f77d0", "#c4570a", "#23875a", "#9a4fb5", "#a8851a", "#c23a62"];
+const CHART_HEIGHT = 200;
+const BAND_HEIGHT = 22;
+const MOST_CHOSEN_AT_FIRST = 8;
+
+type Kind = "line" | "band" | "mark";
+
+function kindOf(attribute: Attribute): Kind | undefined {
+  if (attribute.group === "alert" || attribute.group === "fault") return "mark";
+  if (attribute.type === "bool" || attribute.type === "enum") return "band";
+  return attribute.type === "binary" ? undefined : "line";
+}
+
+interface Track {
+  attribute: Attribute;
+  index: number; // of its column
+  kind: Kind;
+}
+
+// Rows with one value after each other.
+interface Run {
+  first: number;
+  last: number;
+  value: number;
+}
+
+function runsOf(column: Float64Array | Uint8Array, size: number): Run[] {
+  const runs: Run[] = [];
+  for (let i = 0; i < size; ++i) {
+    const value = column[i]!;
+    const run = runs[runs.length - 1];
+    if (Number.isNaN(value)) continue; // a packet that does not tell it
+    if (run !== undefined && run.value === value) run.last = i;
+    else {
+      if (run !== undefined) run.last = i;
+      runs.push({ first: i, last: i, value });
+    }
+  }
+  return runs;
+}
+
+export class Timeline {
+  #plot: uPlot | undefined;
+  #tracks: Track[] = [];
+  #chosen = new Set<number>();
+  #rows: Rows | undefined;
+  #x: Float64Array = new Float64Array(0);
+  #isTime = false;
+  #runs = new Map<number, Run[]>();
+  readonly #canvas = element("canvas", { class: "bands", "aria-hidden": "true" });
+  readonly #chart = element("div", { class: "chart" });
+  readonly #choice = element("fieldset", { class: "tracks" }, element("legend", {}, "Shown over time"));
+
+  constructor(
+    private readonly container: HTMLElement,
+    private readonly onChoose: (row: number) => void,
+  ) {
+    container.append(this.#choice, this.#chart, this.#canvas);
+    this.#canvas.addEventListener("click", (event) => this.#chooseAt(event.offsetX));
+    new ResizeObserver(() => this.#resize()).observe(this.container);
+    window.matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.#draw());
+  }
+
+  show(rows: Rows, attributes: Attribute[]): void {
+    this.#rows = rows;
+    const { x, isTime } = axisOf(rows.times, rows.lines.subarray(0, rows.size));
+    this.#x = x;
+    this.#isTime = isTime;
+    this.#runs.clear();
+    this.#tracks = attributes.flatMap((attribute, index) => {
+      const kind = kindOf(attribute);
+      return kind === undefined ? [] : [{ attribute, index, kind }];
+    });
+    this.#chosen = new Set(this.#tracks.slice(0, MOST_CHOSEN_AT_FIRST).map(({ index }) => index));
+    this.#drawChoice();
+    this.#draw();
+  }
+
+  // Moves the cursor to a row.
+  mark(row: number): void {
+    const plot = this.#plot;
+    if (plot === undefined) return;
+    const x = this.#x[row]!;
+    const { min, max } = plot.scales["x"]!;
+    if (x < min! || x > max!) plot.setScale("x", { min: x - (max! - min!) / 2, max: x + (max! - min!) / 2 });
+    plot.setCursor({ left: plot.valToPos(x, "x"), top: 0 }, false);
+  }
+
+  #drawChoice(): void {
+    const boxes = this.#tracks.map(({ attribute, index }) =>
+      element(
+        "label",
+        {},
+        element("input", {
+          type: "checkbox",
+          checked: this.#chosen.has(index),
+          onchange: () => {
+            if (!this.#chosen.delete(index)) this.#chosen.add(index);
+            this.#draw();
+          },
+        }),
+        attribute.label,
+      ),
+    );
+    this.#choice.replaceChildren(element("legend", {}, "Shown over time"), ...boxes);
+  }
+
+  #chosenTracks(isLine: boolean): Track[] {
+    return this.#tracks.filter(({ index, kind }) => this.#chosen.has(index) && (kind === "line") === isLine);
+  }
+
+  #draw(): void {
+    this.#plot?.destroy();
+    this.#plot = undefined;
+    if (this.#rows === undefined || this.#x.length === 0) return;
+    const lines = this.#chosenTracks(true);
+    const style = getComputedStyle(document.documentElement);
+    const text = style.getPropertyValue("--text").trim();
+    const grid = { stroke: style.getPropertyValue("--line").trim(), width: 1 };
+    const size = this.#rows.size;
+    const columns = lines.map(({ index }) => this.#rows!.values[index]!.subarray(0, size));
+    const axis = { stroke: text, grid, ticks: grid };
+    this.#plot = new uPlot(
+      {
+        width: this.container.clientWidth,
+        height: CHART_HEIGHT,
+        scales: { x: { time: this.#isTime && this.#x[0]! > 1e8 } },
+        axes: [axis, { ...axis, size: 60, scale: lines.length > 0 ? "y0" : "y" }],
+        series: [
+          { label: this.#isTime ? "Time" : "Line" },
+          ...lines.map(({ attribute }, i) => ({
+            label: attribute.label,
+            scale: `y${i}`,
+            stroke: LINE_COLORS[i % LINE_COLORS.length]!,
+            width: 1.5,
+            spanGaps: true,
+            points: { show: size < 200 },
+          })),
+        ],
+        cursor: { drag: { x: true, y: false } },
+        hooks: {
+          setScale: [(_plot: uPlot, key: string) => key === "x" && this.#drawBands()],
+          ready: [(plot: uPlot) => plot.over.addEventListener("click", (event) => this.#chooseAt(event.offsetX + this.#left()))],
+        },
+      },
+      [this.#x, ...columns] as unknown as uPlot.AlignedData,
+      this.#chart,
+    );
+    this.#drawBands();
+  }
+
+  #left(): number {
+    return this.#plot === undefined ? 0 : this.#plot.bbox.left / devicePixelRatio;
+  }
+
+  // `left` counts from the left end of the chart.
+  #chooseAt(left: number): void {
+    const plot = this.#plot;
+    if (plot === undefined) return;
+    this.onChoose(plot.posToIdx(left - this.#left()));
+  }
+
+  #resize(): void {
+    this.#plot?.setSize({ width: this.container.clientWidth, height: CHART_HEIGHT });
+    this.#drawBands();
+  }
+
+  #runsOf(track: Track): Run[] {
+    const known = this.#runs.get(track.index);
+    if (known !== undefined) return known;
+    const column = track.kind === "mark" ? this.#rows!.active[track.index]! : this.#rows!.values[track.index]!;
+    const runs = runsOf(column, this.#rows!.size);
+    this.#runs.set(track.index, runs);
+    return runs;
+  }
+
+  #drawBands(): void {
+    const plot = this.#plot;
+    const tracks = this.#chosenTracks(false);
+    const width = this.container.clientWidth;
+    const height = tracks.length * BAND_HEIGHT;
+    this.#canvas.width = width * devicePixelRatio;
+    this.#canvas.height = height * devicePixelRatio;
+    this.#canvas.style.height = `${height}px`;
+    const context = this.#canvas.getContext("2d");
+    if (plot === undefined || context === null) return;
+    context.scale(devicePixelRatio, devicePixelRatio);
+    context.font = "12px system-ui, sans-serif";
+    context.textBaseline = "middle";
+    tracks.forEach((track, i) => this.#drawTrack(context, plot, track, i * BAND_HEIGHT, width));
+  }
+
+  #drawTrack(context: CanvasRenderingContext2D, plot: uPlot, track: Track, top: number, width: number): void {
+    const style = getComputedStyle(document.documentElement);
+    const color = (name: string): string => style.getPropertyValue(name).trim();
+    const { group, items, label } = track.attribute;
+    const left = this.#left();
+    const end = left + plot.bbox.width / devicePixelRatio;
+    for (const { first, last, value } of this.#runsOf(track)) {
+      if (track.kind === "mark" && value === 0) continue;
+      const from = Math.max(left + plot.valToPos(this.#x[first]!, "x"), left);
+      const to = Math.min(left + plot.valToPos(this.#x[last]!, "x"), end);
+      if (to < left || from > end) continue;
+      const length = Math.max(to - from, 1);
+      const isOff = track.kind === "band" && items === undefined && value === 0;
+      context.fillStyle = track.kind === "mark" ? color(`--${group}`) : isOff ? color("--line") : color(`--band${value % 4}`);
+      context.fillRect(from, top + (isOff ? 12 : 3), length, isOff ? 2 : BAND_HEIGHT - 6);
+      if (track.kind === "mark") this.#drawMark(context, from, top);
+      if (items === undefined || length < 30) continue;
+      context.save();
+      context.beginPath();
+      context.rect(from, top, length, BAND_HEIGHT);
+      context.clip();
+      context.fillStyle = color("--text");
+      context.fillText(items[value] ?? String(value), from + 4, top + BAND_HEIGHT / 2);
+      context.restore();
+    }
+    context.fillStyle = color("--text");
+    context.textAlign = "left";
+    context.fillText(label, 2, top + BAND_HEIGHT / 2, Math.min(left - 6, width / 3));
+  }
+
+  #drawMark(context: CanvasRenderingContext2D, x: number, top: number): void {
+    context.beginPath();
+    context.moveTo(x - 5, top + 2);
+    context.lineTo(x + 5, top + 2);
+    context.lineTo(x, top + 11);
+    context.fill();
+  }
+}

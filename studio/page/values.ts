@@ -1,0 +1,200 @@
+// What can be written: a control for each writable attribute, and the write packet beside them.
+
+import { explain } from "./bytes";
+import { byId, element, reveal } from "./dom";
+import type { Attribute, Control, Value } from "./forms";
+import { isFailure } from "./forms";
+import type { Studio } from "./studio";
+
+const MOST_SLIDER_STEPS = 2000;
+
+interface Row {
+  attribute: Attribute;
+  row: HTMLElement;
+  isSent: HTMLInputElement;
+  note: HTMLElement;
+  show(value: Value | undefined): void;
+}
+
+// A control with its value shown, and read.
+interface Made {
+  elements: HTMLElement[];
+  hint: string;
+  show(value: Value | undefined): void;
+  read(): Value | undefined;
+}
+
+type Changed = (value: Value | undefined) => void;
+
+function switchFor(properties: Record<string, string>, changed: Changed): Made {
+  const box = element("input", { ...properties, type: "checkbox", class: "switch", onchange: () => changed(box.checked) });
+  const show = (value: Value | undefined): void => {
+    box.checked = value === true;
+  };
+  return { elements: [box], hint: "", show, read: () => box.checked };
+}
+
+function choiceFor(items: string[], properties: Record<string, string>, changed: Changed): Made {
+  const options = items.map((item, i) => element("option", { value: i }, item === "" ? `(item ${i})` : item));
+  const read = (): number | undefined => (box.value === "" ? undefined : Number(box.value));
+  const box = element("select", { ...properties, onchange: () => changed(read()) }, ...options);
+  const show = (value: Value | undefined): void => {
+    box.value = value === undefined ? "0" : String(value);
+  };
+  return { elements: [box], hint: "", show, read };
+}
+
+function numberFor(
+  { min, max, step }: { min: string; max: string; step: string },
+  properties: Record<string, string>,
+  changed: Changed,
+): Made {
+  const limits = { min, max, step };
+  const read = (): string | undefined => (box.value === "" ? undefined : box.value);
+  const box = element("input", { ...properties, ...limits, type: "number", oninput: () => changed(read()) });
+  const steps = (Number(max) - Number(min)) / Number(step);
+  const slider = element("input", {
+    ...limits,
+    type: "range",
+    "aria-label": `${properties["aria-label"] ?? ""}, slider`,
+    oninput: () => {
+      box.value = slider.value;
+      changed(slider.value);
+    },
+  });
+  const show = (value: Value | undefined): void => {
+    if (document.activeElement !== box) box.value = value === undefined ? "" : String(value);
+    slider.value = value === undefined ? min : String(value);
+  };
+  const elements = steps > 0 && steps <= MOST_SLIDER_STEPS ? [slider, box] : [box];
+  const hint = min === "" ? "no value is accepted" : `${min} to ${max}${step === "1" ? "" : `, steps of ${step}`}`;
+  return { elements, hint, show, read: () => read() ?? min };
+}
+
+function bytesFor(bytes: number, properties: Record<string, string>, changed: Changed): Made {
+  const box = element("input", {
+    ...properties,
+    type: "text",
+    spellcheck: "false",
+    placeholder: "base64",
+    oninput: () => changed(box.value),
+  });
+  const show = (value: Value | undefined): void => {
+    if (document.activeElement !== box) box.value = value === undefined ? "" : String(value);
+  };
+  return { elements: [box], hint: `${bytes} bytes, in base64`, show, read: () => box.value };
+}
+
+function makeControl(control: Control, properties: Record<string, string>, changed: Changed): Made {
+  switch (control.kind) {
+    case "switch":
+      return switchFor(properties, changed);
+    case "choice":
+      return choiceFor(control.items, properties, changed);
+    case "number":
+      return numberFor(control, properties, changed);
+    case "bytes":
+      return bytesFor(control.bytes, properties, changed);
+  }
+}
+
+export class ValuesView {
+  readonly #list = byId("values");
+  readonly #packet = byId("write-packet");
+  readonly #explanation = byId("write-explanation");
+  readonly #problems = byId("write-problems");
+  readonly #command = byId<HTMLSelectElement>("write-command");
+  readonly #subDevice = byId<HTMLInputElement>("sub-device");
+  #rows: Row[] = [];
+  #drawn = "";
+
+  constructor(private readonly studio: Studio) {
+    studio.on("entity", () => this.#draw());
+    studio.on("packets", () => this.#show());
+    studio.on("selection", () => this.#showChosen());
+    const change = (): void => void studio.setCommand(this.#command.value, this.#subDevice.value);
+    this.#command.addEventListener("change", change);
+    this.#subDevice.addEventListener("input", change);
+    byId("copy-write").addEventListener("click", () => {
+      void navigator.clipboard.writeText(this.#packet.textContent ?? "");
+      studio.tell("The write packet was copied.");
+    });
+  }
+
+  #draw(): void {
+    const writable = this.studio.entity?.attributes.filter((one) => one.control !== undefined) ?? [];
+    const drawn = JSON.stringify(writable.map(({ name, label, description, control }) => [name, label, description, control]));
+    if (drawn === this.#drawn) return; // so that nobody's typing is disturbed
+    this.#drawn = drawn;
+    this.#rows = writable.map((attribute) => this.#rowOf(attribute));
+    this.#list.replaceChildren(...this.#rows.map(({ row }) => row));
+    if (writable.length === 0) {
+      this.#list.replaceChildren(element("p", { class: "empty" }, "This entity has no writable attributes."));
+    }
+  }
+
+  #rowOf(attribute: Attribute): Row {
+    const { name, label } = attribute;
+    const changed = (value: Value | undefined): void => void this.studio.setValue(name, value);
+    const properties = { "data-testid": `value-${name}`, "aria-label": label };
+    const made = makeControl(attribute.control!, properties, changed);
+    const isSent = element("input", {
+      type: "checkbox",
+      "aria-label": `Send ${label}`,
+      title: "Part of the write packet",
+      onchange: () => changed(isSent.checked ? made.read() : undefined),
+    });
+    const note = element("span", { class: "note" });
+    const row = element(
+      "div",
+      { class: "value-row", onfocusin: () => this.studio.select(attribute.element) },
+      isSent,
+      element(
+        "button",
+        { type: "button", class: "label", title: attribute.description, onclick: () => this.studio.select(attribute.element) },
+        label,
+      ),
+      element("span", { class: "control" }, ...made.elements),
+      element("span", { class: "limits" }, made.hint),
+      note,
+    );
+    return { attribute, row, isSent, note, show: made.show };
+  }
+
+  #show(): void {
+    const { values, written, command, subDevice } = this.studio;
+    const encoding = written === undefined || isFailure(written) ? undefined : written.encoding;
+    for (const row of this.#rows) {
+      const value = Object.hasOwn(values, row.attribute.name) ? values[row.attribute.name] : undefined;
+      row.show(value);
+      row.isSent.checked = value !== undefined;
+      row.row.classList.toggle("sent", value !== undefined);
+      const note = encoding?.attributes.find(({ name }) => name === row.attribute.name)?.note ?? "";
+      const isTold = value !== undefined && note !== "" && !note.startsWith("raw ");
+      row.note.textContent = isTold ? note : "";
+      row.note.classList.toggle("bad", /^(refused|cut|overwritten|left out|mixed)/.test(note));
+    }
+    if (document.activeElement !== this.#subDevice) this.#subDevice.value = subDevice;
+    this.#command.value = command;
+    const reading = written === undefined || isFailure(written) ? undefined : written.reading;
+    this.#packet.textContent = reading?.packet ?? "";
+    this.#problems.textContent = this.#problemText();
+    this.#explanation.replaceChildren(...(reading === undefined ? [] : [explain(this.studio, reading)]));
+  }
+
+  #problemText(): string {
+    const { written } = this.studio;
+    if (written === undefined) return "Set a value, and the packet that writes it stands here.";
+    if (isFailure(written)) return written.error;
+    return written.reading === undefined ? written.encoding.problems.join("\n") : "";
+  }
+
+  #showChosen(): void {
+    for (const { row, attribute } of this.#rows) {
+      const isChosen = attribute.element === this.studio.selected;
+      row.classList.toggle("chosen", isChosen);
+      if (isChosen) reveal(row, this.#list);
+    }
+    this.#show();
+  }
+}
