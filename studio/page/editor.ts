@@ -206,7 +206,7 @@ export class Editor {
     const attribute = this.studio.attribute(this.studio.selected);
     const node = attribute === undefined ? null : nodeAt(state, attribute.pointer);
     const effects: StateEffect<unknown>[] = [markAttribute.of(node)];
-    if (node !== null && !this.#view.hasFocus) effects.push(EditorView.scrollIntoView(node.from, { y: "nearest", yMargin: 60 }));
+    if (node !== null && !this.#view.hasFocus) effects.push(EditorView.scrollIntoView(node.from, { y: "start", yMargin: 40 }));
     this.#view.dispatch({ effects });
   }
 }

@@ -50,7 +50,7 @@ export class ExportView {
     this.#body.replaceChildren(
       element(
         "p",
-        { class: "command" },
+        { class: "command-line" },
         element("code", { "data-testid": "export-command" }, command),
         element("button", { type: "button", onclick: () => void navigator.clipboard.writeText(command) }, "Copy"),
       ),

@@ -72,7 +72,7 @@ export class Picture {
     const named = piece.elements.find((index) => !seen.has(index));
     piece.elements.forEach((index) => seen.add(index));
     const made = element("div", {
-      class: `piece ${kind}`,
+      class: `piece ${kind}${piece.columns <= 2 ? " narrow" : ""}`,
       style: `grid-column: ${piece.column + 1} / span ${piece.columns}`,
       "data-elements": piece.elements.join(" "),
       "data-testid": this.testids && isNew ? `field-${this.#attribute(named!)?.name ?? ""}` : undefined,

@@ -170,9 +170,9 @@ export class ValuesView {
       row.isSent.checked = value !== undefined;
       row.row.classList.toggle("sent", value !== undefined);
       const note = encoding?.attributes.find(({ name }) => name === row.attribute.name)?.note ?? "";
-      const isTold = value !== undefined && note !== "" && !note.startsWith("raw ");
-      row.note.textContent = isTold ? note : "";
-      row.note.classList.toggle("bad", /^(refused|cut|overwritten|left out|mixed)/.test(note));
+      const isBad = /^(refused|cut|overwritten|left out|mixed)/.test(note);
+      row.note.textContent = value !== undefined && (isBad || row.attribute.control?.kind !== "choice") ? note : "";
+      row.note.classList.toggle("bad", isBad);
     }
     if (document.activeElement !== this.#subDevice) this.#subDevice.value = subDevice;
     this.#command.value = command;

@@ -1,0 +1,564 @@
+// What a user does with the studio, in a real browser.
+
+import assert from "node:assert/strict";
+import { readdirSync, readFileSync } from "node:fs";
+import { createRequire } from "node:module";
+import { after, afterEach, before, describe, test } from "node:test";
+import {
+  closeBrowser,
+  closePages,
+  configurationOf,
+  dp4,
+  eventualText,
+  eventually,
+  fileWith,
+  openBrowser,
+  openConfiguration,
+  openPage,
+  pathOf,
+  textOf,
+  typeConfiguration,
+} from "./browser.mjs";
+
+const KETTLE = textOf("examples/kettle.json");
+const EXAMPLES = ["air_conditioner", "gateway", "kettle", "power_meter"];
+const axe = readFileSync(createRequire(import.meta.url).resolve("axe-core/axe.min.js"), "utf8");
+
+before(openBrowser);
+after(closeBrowser);
+afterEach(closePages);
+
+async function shownFindings(page) {
+  return page.getByTestId("finding").evaluateAll((items) =>
+    items.map((item) => ({
+      rule: item.dataset.rule,
+      line: Number(/line (\d+)/.exec(item.querySelector(".where").textContent)[1]),
+      text: item.innerText.replace(/\s+/g, " "),
+    })),
+  );
+}
+
+function findingsOfDp4(path) {
+  return JSON.parse(dp4("lint", "--severity", "info", "--format", "json", path)).findings;
+}
+
+describe("editor", () => {
+  test("tells findings at their place while somebody types, with effect and fix", async () => {
+    const page = await openPage();
+    await typeConfiguration(page, KETTLE.replace('"len": 2}\n        },\n        {\n          "id": 2', '"len": 2}\n        },\n        {\n          "id": 2').replace('"ratio": 0.5', '"ratio": 0'));
+    const finding = page.locator('[data-rule="zero-ratio"]').first();
+    await finding.waitFor();
+    const line = KETTLE.split("\n").findIndex((text) => text.includes('"ratio": 0.5')) + 1;
+    const text = await finding.innerText();
+    assert.match(text, new RegExp(`line ${line}`));
+    assert.match(text, /Effect .+/);
+    assert.match(text, /Fix .+/);
+    await page.locator(".cm-lintRange").first().waitFor();
+    await finding.click();
+    const active = await eventualText(page.locator(".cm-activeLine"), /ratio/);
+    assert.match(active, /"ratio": 0/);
+    assert.deepEqual(page.problems, []);
+  });
+
+  test("completes members and keywords from the schema, and explains them on hover", async () => {
+    const page = await openPage();
+    await typeConfiguration(page, '{"entities": [{"attrs": [{"data_type": ""');
+    await page.keyboard.press("ArrowLeft");
+    await page.keyboard.press("Control+Space");
+    const options = await eventualText(page.locator(".cm-tooltip-autocomplete"), /uint16/);
+    assert.match(options, /"bool"[^]*"enum"[^]*"binary"/);
+    await page.keyboard.press("Escape");
+    await typeConfiguration(page, '{"entities": [{"attrs": [{"po');
+    await page.keyboard.press("Control+Space");
+    assert.match(await eventualText(page.locator(".cm-tooltip-autocomplete"), /position/), /position/);
+    await typeConfiguration(page, '{"entities": []}');
+    await page.locator(".cm-line").getByText('"entities"').hover();
+    assert.match(await eventualText(page.locator(".cm-tooltip-hover"), /models/), /The models that the product consists of/);
+  });
+
+  test("opens files by button and by drop", async () => {
+    const page = await openPage();
+    await openConfiguration(page, pathOf("examples/gateway.json"));
+    assert.equal(await configurationOf(page), textOf("examples/gateway.json"));
+    const transfer = await page.evaluateHandle((text) => {
+      const made = new DataTransfer();
+      made.items.add(new File([text], "dropped.json"));
+      return made;
+    }, KETTLE);
+    await page.getByTestId("configuration").dispatchEvent("drop", { dataTransfer: transfer });
+    await eventualText(page.locator("#file-name"), "dropped.json");
+    assert.equal(await configurationOf(page), KETTLE);
+  });
+
+  test("keeps text and packet over a reload", async () => {
+    const page = await openPage();
+    const text = KETTLE.replace("Kettle K1", "Kettle K2");
+    await typeConfiguration(page, text);
+    await page.getByTestId("packet").fill("04 00 00 00 00 00 00");
+    await eventualText(page.getByTestId("decoded-power"), "false");
+    await page.reload();
+    await eventualText(page.getByTestId("decoded-power"), "false");
+    assert.equal(await page.getByTestId("packet").inputValue(), "04 00 00 00 00 00 00");
+    assert.equal(await configurationOf(page), text);
+  });
+});
+
+describe("picture", () => {
+  // The bits of each attribute in the page's picture, by name; bytes that it leaves out are the same as the byte before.
+  async function drawn(page) {
+    return page.evaluate(() => {
+      const names = {};
+      let last;
+      for (const row of document.querySelectorAll("#layout .row:not(.head)")) {
+        const pieces = [...row.querySelectorAll(".piece")].map((piece) => [piece.style.gridColumn, piece.dataset.elements]);
+        const label = row.querySelector(".byte").textContent;
+        if (label !== "…") {
+          const byte = Number(label);
+          for (let i = (last ?? -1) + 1; i <= byte; ++i) names[i] = pieces;
+          last = byte;
+        }
+      }
+      return names;
+    });
+  }
+
+  test("is the same as dp4's", async () => {
+    const page = await openPage();
+    for (const name of EXAMPLES) {
+      await openConfiguration(page, pathOf(`examples/${name}.json`));
+      const count = JSON.parse(textOf(`examples/${name}.json`)).entities.length;
+      for (let i = 0; i < count; ++i) {
+        await page.getByTestId("entity").selectOption(String(i));
+        const entity = JSON.parse(textOf(`examples/${name}.json`)).entities[i];
+        await page.getByTestId(`field-${entity.attrs[0].name}`).waitFor();
+        const layout = JSON.parse(dp4("layout", `examples/${name}.json`, "--entity", entity.name, "--format", "json"));
+        const expected = {};
+        for (const { firstBit, bits, attributes } of layout.stretches) {
+          for (let bit = firstBit; bit < firstBit + bits; ++bit) {
+            const row = (expected[bit >> 3] ??= []);
+            const key = attributes.map((one) => entity.attrs.findIndex((attr) => attr.name === one)).join(" ");
+            const piece = row.at(-1);
+            if (piece !== undefined && piece.key === key) ++piece.columns;
+            else row.push({ column: bit & 7, columns: 1, key });
+          }
+        }
+        const wanted = Object.fromEntries(
+          Object.entries(expected).map(([byte, row]) => [byte, row.map(({ column, columns, key }) => [`${column + 1} / span ${columns}`, key])]),
+        );
+        assert.deepEqual(await drawn(page), wanted, `${name} ${entity.name}`);
+      }
+    }
+  });
+
+  test("follows the text", async () => {
+    const page = await openPage();
+    await typeConfiguration(page, KETTLE.replace('"bit_offset": 1, "unit": "bit", "len": 2', '"bit_offset": 4, "unit": "bit", "len": 2'));
+    const columns = await eventually(() => page.getByTestId("field-program").evaluate((piece) => piece.style.gridColumn), (text) => text === "3 / span 2");
+    assert.equal(columns, "3 / span 2");
+  });
+
+  test("has one selection with the editor, the values and the bytes", async () => {
+    const page = await openPage();
+    await page.getByTestId("field-target").locator(".name").click();
+    assert.match(await page.getByTestId("chosen").innerText(), /Target temperature \(target\): writable uint8 at 1/);
+    assert.match((await page.locator(".cm-chosen").allInnerTexts()).join("\n"), /"name": "target"/);
+    assert.match(await page.locator(".value-row.chosen").innerText(), /Target temperature/);
+    assert.match(await page.locator("#received .part.chosen").innerText(), /target = 85/);
+    // From the editor.
+    await page.locator(".cm-line").getByText('"program"').click();
+    await page.locator('[data-testid="field-program"].chosen').waitFor();
+    // From a byte.
+    await page.locator("#received .part").getByText("sensor = true").click();
+    await page.locator('[data-testid="field-sensor"].chosen').waitFor();
+    // From a value.
+    await page.getByTestId("value-power").focus();
+    await page.locator('[data-testid="field-power"].chosen').waitFor();
+  });
+
+  test("shows the packet's bits, and a click inverts one", async () => {
+    const page = await openPage();
+    await page.getByTestId("packet").fill("04 05 5a 04 64 01 00");
+    const bit = page.locator('[data-bit="47"]'); // bit 0 of byte 5
+    await eventualText(bit, "0");
+    assert.equal((await page.getByTestId("field-target").locator(".bit").allInnerTexts()).join(""), "01011010");
+    await bit.click();
+    assert.equal(await eventualText(page.getByTestId("decoded-sensor"), "true"), "true");
+    assert.equal(await page.getByTestId("packet").inputValue(), "04 05 5a 04 64 01 01");
+    // In a write, the flag is set as well.
+    await page.getByTestId("packet").fill("01 04 00 5a");
+    await eventualText(page.getByTestId("write-packet"), "01 04 00 5a");
+    await page.getByTestId("value-target").fill("40");
+    await eventualText(page.getByTestId("write-packet"), "01 04 00 00");
+    await page.locator('[data-bit="7"]').click();
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 05 01 00"), "01 05 01 00");
+  });
+});
+
+describe("values", () => {
+  test("make the write packet, explained byte by byte", async () => {
+    const page = await openPage();
+    await page.getByTestId("packet").fill("");
+    await page.getByTestId("value-power").check();
+    await page.getByTestId("value-program").selectOption("2");
+    await page.getByTestId("value-target").fill("85");
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 5a"), "01 07 05 5a");
+    const parts = await page.locator("#write-explanation .part").allInnerTexts();
+    assert.deepEqual(parts.map((part) => part.replace(/\s+/g, " ")), [
+      "command 01 write",
+      "flags 07 sets power, program, target",
+      "byte 0 05 power = true program = keep_warm",
+      "byte 1 5a target = 85",
+    ]);
+    // Off is a value as well; without its mark the attribute is not part of the packet.
+    await page.getByTestId("value-power").uncheck();
+    await eventualText(page.getByTestId("write-packet"), "01 07 04 5a");
+    await page.getByLabel("Send Power").uncheck();
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 06 04 5a"), "01 06 04 5a");
+    await page.getByTestId("sub-device").fill("5");
+    assert.equal(await eventualText(page.getByTestId("write-packet"), /05 00 00 00/), "01 05 00 00 00 06 04 5a");
+  });
+
+  test("know limits, steps and items", async () => {
+    const page = await openPage();
+    const target = page.getByTestId("value-target");
+    assert.deepEqual(await target.evaluate(({ min, max, step }) => [min, max, step]), ["40", "100", "0.5"]);
+    assert.deepEqual(await page.getByTestId("value-program").locator("option").allInnerTexts(), ["boil", "green_tea", "keep_warm"]);
+    await page.getByTestId("packet").fill("");
+    await target.fill("101");
+    assert.match(await eventualText(page.locator(".value-row .note"), /refused/), /refused/);
+    assert.equal(await page.getByTestId("write-packet").innerText(), "");
+  });
+
+  test("follow a packet of any kind that is typed", async () => {
+    const page = await openPage();
+    await page.getByTestId("packet").fill("0107015a");
+    await eventualText(page.getByTestId("write-packet"), "01 07 01 5a");
+    assert.equal(await page.getByTestId("value-target").inputValue(), "85");
+    assert.equal(await page.getByTestId("value-program").inputValue(), "0");
+    await page.getByTestId("packet").fill("04 02 00 04 64 00 00");
+    await eventualText(page.getByTestId("write-packet"), "01 07 02 00");
+    assert.equal(await page.getByTestId("value-target").inputValue(), "40");
+    await page.getByTestId("packet").fill("03:05:5a:04:64:00:00");
+    await eventualText(page.getByTestId("write-packet"), "01 07 05 5a");
+    assert.equal(await page.getByTestId("value-program").inputValue(), "2");
+  });
+
+  test("are written as dp4 writes them", async () => {
+    const page = await openPage();
+    for (const name of EXAMPLES.filter((one) => one !== "gateway")) {
+      await openConfiguration(page, pathOf(`examples/${name}.json`));
+      const packet = dp4("encode", `examples/${name}.json`, `examples/${name}.values.json`).trim();
+      await page.getByTestId("packet").fill(packet);
+      const plain = (text) => text.replace(/\s/g, "");
+      const written = await eventually(() => page.getByTestId("write-packet").innerText(), (text) => plain(text) === plain(packet));
+      assert.equal(plain(written), plain(packet), name);
+    }
+  });
+});
+
+describe("a received packet", () => {
+  test("gives values, alerts, faults and the application's document", async () => {
+    const page = await openPage();
+    await page.getByTestId("packet").fill("04 05 5a 04 64 01 01");
+    assert.equal(await eventualText(page.getByTestId("decoded-temperature"), "92.4"), "92.4");
+    assert.equal(await page.getByTestId("decoded-program").innerText(), "keep_warm");
+    assert.match(await page.getByTestId("received").innerText(), /Active: ?\s*Low water\s*Sensor broken/);
+    const expected = { kettle: { power: true, program: "2", target: "85", temperature: "92.4" }, version: 4 };
+    assert.deepEqual(JSON.parse(await page.getByTestId("document").innerText()), expected);
+  });
+
+  test("gives the document that dp4 gives", async () => {
+    const page = await openPage();
+    for (const name of EXAMPLES) {
+      await openConfiguration(page, pathOf(`examples/${name}.json`));
+      const { entities } = JSON.parse(textOf(`examples/${name}.json`));
+      const packet = textOf(`examples/${name}.notify.hex`).trim();
+      await page.getByTestId("packet").fill(packet);
+      const { values } = JSON.parse(dp4("decode", `examples/${name}.json`, "--entity", entities[0].name, packet));
+      const text = await eventually(() => page.getByTestId("document").innerText(), (shown) => shown !== "");
+      assert.deepEqual(JSON.parse(text), values, name);
+    }
+  });
+
+  test("has notes on what was passed over", async () => {
+    const page = await openPage();
+    await page.getByTestId("packet").fill("04 05 ff 04 64 01 01 00 00");
+    const notes = await eventualText(page.getByTestId("notes"), /surplus/);
+    assert.match(notes, /surplus: 2 bytes/);
+    assert.match(notes, /"target" out-of-range: raw 255, expected 0 to 120/);
+    await page.getByTestId("packet").fill("04 0z");
+    assert.match(await eventualText(page.locator("#packet-problem"), /column/), /column 5: /);
+    await page.getByTestId("packet").fill("63 00");
+    assert.match(await eventualText(page.locator("#packet-problem"), /unknown/), /command 63 is unknown/);
+  });
+});
+
+describe("captures", () => {
+  const LINES = [
+    "2024-05-01 10:00:00.000 RX 04 00 00 04 64 00 00",
+    "2024-05-01 10:00:01.000 TX 01 07 05 5a",
+    "2024-05-01 10:00:02.000 RX 04 05 5a 04 64 01 00",
+    "nothing of interest",
+    "2024-05-01 10:00:03.000 RX 04 05 5a 04 64 00 01",
+  ];
+
+  test("are read by a ready-made pattern, with table, filter and timeline", async () => {
+    const page = await openPage();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    assert.match(await eventualText(page.getByTestId("capture-summary"), /4 packets/), /log.txt: 4 packets, 1 line that the pattern does not match/);
+    assert.equal(await page.getByTestId("pattern").inputValue(), "direction");
+    assert.match(await page.getByTestId("pattern-preview").innerText(), /2024-05-01 10:00:00.000\s+RX\s+04 00 00 04 64 00 00/);
+    assert.equal(await page.getByTestId("capture-row").count(), 4);
+    await page.getByTestId("timeline").locator("canvas").first().waitFor();
+    await page.getByTestId("capture-filter").fill("tx");
+    await eventualText(page.getByTestId("filter-count"), "1 row");
+    await page.getByTestId("capture-row").click();
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 5a"), "01 07 05 5a");
+  });
+
+  test("are read by a pattern of one's own, and bad ones are told", async () => {
+    const page = await openPage();
+    await page.getByTestId("capture").setInputFiles(fileWith("own.log", "t=1.5 data=04000004640000;\nt=2.5 data=04010004640000;\n"));
+    await eventualText(page.getByTestId("capture-summary"), /without/);
+    await page.getByTestId("pattern").fill("t=(?P<time>\\S+) data=(?P<packet>[0-9a-f]+)");
+    await page.getByTestId("pattern").press("Enter");
+    assert.match(await eventualText(page.getByTestId("capture-summary"), /2 packets/), /2 packets$/);
+    await page.getByTestId("pattern").fill("(unclosed");
+    await page.getByTestId("pattern").press("Enter");
+    assert.match(await eventualText(page.getByTestId("pattern-preview"), /unclosed/), /missing|unclosed/);
+  });
+
+  test("show the packet of a moment that is clicked in the timeline", async () => {
+    const page = await openPage();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    const over = page.getByTestId("timeline").locator(".u-over");
+    await over.waitFor();
+    await over.scrollIntoViewIfNeeded();
+    const { width, height } = await over.boundingBox();
+    await over.click({ position: { x: width - 2, y: height / 2 } });
+    assert.equal(await eventualText(page.getByTestId("decoded-sensor"), "true"), "true");
+    assert.equal(await page.getByTestId("packet").inputValue(), "04 05 5a 04 64 00 01");
+  });
+
+  test("of 200,000 packets stay smooth and can be cancelled", async () => {
+    const page = await openPage();
+    const lines = [];
+    for (let i = 0; i < 200_000; ++i) {
+      const target = (i % 121).toString(16).padStart(2, "0");
+      lines.push(`${1_700_000_000 + i} 04 0${i % 6} ${target} 04 ${(i % 100).toString(16).padStart(2, "0")} ${i % 1000 < 10 ? "01" : "00"} 00`);
+    }
+    const file = fileWith("large.log", lines.join("\n"));
+    await page.evaluate(() => {
+      window.longest = 0;
+      let last = performance.now();
+      const tick = () => {
+        const now = performance.now();
+        window.longest = Math.max(window.longest, now - last);
+        last = now;
+        requestAnimationFrame(tick);
+      };
+      tick();
+    });
+    await page.getByTestId("capture").setInputFiles(file);
+    await page.getByTestId("progress").waitFor();
+    assert.equal(await page.getByTestId("cancel").isVisible(), true);
+    await eventually(() => page.getByTestId("cancel").isVisible(), (isVisible) => !isVisible, 60_000);
+    assert.match(await page.getByTestId("capture-summary").innerText(), /large.log: 200,000 packets/);
+    const longest = await page.evaluate(() => window.longest);
+    assert.ok(longest < 1000, `the page stood still for ${longest} ms`);
+    // The table holds only what is visible.
+    assert.ok((await page.getByTestId("capture-row").count()) < 60);
+    await page.getByTestId("capture-rows").evaluate((rows) => (rows.scrollTop = rows.scrollHeight));
+    await eventually(() => page.getByTestId("capture-row").last().innerText(), (text) => text.startsWith("200000"));
+    await page.getByTestId("capture-row").last().click();
+    assert.equal(await eventualText(page.getByTestId("decoded-power"), "true"), "true");
+    // Again, and cancelled.
+    await page.getByTestId("capture").setInputFiles(file);
+    await page.getByTestId("cancel").click();
+    const summary = await eventualText(page.getByTestId("capture-summary"), /cancelled/);
+    assert.match(summary, /cancelled$/);
+    assert.doesNotMatch(summary, /200,000/);
+  });
+});
+
+test("comparing tells what dp4 compare tells, with both pictures", async () => {
+  const next = fileWith("next.json", KETTLE.replace('"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1', '"byte_offset": 6, "bit_offset": 0, "unit": "byte", "len": 1'));
+  const page = await openPage();
+  await page.getByTestId("compare").setInputFiles(next);
+  await page.getByTestId("change").first().waitFor();
+  const { findings } = JSON.parse(dp4("compare", "--format", "json", "examples/kettle.json", next));
+  const changes = await page.getByTestId("change").evaluateAll((items) => items.map((item) => [item.dataset.rule, item.querySelector("strong").textContent]));
+  assert.deepEqual(changes, findings.map(({ rule, message }) => [rule, message]));
+  assert.ok(changes.length > 0);
+  const rows = (id) => page.locator(`#${id} .row`).count();
+  assert.equal(await eventually(() => rows("picture-after"), (count) => count === 8), 8);
+  assert.equal(await rows("picture-before"), 7);
+});
+
+describe("exports", () => {
+  test("are what the command line beside them writes", async () => {
+    const page = await openPage();
+    await openConfiguration(page, pathOf("examples/kettle.json"));
+    await page.getByTestId("export").click();
+    const shown = async (form, name) => {
+      await page.getByTestId(`export-${form}`).check();
+      const [download] = await Promise.all([page.waitForEvent("download"), page.getByTestId(`download-${name}`).click()]);
+      return readFileSync(await download.path(), "utf8");
+    };
+    assert.equal(await shown("svg", "kettle.svg"), dp4("layout", "examples/kettle.json", "--svg", "-"));
+    assert.equal(await page.getByTestId("export-command").innerText(), "dp4 layout kettle.json --svg kettle.svg");
+    assert.equal(await shown("vectors", "kettle.vectors.json"), dp4("vectors", "examples/kettle.json"));
+    const folder = fileWith("x", "").replace(/\/x$/, "");
+    dp4("generate", "c", "examples/kettle.json", "--output", folder);
+    for (const name of ["kettle.h", "kettle.c", "kettle_test.c"]) {
+      assert.equal(await shown("c", name), readFileSync(`${folder}/${name}`, "utf8"));
+    }
+    assert.equal(await page.getByTestId("export-command").innerText(), "dp4 generate c kettle.json");
+    dp4("generate", "wireshark", "examples/kettle.json", "--udp", "12416", "--output", folder);
+    assert.equal(await shown("wireshark", "kettle.lua"), readFileSync(`${folder}/kettle.lua`, "utf8"));
+  });
+
+  test("of the packet follow the values", async () => {
+    const page = await openPage();
+    await page.getByTestId("packet").fill("01 07 05 5a");
+    await eventualText(page.getByTestId("write-packet"), "01 07 05 5a");
+    await page.getByTestId("export").click();
+    await page.getByTestId("export-c-array").check();
+    const command = await eventualText(page.getByTestId("export-command"), /encode/);
+    assert.equal(command, "dp4 encode kettle.json --set 'power=true' --set 'program=2' --set 'target=85' --output c-array");
+    const text = dp4("encode", "examples/kettle.json", "--set", "power=true", "--set", "program=2", "--set", "target=85", "--output", "c-array");
+    assert.equal(await page.locator(".export-file pre").textContent(), text);
+  });
+});
+
+test("a link carries configuration and packet", async () => {
+  const page = await openPage();
+  const text = KETTLE.replace("Kettle K1", "Wasserkocher ☕");
+  await typeConfiguration(page, text);
+  await page.getByTestId("packet").fill("04 01 00 00 00 00 00");
+  await eventualText(page.getByTestId("decoded-program"), "boil");
+  await page.getByTestId("share").click();
+  const link = await eventually(() => page.getByTestId("share-link").inputValue(), (value) => value !== "");
+  assert.ok(link.length < 1500, `${link.length} characters`);
+  const other = await openPage({ hash: link.slice(link.indexOf("#")) });
+  assert.equal(await other.getByTestId("packet").inputValue(), "04 01 00 00 00 00 00");
+  assert.equal(await configurationOf(other), text);
+  const broken = await openPage({ hash: "#s=AAAA" });
+  assert.match(await broken.getByTestId("status").innerText(), /link could not be read/);
+});
+
+describe("accessibility", () => {
+  for (const [scheme, width] of [["light", 1440], ["dark", 1440], ["light", 1024], ["dark", 390]]) {
+    test(`has no violations: ${scheme}, ${width} pixels`, async () => {
+      const page = await openPage({ scheme, width });
+      await openConfiguration(page, pathOf("tests/lint/fields-overlap.json"));
+      await openConfiguration(page, pathOf("examples/air_conditioner.json"));
+      await page.getByTestId("packet").fill(textOf("examples/air_conditioner.notify.hex").trim());
+      await page.getByTestId("capture").setInputFiles(fileWith("log.txt", `1 ${textOf("examples/air_conditioner.notify.hex")}`));
+      await page.getByTestId("compare").setInputFiles(pathOf("examples/kettle.json"));
+      await page.getByTestId("change").first().waitFor();
+      await page.getByTestId("capture-row").first().waitFor();
+      await page.locator(".piece.writable .name").first().click();
+      const violations = await violationsOf(page);
+      await page.getByTestId("export").click();
+      await page.getByTestId("export-command").waitFor();
+      assert.deepEqual([...violations, ...(await violationsOf(page))], []);
+      const overflow = await page.evaluate(() => document.documentElement.scrollWidth - window.innerWidth);
+      assert.ok(overflow <= 0, `the page is ${overflow} pixels too wide`);
+    });
+  }
+
+  // The policy of the page keeps scripts out, so that axe comes in through the debugger.
+  async function violationsOf(page) {
+    const session = await page.context().newCDPSession(page);
+    await session.send("Runtime.evaluate", { expression: axe });
+    const found = await page.evaluate(async () => {
+      const { violations } = await window.axe.run(document, { resultTypes: ["violations"] });
+      return violations.map(({ id, nodes }) => `${id}: ${nodes.map((node) => node.html.slice(0, 160)).slice(0, 3).join(" | ")}`);
+    });
+    await session.detach();
+    return found;
+  }
+
+  test("works by keyboard alone", async () => {
+    const page = await openPage();
+    await page.getByTestId("packet").fill("04 00 00 00 00 00 00");
+    await eventualText(page.locator('[data-bit="0"]'), "0");
+    await page.locator('[data-bit="0"]').focus();
+    await page.keyboard.press("ArrowRight");
+    await page.keyboard.press("ArrowDown");
+    assert.equal(await page.evaluate(() => document.activeElement.dataset.bit), "9");
+    await page.keyboard.press("Enter");
+    assert.equal(await eventualText(page.getByTestId("decoded-target"), "72"), "72");
+    assert.equal(await page.evaluate(() => document.activeElement.dataset.bit), "9");
+    await page.locator(".cm-content").focus();
+    await page.keyboard.press("Escape");
+    await page.keyboard.press("Tab");
+    assert.equal(await page.evaluate(() => document.activeElement.closest(".cm-editor")), null);
+  });
+
+  test("loads nothing and has a policy that says so", async () => {
+    const page = await openPage();
+    const policy = await page.locator('meta[http-equiv="Content-Security-Policy"]').getAttribute("content");
+    assert.match(policy, /default-src 'none'; script-src 'sha256-[^']+' 'wasm-unsafe-eval';/);
+    assert.deepEqual(page.problems, []);
+  });
+});
+
+describe("hostile input", () => {
+  async function isAlive(page) {
+    await openConfiguration(page, pathOf("examples/kettle.json"));
+    await page.getByTestId("packet").fill("04 05 5a 04 64 01 01");
+    return (await eventualText(page.getByTestId("decoded-target"), "85")) === "85";
+  }
+
+  test("of 50 MB is told, and the text is kept", async () => {
+    const page = await openPage();
+    await page.getByTestId("open").setInputFiles({ name: "huge.json", mimeType: "application/json", buffer: Buffer.alloc(50 * 1024 * 1024 - 1, 32) });
+    assert.match(await eventualText(page.getByTestId("status"), /MB/), /huge.json has 50.0 MB; the studio opens configurations up to 8 MB/);
+    assert.equal(await configurationOf(page), KETTLE);
+    assert.ok(await isAlive(page));
+  });
+
+  test("with NULs, deep nesting, and what makes the module throw is told", async () => {
+    const page = await openPage();
+    const texts = [
+      KETTLE.replace('"power"', '"po\0wer"'),
+      `{"entities": ${"[".repeat(100_000)}`,
+      KETTLE.replace('"max": 120', '"max": {"a": 1}'),
+      '{"entities": [1, null, "x"]}',
+      "\0\0\0",
+      KETTLE.replace('"target"', '"</script><img src=x onerror=alert(1)>"'),
+    ];
+    for (const text of texts) {
+      await openConfiguration(page, fileWith("hostile.json", text));
+      assert.ok((await page.getByTestId("finding").count()) > 0, text.slice(0, 200));
+    }
+    await page.getByTestId("packet").fill("04".repeat(40_000));
+    assert.match(await eventualText(page.locator("#packet-problem"), /too long/), /too long/);
+    assert.ok(await isAlive(page));
+    assert.deepEqual(page.problems, []);
+  });
+
+  test("that crashes or blocks the WebAssembly restarts it, with the text kept", async () => {
+    const page = await openPage();
+    const text = KETTLE.replace("Kettle K1", "Kettle K3");
+    await typeConfiguration(page, text);
+    // Nothing known crashes it, so the worker is made to trap.
+    await page.evaluate(() => window.dispatchEvent(new CustomEvent("studio-crash")));
+    assert.match(await eventualText(page.getByTestId("status"), /restarted/), /The analysis was restarted.*Your text is kept/);
+    assert.equal(await configurationOf(page), text);
+    assert.ok(await isAlive(page));
+  });
+});
+
+test("the findings of all of tests/lint and of the examples are those of dp4", async () => {
+  const page = await openPage();
+  const files = readdirSync(pathOf("tests/lint")).filter((name) => name.endsWith(".json")).map((name) => `tests/lint/${name}`);
+  for (const file of [...files, ...EXAMPLES.map((name) => `examples/${name}.json`)]) {
+    await openConfiguration(page, pathOf(file));
+    const shown = (await shownFindings(page)).map(({ rule, line }) => `${line} ${rule}`);
+    const expected = findingsOfDp4(file).map(({ rule, line }) => `${line} ${rule}`);
+    assert.deepEqual(shown, expected.slice(0, 200), file);
+  }
+});
