@@ -21,7 +21,7 @@ namespace {
 
 // An argument of a command line, quoted for a shell where it has to be.
 std::string Argument(const std::string& text) {
-  static const char kPlain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./";
+  static const char kPlain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./=:+,@%";
   if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) return text;
   std::string quoted = "'";
   for (const char c : text) quoted += c == '\'' ? "'\\''" : std::string(1, c);

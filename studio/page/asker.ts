@@ -3,7 +3,7 @@
 import type { Answer } from "./forms";
 import type { CapturePiece, FromWorker, ToWorker } from "./messages";
 
-const PATIENCE_MS = 15_000;
+const PATIENCE_MS = 10_000;
 
 // The WebAssembly and the worker's script are parts of the page.
 async function unpackedModule(): Promise<WebAssembly.Module> {

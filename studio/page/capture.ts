@@ -16,6 +16,7 @@ const FILTER_PAUSE_MS = 120;
 // All rows of a capture, as columns that grow.
 export class Rows {
   lines = new Float64Array(0);
+  seconds = new Float64Array(0);
   times: string[] = [];
   others: string[] = [];
   packets: string[] = [];
@@ -40,6 +41,7 @@ export class Rows {
     const size = at + piece.packets.length;
     if (size > this.#capacity) this.#grow(Math.max(size, 2 * this.#capacity));
     this.lines.set(piece.lines, at);
+    this.seconds.set(piece.seconds, at);
     piece.values.forEach((column, a) => this.values[a]!.set(column, at));
     piece.active.forEach((column, a) => this.active[a]!.set(column, at));
     for (const name of ["times", "others", "packets", "commands", "notes"] as const) {
@@ -54,6 +56,7 @@ export class Rows {
       return made;
     };
     this.lines = grown(this.lines, new Float64Array(capacity));
+    this.seconds = grown(this.seconds, new Float64Array(capacity));
     this.values = this.values.map((old) => grown(old, new Float64Array(capacity)));
     this.active = this.active.map((old) => grown(old, new Uint8Array(capacity)));
     this.#capacity = capacity;

@@ -121,6 +121,11 @@ export class Editor {
     this.#view.focus();
   }
 
+  // The text as it stands, also while somebody types.
+  text(): string {
+    return this.#view.state.doc.toString();
+  }
+
   #stateOf(text: string): EditorState {
     return EditorState.create({
       doc: text,
@@ -154,6 +159,7 @@ export class Editor {
         ]),
         EditorView.contentAttributes.of({
           "aria-label": "Product configuration (JSON); Escape, then Tab leaves the editor",
+          tabindex: "0",
         }),
         EditorView.updateListener.of((update) => {
           if (this.#isOpening) return;

@@ -20,9 +20,11 @@ const KEEP_PAUSE_MS = 300;
 
 const studio = new Studio();
 
+const editor = new Editor(studio);
+
 function current(): Shared {
-  const { fileName: file, configuration, entityIndex: entity, packetText: packet } = studio;
-  return { file, configuration, entity, packet };
+  const { fileName: file, entityIndex: entity, packetText: packet } = studio;
+  return { file, configuration: editor.text(), entity, packet };
 }
 
 async function openFile(file: File): Promise<void> {
@@ -45,7 +47,7 @@ function setUpFiles(): void {
     if (example !== undefined) void studio.open(example.file, example.configuration, example.packet);
   });
   byId("save").addEventListener("click", () => {
-    download(studio.fileName, studio.configuration);
+    download(studio.fileName, editor.text());
   });
   const name = byId("file-name");
   studio.on("configuration", () => (name.textContent = studio.fileName));
@@ -147,7 +149,6 @@ for (const button of document.querySelectorAll<HTMLButtonElement>("dialog .close
   button.addEventListener("click", () => button.closest("dialog")?.close());
 }
 studio.on("status", () => (byId("status").textContent = studio.status));
-const editor = new Editor(studio);
 new FindingsView(studio, (finding) => editor.goTo(finding));
 new ValuesView(studio);
 new ReceivedView(studio);

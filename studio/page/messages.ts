@@ -9,6 +9,7 @@ export type ToWorker =
 export interface CapturePiece {
   lines: Float64Array;
   times: string[];
+  seconds: Float64Array; // the times; NaN where there is none
   others: string[];
   packets: string[];
   commands: string[];

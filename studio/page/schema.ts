@@ -65,6 +65,13 @@ function skeletonOf(schemas: Schema[]): string {
   return skeletons[type ?? ""] ?? "0";
 }
 
+// What a completion replaces: with what was typed, the quotation marks around it.
+function rangeOf(state: EditorState, from: number, to: number): { from: number; to: number } {
+  const isOpen = state.sliceDoc(from - 1, from) === '"';
+  const isClosed = isOpen && state.sliceDoc(to, to + 1) === '"';
+  return { from: isOpen ? from - 1 : from, to: isClosed ? to + 1 : to };
+}
+
 function memberCompletions(state: EditorState, object: SyntaxNode, current: SyntaxNode | null): Completion[] {
   const schemas = schemasAt(pathTo(state, object));
   const present = new Set(
@@ -88,9 +95,10 @@ function memberCompletions(state: EditorState, object: SyntaxNode, current: Synt
         info: () => describe(member) ?? null,
         boost: required.has(name) ? 1 : 0,
         apply: (view, _completion, from, to) => {
+          const range = rangeOf(view.state, from, to);
           const insert = `${JSON.stringify(name)}${value}`;
           const inside = /["\]}]$/.test(value) ? 1 : 0;
-          view.dispatch({ changes: { from, to, insert }, selection: { anchor: from + insert.length - inside } });
+          view.dispatch({ changes: { ...range, insert }, selection: { anchor: range.from + insert.length - inside } });
         },
       };
     });
@@ -103,28 +111,36 @@ function valueCompletions(state: EditorState, node: SyntaxNode): Completion[] {
     ...(schema.const === undefined ? [] : [schema.const]),
     ...(schema.examples ?? []).filter((example) => typeof example !== "object"),
   ]);
-  return [...new Set(words.map((word) => JSON.stringify(word)))].map((label) => ({ label, type: "enum" }));
+  return [...new Set(words)].map((word, i) => ({
+    label: String(word),
+    type: "enum",
+    boost: -i, // in their order
+    apply: (view: EditorView, _completion: Completion, from: number, to: number) => {
+      const range = rangeOf(view.state, from, to);
+      const insert = JSON.stringify(word);
+      view.dispatch({ changes: { ...range, insert }, selection: { anchor: range.from + insert.length } });
+    },
+  }));
 }
 
 export function complete(context: CompletionContext): CompletionResult | null {
   const { state, pos } = context;
   let node = syntaxTree(state).resolveInner(pos, -1);
   if (node.type.isError && node.parent !== null) node = node.parent;
-  if (node.name === "PropertyName") {
+  const begin = node.from + (state.sliceDoc(node.from, node.from + 1) === '"' ? 1 : 0);
+  if (node.name === "PropertyName" && pos >= begin) {
     const property = node.parent!;
-    return { from: node.from, to: node.to, options: memberCompletions(state, property.parent!, property), filter: true };
+    return { from: begin, options: memberCompletions(state, property.parent!, property) };
   }
-  if (node.name === "String" || node.name === "Number") {
+  if ((node.name === "String" || node.name === "Number") && pos >= begin) {
     const options = valueCompletions(state, node);
-    return options.length === 0 ? null : { from: node.from, to: node.to, options };
+    return options.length === 0 ? null : { from: begin, options };
   }
   if (node.name === "Object" && context.explicit) {
     return { from: pos, options: memberCompletions(state, node, null) };
   }
   if (node.name === "Property" && context.explicit) {
-    const schemas = schemasAt(pathTo(state, node));
-    const words = schemas.flatMap((schema) => schema.enum ?? []);
-    return { from: pos, options: words.map((word) => ({ label: JSON.stringify(word), type: "enum" })) };
+    return { from: pos, options: valueCompletions(state, node) };
   }
   return null;
 }

@@ -13,8 +13,8 @@ export function secondsOf(text: string): number {
 }
 
 // The x axis of a capture: its times where all rows have one that does not go back, otherwise the line numbers.
-export function axisOf(times: string[], lines: Float64Array): { x: Float64Array; isTime: boolean } {
-  const x = Float64Array.from(times, secondsOf);
-  const isTime = x.length > 0 && x.every((value, i) => Number.isFinite(value) && (i === 0 || value >= x[i - 1]!));
-  return { x: isTime ? x : lines, isTime };
+export function axisOf(seconds: Float64Array, lines: Float64Array): { x: Float64Array; isTime: boolean } {
+  let isTime = seconds.length > 0 && Number.isFinite(seconds[0]);
+  for (let i = 1; isTime && i < seconds.length; ++i) isTime = seconds[i]! >= seconds[i - 1]!;
+  return { x: isTime ? seconds : lines, isTime };
 }

@@ -71,7 +71,7 @@ export class Timeline {
 
   show(rows: Rows, attributes: Attribute[]): void {
     this.#rows = rows;
-    const { x, isTime } = axisOf(rows.times, rows.lines.subarray(0, rows.size));
+    const { x, isTime } = axisOf(rows.seconds.subarray(0, rows.size), rows.lines.subarray(0, rows.size));
     this.#x = x;
     this.#isTime = isTime;
     this.#runs.clear();

@@ -4,6 +4,7 @@ import type { CaptureRow, CaptureRows } from "./forms";
 import { isFailure } from "./forms";
 import { Instance } from "./instance";
 import type { CapturePiece, FromWorker, ToWorker } from "./messages";
+import { secondsOf } from "./time";
 
 const PIECE_CHARACTERS = 1 << 18;
 
@@ -17,6 +18,7 @@ function columnsOf(rows: CaptureRow[], attributes: number): CapturePiece {
   const piece: CapturePiece = {
     lines: Float64Array.from(rows, (row) => row.line),
     times: rows.map((row) => row.time ?? ""),
+    seconds: Float64Array.from(rows, (row) => secondsOf(row.time ?? "")),
     others: rows.map((row) => row.others ?? ""),
     packets: rows.map((row) => row.packet ?? ""),
     commands: rows.map((row) => row.command ?? ""),
