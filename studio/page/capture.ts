@@ -65,6 +65,15 @@ export class Rows {
   textOf(row: number): string {
     return `${this.times[row]} ${this.others[row]} ${this.commands[row]} ${this.packets[row]} ${this.notes[row]}`;
   }
+
+  // "power=1 program=boil"
+  valuesOf(row: number, attributes: Attribute[]): string {
+    const texts = attributes.map(({ name, items }, a) => {
+      const value = this.values[a]![row]!;
+      return Number.isNaN(value) ? "" : `${name}=${items?.[value] ?? value} `;
+    });
+    return texts.join("").trimEnd();
+  }
 }
 
 export class CaptureView {
@@ -181,8 +190,10 @@ export class CaptureView {
     this.#shown = undefined;
     if (text !== "") {
       this.#shown = [];
+      const hasValue = text.includes("=");
       for (let row = 0; row < this.#rows.size; ++row) {
-        if (this.#rows.textOf(row).toLowerCase().includes(text)) this.#shown.push(row);
+        const shown = hasValue ? this.#rows.valuesOf(row, this.#attributes) : this.#rows.textOf(row);
+        if (shown.toLowerCase().includes(text)) this.#shown.push(row);
       }
     }
     byId("filter-count").textContent = this.#shown === undefined ? "" : count(this.#shown.length, "row");
@@ -227,6 +238,7 @@ export class CaptureView {
       cell("time", `${rows.times[row]} ${rows.others[row]}`),
       cell("command", rows.commands[row]),
       cell("packet", rows.packets[row]),
+      cell("says", rows.valuesOf(row, this.#attributes)),
       cell("problem", rows.notes[row]),
     );
   }

@@ -127,14 +127,17 @@ export function complete(context: CompletionContext): CompletionResult | null {
   const { state, pos } = context;
   let node = syntaxTree(state).resolveInner(pos, -1);
   if (node.type.isError && node.parent !== null) node = node.parent;
-  const begin = node.from + (state.sliceDoc(node.from, node.from + 1) === '"' ? 1 : 0);
-  if (node.name === "PropertyName" && pos >= begin) {
+  const isOpen = state.sliceDoc(node.from, node.from + 1) === '"';
+  const isClosed = isOpen && node.to > node.from + 1 && state.sliceDoc(node.to - 1, node.to) === '"';
+  const begin = node.from + (isOpen ? 1 : 0);
+  const end = node.to - (isClosed ? 1 : 0);
+  if (node.name === "PropertyName" && pos >= begin && pos <= end) {
     const property = node.parent!;
-    return { from: begin, options: memberCompletions(state, property.parent!, property) };
+    return { from: begin, to: end, options: memberCompletions(state, property.parent!, property) };
   }
-  if ((node.name === "String" || node.name === "Number") && pos >= begin) {
+  if ((node.name === "String" || node.name === "Number") && pos >= begin && pos <= end) {
     const options = valueCompletions(state, node);
-    return options.length === 0 ? null : { from: begin, options };
+    return options.length === 0 ? null : { from: begin, to: end, options };
   }
   if (node.name === "Object" && context.explicit) {
     return { from: pos, options: memberCompletions(state, node, null) };

@@ -12,6 +12,17 @@ export function secondsOf(text: string): number {
   return Date.parse(plain.replace(",", ".").replace(/^(\d{4}-\d{2}-\d{2}) /, "$1T")) / 1000;
 }
 
+const SECONDS_OF_YEARS = 1e8; // more than any clock shows that starts at midnight or with the device
+
+// A time for people; with its date where it has one.
+export function timeText(seconds: number): string {
+  const hasDate = seconds > SECONDS_OF_YEARS;
+  const local = hasDate ? seconds - new Date(1000 * seconds).getTimezoneOffset() * 60 : seconds;
+  const text = new Date(1000 * local).toISOString();
+  const clock = text.slice(11, Number.isInteger(seconds) ? 19 : 23);
+  return hasDate ? `${text.slice(0, 10)} ${clock}` : clock;
+}
+
 // The x axis of a capture: its times where all rows have one that does not go back, otherwise the line numbers.
 export function axisOf(seconds: Float64Array, lines: Float64Array): { x: Float64Array; isTime: boolean } {
   let isTime = seconds.length > 0 && Number.isFinite(seconds[0]);

@@ -4,11 +4,14 @@ import uPlot from "uplot";
 import type { Rows } from "./capture";
 import { element } from "./dom";
 import type { Attribute } from "./forms";
-import { axisOf } from "./time";
+import { axisOf, timeText } from "./time";
 
 const LINE_COLORS = ["#1f77d0", "#c4570a", "#23875a", "#9a4fb5", "#a8851a", "#c23a62"];
 const CHART_HEIGHT = 200;
 const BAND_HEIGHT = 22;
+const CHARACTER_WIDTH = 7;
+const LEAST_LABEL_WIDTH = 60;
+const MOST_LABEL_WIDTH = 150;
 const MOST_CHOSEN_AT_FIRST = 8;
 
 type Kind = "line" | "band" | "mark";
@@ -128,14 +131,20 @@ export class Timeline {
     const size = this.#rows.size;
     const columns = lines.map(({ index }) => this.#rows!.values[index]!.subarray(0, size));
     const axis = { stroke: text, grid, ticks: grid };
+    const xText = (x: number | null): string => (x === null ? "" : this.#isTime ? timeText(x) : String(x));
+    const longest = Math.max(...this.#chosenTracks(false).map(({ attribute }) => attribute.label.length), 0);
+    const labelWidth = Math.min(Math.max(CHARACTER_WIDTH * longest + 12, LEAST_LABEL_WIDTH), MOST_LABEL_WIDTH);
     this.#plot = new uPlot(
       {
         width: this.container.clientWidth,
         height: CHART_HEIGHT,
-        scales: { x: { time: this.#isTime && this.#x[0]! > 1e8 } },
-        axes: [axis, { ...axis, size: 60, scale: lines.length > 0 ? "y0" : "y" }],
+        scales: { x: { time: false } },
+        axes: [
+          { ...axis, space: 170, values: (_plot: uPlot, splits: number[]) => splits.map(xText) },
+          { ...axis, size: labelWidth, scale: lines.length > 0 ? "y0" : "y" },
+        ],
         series: [
-          { label: this.#isTime ? "Time" : "Line" },
+          { label: this.#isTime ? "Time" : "Line", value: (_plot: uPlot, x: number | null) => xText(x) },
           ...lines.map(({ attribute }, i) => ({
             label: attribute.label,
             scale: `y${i}`,
@@ -145,7 +154,7 @@ export class Timeline {
             points: { show: size < 200 },
           })),
         ],
-        cursor: { drag: { x: true, y: false } },
+        cursor: { y: false, drag: { x: true, y: false } },
         hooks: {
           setScale: [(_plot: uPlot, key: string) => key === "x" && this.#drawBands()],
           ready: [(plot: uPlot) => plot.over.addEventListener("click", (event) => this.#chooseAt(event.offsetX + this.#left()))],
@@ -195,10 +204,10 @@ export class Timeline {
     context.scale(devicePixelRatio, devicePixelRatio);
     context.font = "12px system-ui, sans-serif";
     context.textBaseline = "middle";
-    tracks.forEach((track, i) => this.#drawTrack(context, plot, track, i * BAND_HEIGHT, width));
+    tracks.forEach((track, i) => this.#drawTrack(context, plot, track, i * BAND_HEIGHT));
   }
 
-  #drawTrack(context: CanvasRenderingContext2D, plot: uPlot, track: Track, top: number, width: number): void {
+  #drawTrack(context: CanvasRenderingContext2D, plot: uPlot, track: Track, top: number): void {
     const style = getComputedStyle(document.documentElement);
     const color = (name: string): string => style.getPropertyValue(name).trim();
     const { group, items, label } = track.attribute;
@@ -225,7 +234,7 @@ export class Timeline {
     }
     context.fillStyle = color("--text");
     context.textAlign = "left";
-    context.fillText(label, 2, top + BAND_HEIGHT / 2, Math.min(left - 6, width / 3));
+    context.fillText(label, 2, top + BAND_HEIGHT / 2, left - 8);
   }
 
   #drawMark(context: CanvasRenderingContext2D, x: number, top: number): void {

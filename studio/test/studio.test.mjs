@@ -318,6 +318,8 @@ describe("captures", () => {
     assert.match(await page.getByTestId("pattern-preview").innerText(), /2024-05-01 10:00:00.000\s+RX\s+04 00 00 04 64 00 00/);
     assert.equal(await page.getByTestId("capture-row").count(), 4);
     await page.getByTestId("timeline").locator("canvas").first().waitFor();
+    await page.getByTestId("capture-filter").fill("program=keep");
+    await eventualText(page.getByTestId("filter-count"), "3 rows");
     await page.getByTestId("capture-filter").fill("tx");
     await eventualText(page.getByTestId("filter-count"), "1 row");
     await page.getByTestId("capture-row").click();
