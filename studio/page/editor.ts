@@ -31,8 +31,8 @@ import {
 import { tags } from "@lezer/highlight";
 import { byId, element } from "./dom";
 import type { Finding } from "./forms";
-import { nodeAt, pathTo } from "./pointer";
-import { complete, hover } from "./schema";
+import { itemsOf, nodeAt, pathTo } from "./pointer";
+import { complete, hover, itemExamples } from "./schema";
 import type { Studio } from "./studio";
 
 const TYPING_PAUSE_MS = 150;
@@ -121,6 +121,25 @@ export class Editor {
     this.#view.focus();
   }
 
+  // Appends an attribute like one of the schema's examples to the chosen entity.
+  insert(example: number): void {
+    const { state } = this.#view;
+    ensureSyntaxTree(state, state.doc.length, MOST_PARSING_MS);
+    const path = ["entities", this.studio.entityIndex, "attrs"];
+    const array = nodeAt(state, `/${path.join("/")}`);
+    if (array === null || array.name !== "Array") return this.studio.tell('The entity has no array "attrs" to insert into.');
+    const last = array.lastChild?.prevSibling ?? null;
+    const items = itemsOf(array);
+    const line = state.doc.lineAt(items === 0 ? array.from : last!.from);
+    const indent = /^\s*/.exec(line.text)![0] + (items === 0 ? "  " : "");
+    const from = items === 0 ? array.from + 1 : last!.to;
+    const text = itemExamples(path)[example]?.text(items, indent) ?? "";
+    const end = items === 0 ? `\n${indent.slice(2)}` : "";
+    const insert = `${items === 0 ? "" : ","}\n${indent}${text}${end}`;
+    this.#view.dispatch({ changes: { from, insert }, selection: { anchor: from + insert.length - end.length - 1 }, scrollIntoView: true });
+    this.#view.focus();
+  }
+
   // The text as it stands, also while somebody types.
   text(): string {
     return this.#view.state.doc.toString();
@@ -143,6 +162,7 @@ export class Editor {
         closeBrackets(),
         highlightSelectionMatches(),
         json(),
+        EditorView.lineWrapping,
         syntaxHighlighting(colors),
         autocompletion({ override: [complete], icons: false }),
         hoverTooltip(hover),

@@ -10,6 +10,7 @@ import { FindingsView } from "./findings";
 import { keep, kept } from "./keep";
 import { Picture } from "./picture";
 import { ReceivedView } from "./received";
+import { itemExamples } from "./schema";
 import { fragmentOf, sharedIn } from "./share";
 import type { Shared } from "./share";
 import { Studio } from "./studio";
@@ -51,6 +52,16 @@ function setUpFiles(): void {
   });
   const name = byId("file-name");
   studio.on("configuration", () => (name.textContent = studio.fileName));
+}
+
+function setUpInserting(): void {
+  const select = byId<HTMLSelectElement>("insert");
+  const options = itemExamples(["entities", 0, "attrs"]).map(({ title }, i) => element("option", { value: i }, title));
+  select.append(...options);
+  select.addEventListener("change", () => {
+    editor.insert(Number(select.value));
+    select.value = "";
+  });
 }
 
 function setUpEntity(): void {
@@ -95,12 +106,14 @@ function setUpPicture(): void {
 
 function setUpChosen(): void {
   const line = byId("chosen");
-  studio.on("selection", () => {
+  const show = (): void => {
     const attribute = studio.attribute(studio.selected);
     const { label, name, group, type, place, description } = attribute ?? {};
     const text = attribute === undefined ? "" : `${label} (${name}): ${group} ${type} at ${place}. ${description}`;
     line.textContent = text;
-  });
+  };
+  studio.on("selection", show);
+  studio.on("entity", show);
 }
 
 function setUpKeeping(): void {
@@ -156,6 +169,7 @@ new CaptureView(studio);
 new CompareView(studio);
 new ExportView(studio);
 setUpFiles();
+setUpInserting();
 setUpEntity();
 setUpPicture();
 setUpChosen();

@@ -34,6 +34,14 @@ export function memberOf(state: EditorState, object: SyntaxNode, name: string): 
   return found.length === 0 ? null : valueIn(found[found.length - 1]!);
 }
 
+export function itemsOf(array: SyntaxNode): number {
+  let items = 0;
+  for (let child = array.firstChild; child !== null; child = child.nextSibling) {
+    if (VALUES.has(child.name)) ++items;
+  }
+  return items;
+}
+
 function itemOf(array: SyntaxNode, index: number): SyntaxNode | null {
   let left = index;
   for (let child = array.firstChild; child !== null; child = child.nextSibling) {

@@ -8,7 +8,7 @@ import type { EditorView } from "@codemirror/view";
 import type { SyntaxNode } from "@lezer/common";
 import document_ from "../../schemas/product-configuration.schema.json";
 import { element } from "./dom";
-import { nameOf, pathTo } from "./pointer";
+import { itemsOf, nameOf, pathTo } from "./pointer";
 
 interface Schema {
   $ref?: string;
@@ -56,8 +56,40 @@ function describe(schemas: Schema[]): HTMLElement | undefined {
   return element("div", { class: "hint" }, element("strong", {}, title), element("p", {}, described.description!));
 }
 
+type Example = Record<string, unknown>;
+
+function examplesOf(schemas: Schema[]): Example[] {
+  const examples = schemas.flatMap((schema) => schema.examples ?? []);
+  return examples.filter((one): one is Example => typeof one === "object" && one !== null && !Array.isArray(one));
+}
+
+function inline(value: unknown): string {
+  if (Array.isArray(value)) return `[${value.map(inline).join(", ")}]`;
+  if (typeof value !== "object" || value === null) return JSON.stringify(value);
+  return `{${Object.entries(value).map(([name, one]) => `${JSON.stringify(name)}: ${inline(one)}`).join(", ")}}`;
+}
+
+// An object with a member a line, each line after the first indented.
+function multiline(example: Example, indent: string): string {
+  const members = Object.entries(example).map(([name, value]) => `${indent}  ${JSON.stringify(name)}: ${inline(value)}`);
+  return `{\n${members.join(",\n")}\n${indent}}`;
+}
+
+// Examples of what an array at this path holds, each with a title made of its own words.
+export function itemExamples(path: (string | number)[]): { title: string; text(index: number, indent: string): string }[] {
+  return examplesOf(schemasAt([...path, 0])).map((example) => ({
+    title: Object.values(example)
+      .filter((value) => typeof value === "string" && value !== "")
+      .slice(1)
+      .join(", "),
+    text: (index, indent) => multiline("id" in example ? { ...example, id: index } : example, indent),
+  }));
+}
+
 // A value to start a member with.
 function skeletonOf(schemas: Schema[]): string {
+  const example = examplesOf(schemas)[0];
+  if (example !== undefined) return inline(example);
   const words = schemas.flatMap((schema) => schema.enum ?? []);
   if (words.length > 0) return '""';
   const type = schemas.flatMap((schema) => schema.type ?? [])[0];
@@ -138,6 +170,11 @@ export function complete(context: CompletionContext): CompletionResult | null {
   if ((node.name === "String" || node.name === "Number") && pos >= begin && pos <= end) {
     const options = valueCompletions(state, node);
     return options.length === 0 ? null : { from: begin, to: end, options };
+  }
+  if (node.name === "Array" && context.explicit) {
+    const indent = /^\s*/.exec(state.doc.lineAt(pos).text)![0];
+    const examples = itemExamples(pathTo(state, node));
+    return { from: pos, options: examples.map(({ title, text }) => ({ label: title, apply: text(itemsOf(node), indent) })) };
   }
   if (node.name === "Object" && context.explicit) {
     return { from: pos, options: memberCompletions(state, node, null) };

@@ -84,6 +84,19 @@ describe("editor", () => {
     assert.match(await eventualText(page.locator(".cm-tooltip-hover"), /models/), /The models that the product consists of/);
   });
 
+  test("starts from an example and inserts attributes", async () => {
+    const page = await openPage();
+    await page.getByTestId("examples").selectOption({ label: "New, with one attribute" });
+    await page.getByTestId("field-power").waitFor();
+    await page.getByTestId("insert").selectOption({ label: "Temperature, status_readonly, uint16" });
+    await page.getByTestId("field-temperature").first().waitFor();
+    const { attrs } = JSON.parse(await configurationOf(page)).entities[0];
+    assert.deepEqual(attrs.map(({ id, name }) => [id, name]), [[0, "power"], [1, "temperature"]]);
+    await typeConfiguration(page, '{"entities": [{"id": 0, "name": "a", "display_name": "A", "attrs": []}]}');
+    await page.getByTestId("insert").selectOption({ index: 1 });
+    await page.getByTestId("field-power").waitFor();
+  });
+
   test("opens files by button and by drop", async () => {
     const page = await openPage();
     await openConfiguration(page, pathOf("examples/gateway.json"));
@@ -524,9 +537,19 @@ describe("hostile input", () => {
 
   test("of 50 MB is told, and the text is kept", async () => {
     const page = await openPage();
-    await page.getByTestId("open").setInputFiles({ name: "huge.json", mimeType: "application/json", buffer: Buffer.alloc(50 * 1024 * 1024 - 1, 32) });
+    await page.getByTestId("open").setInputFiles(fileWith("huge.json", " ".repeat(50 << 20)));
     assert.match(await eventualText(page.getByTestId("status"), /MB/), /huge.json has 50.0 MB; the studio opens configurations up to 8 MB/);
     assert.equal(await configurationOf(page), KETTLE);
+    assert.ok(await isAlive(page));
+    // Pasted, it is in the editor.
+    await page.locator(".cm-content").click();
+    await page.evaluate(() => {
+      const clipboardData = new DataTransfer();
+      clipboardData.setData("text/plain", '{"a": "0123456789"},\n'.repeat(2_500_000));
+      document.querySelector(".cm-content").dispatchEvent(new ClipboardEvent("paste", { clipboardData, bubbles: true, cancelable: true }));
+    });
+    const told = await eventually(() => page.getByTestId("findings").innerText(), (text) => text.includes("bytes"), 20_000);
+    assert.match(told, /the configuration has \d+ bytes; expected at most 8388608/);
     assert.ok(await isAlive(page));
   });
 
