@@ -23,11 +23,16 @@ constexpr size_t kMaxConfigurationBytes = size_t{8} << 20;
 
 using Answer = void (*)(const Request&, std::string&);
 
-const std::map<std::string, Answer> kAnswers = {
-    {"entities", AnswerEntities}, {"lint", AnswerLint},       {"entity", AnswerEntity}, {"encode", AnswerEncode},
-    {"read", AnswerRead},         {"flip", AnswerFlip},       {"capture", AnswerCapture}, {"match", AnswerMatch},
-    {"compare", AnswerCompare},   {"export", AnswerExport},
-};
+Answer AnswerFor(const std::string& ask) {
+  static const std::map<std::string, Answer> kAnswers = {
+      {"entities", AnswerEntities}, {"lint", AnswerLint},     {"entity", AnswerEntity},   {"encode", AnswerEncode},
+      {"read", AnswerRead},         {"flip", AnswerFlip},     {"capture", AnswerCapture}, {"match", AnswerMatch},
+      {"compare", AnswerCompare},   {"export", AnswerExport},
+  };
+  const auto found = kAnswers.find(ask);
+  if (found == kAnswers.end()) throw InputError("unknown request " + InQuotes(ask));
+  return found->second;
+}
 
 std::string ErrorAnswer(const std::string& text) {
   std::string answer;
@@ -43,11 +48,8 @@ std::string AnswerTo(const std::string& text) {
     throw InputError("the request is not a JSON object");
   }
   const Request request(members);
-  const std::string ask = request.Text("ask");
-  const auto found = kAnswers.find(ask);
-  if (found == kAnswers.end()) throw InputError("unknown request " + InQuotes(ask));
   std::string answer;
-  found->second(request, answer);
+  AnswerFor(request.Text("ask"))(request, answer);
   return answer;
 }
 
@@ -107,8 +109,8 @@ uint64_t Request::Number(const char* name) const {
 
 void CheckSize(const std::string& configuration) {
   if (configuration.size() <= kMaxConfigurationBytes) return;
-  throw InputError(fmt::format("the configuration has {} bytes; expected at most {}", configuration.size(),
-                               kMaxConfigurationBytes));
+  throw InputError(
+      fmt::format("the configuration has {} bytes; expected at most {}", configuration.size(), kMaxConfigurationBytes));
 }
 
 json::Document ReadConfiguration(std::string text) {

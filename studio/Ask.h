@@ -11,7 +11,8 @@ namespace morvix::studio {
 //
 //   entities   {configuration}                 {"entities": [{"name", "displayName", "id"}]}
 //   lint       {configuration}                 what `dp4 lint --severity info --format json` prints
-//   entity     + {entity}                      {"description", "layout", "rows", "remarks", "controls"}: what `dp4 show`
+//   entity     + {entity}                      {"description", "layout", "rows", "remarks", "controls"}: what `dp4
+//   show`
 //                                              and `dp4 layout` print as JSON, the rows of the picture, and what a user
 //                                              can set
 //   encode     + {entity, values, subDevice}   what `dp4 encode --explain --format json` prints, and the packet as read

@@ -89,7 +89,7 @@ std::string ChartNumber(const Attribute& attribute, const FieldValue& value) {
 // One column for each element of the entity that has one.
 class RowWriter {
  public:
-  explicit RowWriter(const EntityModel& entity) : entity_(entity), reader_(entity) {
+  explicit RowWriter(const EntityModel& entity) : reader_(entity) {
     for (const Field* field : entity.Fields()) elements_.push_back(field->element);
   }
 
@@ -132,7 +132,6 @@ class RowWriter {
     if (!active.empty()) row.Json("active", "[" + active + "]");
   }
 
-  const EntityModel& entity_;
   std::vector<size_t> elements_;
   PacketReader reader_;
   Bytes packet_;

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <functional>
 #include <map>
 
 #include "Request.h"
@@ -103,21 +102,27 @@ Export PacketAsC(const Source& source) {
   return {{{source.stem + ".packet.c", PacketText(packet, PacketForm::kCArray)}}, command + " --output c-array"};
 }
 
-const std::map<std::string, std::function<Export(const Source&)>> kExports = {{"svg", PictureOf},
-                                                                               {"vectors", VectorsAsJson},
-                                                                               {"c", DeviceCodeOf},
-                                                                               {"wireshark", DissectorOf},
-                                                                               {"c-array", PacketAsC}};
+using Exporter = Export (*)(const Source&);
+
+Exporter ExporterFor(const std::string& form) {
+  static const std::map<std::string, Exporter> kExporters = {{"svg", PictureOf},
+                                                             {"vectors", VectorsAsJson},
+                                                             {"c", DeviceCodeOf},
+                                                             {"wireshark", DissectorOf},
+                                                             {"c-array", PacketAsC}};
+  const auto found = kExporters.find(form);
+  if (found == kExporters.end()) throw InputError("unknown form " + InQuotes(form));
+  return found->second;
+}
 
 }  // namespace
 
 void AnswerExport(const Request& request, std::string& answer) {
-  const auto form = kExports.find(request.Text("form"));
-  if (form == kExports.end()) throw InputError("unknown form " + InQuotes(request.Text("form")));
+  const Exporter exporter = ExporterFor(request.Text("form"));
   const ChosenEntity chosen(request);
   const std::string file = request.TextOr("file", "configuration.json");
   const size_t dot = file.rfind('.');
-  const Export result = form->second({request, chosen, file, file.substr(0, dot == 0 ? std::string::npos : dot)});
+  const Export result = exporter({request, chosen, file, file.substr(0, dot == 0 ? std::string::npos : dot)});
   JsonWriter writer(answer);
   writer.Text("command", result.command);
   JsonWriter files(writer.Member("files"), '[');

@@ -37,8 +37,7 @@ void WriteValue(const Attribute& attribute, const FieldValue& value, std::string
   }
 }
 
-std::string ShownText(const Attribute& attribute, const FieldValue& value, const BitRange& place,
-                      const byte* payload) {
+std::string ShownText(const Attribute& attribute, const FieldValue& value, const BitRange& place, const byte* payload) {
   if (IsBinary(attribute)) return HexText(payload + place.FirstByte(), place.EndByte() - place.FirstByte());
   if (!IsEnum(attribute)) return value.text;
   return NameText(attribute.enumList.at(static_cast<size_t>(value.result.raw)));

@@ -45,10 +45,12 @@ async function bundled(file) {
 const packed = await promisify(gzip)(await readFile(wasm), { level: 9 });
 const script = await bundled("main.ts");
 const uplot = await readFile(resolve(page, "../node_modules/uplot/dist/uPlot.min.css"), "utf8");
-const style = (await esbuild.transform(uplot + (await readFile(resolve(page, "style.css"), "utf8")), {
-  loader: "css",
-  minify: true,
-})).code;
+const style = (
+  await esbuild.transform(uplot + (await readFile(resolve(page, "style.css"), "utf8")), {
+    loader: "css",
+    minify: true,
+  })
+).code;
 const hash = createHash("sha256").update(script).digest("base64");
 const parts = {
   POLICY: [

@@ -1,10 +1,10 @@
 # Builds the studio's WebAssembly: the module, its host services, inspect and the libraries that it needs, from Debian's
 # source packages. Called by script/studio, which fetches these.
 #   make -f studio/wasm.mk OUT=build/studio SOURCES=build/debian-source
-JSONCPP := $(SOURCES)/libjsoncpp/source
-RE2 := $(SOURCES)/re2/source
-UTF8PROC := $(SOURCES)/utf8proc/source
-LIBMD := $(SOURCES)/libmd/source
+JSONCPP := $(SOURCES)/libjsoncpp
+RE2 := $(SOURCES)/re2
+UTF8PROC := $(SOURCES)/utf8proc
+LIBMD := $(SOURCES)/libmd
 OBJECTS := $(OUT)/wasm
 RE2_TABLES := $(OBJECTS)/re2/perl_groups.cc $(OBJECTS)/re2/unicode_groups.cc $(OBJECTS)/re2/unicode_casefold.cc
 

@@ -159,8 +159,9 @@ TEST(StudioAsk, ReadsANotification) {
   EXPECT_EQ(answer["command"], "notify");
   EXPECT_EQ(answer["payloadAt"], 1);
   EXPECT_EQ(answer["payloadBytes"], 6);
-  EXPECT_EQ(CompactText(answer["values"][3]),
-            R"({"bits":"04 64","element":3,"place":{"bits":16,"firstBit":16},"raw":1124,"text":"92.4","value":"92.4"})");
+  EXPECT_EQ(
+      CompactText(answer["values"][3]),
+      R"({"bits":"04 64","element":3,"place":{"bits":16,"firstBit":16},"raw":1124,"text":"92.4","value":"92.4"})");
   EXPECT_TRUE(answer["values"][4]["active"].asBool());
   EXPECT_FALSE(answer["values"][5].isMember("active"));
   EXPECT_EQ(Parsed(answer["document"].asString())["kettle"]["temperature"], "92.4");
@@ -193,8 +194,9 @@ TEST(StudioAsk, ReadsTheLinesOfACapture) {
       R"({"line": "time", "first": 11, "text": "1.5 04 05 5a 04 64 01 00\r\n\nnothing\n2.5 04\n3.5 01 01 01 00"})");
   EXPECT_EQ(answer["unmatched"], 1);
   ASSERT_EQ(answer["rows"].size(), 3U);
-  EXPECT_EQ(CompactText(answer["rows"][0]), R"({"active":[4],"command":"notify","line":11,"packet":"04 05 5a 04 64 01 00",)"
-                                            R"("time":"1.5","values":[1,2,85,92.400000000000006,1,0,0]})");
+  EXPECT_EQ(CompactText(answer["rows"][0]),
+            R"({"active":[4],"command":"notify","line":11,"packet":"04 05 5a 04 64 01 00",)"
+            R"("time":"1.5","values":[1,2,85,92.400000000000006,1,0,0]})");
   EXPECT_EQ(answer["rows"][1]["line"], 14);
   EXPECT_THAT(answer["rows"][1]["error"].asString(), HasSubstr("too short"));
   EXPECT_EQ(CompactText(answer["rows"][2]["values"]), "[1,null,null,null,null,null,null]");

@@ -27,12 +27,7 @@ function partOf(studio: Studio, reading: Reading, part: Part): HTMLElement {
   const content = [
     element("span", { class: "kind" }, range),
     element("code", {}, hexOf(reading, part)),
-    element(
-      "span",
-      { class: "saying" },
-      part.text,
-      ...part.elements.map((index) => lineOf(studio, reading, index)),
-    ),
+    element("span", { class: "saying" }, part.text, ...part.elements.map((index) => lineOf(studio, reading, index))),
   ];
   const chosen = studio.selected !== undefined && part.elements.includes(studio.selected) ? " chosen" : "";
   if (first === undefined) return element("li", { class: `part ${part.kind}` }, element("div", {}, ...content));

@@ -120,7 +120,11 @@ export class CaptureView {
   // How the pattern takes the first lines apart; without one, the ready-made pattern that fits best is taken.
   async #preview(line: string | undefined): Promise<boolean> {
     if (this.#file === undefined) return false;
-    const match = await this.studio.ask<Match>({ ask: "match", text: this.#head, ...(line === undefined ? {} : { line }) });
+    const match = await this.studio.ask<Match>({
+      ask: "match",
+      text: this.#head,
+      ...(line === undefined ? {} : { line }),
+    });
     const preview = byId("pattern-preview");
     if (isFailure(match)) {
       preview.replaceChildren(element("p", { class: "problem" }, match.error));

@@ -36,7 +36,8 @@ export class CompareView {
       return;
     }
     const { counts, findings } = changes;
-    const title = `${this.studio.fileName} → ${name}: ${count(counts.error, "change")} for devices in the field, ${counts.warning} for applications, ${counts.info} for nobody`;
+    const broken = `${count(counts.error, "change")} for devices in the field, ${counts.warning} for applications`;
+    const title = `${this.studio.fileName} → ${name}: ${broken}, ${counts.info} for nobody`;
     this.#result.replaceChildren(
       element("p", { class: "summary" }, title),
       element("ul", { class: "changes" }, ...findings.map((change) => this.#itemOf(change))),

@@ -1,7 +1,7 @@
 // The editor of the configuration, with findings at their places and the chosen attribute marked.
 
 import { autocompletion, closeBrackets, closeBracketsKeymap, completionKeymap } from "@codemirror/autocomplete";
-import { defaultKeymap, history, historyKeymap, indentWithTab } from "@codemirror/commands";
+import { defaultKeymap, history, historyKeymap, indentWithTab, isolateHistory } from "@codemirror/commands";
 import { json } from "@codemirror/lang-json";
 import {
   bracketMatching,
@@ -127,7 +127,8 @@ export class Editor {
     ensureSyntaxTree(state, state.doc.length, MOST_PARSING_MS);
     const path = ["entities", this.studio.entityIndex, "attrs"];
     const array = nodeAt(state, `/${path.join("/")}`);
-    if (array === null || array.name !== "Array") return this.studio.tell('The entity has no array "attrs" to insert into.');
+    if (array === null || array.name !== "Array")
+      return this.studio.tell('The entity has no array "attrs" to insert into.');
     const last = array.lastChild?.prevSibling ?? null;
     const items = itemsOf(array);
     const line = state.doc.lineAt(items === 0 ? array.from : last!.from);
@@ -136,7 +137,11 @@ export class Editor {
     const text = itemExamples(path)[example]?.text(items, indent) ?? "";
     const end = items === 0 ? `\n${indent.slice(2)}` : "";
     const insert = `${items === 0 ? "" : ","}\n${indent}${text}${end}`;
-    this.#view.dispatch({ changes: { from, insert }, selection: { anchor: from + insert.length - end.length - 1 }, scrollIntoView: true });
+    this.#view.dispatch({
+      changes: { from, insert },
+      selection: { anchor: from + insert.length - end.length - 1 },
+      scrollIntoView: true,
+    });
     this.#view.focus();
   }
 
@@ -193,7 +198,19 @@ export class Editor {
   #open(): void {
     this.#isOpening = true;
     window.clearTimeout(this.#timer);
-    this.#view.setState(this.#stateOf(this.studio.configuration));
+    const { doc } = this.#view.state;
+    if (doc.length === 0) {
+      this.#view.setState(this.#stateOf(this.studio.configuration));
+    } else {
+      // Undo brings the last text back.
+      const changes = { from: 0, to: doc.length, insert: this.studio.configuration };
+      this.#view.dispatch({
+        changes,
+        selection: { anchor: 0 },
+        annotations: isolateHistory.of("full"),
+        scrollIntoView: true,
+      });
+    }
     this.#isOpening = false;
   }
 
@@ -232,7 +249,8 @@ export class Editor {
     const attribute = this.studio.attribute(this.studio.selected);
     const node = attribute === undefined ? null : nodeAt(state, attribute.pointer);
     const effects: StateEffect<unknown>[] = [markAttribute.of(node)];
-    if (node !== null && !this.#view.hasFocus) effects.push(EditorView.scrollIntoView(node.from, { y: "start", yMargin: 40 }));
+    if (node !== null && !this.#view.hasFocus)
+      effects.push(EditorView.scrollIntoView(node.from, { y: "start", yMargin: 40 }));
     this.#view.dispatch({ effects });
   }
 }

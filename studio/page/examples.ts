@@ -44,7 +44,12 @@ export interface Example {
 
 export const examples: Example[] = [
   { title: "Kettle", file: "kettle.json", configuration: kettle, packet: kettlePacket.trim() },
-  { title: "Air conditioner", file: "air_conditioner.json", configuration: airConditioner, packet: airConditionerPacket.trim() },
+  {
+    title: "Air conditioner",
+    file: "air_conditioner.json",
+    configuration: airConditioner,
+    packet: airConditionerPacket.trim(),
+  },
   { title: "Gateway", file: "gateway.json", configuration: gateway, packet: gatewayPacket.trim() },
   { title: "Power meter", file: "power_meter.json", configuration: powerMeter, packet: powerMeterPacket.trim() },
   { title: "New, with one attribute", file: "product.json", configuration: EMPTY, packet: "" },

@@ -39,7 +39,7 @@ export class ExportView {
 
   async #show(form: string): Promise<void> {
     const { fileName, values, written } = this.studio;
-    const packet = written === undefined || isFailure(written) ? "" : written.reading?.packet ?? "";
+    const packet = written === undefined || isFailure(written) ? "" : (written.reading?.packet ?? "");
     const request = { ask: "export", form, file: fileName, packet, settings: values };
     const exported = await this.studio.askEntity<Exported>(request);
     if (isFailure(exported)) {

@@ -1,7 +1,7 @@
 // The list of findings, each with its effect and fix.
 
-import { byId, count, element } from "./dom";
-import type { Finding } from "./forms";
+import { byId, count, element, reveal } from "./dom";
+import type { Finding, Severity } from "./forms";
 import type { Studio } from "./studio";
 
 const MOST_SHOWN = 200;
@@ -23,13 +23,26 @@ export class FindingsView {
       return;
     }
     const kinds = (["error", "warning", "info"] as const).filter((kind) => findings.counts[kind] > 0);
-    const badges = kinds.map((kind) => element("span", { class: `badge ${kind}` }, count(findings.counts[kind], kind)));
+    const badges = kinds.map((kind) =>
+      element(
+        "button",
+        { type: "button", class: `badge ${kind}`, onclick: () => this.#goToFirst(kind) },
+        count(findings.counts[kind], kind),
+      ),
+    );
     byId("finding-counts").replaceChildren(...badges);
     const shown = findings.findings.slice(0, MOST_SHOWN).map((finding) => this.#itemOf(finding));
     if (shown.length === 0) shown.push(element("li", { class: "empty" }, "✓ No findings: every attribute works."));
     const more = findings.findings.length - MOST_SHOWN;
     if (more > 0) shown.push(element("li", { class: "empty" }, `and ${count(more, "more finding")}`));
     list.replaceChildren(...shown);
+  }
+
+  #goToFirst(severity: Severity): void {
+    const first = byId("findings").querySelector<HTMLElement>(`li.${severity} button`);
+    if (first === null) return;
+    reveal(first, byId("findings"));
+    first.focus();
   }
 
   #itemOf(finding: Finding): HTMLElement {

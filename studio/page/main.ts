@@ -99,7 +99,9 @@ function setUpPicture(): void {
     const shown = studio.shownReading();
     picture.showBits(shown);
     byId("layout-packet").textContent =
-      shown === undefined ? "Bits appear with a value or a packet." : `Bits of the ${studio.isReceivedShown ? "packet typed below" : "write packet"}; click one to invert it.`;
+      shown === undefined
+        ? "Bits appear with a value or a packet."
+        : `Bits of the ${studio.isReceivedShown ? "packet typed below" : "write packet"}; click one to invert it.`;
   });
   studio.on("selection", () => picture.showChosen(studio.selected, true));
 }

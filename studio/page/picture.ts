@@ -34,7 +34,11 @@ export class Picture {
     this.#entity = entity;
     this.#bits = [];
     const seen = new Set<number>();
-    const head = element("div", { class: "row head", "aria-hidden": "true" }, element("span", { class: "byte" }, "byte"));
+    const head = element(
+      "div",
+      { class: "row head", "aria-hidden": "true" },
+      element("span", { class: "byte" }, "byte"),
+    );
     const numbers = element("div", { class: "pieces" });
     for (let bit = 7; bit >= 0; --bit) numbers.append(element("span", {}, String(bit)));
     head.append(numbers);
@@ -72,17 +76,17 @@ export class Picture {
     const named = piece.elements.find((index) => !seen.has(index));
     piece.elements.forEach((index) => seen.add(index));
     const made = element("div", {
-      class: `piece ${kind}${piece.columns <= 2 ? " narrow" : ""}`,
+      class: `piece ${kind}${piece.columns === 1 ? " narrow single" : piece.columns === 2 ? " narrow" : ""}`,
       style: `grid-column: ${piece.column + 1} / span ${piece.columns}`,
       "data-elements": piece.elements.join(" "),
       "data-testid": this.testids && isNew ? `field-${this.#attribute(named!)?.name ?? ""}` : undefined,
       title: attributes.map((attribute) => `${attribute.label} (${attribute.type}, ${attribute.group})`).join(" + "),
     });
     const label = piece.text + (piece.valueBits === "" ? "" : ` ${piece.valueBits}`);
-    const text = row.leftOut ?? (label === "" ? first?.name ?? "" : label);
+    const text = row.leftOut ?? (label === "" ? (first?.name ?? "") : label);
     const letter = isNew && first !== undefined ? LETTERS[first.group] : undefined;
     if (first === undefined || this.events === undefined) {
-      made.append(element("span", { class: "name" }, first === undefined ? row.leftOut ?? "" : text));
+      made.append(element("span", { class: "name" }, first === undefined ? (row.leftOut ?? "") : text));
     } else {
       made.append(
         element(

@@ -23,7 +23,7 @@ export class ReceivedView {
   #show(): void {
     const { received, packetText } = this.studio;
     if (document.activeElement !== this.#input && this.#input.value !== packetText) this.#input.value = packetText;
-    const problem = received === undefined ? "" : isFailure(received) ? received.error : received.refused ?? "";
+    const problem = received === undefined ? "" : isFailure(received) ? received.error : (received.refused ?? "");
     this.#input.setAttribute("aria-invalid", String(problem !== ""));
     byId("packet-problem").textContent = problem;
     const reading = received === undefined || isFailure(received) || problem !== "" ? undefined : received;
@@ -39,21 +39,31 @@ export class ReceivedView {
     if (active.length > 0) {
       const badges = active.map((value) => {
         const attribute = this.studio.attribute(value.element);
-        const properties = { class: `badge ${attribute?.group ?? ""}`, type: "button", onclick: () => this.studio.select(value.element) };
+        const properties = {
+          class: `badge ${attribute?.group ?? ""}`,
+          type: "button",
+          onclick: () => this.studio.select(value.element),
+        };
         return element("button", properties, attribute?.label ?? "");
       });
       parts.push(element("p", { class: "badges" }, element("b", {}, "Active: "), ...badges));
     }
     const notes = [reading.failure, ...(reading.notes ?? [])].filter((note) => note !== undefined);
     if (notes.length > 0) {
-      parts.push(element("ul", { class: "notes", "data-testid": "notes" }, ...notes.map((note) => element("li", {}, note))));
+      parts.push(
+        element("ul", { class: "notes", "data-testid": "notes" }, ...notes.map((note) => element("li", {}, note))),
+      );
     }
     if ((reading.values ?? []).length > 0) parts.push(this.#tableOf(reading.values!));
     return parts;
   }
 
   #tableOf(values: FieldValue[]): HTMLElement {
-    const head = element("tr", {}, ...["Attribute", "Bits", "Value"].map((name) => element("th", { scope: "col" }, name)));
+    const head = element(
+      "tr",
+      {},
+      ...["Attribute", "Bits", "Value"].map((name) => element("th", { scope: "col" }, name)),
+    );
     return element(
       "table",
       { class: "decoded" },
@@ -95,7 +105,8 @@ export class ReceivedView {
     }
     const parts = this.#result.querySelector(".parts");
     const { received } = this.studio;
-    if (parts !== null && received !== undefined && !isFailure(received)) parts.replaceWith(explain(this.studio, received));
+    if (parts !== null && received !== undefined && !isFailure(received))
+      parts.replaceWith(explain(this.studio, received));
   }
 }
 

@@ -66,17 +66,23 @@ function examplesOf(schemas: Schema[]): Example[] {
 function inline(value: unknown): string {
   if (Array.isArray(value)) return `[${value.map(inline).join(", ")}]`;
   if (typeof value !== "object" || value === null) return JSON.stringify(value);
-  return `{${Object.entries(value).map(([name, one]) => `${JSON.stringify(name)}: ${inline(one)}`).join(", ")}}`;
+  return `{${Object.entries(value)
+    .map(([name, one]) => `${JSON.stringify(name)}: ${inline(one)}`)
+    .join(", ")}}`;
 }
 
 // An object with a member a line, each line after the first indented.
 function multiline(example: Example, indent: string): string {
-  const members = Object.entries(example).map(([name, value]) => `${indent}  ${JSON.stringify(name)}: ${inline(value)}`);
+  const members = Object.entries(example).map(
+    ([name, value]) => `${indent}  ${JSON.stringify(name)}: ${inline(value)}`,
+  );
   return `{\n${members.join(",\n")}\n${indent}}`;
 }
 
 // Examples of what an array at this path holds, each with a title made of its own words.
-export function itemExamples(path: (string | number)[]): { title: string; text(index: number, indent: string): string }[] {
+export function itemExamples(
+  path: (string | number)[],
+): { title: string; text(index: number, indent: string): string }[] {
   return examplesOf(schemasAt([...path, 0])).map((example) => ({
     title: Object.values(example)
       .filter((value) => typeof value === "string" && value !== "")
@@ -174,7 +180,10 @@ export function complete(context: CompletionContext): CompletionResult | null {
   if (node.name === "Array" && context.explicit) {
     const indent = /^\s*/.exec(state.doc.lineAt(pos).text)![0];
     const examples = itemExamples(pathTo(state, node));
-    return { from: pos, options: examples.map(({ title, text }) => ({ label: title, apply: text(itemsOf(node), indent) })) };
+    return {
+      from: pos,
+      options: examples.map(({ title, text }) => ({ label: title, apply: text(itemsOf(node), indent) })),
+    };
   }
   if (node.name === "Object" && context.explicit) {
     return { from: pos, options: memberCompletions(state, node, null) };

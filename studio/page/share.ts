@@ -10,8 +10,14 @@ export interface Shared {
 const PREFIX = "#s=";
 const MOST_CHARACTERS = 16 << 20; // a short link could unpack to anything
 
-async function through(bytes: Uint8Array<ArrayBuffer>, transform: GenericTransformStream): Promise<Uint8Array<ArrayBuffer>> {
-  const reader = new Blob([bytes]).stream().pipeThrough(transform as TransformStream<Uint8Array, Uint8Array>).getReader();
+async function through(
+  bytes: Uint8Array<ArrayBuffer>,
+  transform: GenericTransformStream,
+): Promise<Uint8Array<ArrayBuffer>> {
+  const reader = new Blob([bytes])
+    .stream()
+    .pipeThrough(transform as TransformStream<Uint8Array, Uint8Array>)
+    .getReader();
   const pieces: Uint8Array<ArrayBuffer>[] = [];
   let size = 0;
   for (;;) {

@@ -157,7 +157,10 @@ export class Timeline {
         cursor: { y: false, drag: { x: true, y: false } },
         hooks: {
           setScale: [(_plot: uPlot, key: string) => key === "x" && this.#drawBands()],
-          ready: [(plot: uPlot) => plot.over.addEventListener("click", (event) => this.#chooseAt(event.offsetX + this.#left()))],
+          ready: [
+            (plot: uPlot) =>
+              plot.over.addEventListener("click", (event) => this.#chooseAt(event.offsetX + this.#left())),
+          ],
         },
       },
       [this.#x, ...columns] as unknown as uPlot.AlignedData,
@@ -220,7 +223,8 @@ export class Timeline {
       if (to < left || from > end) continue;
       const length = Math.max(to - from, 1);
       const isOff = track.kind === "band" && items === undefined && value === 0;
-      context.fillStyle = track.kind === "mark" ? color(`--${group}`) : isOff ? color("--line") : color(`--band${value % 4}`);
+      context.fillStyle =
+        track.kind === "mark" ? color(`--${group}`) : isOff ? color("--line") : color(`--band${value % 4}`);
       context.fillRect(from, top + (isOff ? 12 : 3), length, isOff ? 2 : BAND_HEIGHT - 6);
       if (track.kind === "mark") this.#drawMark(context, from, top);
       if (items === undefined || length < 30) continue;

@@ -27,7 +27,12 @@ interface Made {
 type Changed = (value: Value | undefined) => void;
 
 function switchFor(properties: Record<string, string>, changed: Changed): Made {
-  const box = element("input", { ...properties, type: "checkbox", class: "switch", onchange: () => changed(box.checked) });
+  const box = element("input", {
+    ...properties,
+    type: "checkbox",
+    class: "switch",
+    onchange: () => changed(box.checked),
+  });
   const show = (value: Value | undefined): void => {
     box.checked = value === true;
   };
@@ -123,7 +128,9 @@ export class ValuesView {
 
   #draw(): void {
     const writable = this.studio.entity?.attributes.filter((one) => one.control !== undefined) ?? [];
-    const drawn = JSON.stringify(writable.map(({ name, label, description, control }) => [name, label, description, control]));
+    const drawn = JSON.stringify(
+      writable.map(({ name, label, description, control }) => [name, label, description, control]),
+    );
     if (drawn === this.#drawn) return; // so that nobody's typing is disturbed
     this.#drawn = drawn;
     this.#rows = writable.map((attribute) => this.#rowOf(attribute));
@@ -151,7 +158,12 @@ export class ValuesView {
       isSent,
       element(
         "button",
-        { type: "button", class: "label", title: attribute.description, onclick: () => this.studio.select(attribute.element) },
+        {
+          type: "button",
+          class: "label",
+          title: attribute.description,
+          onclick: () => this.studio.select(attribute.element),
+        },
         label,
       ),
       element("span", { class: "control" }, ...made.elements),

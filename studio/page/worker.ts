@@ -42,7 +42,12 @@ function countLines(text: string): number {
   return lines;
 }
 
-async function readCapture(id: number, file: Blob, request: Record<string, unknown>, attributes: number): Promise<void> {
+async function readCapture(
+  id: number,
+  file: Blob,
+  request: Record<string, unknown>,
+  attributes: number,
+): Promise<void> {
   const reader = file.stream().getReader();
   const decoder = new TextDecoder();
   let rest = "";

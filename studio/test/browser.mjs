@@ -9,7 +9,14 @@ import { chromium } from "playwright-core";
 
 const root = resolve(import.meta.dirname ?? new URL(".", import.meta.url).pathname, "../..");
 const url = pathToFileURL(join(root, "build/studio/studio.html")).href;
-const flags = ["--no-sandbox", "--disable-gpu", "--disable-background-networking", "--no-first-run", "--disable-sync", "--disable-component-update"];
+const flags = [
+  "--no-sandbox",
+  "--disable-gpu",
+  "--disable-background-networking",
+  "--no-first-run",
+  "--disable-sync",
+  "--disable-component-update",
+];
 
 export const pathOf = (name) => join(root, name);
 export const textOf = (name) => readFileSync(pathOf(name), "utf8");
@@ -17,7 +24,12 @@ export const textOf = (name) => readFileSync(pathOf(name), "utf8");
 // What dp4 prints; its exit code does not matter.
 export function dp4(...args) {
   try {
-    return execFileSync(resolve(process.env.DP4), args, { cwd: root, encoding: "utf8", maxBuffer: 1 << 28, stdio: ["ignore", "pipe", "ignore"] });
+    return execFileSync(resolve(process.env.DP4), args, {
+      cwd: root,
+      encoding: "utf8",
+      maxBuffer: 1 << 28,
+      stdio: ["ignore", "pipe", "ignore"],
+    });
   } catch (error) {
     return error.stdout;
   }
@@ -71,7 +83,10 @@ export async function typeConfiguration(page, text) {
 }
 
 export async function configurationOf(page) {
-  const [download] = await Promise.all([page.waitForEvent("download"), page.getByText("Save", { exact: true }).click()]);
+  const [download] = await Promise.all([
+    page.waitForEvent("download"),
+    page.getByText("Save", { exact: true }).click(),
+  ]);
   return readFileSync(await download.path(), "utf8");
 }
 
