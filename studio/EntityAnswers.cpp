@@ -115,7 +115,7 @@ void AnswerLint(const Request& request, std::string& answer) {
   const std::string text = request.Text("configuration");
   CheckSize(text);
   const std::string name = "configuration";
-  answer += FindingsJson({{name, name, PlaceAll(text, Lint(name, text, Severity::kInfo, {}))}});
+  answer += FindingsJson({{name, name, PlaceAll(text, Lint(name, text, Severity::kInfo, {}).findings)}});
 }
 
 void AnswerEntity(const Request& request, std::string& answer) {
