@@ -10,22 +10,10 @@ package=$(realpath -m "${1:-build/js/package}")
 work=$PWD/build/js
 mkdir -p "$work" "$package"
 
-# The source package, without touching the machine's package lists. JsonCpp is the system's everywhere else; its library
-# is not there for WebAssembly.
-fetch_jsoncpp() {
-  rm -rf "$work/jsoncpp" "$work/lists"
-  mkdir -p "$work/jsoncpp" "$work/lists/partial"
-  . /etc/os-release
-  local mirror
-  mirror=$(apt-get indextargets --format '$(REPO_URI)' "Codename: $VERSION_CODENAME" "Component: main" | head -1)
-  echo "deb-src ${mirror:-http://deb.debian.org/debian} $VERSION_CODENAME main" >"$work/sources.list"
-  local options=(-qq -o "Dir::Etc::sourcelist=$work/sources.list" -o Dir::Etc::sourceparts=/dev/null
-    -o "Dir::State::lists=$work/lists" -o APT::Sandbox::User=)
-  apt-get "${options[@]}" update
-  (cd "$work/jsoncpp" && apt-get "${options[@]}" source libjsoncpp >/dev/null)
-}
-[ -d "$work"/jsoncpp/libjsoncpp-*/ ] || fetch_jsoncpp
-jsoncpp=$(echo "$work"/jsoncpp/libjsoncpp-*/)
+# JsonCpp is the system's everywhere else; its library is not there for WebAssembly.
+. script/debian-source.sh
+debian_sources build/debian-source libjsoncpp
+jsoncpp=build/debian-source/libjsoncpp
 
 # What the glue calls, and nothing else.
 functions=$(grep -oE '\bmorvix_[a-z_]+\b' bindings/js/index.js | grep -vx morvix_protocol | sort -u | sed 's/^/_/' |
