@@ -28,14 +28,27 @@ function current(): Shared {
   return { file, configuration: editor.text(), entity, packet };
 }
 
+function isUtf8(bytes: ArrayBuffer): boolean {
+  try {
+    new TextDecoder("utf-8", { fatal: true }).decode(bytes);
+    return true;
+  } catch {
+    return false;
+  }
+}
+
 async function openFile(file: File): Promise<void> {
   if (file.size > MOST_FILE_BYTES) {
     const size = (file.size / (1 << 20)).toFixed(1);
     studio.tell(`${file.name} has ${size} MB; the studio opens configurations up to 8 MB. Your text is kept.`);
     return;
   }
-  await studio.open(file.name, await file.text());
-  studio.tell(`${file.name} is open.`);
+  const bytes = await file.arrayBuffer();
+  await studio.open(file.name, new TextDecoder().decode(bytes));
+  const isText = isUtf8(bytes);
+  studio.tell(
+    `${file.name} is open.${isText ? "" : " It is not UTF-8: what could not be read was replaced by \ufffd."}`,
+  );
 }
 
 function setUpFiles(): void {

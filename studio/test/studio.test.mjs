@@ -742,7 +742,13 @@ test("the findings of all of tests/lint and of the examples are those of dp4", a
   for (const file of [...files, ...EXAMPLES.map((name) => `examples/${name}.json`)]) {
     await openConfiguration(page, pathOf(file));
     const shown = (await shownFindings(page)).map(({ rule, line }) => `${line} ${rule}`);
-    const expected = findingsOfDp4(file).map(({ rule, line }) => `${line} ${rule}`);
+    // A page cannot hold bytes that are not UTF-8; it tells so, and shows the rest.
+    const text = new TextDecoder().decode(readFileSync(pathOf(file)));
+    const isText = Buffer.from(text).equals(readFileSync(pathOf(file)));
+    assert.equal((await page.getByTestId("status").innerText()).includes("not UTF-8"), !isText, file);
+    const expected = findingsOfDp4(isText ? file : fileWith("replaced.json", text)).map(
+      ({ rule, line }) => `${line} ${rule}`,
+    );
     assert.deepEqual(shown, expected.slice(0, 200), file);
   }
 });
