@@ -9,22 +9,27 @@ namespace morvix::studio {
 
 // The answer to a request, an object with a member "ask" and others that depend on it:
 //
-//   entities   {configuration}                 {"entities": [{"name", "displayName", "id"}]}
-//   lint       {configuration}                 what `dp4 lint --severity info --format json` prints
-//   entity     + {entity}                      {"description", "layout", "rows", "remarks", "controls"}: what `dp4
-//   show`
-//                                              and `dp4 layout` print as JSON, the rows of the picture, and what a user
-//                                              can set
-//   encode     + {entity, values, subDevice}   what `dp4 encode --explain --format json` prints, and the packet as read
-//   read       + {entity, packet}              the packet, attribute by attribute and byte by byte
-//   flip       + {entity, packet, bit}         the packet with one bit of its payload inverted, as read
-//   capture    + {entity, line, text, first}   a row for each packet of the lines in `text`
-//   match      {line, text}                    how the pattern takes the first lines apart
-//   compare    {configuration, after}          what `dp4 compare --format json` prints
-//   export     + {entity, file, form, ...}     {"files": [{"name", "text"}], "command"}
+//   entities  {configuration}           {"entities": [{"name", "displayName"}]}
+//   lint      {configuration}           what `dp4 lint --severity info --format json` prints of a file "configuration"
+//   entity    + {}                      {"title", "summary", "remarks", "description", "layout", "rows", "attributes"}:
+//                                       "description" and "layout" are what `dp4 show` and `dp4 layout` print as JSON,
+//                                       "rows" those of the picture, "attributes" with a "control" for what can be set
+//   encode    + {values}                {"encoding": what `dp4 encode --explain --format json` prints, "reading": the
+//                                       packet as "read" answers, if there is one}; "command" and "subDevice" may be
+//                                       given
+//   read      + {packet}                the packet, byte by byte in "parts" and attribute by attribute in "values", or
+//                                       why it is "refused"
+//   flip      + {packet, bit}           the same of the packet with one bit of its payload inverted
+//   capture   + {line, text, first}     {"rows", "unmatched"}: a row for each packet in the lines of "text", the first
+//                                       of which has the number "first"; "line" is what `dp4 decode --line` takes
+//   match     {line, text}              {"line", "lines"}: how the pattern takes these lines apart; without "line", the
+//                                       ready-made one that reads most of them is taken
+//   compare   {configuration, after}    what `dp4 compare --format json` prints
+//   export    + {form, file}            {"files": [{"name", "text"}], "command"}: what that dp4 command writes; "form"
+//                                       is svg, c, vectors, wireshark, or c-array, which takes {packet, settings}, too
 //
-// "+" stands for {configuration}; configurations are texts. `entity` is the index of the entity, so that names may
-// repeat. Unusable input gives {"error": text}. Never throws; may be called from any thread.
+// "+" stands for {configuration, entity}. Configurations are texts, "entity" is an index, so that names may repeat.
+// Unusable input gives {"error": text}. Never throws; may be called from any thread.
 std::string Ask(const std::string& request);
 
 }  // namespace morvix::studio

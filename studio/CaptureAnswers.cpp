@@ -1,6 +1,8 @@
 // Answers about captures: the packets of many lines, and how a pattern takes lines apart.
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <optional>
 
 #include "Request.h"
@@ -83,7 +85,8 @@ class LineTaker {
 std::string ChartNumber(const Attribute& attribute, const FieldValue& value) {
   if (IsBinary(attribute)) return "null";
   if (IsBool(attribute) || IsEnum(attribute)) return std::to_string(value.result.raw);
-  return value.text;
+  const bool isFinite = std::isfinite(std::strtod(value.text.c_str(), nullptr));
+  return isFinite ? value.text : "null";  // JSON has no infinity
 }
 
 // One column for each element of the entity that has one.

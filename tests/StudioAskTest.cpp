@@ -202,6 +202,14 @@ TEST(StudioAsk, ReadsTheLinesOfACapture) {
   EXPECT_EQ(CompactText(answer["rows"][2]["values"]), "[1,null,null,null,null,null,null]");
 }
 
+// 1e308 * 1500 is beyond the range of a double.
+TEST(StudioAsk, LeavesInfiniteNumbersOutOfRows) {
+  const std::string text = Replaced(Kettle(), "\"ratio\": 0.1", "\"ratio\": 1e308");
+  const Json::Value answer = AskKettle("capture", R"({"line": "", "first": 1, "text": "04 05 5a 04 64 01 00"})", text);
+  EXPECT_TRUE(answer["rows"][0]["values"][3].isNull()) << CompactText(answer);
+  EXPECT_EQ(answer["rows"][0]["values"][2], 85);
+}
+
 TEST(StudioAsk, ReadsJsonAndBarePackets) {
   const Json::Value answer = AskKettle(
       "capture", R"({"line": "", "first": 1, "text": "{\"time\": 7, \"packet\": \"0400\"}\n04 00\nnot hex"})");

@@ -21,6 +21,7 @@ export class Picture {
   #entity: Entity | undefined;
   #bits: HTMLButtonElement[] = [];
   #focused = 0;
+  #chosen: number | undefined;
 
   constructor(
     private readonly container: HTMLElement,
@@ -72,14 +73,14 @@ export class Picture {
     const attributes = piece.elements.map((index) => this.#attribute(index)).filter((one) => one !== undefined);
     const first = attributes[0];
     const kind = first === undefined ? "gap" : attributes.length > 1 ? "overlap" : first.group;
-    const isNew = piece.elements.some((index) => !seen.has(index));
-    const named = piece.elements.find((index) => !seen.has(index));
+    const [named, ...alsoNew] = piece.elements.filter((index) => !seen.has(index));
+    const isNew = named !== undefined;
     piece.elements.forEach((index) => seen.add(index));
     const made = element("div", {
       class: `piece ${kind}${piece.columns === 1 ? " narrow single" : piece.columns === 2 ? " narrow" : ""}`,
       style: `grid-column: ${piece.column + 1} / span ${piece.columns}`,
       "data-elements": piece.elements.join(" "),
-      "data-testid": this.testids && isNew ? `field-${this.#attribute(named!)?.name ?? ""}` : undefined,
+      "data-testid": this.testids && isNew ? `field-${this.#attribute(named)?.name ?? ""}` : undefined,
       title: attributes.map((attribute) => `${attribute.label} (${attribute.type}, ${attribute.group})`).join(" + "),
     });
     const label = piece.text + (piece.valueBits === "" ? "" : ` ${piece.valueBits}`);
@@ -105,13 +106,26 @@ export class Picture {
         ),
       );
       made.addEventListener("click", () => this.#choose(piece));
+      made.append(...alsoNew.map((index) => this.#nameOf(index)));
     }
     if (row.leftOut === undefined) made.append(this.#bitsOf(row, piece));
     return made;
   }
 
-  #choose(piece: Piece): void {
-    if (piece.elements.length > 0) this.events?.onSelect(piece.elements[0]!);
+  // A field that lies nowhere but in a piece that another one has named.
+  #nameOf(index: number): HTMLElement {
+    const name = this.#attribute(index)?.name ?? "";
+    const onclick = (event: Event): void => {
+      event.stopPropagation();
+      this.events?.onSelect(index);
+    };
+    return element("button", { type: "button", class: "name", "data-testid": `field-${name}`, onclick }, name);
+  }
+
+  // Where fields overlap, each click takes the next one.
+  #choose({ elements }: Piece): void {
+    const next = elements[(elements.indexOf(this.#chosen ?? -1) + 1) % elements.length];
+    if (next !== undefined) this.events?.onSelect(next);
   }
 
   #bitsOf(row: Row, piece: Piece): HTMLElement {
@@ -170,6 +184,7 @@ export class Picture {
   }
 
   showChosen(chosen: number | undefined, isRevealed: boolean): void {
+    this.#chosen = chosen;
     let isFirst = true;
     for (const piece of this.container.querySelectorAll<HTMLElement>(".piece")) {
       const isChosen = chosen !== undefined && piece.dataset["elements"]!.split(" ").includes(String(chosen));

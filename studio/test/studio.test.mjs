@@ -227,6 +227,21 @@ describe("picture", () => {
     await page.locator('[data-testid="field-power"].chosen').waitFor();
   });
 
+  test("lets fields that overlap be chosen one after the other", async () => {
+    const page = await openPage();
+    const text = KETTLE.replace('"bit_offset": 1, "unit": "bit", "len": 1', '"bit_offset": 0, "unit": "bit", "len": 1');
+    await typeConfiguration(page, text);
+    await page.getByTestId("remarks").getByText("Overlap").waitFor();
+    const piece = page.getByTestId("field-low_water");
+    await piece.click({ position: { x: 5, y: 5 } });
+    assert.match(await page.getByTestId("chosen").innerText(), /low_water/);
+    await piece.click({ position: { x: 5, y: 5 } });
+    assert.match(await page.getByTestId("chosen").innerText(), /lid_open/);
+    await page.getByTestId("field-low_water").click({ position: { x: 5, y: 5 } });
+    await page.getByTestId("field-lid_open").click();
+    assert.match(await page.getByTestId("chosen").innerText(), /lid_open/);
+  });
+
   test("shows the packet's bits, and a click inverts one", async () => {
     const page = await openPage();
     await page.getByTestId("packet").fill("04 05 5a 04 64 01 00");
