@@ -30,6 +30,7 @@ for file in "${configurations[@]}"; do
   compact "$file" | seed Configuration "$name"
   compact "$file" | seed Lint "$name"
   compact "$file" | seed Generate "$name"
+  { compact "$file" && raw 0 && printf '04 05 5a 04 64 01 00\n01 07 05 5a\n'; } | seed Studio "$name"
 done
 for old in tests/compare/*.old.json; do
   new=${old%.old.json}.new.json

@@ -38,14 +38,22 @@ export class Asker {
   constructor(private readonly onRestart: (reason: string) => void) {}
 
   async ask<T>(request: Record<string, unknown>): Promise<Answer<T>> {
-    this.#worker ??= this.#start();
-    const worker = await this.#worker;
+    const worker = await this.#running();
     const id = this.#next++;
     return new Promise((resolve) => {
       const timer = window.setTimeout(() => this.#restart("it took too long"), PATIENCE_MS);
       this.#waiting.set(id, { resolve: resolve as (answer: unknown) => void, timer });
       worker.postMessage({ id, request } satisfies ToWorker);
     });
+  }
+
+  // The worker; while one is waited for, it may be given up for another.
+  async #running(): Promise<Worker> {
+    for (;;) {
+      const starting = (this.#worker ??= this.#start());
+      const worker = await starting;
+      if (starting === this.#worker) return worker;
+    }
   }
 
   async #start(): Promise<Worker> {
