@@ -192,7 +192,7 @@ void AddReceives(const Workload& workload, std::vector<Operation>& operations) {
   });
 }
 
-// The workload's entity behind the C interface.
+// The workload's entity, opened through the C interface.
 std::shared_ptr<morvix_entity> OpenEntity(const Workload& workload) {
   Json::Value configuration;
   configuration["entities"].append(workload.entity);

@@ -41,7 +41,7 @@ bool IsEnum(const Attribute& attribute) { return attribute.data_type == MorvixPr
 
 // ---- Texts -----------------------------------------------------------------------------------------------------
 
-// The length of the UTF-8 character that begins at `at`; 0 when there is no valid one.
+// The length of the UTF-8 character that begins at `at`; 0 when none begins there.
 size_t CharacterLength(std::string_view text, size_t at) {
   const auto byteAt = [text](size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
   const auto isTail = [&byteAt](size_t i) { return (byteAt(i) & 0xc0) == 0x80; };

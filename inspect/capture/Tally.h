@@ -21,8 +21,6 @@ class Tally {
   void AddUnmatched() { ++unmatched_; }
   void AddTime(std::string_view time);
 
-  size_t Unmatched() const { return unmatched_; }
-
   // "6 lines, 3 packets (2 notify, 1 write), 1 unmatched, 1 error (1 no packet), 2 notes (2 out-of-range), from
   // 03:15:22 to 03:17:00", escaped.
   std::string Text(size_t lines) const;

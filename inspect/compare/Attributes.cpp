@@ -562,13 +562,21 @@ class AttributesCheck {
     const bool isWider = !after.isEmpty && (before.isEmpty || after.min < before.min || after.max > before.max);
     if (!isWider) return;
     const uint64_t raw = before.isEmpty || after.max > before.max ? after.max : after.min;
-    const bool isWritten = pair.after.Written() != nullptr;
-    Change& change =
-        Add(isWritten ? changes::kLimitsWidened : changes::kReadLimitsWidened, pair, "uint_spec", message,
-            isWritten ? "a write can carry values that devices in the field do not know"
-                      : "none: devices in the field do not send it",
-            isWritten ? "let the application send them only to devices that know them" : "nothing needs to be done");
-    if (isWritten) return ShowWrite(change, pair, raw, raw);
+    AddWidening(changes::kLimitsWidened, changes::kReadLimitsWidened, pair, "uint_spec", message, "values", raw);
+  }
+
+  // More values can be sent than before, `raw` for one. Devices in the field have to know them only where they are
+  // written.
+  void AddWidening(const Rule& writtenRule, const Rule& readRule, const Pair& pair, const char* member,
+                   const std::string& message, const char* values, uint64_t raw) {
+    if (pair.after.Written() != nullptr) {
+      Change& change = Add(writtenRule, pair, member, message,
+                           fmt::format("a write can carry {} that devices in the field do not know", values),
+                           "let the application send them only to devices that know them");
+      return ShowWrite(change, pair, raw, raw);
+    }
+    Change& change = Add(readRule, pair, member, message, "none: devices in the field do not send them",
+                         "nothing needs to be done");
     ShowNotification(change, pair, LargestRaw(pair.before));
   }
 
@@ -626,14 +634,8 @@ class AttributesCheck {
               "keep the items");
       return ShowNotification(change, pair, before - 1);
     }
-    const bool isWritten = pair.after.Written() != nullptr;
-    Change& change =
-        Add(isWritten ? changes::kItemsAdded : changes::kReadItemsAdded, pair, "enum", message,
-            isWritten ? "a write can carry indices that devices in the field do not know"
-                      : "none: devices in the field do not send them",
-            isWritten ? "let the application send them only to devices that know them" : "nothing needs to be done");
-    if (isWritten) return ShowWrite(change, pair, LargestRaw(pair.after), LargestRaw(pair.after));
-    ShowNotification(change, pair, LargestRaw(pair.before));
+    AddWidening(changes::kItemsAdded, changes::kReadItemsAdded, pair, "enum", message, "indices",
+                LargestRaw(pair.after));
   }
 
   // The others that moved as far as the first.

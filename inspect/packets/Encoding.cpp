@@ -202,8 +202,7 @@ std::string PartText(const char* name, const byte* data, size_t size) {
 }  // namespace
 
 const Direction& DirectionOf(const EntityModel& entity, MorvixProtocolCommand_4_0 command) {
-  const bool isWrite = command == MorvixProtocolCommandWriteReq_4_0 || command == MorvixProtocolCommandCCWriteReq_4_0;
-  return isWrite ? entity.Writing() : entity.Reading();
+  return IsWriteCommand(command) ? entity.Writing() : entity.Reading();
 }
 
 Encoding::Encoding(const EntityModel& entity, std::string entityText, const GivenValues& values,

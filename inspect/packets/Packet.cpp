@@ -161,6 +161,14 @@ const char* CommandName(uint32_t command) {
   return command < std::size(kNames) ? kNames[command] : nullptr;
 }
 
+bool IsWriteCommand(uint32_t command) {
+  return command == MorvixProtocolCommandWriteReq_4_0 || command == MorvixProtocolCommandCCWriteReq_4_0;
+}
+
+bool IsResponseCommand(uint32_t command) {
+  return command == MorvixProtocolCommandReadResp_4_0 || command == MorvixProtocolCommandNotifyResp_4_0;
+}
+
 std::string Base64Text(const byte* data, size_t size) {
   std::string text((size + 2) / 3 * 4 + 1, '\0');
   return __internal_base64_encode(text.data(), static_cast<uint32_t>(text.size()), data, size);

@@ -20,6 +20,12 @@ using Bytes = std::vector<byte>;
 // command that no packet of version 4.0 carries.
 const char* CommandName(uint32_t command);
 
+// Commands with the values of writable attributes: "write" and "cc-write".
+bool IsWriteCommand(uint32_t command);
+
+// Commands by which a device tells all of its values: "read-response" and "notify".
+bool IsResponseCommand(uint32_t command);
+
 // Why a text is not a packet, and the column, counted from 1, where that shows.
 struct HexError {
   size_t column = 1;

@@ -23,14 +23,6 @@ MorvixProtocolPackage_4_0 PackageWith(const byte* payload, size_t size) {
   return package;
 }
 
-bool IsResponse(uint32_t command) {
-  return command == MorvixProtocolCommandReadResp_4_0 || command == MorvixProtocolCommandNotifyResp_4_0;
-}
-
-bool IsWrite(uint32_t command) {
-  return command == MorvixProtocolCommandWriteReq_4_0 || command == MorvixProtocolCommandCCWriteReq_4_0;
-}
-
 bool NamesSubDevice(uint32_t command) {
   return command == MorvixProtocolCommandCCReadReq_4_0 || command == MorvixProtocolCommandCCDelSubDeviceReq_4_0;
 }
@@ -109,7 +101,7 @@ std::string NoteText(const Note& note) {
   return text;
 }
 
-bool PacketReading::IsReceived() const { return IsResponse(command); }
+bool PacketReading::IsReceived() const { return IsResponseCommand(command); }
 
 bool PacketReading::IsTold(const Field& field) const {
   if (values[field.flag].result.outcome != MorvixProtocolOutcomeDone_4_0) return false;
@@ -131,8 +123,8 @@ const PacketReading* PacketReader::Read(const Bytes& packet, PacketError& error)
   reading_.notes.clear();
   reading_.culprit = nullptr;
   reading_.failure.clear();
-  if (IsResponse(command)) return ReadReceived(error) ? &reading_ : nullptr;
-  if (IsWrite(command)) return ReadWrite(packet, error) ? &reading_ : nullptr;
+  if (IsResponseCommand(command)) return ReadReceived(error) ? &reading_ : nullptr;
+  if (IsWriteCommand(command)) return ReadWrite(packet, error) ? &reading_ : nullptr;
   if (CommandName(command) == nullptr) {
     Fail(error, "unknown command",
          fmt::format("command {:02x} is unknown; expected 01 to 04, 07, 08, 0b, 0c or 0d", command));

@@ -23,7 +23,7 @@ std::string InQuotes(std::string_view text);
 // 'name', escaped, and shortened when it is long: for strings of a configuration in findings, quoted as in log lines.
 std::string Quoted(std::string_view text);
 
-// The length in bytes of the UTF-8 character that begins at `at`, with its code; 0 when there is no valid one.
+// The length in bytes of the UTF-8 character that begins at `at`, with its code; 0 when none begins there.
 size_t ReadCharacter(std::string_view text, size_t at, int32_t& code);
 
 bool IsUtf8(std::string_view text);

@@ -40,8 +40,7 @@ void CheckOptions(const EncodeOptions& options) {
 MorvixProtocolOwnedPackage_4_0 PackageFor(const EncodeOptions& options, const RecordHead& head) {
   MorvixProtocolOwnedPackage_4_0 package;
   package.cmd = options.command.value_or(head.command.value_or(MorvixProtocolCommandWriteReq_4_0));
-  const bool isWrite =
-      package.cmd == MorvixProtocolCommandWriteReq_4_0 || package.cmd == MorvixProtocolCommandCCWriteReq_4_0;
+  const bool isWrite = IsWriteCommand(package.cmd);
   if (options.subDevice && !isWrite) {
     throw InputError(std::string(CommandName(package.cmd)) + " names no sub-device; expected no --sub-device");
   }

@@ -33,8 +33,9 @@ struct MorvixProtocolElement_4_0 {
                                            MorvixProtocolEntity_4_0& entityInfo,
                                            std::vector<MorvixProtocolElement_4_0>& elements);
 
-/// The bytes of a payload that ends with the last of these attributes' bytes: what encoding them allocates. 0 when
-/// there are no attributes or all of them end at or before 0; up to 4 GiB for malicious positions. Allocates nothing.
+/// The number of bytes from the beginning of a payload to the end of the last of these attributes; this much memory is
+/// allocated when they are encoded. 0 when there are no attributes or none ends after byte 0; up to 4 GiB for malicious
+/// positions. Allocates nothing itself.
 size_t ProtocolPayloadBytes_4_0(const std::vector<MorvixProtocolAttribute_4_0>& attributes);
 
 /// Where the codec reads and writes the attribute in a payload of `payloadBytes` bytes: `bitCount` bits from `firstBit`
@@ -77,7 +78,8 @@ void ProtocolEncodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                   std::vector<MorvixProtocolResult_4_0>& results);
 
 /// ProtocolDecodeAttributes_4_0 that also sets `results` to one result per attribute. All are "not reached" when there
-/// is no payload. Attributes decoded before the entity was removed from the document are "done" nevertheless.
+/// is no payload. Where decoding fails and removes the entity from the document, the attributes before the failure stay
+/// "done".
 void ProtocolDecodeAttributes_4_0(const MorvixProtocolEntity_4_0& entityInfo,
                                   const std::vector<MorvixProtocolAttribute_4_0>& attributes,
                                   const MorvixProtocolPackage_4_0& package, Json::Value& decodeResult,

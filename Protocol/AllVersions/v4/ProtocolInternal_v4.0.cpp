@@ -1031,7 +1031,8 @@ static void ReadBase64(const byte* field, size_t byteLength, std::string& text) 
 // =====================================================================================================================
 // Framing
 //
-// Between a package record and packet bytes. There is no length field and no checksum: the transport delimits packets.
+// Converts between package records and packet bytes. A packet has neither a length field nor a checksum: the transport
+// tells where it begins and ends.
 // =====================================================================================================================
 
 static constexpr size_t kMinWriteBytes = 3;  // a command and two bytes of flags and payload

@@ -304,9 +304,9 @@ bool ProtocolGetAttrObject_4_0(const Json::Value& attr, const char* strKey, Json
 ///
 /// Pass a package without buffers. `flags` and `value` become new zero-filled C-heap buffers, which the caller
 /// releases with `free` *also when nothing was encoded*; earlier buffers are not released. `sizeFlags` and `sizeValue`
-/// are then non-zero exactly when at least one value was written and none was refused. The other fields stay untouched.
-/// When the entity is unusable, its payload has no bytes, or there is no memory for it, the whole package stays
-/// untouched.
+/// are then non-zero exactly when at least one value was written and none was refused. The other fields keep their
+/// values. The whole package keeps its values when the entity is unusable, when its payload has no bytes, or when there
+/// is no memory for it.
 ///
 /// Logged in addition to the parser's lines, each ending the call: "Get entity info failed.", "No data will encode.",
 /// "Write bool value failed.", "Invalid enum value: %i, range: 0-%i", "Write enum value failed.", "Write binary value
@@ -377,8 +377,9 @@ bool ProtocolGetEntitiesFromDevice_4_0(const Json::Value& device, Json::Value& e
 /// `alerts` and `faults` always become arrays. Entities and items come in the byte order of their names. Anything after
 /// the document is ignored.
 ///
-/// @return the application's document as one line of JSON text; an empty string when `result` is not a JSON object, its
-/// "version" is not the real number 4.0 (4 is not), or there is no memory for a string while it is read.
+/// @return the application's document as one line of JSON text. An empty string when `result` is not a JSON object,
+/// when its "version" is not the real number 4.0 (the integer 4 is not), or when memory for a string runs out while
+/// `result` is read.
 std::string ProtocolConvertReceiveResult_4_0(const std::string& result, Json::Value& alerts, Json::Value& faults);
 
 /// Appends the active elements of `alerts` to `valert`, in order: those with a string "name" whose "value" is a
