@@ -59,7 +59,8 @@ function valuesText(values) {
 
 function checkInteger(value, name, min, max) {
   if (Number.isInteger(value) && value >= min && value <= max) return;
-  throw new ProtocolError(`${name} ${String(value)} is out of range; expected an integer from ${min} to ${max}`);
+  const given = typeof value === "string" ? JSON.stringify(value) : String(value);
+  throw new ProtocolError(`${name} ${given} is out of range; expected an integer from ${min} to ${max}`);
 }
 
 // The instance's memory, and calls of its functions.

@@ -106,6 +106,8 @@ test("sub-devices are of 32 bits, signed or unsigned", () => {
     assert.match(errorOf(() => protocol.request(wrong)).message, /^command .* is out of range/);
     assert.match(errorOf(() => kettle.encode({}, { command: wrong })).message, /^command .* is out of range/);
   }
+  const expected = "expected an integer from 0 to 255";
+  assert.equal(errorOf(() => protocol.request("2")).message, `command "2" is out of range; ${expected}`);
   kettle.close();
 });
 
