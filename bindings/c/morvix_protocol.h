@@ -4,10 +4,11 @@
  * A product configuration (JSON) lists entities; each entity lists attributes. An entity is opened once, which parses
  * it, and then encodes values into packets and decodes packets into documents:
  *
- *     morvix_entity* kettle = NULL;
+ *     const char* values = "{\"kettle\":{\"power\":true}}";
  *     if (morvix_entity_open(text, size, "kettle", &kettle, &message) != MORVIX_OK) ...
- *     status = morvix_encode(kettle, "{\"kettle\":{\"power\":true}}", 24, 1, NULL, &packet, &message);
- *     status = morvix_receive(kettle, data, data_size, &document, &active, &message);
+ *     morvix_free(message);
+ *     status = morvix_encode(kettle, values, strlen(values), 1, NULL, &packet, &message);
+ *     morvix_free(message);
  *     morvix_free(packet.data);
  *     morvix_entity_close(kettle);
  *
