@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """Decodes a folder of captures on many machines, with Dask's distributed scheduler, into one table.
 
-    capture_folder.py CONFIGURATION FOLDER TABLE.csv [--scheduler ADDRESS | --processes N]
+    capture_folder.py CONFIGURATION FOLDER TABLE.csv [--entity NAME] [--scheduler ADDRESS | --processes N]
 
 Each *.txt file of the folder is a capture: lines of a timestamp and a packet in hexadecimal digits. A file is decoded
 as a whole, by whichever worker is free; workers need the package morvix-protocol and access to the same folder. The
 table has the columns file, line, time and error, then one for each attribute. A line that cannot be decoded keeps its
 row, with its error; the values of a packet that ends early stay as well. Blank lines are passed over.
+
+--entity names the entity whose packets these are, where the configuration has several.
 
 --scheduler names a running scheduler; --processes starts that many workers on this machine; without either, this
 process does the work.
@@ -14,14 +16,16 @@ process does the work.
 
 import argparse
 import pathlib
+from typing import Optional
 
 import morvix_protocol
 import pandas
 
 
-def decode_capture(configuration: bytes, path: str) -> pandas.DataFrame:
-    """The table of one capture."""
-    entity = morvix_protocol.loads(configuration).entity()
+def decode_capture(configuration: bytes, path: str, name: Optional[str] = None) -> pandas.DataFrame:
+    """The table of one capture, of the entity of this name or the only one."""
+    product = morvix_protocol.loads(configuration)
+    entity = product.entity() if name is None else product[name]
     places, times, packets, errors = [], [], [], []
     lines = pathlib.Path(path).read_text(encoding="utf-8").splitlines()
     for number, line in enumerate(lines, 1):
@@ -57,16 +61,16 @@ def decode_capture(configuration: bytes, path: str) -> pandas.DataFrame:
     return pandas.concat([pandas.DataFrame(head, index=table.index), table], axis=1)
 
 
-def decode_folder(configuration: bytes, folder: pathlib.Path, client=None) -> pandas.DataFrame:
+def decode_folder(configuration: bytes, folder: pathlib.Path, name: Optional[str], client=None) -> pandas.DataFrame:
     """The table of all captures in a folder, in the order of their names; by the workers of a Dask client, if given."""
     paths = sorted(str(path.resolve()) for path in folder.glob("*.txt"))
     if not paths:
         raise SystemExit(f"{folder}: no captures (*.txt)")
     if client is None:
-        tables = [decode_capture(configuration, path) for path in paths]
+        tables = [decode_capture(configuration, path, name) for path in paths]
     else:
         # Not pure: a file may have changed since a worker read it.
-        tables = client.gather([client.submit(decode_capture, configuration, path, pure=False) for path in paths])
+        tables = client.gather([client.submit(decode_capture, configuration, path, name, pure=False) for path in paths])
     return pandas.concat(tables, ignore_index=True)
 
 
@@ -75,6 +79,7 @@ def main() -> None:
     parser.add_argument("configuration", type=pathlib.Path)
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("table", type=pathlib.Path)
+    parser.add_argument("--entity", metavar="NAME", help="the entity, where the configuration has several")
     choice = parser.add_mutually_exclusive_group()
     choice.add_argument("--scheduler", help="address of a running scheduler, such as tcp://10.0.0.5:8786")
     choice.add_argument("--processes", type=int, help="number of worker processes on this machine")
@@ -84,15 +89,15 @@ def main() -> None:
         from distributed import Client
 
         with Client(options.scheduler) as client:
-            table = decode_folder(configuration, options.folder, client)
+            table = decode_folder(configuration, options.folder, options.entity, client)
     elif options.processes is not None:
         from distributed import Client, LocalCluster
 
         workers = {"n_workers": options.processes, "threads_per_worker": 1, "dashboard_address": None}
         with LocalCluster(**workers) as cluster, Client(cluster) as client:
-            table = decode_folder(configuration, options.folder, client)
+            table = decode_folder(configuration, options.folder, options.entity, client)
     else:
-        table = decode_folder(configuration, options.folder)
+        table = decode_folder(configuration, options.folder, options.entity)
     table.to_csv(options.table, index=False)
     print(f"{len(table)} lines, {table['error'].notna().sum()} errors")
 

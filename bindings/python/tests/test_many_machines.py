@@ -8,6 +8,7 @@ import sys
 from typing import Any
 
 import pandas
+import pytest
 from conftest import EXAMPLES
 
 PROGRAM = EXAMPLES / "capture_folder.py"
@@ -68,3 +69,15 @@ def test_two_workers_make_the_table_of_one_process(tmp_path: Any) -> None:
     assert table.loc[table["file"] == "capture3.txt", "line"].tolist() == [*range(1, 14), *range(15, 202)]
     # 0 * 0.1 - 20 to 199 * 0.1 - 20
     assert (table["temperature"].min(), table["temperature"].max()) == (-20, -0.1)
+
+
+def test_an_entity_can_be_named(tmp_path: Any) -> None:
+    captures, table = tmp_path / "captures", tmp_path / "table.csv"
+    captures.mkdir()
+    packet = (EXAMPLES / "gateway.notify.hex").read_text(encoding="utf-8").strip()
+    (captures / "one.txt").write_text(f"2024-05-01T00:00:00Z {packet}\n", encoding="utf-8")
+    assert run(EXAMPLES / "gateway.json", captures, table, "--entity", "gateway") == "1 lines, 0 errors\n"
+    assert pandas.read_csv(table)["signal"].tolist() == [-67]
+    with pytest.raises(subprocess.CalledProcessError) as caught:
+        run(EXAMPLES / "gateway.json", captures, table)
+    assert "the configuration has 2 entities; name one of: 'gateway', 'thermostat'" in caught.value.stderr
