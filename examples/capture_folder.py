@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """Decodes a folder of captures on many machines, with Dask's distributed scheduler, into one table.
 
-    capture_folder.py CONFIGURATION FOLDER TABLE.csv [--scheduler ADDRESS | --processes N]
+    capture_folder.py CONFIGURATION FOLDER TABLE.csv [--entity NAME] [--scheduler ADDRESS | --processes N]
 
 Each *.txt file of the folder is a capture: lines of a timestamp and a packet in hexadecimal digits. A file is decoded
 as a whole, by whichever worker is free; workers need the package morvix-protocol and access to the same folder. The
 table has the columns file, line, time and error, then one for each attribute. A line that cannot be decoded keeps its
-row, with its error.
+row, with its error; the values of a packet that ends early stay as well. Blank lines are passed over.
+
+--entity names the entity whose packets these are, where the configuration has several.
 
 --scheduler names a running scheduler; --processes starts that many workers on this machine; without either, this
 process does the work.
@@ -14,47 +16,61 @@ process does the work.
 
 import argparse
 import pathlib
+from typing import Optional
 
 import morvix_protocol
 import pandas
 
 
-def decode_capture(configuration: bytes, path: str) -> pandas.DataFrame:
-    """The table of one capture."""
-    entity = morvix_protocol.loads(configuration).entity()
-    times, packets, errors = [], [], []
-    for line in pathlib.Path(path).read_text(encoding="utf-8").splitlines():
-        time, _, digits = line.partition(" ")
+def decode_capture(configuration: bytes, path: str, name: Optional[str] = None) -> pandas.DataFrame:
+    """The table of one capture, of the entity of this name or the only one."""
+    product = morvix_protocol.loads(configuration)
+    entity = product.entity() if name is None else product[name]
+    places, times, packets, errors = [], [], [], []
+    lines = pathlib.Path(path).read_text(encoding="utf-8").splitlines()
+    for number, line in enumerate(lines, 1):
+        if not line.strip():
+            continue
+        time, _, digits = line.strip().partition(" ")
         packet, error = b"", None
         try:
             packet = bytes.fromhex(digits)
-        except ValueError as reason:
-            error = str(reason)
+        except ValueError:
+            error = f"{digits!r} is not a packet in hexadecimal digits"
+        places.append(number)
         times.append(time)
         packets.append(packet)
         errors.append(error)
+    read_times = pandas.to_datetime(pandas.Series(times, dtype=object), utc=True, errors="coerce")
     table = entity.to_frame(packets)
-    for row in table.index[table.isna().all(axis=1)]:
+    # Where a value is missing, there may be a reason; a number out of its range is missing without.
+    for row in table.index[table.isna().any(axis=1)]:
         try:
-            entity.decode(packets[row])
+            problem = "; ".join(entity.decode(packets[row]).warnings)
         except morvix_protocol.DecodeError as reason:
-            errors[row] = errors[row] or str(reason)
-    table.insert(0, "error", pandas.Series(errors, dtype=object))
-    table.insert(0, "time", pandas.to_datetime(times, utc=True))
-    table.insert(0, "line", range(1, len(packets) + 1))
-    table.insert(0, "file", pathlib.Path(path).name)
-    return table
+            problem = str(reason)
+        errors[row] = errors[row] or problem or None
+    for row in table.index[read_times.isna()]:
+        errors[row] = errors[row] or f"{times[row]!r} is not a timestamp"
+    head = {
+        "file": pathlib.Path(path).name,
+        "line": pandas.Series(places, dtype="int64"),
+        "time": read_times,
+        "error": pandas.Series(errors, dtype=object),
+    }
+    return pandas.concat([pandas.DataFrame(head, index=table.index), table], axis=1)
 
 
-def decode_folder(configuration: bytes, folder: pathlib.Path, client=None) -> pandas.DataFrame:
+def decode_folder(configuration: bytes, folder: pathlib.Path, name: Optional[str], client=None) -> pandas.DataFrame:
     """The table of all captures in a folder, in the order of their names; by the workers of a Dask client, if given."""
     paths = sorted(str(path.resolve()) for path in folder.glob("*.txt"))
     if not paths:
         raise SystemExit(f"{folder}: no captures (*.txt)")
     if client is None:
-        tables = [decode_capture(configuration, path) for path in paths]
+        tables = [decode_capture(configuration, path, name) for path in paths]
     else:
-        tables = client.gather([client.submit(decode_capture, configuration, path) for path in paths])
+        # Not pure: a file may have changed since a worker read it.
+        tables = client.gather([client.submit(decode_capture, configuration, path, name, pure=False) for path in paths])
     return pandas.concat(tables, ignore_index=True)
 
 
@@ -63,26 +79,27 @@ def main() -> None:
     parser.add_argument("configuration", type=pathlib.Path)
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("table", type=pathlib.Path)
-    workers = parser.add_mutually_exclusive_group()
-    workers.add_argument("--scheduler", help="address of a running scheduler, such as tcp://10.0.0.5:8786")
-    workers.add_argument("--processes", type=int, help="number of worker processes on this machine")
+    parser.add_argument("--entity", metavar="NAME", help="the entity, where the configuration has several")
+    choice = parser.add_mutually_exclusive_group()
+    choice.add_argument("--scheduler", help="address of a running scheduler, such as tcp://10.0.0.5:8786")
+    choice.add_argument("--processes", type=int, help="number of worker processes on this machine")
     options = parser.parse_args()
     configuration = options.configuration.read_bytes()
-    if options.scheduler is None and options.processes is None:
-        table = decode_folder(configuration, options.folder)
-    else:
+    if options.scheduler is not None:
+        from distributed import Client
+
+        with Client(options.scheduler) as client:
+            table = decode_folder(configuration, options.folder, options.entity, client)
+    elif options.processes is not None:
         from distributed import Client, LocalCluster
 
-        if options.scheduler is None:
-            cluster = LocalCluster(n_workers=options.processes, threads_per_worker=1, dashboard_address=None)
-        else:
-            cluster = options.scheduler
-        with Client(cluster) as client:
-            table = decode_folder(configuration, options.folder, client)
-            if options.scheduler is None:
-                cluster.close()
+        workers = {"n_workers": options.processes, "threads_per_worker": 1, "dashboard_address": None}
+        with LocalCluster(**workers) as cluster, Client(cluster) as client:
+            table = decode_folder(configuration, options.folder, options.entity, client)
+    else:
+        table = decode_folder(configuration, options.folder, options.entity)
     table.to_csv(options.table, index=False)
-    print(f"{len(table)} packets, {table['error'].notna().sum()} errors")
+    print(f"{len(table)} lines, {table['error'].notna().sum()} errors")
 
 
 if __name__ == "__main__":

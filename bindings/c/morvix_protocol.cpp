@@ -7,7 +7,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <iomanip>
 #include <limits>
+#include <locale>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -308,6 +310,7 @@ Json::ArrayIndex FindEntity(const Json::Value& entities, const char* name) {
   if (names.empty()) names = "none";
   if (name != nullptr) RejectInput("no entity has the name " + Quoted(name) + "; expected one of: " + names);
   if (entities.size() == 1) return 0;
+  if (entities.empty()) RejectInput("the configuration has no entities");
   RejectInput("the configuration has " + std::to_string(entities.size()) + " entities; name one of: " + names);
 }
 
@@ -534,8 +537,30 @@ namespace {
 
 // ---- Writing ---------------------------------------------------------------------------------------------------
 
+// A number in the fewest digits that read as the same one, and with a point, exponent or name that tells it from an
+// integer. The locale makes no difference.
+std::string RealText(double number) {
+  constexpr int kFewestDigits = 15;
+  constexpr int kMostDigits = 17;
+  std::string text;
+  double read = 0;
+  for (int digits = kFewestDigits; digits <= kMostDigits; ++digits) {
+    std::ostringstream writer;
+    writer.imbue(std::locale::classic());
+    writer << std::setprecision(digits) << number;
+    text = writer.str();
+    std::istringstream reader(text);
+    reader.imbue(std::locale::classic());
+    if (reader >> read && read == number) break;
+  }
+  if (text.find_first_of(".en") == std::string::npos) text += ".0";
+  return text;
+}
+
 std::string KindOf(const Json::Value& value) {
   switch (value.type()) {
+    case Json::realValue:
+      return RealText(value.asDouble());
     case Json::nullValue:
       return "null";
     case Json::arrayValue:
@@ -565,10 +590,24 @@ std::string RangeText(const Attribute& number) {
   return "expected " + least + " to " + most;
 }
 
+// Whether all of a text is the number that it stands for. The module reads as far as it can, and takes a NaN.
+bool IsTextTaken(const Attribute& attribute, const std::string& text) {
+  if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) return true;
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  if (!IsNumber(attribute)) {
+    static_cast<void>(std::strtoull(begin, &end, 10));
+  } else if (std::isnan(std::strtod(begin, &end))) {
+    return false;
+  }
+  return !text.empty() && end == begin + text.size();
+}
+
 // Why a value is not written; empty when it is, or when it was not asked for.
 std::string RefusalText(const Attribute& attribute, const Json::Value& value, const Result& result) {
   const std::string subject = Quoted(attribute.name) + ": ";
-  switch (result.outcome) {
+  const bool isTaken = !value.isString() || IsTextTaken(attribute, value.asString());
+  switch (isTaken ? result.outcome : MorvixProtocolOutcomeWrongKind_4_0) {
     case MorvixProtocolOutcomeWrongKind_4_0:
       return subject + KindOf(value) + " is of a kind that it does not take; expected " + TakenBy(attribute);
     case MorvixProtocolOutcomeRefusedByScaling_4_0:
@@ -607,7 +646,9 @@ class Write {
     const std::string problems = given == nullptr ? "" : Problems(*given);
     if (!problems.empty()) Refuse(problems);
     if (package_.sizeValue == 0) {
-      Refuse("nothing to write; expected a value of a writable attribute of " + Quoted(entity_.info.name));
+      const std::string name = Quoted(entity_.info.name);
+      Refuse("nothing to write; expected " + (given == nullptr ? "a member " + name + " with the values"
+                                                               : "a value of a writable attribute of " + name));
     }
     std::string packet(1 + MorvixProtocolSubDidBytes_4_0 + package_.sizeFlags + package_.sizeValue, '\0');
     packet.resize(ProtocolPackPackage_4_0(package_, reinterpret_cast<byte*>(packet.data()), packet.size()));

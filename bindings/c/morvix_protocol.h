@@ -4,10 +4,11 @@
  * A product configuration (JSON) lists entities; each entity lists attributes. An entity is opened once, which parses
  * it, and then encodes values into packets and decodes packets into documents:
  *
- *     morvix_entity* kettle = NULL;
+ *     const char* values = "{\"kettle\":{\"power\":true}}";
  *     if (morvix_entity_open(text, size, "kettle", &kettle, &message) != MORVIX_OK) ...
- *     status = morvix_encode(kettle, "{\"kettle\":{\"power\":true}}", 24, 1, NULL, &packet, &message);
- *     status = morvix_receive(kettle, data, data_size, &document, &active, &message);
+ *     morvix_free(message);
+ *     status = morvix_encode(kettle, values, strlen(values), 1, NULL, &packet, &message);
+ *     morvix_free(message);
  *     morvix_free(packet.data);
  *     morvix_entity_close(kettle);
  *
@@ -118,7 +119,7 @@ MORVIX_API morvix_status morvix_entity_describe(const morvix_entity* entity, mor
 /**
  * Encodes a write. `values` is an entity value document, {ENTITY: {ATTRIBUTE: VALUE}}; other entities in it are passed
  * over. Bools and enums take an integer, true, false or decimal text; numbers a number in user units or the text of
- * one; binaries base64 text.
+ * one; binaries base64 text. Text that goes on after its number is not taken, which the protocol module would do.
  *
  * `command` is 1, or 7 for a write to a sub-device. `sub_device` is the id to insert, or null for none.
  *

@@ -59,8 +59,11 @@ export interface Description {
   dropped: { index: number; name?: string; member: string }[];
 }
 
-/** Values to write: by entity and attribute name. */
-export type Values = Record<string, Record<string, boolean | number | string> | unknown>;
+/**
+ * Values to write: by entity and attribute name. What is undefined is not written. A received document has the number
+ * `version` beside its entities.
+ */
+export type Values = Record<string, Record<string, boolean | number | string | undefined> | number | undefined>;
 
 /** A decoded document: by entity name and key, which is the display name for alerts and faults. */
 export type Decoded = Record<string, Record<string, { type: 1 | 2 | 4 | 8; value: boolean | string }>>;
@@ -77,6 +80,8 @@ export interface Received {
   document: string;
   alerts: Active[];
   faults: Active[];
+  /** What the protocol module has to say about the packet, where there is anything: for one, that it is too short. */
+  warnings?: string[];
 }
 
 export interface WriteOptions {
@@ -97,7 +102,10 @@ export class Entity {
    * or the text of one; binaries base64 text. Other entities in `values` are passed over.
    */
   encode(values: Values, options?: WriteOptions): Uint8Array;
-  /** The decoded document of a read response (3) or notification (4). */
+  /**
+   * The decoded document of a read response (3) or notification (4). It is empty where the packet does not have what
+   * the entity needs; `receive` has the warnings.
+   */
   decode(packet: Bytes): Decoded;
   /** What an application is given of a read response (3) or notification (4). */
   receive(packet: Bytes): Received;

@@ -32,9 +32,35 @@ function textBytes(text) {
   throw new ProtocolError("the configuration is not a string or Uint8Array");
 }
 
+function nameBytes(name) {
+  if (typeof name === "string" && !name.includes("\0")) return encoder.encode(name);
+  throw new ProtocolError("the name of the entity is not a string, or contains a NUL");
+}
+
+// What JSON would silently change or leave out.
+function checkValue(name, value) {
+  if (typeof value === "number" && !Number.isFinite(value)) {
+    throw new ProtocolError(`'${name}': ${value} is not a finite number`);
+  }
+  if (["bigint", "function", "symbol"].includes(typeof value)) {
+    throw new ProtocolError(`'${name}': a ${typeof value} is not taken; expected a boolean, number or string`);
+  }
+  return value;
+}
+
+function valuesText(values) {
+  try {
+    return JSON.stringify(values, checkValue) ?? "null";
+  } catch (error) {
+    if (error instanceof ProtocolError) throw error;
+    throw new ProtocolError(`the values cannot be written as JSON: ${error.message}`);
+  }
+}
+
 function checkInteger(value, name, min, max) {
   if (Number.isInteger(value) && value >= min && value <= max) return;
-  throw new ProtocolError(`${name} ${String(value)} is out of range; expected an integer from ${min} to ${max}`);
+  const given = typeof value === "string" ? JSON.stringify(value) : String(value);
+  throw new ProtocolError(`${name} ${given} is out of range; expected an integer from ${min} to ${max}`);
 }
 
 // The instance's memory, and calls of its functions.
@@ -148,17 +174,12 @@ export class Entity {
     return native.takeJson();
   }
 
-  encode(values, { command = 1, subDevice } = {}) {
+  encode(values, options) {
     const native = this.#open();
+    const { command = 1, subDevice } = options ?? {};
     checkInteger(command, "command", 0, 255);
     const id = native.subDevice(subDevice);
-    let text;
-    try {
-      text = JSON.stringify(values) ?? "null";
-    } catch (error) {
-      throw new ProtocolError(`the values cannot be written as JSON: ${error.message}`);
-    }
-    return native.withBytes(encoder.encode(text), (address, size) => {
+    return native.withBytes(encoder.encode(valuesText(values)), (address, size) => {
       const { morvix_encode } = native.exports;
       const [output, message] = [native.address(OUTPUT), native.address(MESSAGE)];
       native.check(morvix_encode(this.#handle, address, size, command, id, output, message));
@@ -180,9 +201,10 @@ export class Entity {
     return native.withBytes(bytesOf(packet), (address, size) => {
       const { morvix_receive } = native.exports;
       const [first, second, message] = [OUTPUT, SECOND_OUTPUT, MESSAGE].map((offset) => native.address(offset));
-      native.check(morvix_receive(this.#handle, address, size, first, second, message));
+      const warnings = native.check(morvix_receive(this.#handle, address, size, first, second, message));
       const document = native.takeText();
-      return { document, ...native.takeJson(SECOND_OUTPUT) };
+      const received = { document, ...native.takeJson(SECOND_OUTPUT) };
+      return warnings === "" ? received : { ...received, warnings: warnings.split("\n") };
     });
   }
 
@@ -218,7 +240,7 @@ export class Protocol {
         const warnings = native.check(morvix_entity_open(address, size, nameAddress, output, message));
         return new Entity(native, native.word(OUTPUT), Object.freeze(warnings === "" ? [] : warnings.split("\n")));
       });
-    return name === undefined ? openNamed(0) : native.withBytes(encoder.encode(name), openNamed);
+    return name === undefined || name === null ? openNamed(0) : native.withBytes(nameBytes(name), openNamed);
   }
 
   request(command, subDevice) {

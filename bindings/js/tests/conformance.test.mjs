@@ -41,7 +41,12 @@ const calls = {
   },
   request: (given) => digits(protocol.request(given.command, given.subDevice)),
   decode: (given) => withEntity(given, (entity) => entity.decode(packetOf(given))),
-  receive: (given) => withEntity(given, (entity) => entity.receive(packetOf(given))),
+  receive: (given) =>
+    withEntity(given, (entity) => {
+      const { warnings = [], ...received } = entity.receive(packetOf(given));
+      assert.equal(warnings.join("\n"), given.message ?? "");
+      return received;
+    }),
 };
 
 for (const given of cases) {

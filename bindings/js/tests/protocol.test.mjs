@@ -106,6 +106,8 @@ test("sub-devices are of 32 bits, signed or unsigned", () => {
     assert.match(errorOf(() => protocol.request(wrong)).message, /^command .* is out of range/);
     assert.match(errorOf(() => kettle.encode({}, { command: wrong })).message, /^command .* is out of range/);
   }
+  const expected = "expected an integer from 0 to 255";
+  assert.equal(errorOf(() => protocol.request("2")).message, `command "2" is out of range; ${expected}`);
   kettle.close();
 });
 
@@ -113,10 +115,45 @@ test("values that JSON cannot express are refused", () => {
   const kettle = protocol.open(kettleText);
   const circle = {};
   circle.kettle = circle;
-  for (const wrong of [undefined, circle, { kettle: { power: 1n } }, { kettle: { target: NaN } }]) {
+  for (const wrong of [undefined, null, circle]) {
     assert.ok(errorOf(() => kettle.encode(wrong)) instanceof ProtocolError);
   }
+  const refusal = (value) => {
+    const error = errorOf(() => kettle.encode({ kettle: { power: true, target: value } }));
+    assert.ok(error instanceof ProtocolError);
+    return error.message;
+  };
+  assert.equal(refusal(NaN), "'target': NaN is not a finite number");
+  assert.equal(refusal(-Infinity), "'target': -Infinity is not a finite number");
+  assert.equal(refusal(85n), "'target': a bigint is not taken; expected a boolean, number or string");
+  assert.equal(
+    refusal(() => 85),
+    "'target': a function is not taken; expected a boolean, number or string",
+  );
+  assert.equal(digits(kettle.encode({ kettle: { power: true, target: undefined } }, null)), "01010100");
   kettle.close();
+});
+
+test("a packet that is too short has a warning", () => {
+  const kettle = protocol.open(kettleText);
+  const short = bytes("04055a04");
+  assert.deepEqual(kettle.decode(short), {});
+  assert.deepEqual(kettle.receive(short), {
+    document: '{"version":4.0}\n',
+    alerts: [],
+    faults: [],
+    warnings: ["Decode value is invalid."],
+  });
+  assert.equal("warnings" in kettle.receive(notification), false);
+  kettle.close();
+});
+
+test("the name of an entity is a string without NUL, or none", () => {
+  for (const wrong of [7, {}, "kettle\0"]) {
+    const { message } = errorOf(() => protocol.open(kettleText, wrong));
+    assert.equal(message, "the name of the entity is not a string, or contains a NUL");
+  }
+  for (const none of [undefined, null]) protocol.open(kettleText, none).close();
 });
 
 test("names of entities are compared as UTF-8", () => {

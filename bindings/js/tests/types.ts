@@ -21,6 +21,15 @@ async function use(configuration: string, module: WebAssembly.Module): Promise<v
   if (value === text && active?.name === writable[0].name) throw new ProtocolError(protocol.version);
   if (request.length !== 5) throw new ProtocolError("length");
 
+  kettle.encode({ kettle: { power: true, target: undefined, program: "2" }, version: 4 });
+  kettle.encode(JSON.parse(document));
+  const warnings: string[] | undefined = kettle.receive(packet).warnings;
+  if (warnings !== undefined) throw new ProtocolError(warnings[0]);
+
+  // @ts-expect-error: the name of the entity is missing
+  kettle.encode({ power: true });
+  // @ts-expect-error: a number is not a bigint
+  kettle.encode({ kettle: { target: 85n } });
   // @ts-expect-error: a packet is not text
   kettle.decode("04");
   // @ts-expect-error: there is no such group

@@ -9,6 +9,7 @@ import itertools
 import json
 import math
 import numbers
+import operator
 import os
 from typing import (
     TYPE_CHECKING,
@@ -34,6 +35,7 @@ Buffer = Union[bytes, bytearray, memoryview]
 Value = Union[bool, int, float, str, bytes]
 
 _ABI = 1
+_MOST_BITS = 1023  # of integers that a float holds without going beyond its range
 if lib.morvix_abi() != _ABI:
     raise ImportError(f"the native part has interface {lib.morvix_abi()}; expected {_ABI}")
 
@@ -213,12 +215,14 @@ def _sub_device(sub_device: Optional[int]) -> Any:
     """The pointer to a sub-device id; ids may be given signed or unsigned."""
     if sub_device is None:
         return ffi.NULL
+    sub_device = operator.index(sub_device)
     if not -(2**31) <= sub_device < 2**32:
         raise EncodeError(f"sub-device {sub_device} is out of range; expected an id of 32 bits")
     return ffi.new("int32_t *", sub_device - 2**32 if sub_device >= 2**31 else sub_device)
 
 
 def _command(command: int) -> int:
+    command = operator.index(command)
     if not 0 <= command <= 255:
         raise EncodeError(f"command {command} is out of range; expected 0 to 255")
     return command
@@ -301,16 +305,21 @@ class Product:
 
     @property
     def warnings(self) -> Tuple[str, ...]:
-        """What is wrong with entities that cannot be used at all, which `entities` leaves out."""
+        """What is wrong with the entities that `entities` leaves out, one text each."""
         return self._warnings
 
     @property
     def entities(self) -> Tuple[Entity, ...]:
-        """The entities in the order of the configuration. Raises ConfigurationError when one cannot be used."""
+        """The entities in the order of the configuration, without those that `warnings` names.
+
+        Raises ConfigurationError when two have the same name, or the attributes of one cannot be used.
+        """
         return tuple(self[name] for name in self._names)
 
     def __getitem__(self, name: str) -> Entity:
         """The entity of this name. Raises ConfigurationError when there is none, two, or it cannot be used."""
+        if not isinstance(name, str):
+            raise TypeError(f"the name of an entity is a str, not {type(name).__name__}")
         if name not in self._opened:
             self._opened[name] = Entity(self, name)
         return self._opened[name]
@@ -326,6 +335,8 @@ class Entity:
     def __init__(self, product: Product, name: Optional[str]) -> None:
         """Opens an entity by its name, or the only one. Raises ConfigurationError when that is not possible."""
         configuration = product._configuration
+        if name is not None and "\0" in name:
+            raise ConfigurationError(f"no entity has the name {name!r}: it contains a NUL")
         try:
             wanted = ffi.NULL if name is None else ffi.new("char[]", name.encode("utf-8"))
         except UnicodeEncodeError as error:
@@ -353,11 +364,15 @@ class Entity:
         self._converters = [
             [(each.name, _converter(each, items)) for each in self._attributes] for items in (False, True)
         ]
-        self._binary_keys = [
-            (each.name, each.display_name if each.group in ("alert", "fault") else each.name)
-            for each in self._attributes
-            if each.type == "binary"
-        ]
+        self._have_places = all(each.place is not None for each in self._attributes)
+        self._enums = [i for i, each in enumerate(self._attributes) if each.type == "enum"]
+        # The key in documents and the bytes in a packet. A binary without a place has no value.
+        self._binaries: Dict[int, Tuple[str, int, int]] = {}
+        for i, each in enumerate(self._attributes):
+            if each.type == "binary" and each.place is not None:
+                key = each.display_name if each.group in ("alert", "fault") else each.name
+                begin = 1 + each.place.first_bit // 8
+                self._binaries[i] = (key, begin, begin + each.place.bits // 8)
 
     def __repr__(self) -> str:
         return f"<Entity {self._name} with {len(self._attributes)} attributes>"
@@ -409,13 +424,15 @@ class Entity:
         """The packet that writes `values`, which are by attribute name; attributes without a value are not written.
 
         Bools take a bool or int; enums the text of an item, or an int, its index; numbers an int or float in user
-        units; binaries bytes, at most as many as the attribute has.
+        units; binaries bytes, at most as many as the attribute has. numpy's scalars are taken for Python's.
 
         `command` is 1, or 7 for a write to a sub-device; `sub_device` is an id of 32 bits to insert.
 
         Raises EncodeError, which names the attribute, the value and what is expected, when a value is refused, an
         attribute is unknown or not writable, or there is nothing to write.
         """
+        if not hasattr(values, "items"):
+            raise TypeError(f"values are a mapping by attribute name, not {type(values).__name__}")
         sent = {self._name: {name: self._plain(name, value) for name, value in values.items()}}
         try:
             text = json.dumps(sent, allow_nan=False).encode("ascii")
@@ -433,6 +450,8 @@ class Entity:
         attribute = self._writable.get(name)
         if attribute is None:
             return None  # the C interface says what is wrong with the name
+        if getattr(value, "ndim", None) == 0 and hasattr(value, "item"):
+            value = value.item()  # of numpy
         if isinstance(value, (bytes, bytearray, memoryview)):
             return self._base64(attribute, _bytes_of(value))
         if isinstance(value, str):
@@ -441,9 +460,11 @@ class Entity:
             return value
         if isinstance(value, numbers.Integral):
             number = int(value)
-            if number.bit_length() > 64:
+            if number.bit_length() <= 64:
+                return number
+            if attribute.min is None or number.bit_length() > _MOST_BITS:
                 raise EncodeError(f"'{name}': an integer of {number.bit_length()} bits is out of range")
-            return number
+            return float(number)
         if isinstance(value, numbers.Real):
             real = float(value)
             if not math.isfinite(real):
@@ -451,12 +472,12 @@ class Entity:
             return real
         if isinstance(value, (list, tuple, dict)):
             return [] if not isinstance(value, dict) else {}
-        raise EncodeError(f"'{name}': a value of type {type(value).__name__} is not taken")
+        raise EncodeError(f"'{name}': a value of type {type(value).__name__} is not taken; {_taken_by(attribute)}")
 
     @staticmethod
     def _base64(attribute: Attribute, data: bytes) -> str:
         if attribute.type != "binary":
-            raise EncodeError(f"'{attribute.name}': bytes are not taken; it is of type {attribute.type}")
+            raise EncodeError(f"'{attribute.name}': bytes are not taken; {_taken_by(attribute)}")
         place = attribute.write_place or attribute.place
         if place is not None and len(data) > place.bits // 8:
             raise EncodeError(f"'{attribute.name}': {len(data)} bytes are too many; expected at most {place.bits // 8}")
@@ -465,7 +486,7 @@ class Entity:
     @staticmethod
     def _index(attribute: Attribute, text: str) -> int:
         if attribute.items is None:
-            raise EncodeError(f"'{attribute.name}': text is not taken; it is of type {attribute.type}")
+            raise EncodeError(f"'{attribute.name}': text is not taken; {_taken_by(attribute)}")
         if text not in attribute.items:
             items = ", ".join(attribute.items) or "none"
             raise EncodeError(f"'{attribute.name}': {text!r} is not an item; expected one of: {items}")
@@ -504,16 +525,27 @@ class Entity:
         offsets = ffi.new("size_t[]", (0, len(data)))
         status = lib.morvix_receive_table(self._entity, data, offsets, 1, row, ffi.new("uint8_t *"))
         _check(status, ffi.new("char **"), DecodeError)
+        binaries = self._binaries_of(data, row) if self._binaries else {}
         values: Dict[str, Value] = {}
-        for (name, convert), number in zip(self._converters[items], row):
+        for i, ((name, convert), number) in enumerate(zip(self._converters[items], row)):
             if number == number:  # not NaN
                 values[name] = convert(number)
-        if self._binary_keys:
-            found = self._document(data).get(self._name, {})
-            for name, key in self._binary_keys:
-                if key in found:
-                    values[name] = base64.b64decode(found[key]["value"])
+            elif i in binaries:
+                values[name] = binaries[i]
         return values
+
+    def _binaries_of(self, data: bytes, row: Sequence[float]) -> Dict[int, bytes]:
+        """The values of the binaries of a packet that is not refused, by the index of the attribute. `row` are the
+        numbers of the other attributes."""
+        # Decoding takes every binary that is in the payload, unless it removes the entity, for what is not there, or
+        # ends early, at an index without an item.
+        is_whole = self._have_places and len(data) > self._payload_bytes
+        if is_whole and all(row[i] == row[i] for i in self._enums):
+            return {i: data[begin:end] for i, (_, begin, end) in self._binaries.items()}
+        found = self._document(data).get(self._name, {})
+        return {
+            i: data[begin:end] for i, (key, begin, end) in self._binaries.items() if key in found and end <= len(data)
+        }
 
     def _receive(self, data: bytes) -> Tuple[bytes, Tuple[Tuple[Active, ...], Tuple[Active, ...]], str]:
         """The application's document, the active alerts and faults, and the warnings of a packet."""
@@ -541,10 +573,11 @@ class Entity:
     ) -> pandas.DataFrame:
         """A pandas DataFrame of many received packets: a row a packet, a column an attribute, in their order.
 
-        Bools are of dtype "boolean", enums categories of their items (with `items` False "Int64", their index), numbers
-        in user units "Int64" where ratio and addition are whole, otherwise "float64", binaries bytes. Where a packet
-        has no value there is NA, in all columns of a packet that is refused. `times`, one for each packet, become the
-        index. Other threads run meanwhile.
+        Bools are of dtype "boolean"; enums categories of their items, or "Int64", their index, with `items` False or
+        where two items are the same; numbers in user units "Int64" where ratio and addition are whole and all values
+        within 64 bits, otherwise "float64"; binaries bytes. Where a packet has no value there is NA, in all columns of
+        a packet that is refused; `decode` tells why. `times`, one for each packet, become the index. Other threads run
+        meanwhile.
 
         Raises ValueError when there are not as many times as packets.
         """
@@ -552,7 +585,7 @@ class Entity:
 
         datas = [_bytes_of(packet) for packet in packets]
         table, refused = self._table(datas)
-        binaries = self._binaries(datas, refused)
+        binaries = self._binary_columns(datas, table, refused)
         columns = [
             pandas.Series(binaries[i], dtype=object) if i in binaries else _column(pandas, attribute, table[i], items)
             for i, attribute in enumerate(self._attributes)
@@ -584,19 +617,24 @@ class Entity:
         _check(status, ffi.new("char **"), DecodeError)
         return table, refused
 
-    def _binaries(self, datas: List[bytes], refused: Any) -> Dict[int, List[Optional[bytes]]]:
+    def _binary_columns(self, datas: List[bytes], table: Any, refused: Any) -> Dict[int, List[Optional[bytes]]]:
         """The values of the binaries, which are not in the table of numbers, by the index of the attribute."""
-        binaries: Dict[int, List[Optional[bytes]]] = {
-            i: [] for i, attribute in enumerate(self._attributes) if attribute.type == "binary"
+        columns: Dict[int, List[Optional[bytes]]] = {
+            i: [None] * len(datas) for i, attribute in enumerate(self._attributes) if attribute.type == "binary"
         }
-        if not binaries:
+        if not columns:
             return {}
-        for data, is_refused in zip(datas, refused):
-            values = {} if is_refused else self.decode(data).values
-            for i, column in binaries.items():
-                value = values.get(self._attributes[i].name)
-                column.append(value if isinstance(value, bytes) else None)
-        return binaries
+        for packet, (data, row) in enumerate(zip(datas, table.T)):
+            if not refused[packet]:
+                for i, value in self._binaries_of(data, row).items():
+                    columns[i][packet] = value
+        return columns
+
+
+def _taken_by(attribute: Attribute) -> str:
+    """What a writable attribute takes, for messages."""
+    kinds = {"bool": "a bool or int", "enum": "the text of an item, or its index as an int", "binary": "bytes"}
+    return f"it is of type {attribute.type}; expected {kinds.get(attribute.type, 'an int or float')}"
 
 
 def _converter(attribute: Attribute, items: bool) -> Callable[[float], Value]:
@@ -624,4 +662,11 @@ def _column(pandas: Any, attribute: Attribute, numbers_of: Any, items: bool) -> 
             return column.astype("Int64")
         codes = column.fillna(-1).astype("int64")
         return pandas.Series(pandas.Categorical.from_codes(codes, categories=list(known)))
-    return column.astype("Int64") if attribute.is_integral else column
+    return column.astype("Int64") if attribute.is_integral and _fits_int64(attribute) else column
+
+
+def _fits_int64(number: Attribute) -> bool:
+    """Whether all values in user units are within 64 bits."""
+    scaling = (number.min, number.max, number.ratio, number.addition)
+    least, most, ratio, addition = (0 if each is None else each for each in scaling)
+    return all(abs(limit * ratio + addition) < 2**63 for limit in (least, most))

@@ -57,6 +57,20 @@ def test_frames_hold_what_decode_gives(kettle: Any) -> None:
         assert {name: value for name, value in row.items() if not pandas.isna(value)} == values
 
 
+def test_frames_hold_the_binaries_that_decode_gives() -> None:
+    gateway = morvix_protocol.load(EXAMPLES / "gateway.json")["gateway"]
+    whole = bytes.fromhex((EXAMPLES / "gateway.notify.hex").read_text(encoding="utf-8"))
+    names = [each.name for each in gateway.attributes if each.type == "binary"]
+    packets = [whole[:size] for size in range(len(whole) + 1)]
+    for size in range(1, len(whole)):
+        packets.append(whole[:size] + b"\xff" + whole[size + 1 :])
+    frame = gateway.to_frame(packets)[names]
+    for i, packet in enumerate(packets):
+        values = gateway.decode(packet).values if len(packet) > 1 else {}
+        assert frame.iloc[i].tolist() == [values.get(name) for name in names]
+    assert frame.iloc[len(whole)].tolist() == [b"Attic\0\0\0", bytes.fromhex("001a2b3c4d5e6f70")]
+
+
 def test_times_are_the_index(kettle: Any) -> None:
     times = [datetime.datetime(2024, 5, 1, 12, minute) for minute in (0, 1)]
     frame = kettle.to_frame([NOTIFICATION] * 2, times)

@@ -8,13 +8,14 @@ import sys
 from typing import Any
 
 import pandas
+import pytest
 from conftest import EXAMPLES
 
 PROGRAM = EXAMPLES / "capture_folder.py"
 
 
 def write_captures(folder: pathlib.Path) -> None:
-    """Five captures of 200 packets each; the fourth has lines that are no packet of a kettle."""
+    """Five captures of 200 packets each, and one that is empty; the fourth has lines that are no packet of a kettle."""
     folder.mkdir()
     for capture in range(5):
         day = f"2024-05-0{capture + 1}"
@@ -23,20 +24,27 @@ def write_captures(folder: pathlib.Path) -> None:
             lines[7] = "2024-05-04T00:00:07Z 0107055a"
             lines[8] = "2024-05-04T00:00:08Z 04055"
             lines[9] = "2024-05-04T00:00:09Z"
+            lines[10] = "2024-05-04T00:00:10Z 04055a"
+            lines[11] = "2024-05-04T00:00:11Z 04075a00640000"
+            lines[12] = "noon 04015a00640000"
+            lines.insert(13, "")
+        (folder / "empty.txt").write_text("", encoding="utf-8")
         (folder / f"capture{capture}.txt").write_text("\n".join(lines) + "\n", encoding="utf-8")
 
 
 def run(*arguments: Any) -> str:
     command = [sys.executable, str(PROGRAM), *map(str, arguments)]
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, universal_newlines=True, timeout=120).stdout
+    done = subprocess.run(command, check=True, capture_output=True, text=True, timeout=120)
+    assert "Traceback" not in done.stderr
+    return done.stdout
 
 
 def test_two_workers_make_the_table_of_one_process(tmp_path: Any) -> None:
     captures = tmp_path / "captures"
     write_captures(captures)
     alone, together = tmp_path / "alone.csv", tmp_path / "together.csv"
-    assert run(EXAMPLES / "kettle.json", captures, alone) == "1000 packets, 3 errors\n"
-    assert run(EXAMPLES / "kettle.json", captures, together, "--processes", 2) == "1000 packets, 3 errors\n"
+    assert run(EXAMPLES / "kettle.json", captures, alone) == "1000 lines, 6 errors\n"
+    assert run(EXAMPLES / "kettle.json", captures, together, "--processes", 2) == "1000 lines, 6 errors\n"
     assert together.read_bytes() == alone.read_bytes()
 
     table = pandas.read_csv(alone)
@@ -48,9 +56,28 @@ def test_two_workers_make_the_table_of_one_process(tmp_path: Any) -> None:
             8,
             "command 1 is not received; expected a read response (3) or notification (4)",
         ],
-        ["capture3.txt", 9, "non-hexadecimal number found in fromhex() arg at position 5"],
+        ["capture3.txt", 9, "'04055' is not a packet in hexadecimal digits"],
         ["capture3.txt", 10, "the packet is empty"],
+        ["capture3.txt", 11, "Decode value is invalid."],
+        ["capture3.txt", 12, "Invalid enum value: 3, range: 0-3"],
+        ["capture3.txt", 13, "'noon' is not a timestamp"],
     ]
-    assert errors["temperature"].isna().all()
+    assert errors["power"].notna().tolist() == [False, False, False, False, True, True]
+    assert errors["temperature"].notna().tolist() == [False, False, False, False, False, True]
+    assert errors["time"].notna().tolist() == [True, True, True, True, True, False]
+    # The blank line has no row.
+    assert table.loc[table["file"] == "capture3.txt", "line"].tolist() == [*range(1, 14), *range(15, 202)]
     # 0 * 0.1 - 20 to 199 * 0.1 - 20
     assert (table["temperature"].min(), table["temperature"].max()) == (-20, -0.1)
+
+
+def test_an_entity_can_be_named(tmp_path: Any) -> None:
+    captures, table = tmp_path / "captures", tmp_path / "table.csv"
+    captures.mkdir()
+    packet = (EXAMPLES / "gateway.notify.hex").read_text(encoding="utf-8").strip()
+    (captures / "one.txt").write_text(f"2024-05-01T00:00:00Z {packet}\n", encoding="utf-8")
+    assert run(EXAMPLES / "gateway.json", captures, table, "--entity", "gateway") == "1 lines, 0 errors\n"
+    assert pandas.read_csv(table)["signal"].tolist() == [-67]
+    with pytest.raises(subprocess.CalledProcessError) as caught:
+        run(EXAMPLES / "gateway.json", captures, table)
+    assert "the configuration has 2 entities; name one of: 'gateway', 'thermostat'" in caught.value.stderr

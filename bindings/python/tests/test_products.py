@@ -8,6 +8,7 @@ import threading
 from typing import Any
 
 import morvix_protocol
+import numpy
 import pytest
 from conftest import EXAMPLES, GOLDEN, PRODUCTS
 
@@ -123,12 +124,22 @@ def test_what_is_not_bytes_is_a_type_error(kettle: Any) -> None:
         ({"program": "1"}, "'program': '1' is not an item; expected one of: boil, green_tea, keep_warm"),
         ({"program": -1}, "'program': -1 is not the index of an item; expected 0 to 2"),
         ({"target": 200}, "'target': 200 is out of range; expected 40 to 100"),
-        ({"target": "85"}, "'target': text is not taken; it is of type uint8"),
-        ({"target": b"85"}, "'target': bytes are not taken; it is of type uint8"),
+        ({"target": "85"}, "'target': text is not taken; it is of type uint8; expected an int or float"),
+        ({"target": b"85"}, "'target': bytes are not taken; it is of type uint8; expected an int or float"),
+        ({"power": "on"}, "'power': text is not taken; it is of type bool; expected a bool or int"),
+        (
+            {"program": b"boil"},
+            "'program': bytes are not taken; it is of type enum; expected the text of an item, or its index as an int",
+        ),
         ({"target": float("nan")}, "'target': nan is not a finite number"),
         ({"target": float("-inf")}, "'target': -inf is not a finite number"),
+        ({"target": 2**64}, "'target': 1.8446744073709552e+19 is out of range; expected 40 to 100"),
         ({"target": 10**400}, "'target': an integer of 1329 bits is out of range"),
-        ({"target": object()}, "'target': a value of type object is not taken"),
+        ({"program": 2**64}, "'program': an integer of 65 bits is out of range"),
+        (
+            {"target": object()},
+            "'target': a value of type object is not taken; it is of type uint8; expected an int or float",
+        ),
         ({"kettle": {}}, "'kettle' is not an attribute of 'kettle'"),
         ({}, "nothing to write; expected a value of a writable attribute of 'kettle'"),
     ],
@@ -137,6 +148,99 @@ def test_refused_values_are_named(kettle: Any, values: Any, text: str) -> None:
     with pytest.raises(morvix_protocol.EncodeError) as caught:
         kettle.encode(values)
     assert str(caught.value) == text
+
+
+def test_values_are_a_mapping(kettle: Any) -> None:
+    for wrong in (None, [("power", True)], "power"):
+        with pytest.raises(TypeError, match="^values are a mapping by attribute name, not (NoneType|list|str)$"):
+            kettle.encode(wrong)
+    for wrong in ("1", 1.0, None):
+        with pytest.raises(TypeError, match="cannot be interpreted as an integer"):
+            kettle.encode({"power": True}, command=wrong)
+    for wrong in ("5", 5.0):
+        with pytest.raises(TypeError, match="cannot be interpreted as an integer"):
+            morvix_protocol.request(8, wrong)
+
+
+def test_scalars_of_numpy_are_taken(kettle: Any) -> None:
+    values = {"power": numpy.bool_(True), "program": numpy.str_("keep_warm"), "target": numpy.float32(85)}
+    assert kettle.encode(values) == kettle.encode({"power": True, "program": 2, "target": 85})
+    assert kettle.encode({"program": numpy.uint8(2), "target": numpy.array(85)}) == bytes.fromhex("0106045a")
+    with pytest.raises(morvix_protocol.EncodeError, match="'target': a value of type ndarray is not taken"):
+        kettle.encode({"target": numpy.array([85])})
+
+
+def attribute(index: int, name: str, group: str, data_type: str, byte: int, length: int, **more: Any) -> Any:
+    position = {"byte_offset": byte, "bit_offset": 0, "unit": "byte", "len": length}
+    display_name = more.pop("display_name", name.title())
+    attribute = {"id": index, "name": name, "display_name": display_name, "desc": "", "type": group}
+    return {**attribute, "data_type": data_type, "position": position, **more}
+
+
+def entity_of(*attributes: Any) -> morvix_protocol.Entity:
+    entity = {"id": 0, "name": "test", "display_name": "Test", "attrs": list(attributes)}
+    return morvix_protocol.from_dict({"entities": [entity]}).entity()
+
+
+def test_values_are_in_the_order_of_the_attributes() -> None:
+    scaling = {"min": 0, "max": 9, "ratio": 1, "addition": 0}
+    entity = entity_of(
+        attribute(0, "tag", "status_readonly", "binary", 0, 2),
+        attribute(1, "level", "status_readonly", "uint8", 2, 1, uint_spec=scaling),
+        attribute(2, "rest", "fault", "binary", 3, 1),
+    )
+    values = entity.decode(b"\4ab\7c").values
+    assert list(values.items()) == [("tag", b"ab"), ("level", 7), ("rest", b"c")]
+    # 10 is beyond the range of "level".
+    assert entity.decode(b"\3ab\12c").values == {"tag": b"ab", "rest": b"c"}
+    # A binary that is not in the payload removes the entity from the document.
+    assert entity.decode(b"\3ab\7").values == {}
+
+
+def test_binaries_end_with_an_index_without_item() -> None:
+    entity = entity_of(
+        attribute(0, "tag", "status_readonly", "binary", 0, 2),
+        attribute(1, "mode", "status_readonly", "enum", 2, 1, enum=["off", "on"]),
+        attribute(2, "rest", "status_readonly", "binary", 3, 1),
+    )
+    assert entity.decode(b"\4ab\1c").values == {"tag": b"ab", "mode": "on", "rest": b"c"}
+    # Decoding ends at the index 2.
+    assert entity.decode(b"\4ab\2c").values == {"tag": b"ab"}
+
+
+def test_a_binary_may_share_its_key_in_documents() -> None:
+    # The alert is "L" in the document, and comes later.
+    entity = entity_of(
+        attribute(0, "L", "status_writable", "binary", 0, 1),
+        attribute(
+            1, "low", "alert", "uint8", 1, 1, display_name="L", uint_spec={"min": 0, "max": 9, "ratio": 1, "addition": 0}
+        ),
+    )
+    message = entity.decode(b"\4\7\1")
+    assert message.values == {"L": b"\7", "low": 1}
+    assert message.document == {"test": {"L": {"type": 4, "value": "1"}}}
+
+
+def test_integers_of_more_than_64_bits() -> None:
+    scaling = {"min": 0, "max": 2**52 - 1, "ratio": 1000000, "addition": 0}
+    entity = entity_of(attribute(0, "ticks", "status_writable", "uint64", 0, 8, uint_spec=scaling))
+    ticks = 0x5F5E100000000 * 1000000
+    assert ticks > 2**64
+    assert entity.encode({"ticks": ticks}) == bytes.fromhex("0101 0005f5e100000000")
+    packet = bytes.fromhex("04 0005f5e100000000")
+    assert entity.decode(packet).values == {"ticks": ticks}
+    frame = entity.to_frame([packet, b"\2"])
+    assert str(frame["ticks"].dtype) == "float64"
+    assert (frame["ticks"][0], frame["ticks"].isna()[1]) == (ticks, True)
+
+
+def test_names_of_entities_are_texts_without_nul() -> None:
+    product = morvix_protocol.load(EXAMPLES / "kettle.json")
+    with pytest.raises(morvix_protocol.ConfigurationError, match="no entity has the name 'kettle.x00': it contains a"):
+        product["kettle\0"]
+    for wrong in (0, None, b"kettle"):
+        with pytest.raises(TypeError, match="^the name of an entity is a str, not (int|NoneType|bytes)$"):
+            product[wrong]
 
 
 def test_bytes_beyond_a_field_are_refused() -> None:
