@@ -590,24 +590,10 @@ std::string RangeText(const Attribute& number) {
   return "expected " + least + " to " + most;
 }
 
-// Whether all of a text is the number that it stands for. The module reads as far as it can, and takes a NaN.
-bool IsTextTaken(const Attribute& attribute, const std::string& text) {
-  if (attribute.data_type == MorvixProtocolDataTypeBinary_4_0) return true;
-  const char* begin = text.c_str();
-  char* end = nullptr;
-  if (!IsNumber(attribute)) {
-    static_cast<void>(std::strtoull(begin, &end, 10));
-  } else if (std::isnan(std::strtod(begin, &end))) {
-    return false;
-  }
-  return !text.empty() && end == begin + text.size();
-}
-
 // Why a value is not written; empty when it is, or when it was not asked for.
 std::string RefusalText(const Attribute& attribute, const Json::Value& value, const Result& result) {
   const std::string subject = Quoted(attribute.name) + ": ";
-  const bool isTaken = !value.isString() || IsTextTaken(attribute, value.asString());
-  switch (isTaken ? result.outcome : MorvixProtocolOutcomeWrongKind_4_0) {
+  switch (result.outcome) {
     case MorvixProtocolOutcomeWrongKind_4_0:
       return subject + KindOf(value) + " is of a kind that it does not take; expected " + TakenBy(attribute);
     case MorvixProtocolOutcomeRefusedByScaling_4_0:

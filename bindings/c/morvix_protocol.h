@@ -119,7 +119,7 @@ MORVIX_API morvix_status morvix_entity_describe(const morvix_entity* entity, mor
 /**
  * Encodes a write. `values` is an entity value document, {ENTITY: {ATTRIBUTE: VALUE}}; other entities in it are passed
  * over. Bools and enums take an integer, true, false or decimal text; numbers a number in user units or the text of
- * one; binaries base64 text. Text that goes on after its number is not taken, which the protocol module would do.
+ * one; binaries base64 text. Text is read as far as it is a number, as the protocol module does: "79,5" is 79, "" is 0.
  *
  * `command` is 1, or 7 for a write to a sub-device. `sub_device` is the id to insert, or null for none.
  *
