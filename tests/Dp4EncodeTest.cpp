@@ -409,6 +409,26 @@ TEST(EncodeRecord, GivesItsPacketAgain) {
   }
 }
 
+// 79 is 121, one more than the kettle's target takes: the record has no value for it, and its bits would be zeros.
+TEST(EncodeRecord, IsNoPacketWhereItsOwnToldNoValue) {
+  const ToolRun decoded = RunTool({"decode", "kettle.json", "04 05 79 01 9f 00 00 ff"});
+  const auto columnOf = [&decoded](const std::string& text) { return std::to_string(decoded.out.find(text) + 1); };
+  const std::string surplus =
+      "standard input:1:" + columnOf("{\"kind\":\"surplus\"") + ": the surplus bytes of the packet are left out";
+  const std::string target = "standard input:1:" + columnOf("{\"kind\":\"out-of-range\"") +
+                             ": \"target\" has no value, it was out-of-range in the packet";
+  const ToolRun run = EncodeKettle({"-"}, decoded.out);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "dp4: " + surplus + "\ndp4: " + target + "\n");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(EncodeKettle({"-", "--lenient"}, decoded.out).out, "04 05 00 01 9f 00 00\n");
+  // A write has no surplus bytes. 90 is (85 - 40) / 0.5.
+  ExpectProblem(EncodeKettle({"-", "--command", "write"}, decoded.out), target);
+  const ToolRun set = EncodeKettle({"-", "--command", "write", "--set", "target=85"}, decoded.out);
+  EXPECT_EQ(set.err, "");
+  EXPECT_EQ(set.out, "01 07 05 5a\n");
+}
+
 TEST(EncodeRecord, MayBecomeAnotherPacket) {
   const std::string id = IdText("05 00 00 00 ", "00 00 00 05 ");
   // Program 2 and power are 05; a write has neither alerts nor faults.

@@ -178,6 +178,22 @@ void Values::TakeListed(const json::Document& document, const char* member, Grou
   }
 }
 
+void Values::CheckNotes(const json::Document& document) {
+  if (!IsRecord(document, entities_)) return;
+  for (const Json::Value& note : document.Root()["notes"]) {
+    if (!note.isObject() || !note["kind"].isString()) continue;
+    const std::string place = document.PlaceName(note) + ": ";
+    const Json::Value& name = note["name"];
+    const auto attribute = name.isString() ? attributes_.find(name.asString()) : attributes_.end();
+    if (attribute != attributes_.end() && Of(*attribute->second) == nullptr) {
+      AddProblem(fmt::format("{}{} has no value, it was {} in the packet", place, InQuotes(attribute->first),
+                             Escaped(note["kind"].asString())));
+    } else if (!note.isMember("name") && isReading_) {
+      AddProblem(fmt::format("{}the {} bytes of the packet are left out", place, Escaped(note["kind"].asString())));
+    }
+  }
+}
+
 void Values::TakeSetting(const std::string& setting) {
   const size_t equals = setting.find('=');
   const std::string source = "--set " + Shortened(Escaped(setting), 60);

@@ -79,6 +79,10 @@ class Values : public GivenValues {
   // JSON, otherwise a text. A later one replaces an earlier one. Throws InputError when it has another form.
   void TakeSetting(const std::string& setting);
 
+  // After all values: a problem for each note of a record that stands for something that is not sent now, a value that
+  // its packet did not tell or surplus bytes of what a device sends. Another document has none.
+  void CheckNotes(const json::Document& document);
+
  private:
   void TakeListed(const json::Document& document, const char* member, Group group);
   void Take(const std::string& name, Json::Value value, const Given& given);

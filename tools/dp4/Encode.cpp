@@ -77,6 +77,7 @@ int Encode(const EncodeOptions& options, Environment& environment) {
   Values values(configuration, entity, DirectionOf(entity, package.cmd));
   if (document) values.TakeDocument(*document);
   for (const std::string& setting : options.set) values.TakeSetting(setting);
+  if (document) values.CheckNotes(*document);
   const Encoding encoding(entity, Escaped(configuration.Name()) + ": " + InQuotes(entity.Info().name), values,
                           std::move(package));
 
