@@ -660,6 +660,21 @@ TEST(EncodeRefusal, IsTheFirstOneInTheOrderOfTheConfiguration) {
   EXPECT_EQ(run.exitCode, 1);
 }
 
+TEST(EncodeRefusal, LeavesTheRestWhenLenient) {
+  const std::string target = "\"target\" refused: Validate uint value failed. (expected 40 to 100)";
+  const std::string program =
+      "\"program\" refused: Invalid enum value: 3, range: 0-3 (expected 0 to 2; the line's 3 counts the items)";
+  ToolRun run = EncodeKettle({"--set", "power=1", "--set", "target=200", "--set", "program=3", "--lenient"});
+  EXPECT_EQ(run.out, "01 01 01 00\n");
+  EXPECT_EQ(run.err, "dp4: --set program=3: " + program + "\ndp4: --set target=200: " + target + "\n");
+  EXPECT_EQ(run.exitCode, 0);
+  run = EncodeKettle({"--set", "power=1", "--set", "program=3", "--lenient", "--command", "notify"});
+  EXPECT_EQ(run.out, "04 01 00 00 00 00 00\n");
+  EXPECT_EQ(run.err, "dp4: --set program=3: " + program + "\n");
+  EXPECT_EQ(run.exitCode, 0);
+  ExpectProblem(EncodeKettle({"--set", "target=200", "--lenient"}), "--set target=200: " + target);
+}
+
 TEST(EncodeRefusal, IsExplainedWithoutAPacket) {
   const ToolRun run = EncodeKettle({"--set", "power=1", "--set", "target=101", "--explain"});
   EXPECT_EQ(run.out,
@@ -708,6 +723,23 @@ TEST(EncodeLog, ShowsTheModulesLines) {
             "[2] Filter entity: id='0' name='kettle' display_name='Kettle'\n"
             "[1] ProtocolEncodeEntity_4_0: Validate uint value failed.\n"
             "dp4: --set target=101: \"target\" refused: Validate uint value failed. (expected 40 to 100)\n");
+}
+
+// The level is 30 to 80, so that no device sends 0.
+TEST(EncodeNotification, WarnsOfZerosThatNoDeviceSends) {
+  const std::string level = R"({"id": 0, "name": "level", "display_name": "", "desc": "", "type": "status_writable",
+      "data_type": "uint8", "uint_spec": {"min": 30, "max": 80, "ratio": 1, "addition": 0},
+      "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}}, )";
+  const std::string fan = Fan(level + BitField("on", R"("data_type": "bool")", 0, 1));
+  ToolRun run = RunTool({"encode", "-", "--set", "on=1", "--command", "notify", "--explain"}, fan);
+  EXPECT_EQ(FirstLine(run.out), "04 01 00\n");
+  EXPECT_EQ(run.err, "dp4: warning: \"level\" has no value: raw 0 is sent (expected 30 to 80)\n");
+  EXPECT_NE(run.out.find("level         1            no value: raw 0 is sent (expected 30 to 80)"), std::string::npos)
+      << run.out;
+  EXPECT_EQ(run.exitCode, 0);
+  // A write marks what it carries.
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "on=1"}, fan).err, "");
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "on=1", "--set", "level=30", "--command", "notify"}, fan).err, "");
 }
 
 // ---- Values that do not survive in the packet ----
@@ -934,8 +966,8 @@ TEST(EncodeText, IsAProblemWhenItIsReadInPart) {
     const char* packet;
     const char* problem;
   } kCases[] = {
-      {"power=0x1", "01 01 00 00\n", "\"power\" cut: only \"0\" is a number"},
-      {"power=", "01 01 00 00\n", "\"power\" cut: nothing of it is a number"},
+      {"power=0x1", "01 01 00 00\n", "\"power\" read in part: expected decimal digits, only \"0\" is sent"},
+      {"power=", "01 01 00 00\n", "\"power\" no number: expected decimal digits, 0 is sent"},
   };
   for (const auto& [set, packet, problem] : kCases) {
     SCOPED_TRACE(set);

@@ -77,6 +77,12 @@ void GivenValues::Set(const std::string& name, Json::Value value, const Given& g
   given_[name] = given;
 }
 
+void GivenValues::Remove(const Attribute& attribute) {
+  const std::string name = attribute.name.c_str();
+  document_[entityName_].removeMember(name);
+  given_.erase(name);
+}
+
 const Json::Value* GivenValues::Of(const Attribute& attribute) const {
   const std::string name = attribute.name.c_str();
   return given_.count(name) == 0 ? nullptr : &document_[entityName_][name];

@@ -42,6 +42,9 @@ class GivenValues {
   // Replaces the value of the attribute with this name.
   void Set(const std::string& name, Json::Value value, const Given& given);
 
+  // Forgets the value of an attribute.
+  void Remove(const Attribute& attribute);
+
   // The document for the module.
   const Json::Value& Document() const { return document_; }
 

@@ -79,12 +79,15 @@ int Encode(const EncodeOptions& options, Environment& environment) {
   for (const std::string& setting : options.set) values.TakeSetting(setting);
   if (document) values.CheckNotes(*document);
   const Encoding encoding(entity, Escaped(configuration.Name()) + ": " + InQuotes(entity.Info().name), values,
-                          std::move(package));
+                          std::move(package), options.lenient);
 
   std::vector<std::string> problems = values.Problems();
   for (std::string& problem : encoding.Problems()) problems.push_back(std::move(problem));
   for (const std::string& problem : problems) environment.err << "dp4: " << problem << '\n';
   const bool isSent = encoding.HasPacket() && (options.lenient || problems.empty());
+  if (isSent) {
+    for (const std::string& warning : encoding.Warnings()) environment.err << "dp4: warning: " << warning << '\n';
+  }
   environment.out << (options.json ? encoding.JsonText(isSent, problems) : ResultText(encoding, options, isSent));
   return isSent ? kFine : kProblems;
 }
