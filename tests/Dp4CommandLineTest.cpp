@@ -71,6 +71,30 @@ TEST(CommandLine, ChoosesAnEntityByItsNameBeforeItsId) {
   EXPECT_THAT(RunTool({"show", "-", "--entity", "2"}, configuration).out, StartsWith("2 \"\", id 1:"));
 }
 
+// Of an attribute that the parser drops, packets say nothing, and it has no flag: high is flag 0.
+TEST(CommandLine, WarnsOfDroppedAttributes) {
+  const auto switchAt = [](const std::string& name, const std::string& desc, int bit) {
+    return R"({"id": 0, "name": ")" + name + R"(", "display_name": "", )" + desc +
+           R"("type": "status_writable", "data_type": "bool", "position": {"byte_offset": 0, "unit": "bit", "bit_offset": )" +
+           std::to_string(bit) + R"(, "len": 1}})";
+  };
+  const std::string begin = R"({"entities": [{"id": 0, "name": "fan", "display_name": "", "attrs": [)";
+  const std::string desc = R"("desc": "", )";
+  const std::string one = begin + switchAt("low", "", 0) + ", " + switchAt("high", desc, 1) + "]}]}";
+  const std::string warning = "dp4: warning: standard input: attrs[0] (low) is dropped; dp4 lint tells why\n";
+  const ToolRun encode = RunTool({"encode", "-", "--set", "high=1"}, one);
+  EXPECT_EQ(encode.out, "01 01 02\n");
+  EXPECT_EQ(encode.err, warning);
+  EXPECT_EQ(encode.exitCode, 0);
+  const ToolRun decode = RunTool({"decode", "-", "0402"}, one);
+  EXPECT_EQ(decode.err, warning);
+  EXPECT_EQ(decode.exitCode, 0);
+  EXPECT_EQ(RunTool({"vectors", "-"}, one).err, warning);
+  const std::string two = begin + switchAt("low", "", 0) + ", " + switchAt("high", desc, 1) + ", 5]}]}";
+  EXPECT_EQ(RunTool({"decode", "-", "0402"}, two).err,
+            "dp4: warning: standard input: attrs[0] (low) and attrs[2] are dropped; dp4 lint tells why\n");
+}
+
 TEST(CommandLine, ReadsStandardInputOnce) {
   ExpectUsageError({"lint", "-", "-"}, "dp4: standard input can be read once; expected \"-\" only once\n");
   ExpectUsageError({"encode", "-", "-"},

@@ -365,20 +365,23 @@ TEST(EncodeSet, TellsWhyAnAttributeCannotBeWritten) {
   ExpectProblem(EncodeKettle({"--set", "temperature=50"}),
                 "--set temperature=50: \"temperature\" is not written, its group is read-only");
   ExpectProblem(EncodeKettle({"--set", "sensor=1"}), "--set sensor=1: \"sensor\" is not written, its group is fault");
+  // A warning says first which are dropped.
   ExpectProblem(
       RunTool({"encode", "-", "--set", "twist=1"}, Fan(BitField("swing", R"("data_type": "bool")", 0, 1) + ", " +
                                                        BitField("twist", R"("data_type": "boolean")", 1, 1))),
-      "--set twist=1: \"twist\" is not usable; dp4 lint tells why");
+      "warning: standard input: attrs[1] (twist) is dropped; dp4 lint tells why\ndp4: --set twist=1: \"twist\" is not "
+      "usable; dp4 lint tells why");
   // Encoding leaves the read-only number with its complete scaling out, so that the bool inherits the incomplete one.
   const std::string scaled = R"({"id": 0, "name": "a", "display_name": "A", "desc": "", "data_type": "uint8",
       "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}, )";
-  ExpectProblem(
-      RunTool(
-          {"encode", "-", "--set", "swing=1"},
-          Fan(scaled + R"("type": "status_writable", "uint_spec": {"min": 0, "max": 9, "addition": 0}}, )" + scaled +
-              R"("type": "status_readonly", "uint_spec": {"min": 0, "max": 9, "ratio": 1, "addition": 0}}, )" +
-              BitField("swing", R"("data_type": "bool")", 0, 1))),
-      "--set swing=1: \"swing\" is dropped by encoding; dp4 lint tells why");
+  const ToolRun run = RunTool(
+      {"encode", "-", "--set", "swing=1"},
+      Fan(scaled + R"("type": "status_writable", "uint_spec": {"min": 0, "max": 9, "addition": 0}}, )" + scaled +
+          R"("type": "status_readonly", "uint_spec": {"min": 0, "max": 9, "ratio": 1, "addition": 0}}, )" +
+          BitField("swing", R"("data_type": "bool")", 0, 1)));
+  ExpectProblem(run,
+                "warning: standard input: attrs[0] (a) and attrs[2] (swing) are dropped; dp4 lint tells why\ndp4: "
+                "--set swing=1: \"swing\" is dropped by encoding; dp4 lint tells why");
 }
 
 TEST(EncodeSet, ExpectsANameAndAValue) {

@@ -446,7 +446,7 @@ void CheckOptions(const DecodeOptions& options) {
 int Decode(const DecodeOptions& options, Environment& environment) {
   CheckOptions(options);
   const json::Document configuration = ReadJsonFile(options.configuration, environment);
-  const EntityModel entity = ModelOf(configuration, ChooseEntity(configuration, options.entity));
+  const EntityModel entity = ReadEntity(configuration, options.entity, environment);
   Decoder decoder(entity, options, environment);
   if (options.packets.empty()) {
     decoder.DecodeStream();

@@ -69,7 +69,7 @@ std::string ResultText(const Encoding& encoding, const EncodeOptions& options, b
 int Encode(const EncodeOptions& options, Environment& environment) {
   CheckOptions(options);
   const json::Document configuration = ReadJsonFile(options.configuration, environment);
-  const EntityModel entity = ModelOf(configuration, ChooseEntity(configuration, options.entity));
+  const EntityModel entity = ReadEntity(configuration, options.entity, environment);
   std::optional<json::Document> document;
   if (!options.values.empty()) document = ReadJsonFile(options.values, environment);
   MorvixProtocolOwnedPackage_4_0 package =
