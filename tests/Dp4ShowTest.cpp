@@ -227,10 +227,11 @@ TEST(Show, EscapesWhatCouldForgeALineOrSteerATerminal) {
                     Bool("\xc2\x9b"
                          "31m",
                          0, 3) +
-                    "," + Bool("\xc3\xa9\xe4\xb8\xad", 0, 4) + "," + Bool("", 0, 5)));
+                    "," + Bool("\xc3\xa9\xe4\xb8\xad", 0, 4) + "," + Bool("", 0, 5) + "," + Bool(R"(n\\n\n)", 0, 6)));
   EXPECT_EQ(ValuesOf(run.out, "a\\nb"), "0 \\x1b[31m");
   EXPECT_EQ(CellOf(run.out, "\\u202egnp\\u200b", "PLACE"), "0.1");
-  EXPECT_EQ(CellOf(run.out, "back\\\\slash", "PLACE"), "0.2");
+  EXPECT_EQ(CellOf(run.out, "back\\slash", "PLACE"), "0.2");  // only beside other escapes is it one
+  EXPECT_EQ(CellOf(run.out, "n\\\\n\\n", "PLACE"), "0.6");
   EXPECT_EQ(CellOf(run.out, "\\u009b31m", "PLACE"), "0.3");
   EXPECT_NE(run.out.find("\n\xc3\xa9\xe4\xb8\xad  "), std::string::npos) << run.out;
   EXPECT_EQ(CellOf(run.out, "\"\"", "PLACE"), "0.5");
