@@ -75,8 +75,8 @@ TEST(CommandLine, ChoosesAnEntityByItsNameBeforeItsId) {
 TEST(CommandLine, WarnsOfDroppedAttributes) {
   const auto switchAt = [](const std::string& name, const std::string& desc, int bit) {
     return R"({"id": 0, "name": ")" + name + R"(", "display_name": "", )" + desc +
-           R"("type": "status_writable", "data_type": "bool", "position": {"byte_offset": 0, "unit": "bit", "bit_offset": )" +
-           std::to_string(bit) + R"(, "len": 1}})";
+           R"("type": "status_writable", "data_type": "bool", )" +
+           R"("position": {"byte_offset": 0, "unit": "bit", "bit_offset": )" + std::to_string(bit) + R"(, "len": 1}})";
   };
   const std::string begin = R"({"entities": [{"id": 0, "name": "fan", "display_name": "", "attrs": [)";
   const std::string desc = R"("desc": "", )";
