@@ -151,6 +151,14 @@ TEST(CommandLine, OffersTheMemberThatEntitiesWereMeantBy) {
             "dp4: standard input:1:1: expected an object with an array \"entities\"; did you mean it by \"entity\"?\n");
 }
 
+TEST(CommandLine, KnowsADeviceList) {
+  const std::string rest = ":1:1: expected a configuration, not a device list; see dp4 devices\n";
+  ExpectUsageError({"show", "devices.json"}, "dp4: devices.json" + rest);
+  EXPECT_EQ(RunTool({"layout", "-"}, R"([{"protocolType": "data-point"}])").err, "dp4: standard input" + rest);
+  EXPECT_THAT(RunTool({"lint", "devices.json"}).out,
+              HasSubstr("  fix     this is a device list: use dp4 devices, or give lint a configuration\n"));
+}
+
 // ---- Completion ----
 
 TEST(Completion, DescribesWhatFits) {
