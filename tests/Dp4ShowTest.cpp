@@ -9,6 +9,7 @@
 #include "Dp4Configuration.h"
 #include "TestSupport.h"
 #include "ToolSupport.h"
+#include "inspect/text/Format.h"
 
 namespace {
 
@@ -244,6 +245,13 @@ TEST(Show, EscapesBytesThatAreNoText) {
   EXPECT_EQ(CellOf(run.out, "a\\xff\\xc3", "PLACE"), "0.0");
   EXPECT_EQ(CellOf(run.out, "\\xed\\xa0\\x80", "PLACE"), "0.1");
   EXPECT_EQ(CellOf(run.out, "\\xe0\\x82\\x9b", "PLACE"), "0.2");
+}
+
+// Columns of 8 are the narrowest: with two blanks between them, 18.
+TEST(Show, BreaksWordsOnlyWhereTheTableFitsThen) {
+  const std::vector<morvix::inspect::TableRow> rows = {{{"temperature"}, {"accelerator"}}};
+  EXPECT_EQ(AlignedTable(rows, false, 18), "temperat  accelera\nure       tor\n");
+  EXPECT_EQ(AlignedTable(rows, false, 17), "temperature  accelerator\n");
 }
 
 TEST(Show, CountsTheColumnsOfWideAndCombiningCharacters) {
