@@ -63,8 +63,8 @@ TEST(CaptureLine, MayBeginWithATimestamp) {
         "03:15:22 PM", "1436509052.249713", "12.5", "1769829322", "1769829322123"}) {
     const std::string expected = R"({"time":")" + time + R"(","packet":)" + KettleResult() + "}\n";
     for (const std::string& line : std::vector<std::string>{
-             time + " " + kPacket, "[" + time + "] " + kPacket, "(" + time + ")\t04 05 5a 04 64 01 01",
-             time + ": 04:05:5a:04:64:01:01", " " + time + ";" + kPacket + "\r",
+             time + " " + kPacket, "[" + time + "] " + kPacket, "[   " + time + "] " + kPacket,
+             "(" + time + ")\t04 05 5a 04 64 01 01", time + ": 04:05:5a:04:64:01:01", " " + time + ";" + kPacket + "\r",
              time + ", 0x04,0x05,0x5a,0x04,0x64,0x01,0x01", time + " | {04 05 5a 04 64 01 01}"}) {
       EXPECT_EQ(Decoded({"--line", "time"}, line + "\n"), expected) << line;
     }
@@ -204,6 +204,27 @@ TEST(CapturePattern, KeepsNothingOfTheLineBefore) {
             "at,line,command,error,power\r\n7,1,2,,\r\n,2,,expected a line of at most 1048576 bytes,\r\n");
 }
 
+// Two columns of one name are one to most readers of CSV.
+TEST(CapturePattern, HasNoGroupThatIsCalledLikeAColumn) {
+  for (const std::string name : {"line", "command", "error", "power"}) {
+    const std::string pattern = "(?P<" + name + ">\\S+) (?P<packet>.*)";
+    ExpectUsageError(DecodeKettle({"--line", pattern, "--document", "csv"}, ""),
+                     "--line: a column is called \"" + name + "\"; give the group another name\n");
+    EXPECT_EQ(DecodeKettle({"--line", pattern}, "x 02\n").out, "{\"" + name +
+                                                                   R"(":"x","packet":{"command":2}})"
+                                                                   "\n");
+  }
+  EXPECT_EQ(Decoded({"--line", "(?P<power>\\S+) (?P<packet>.*)", "--document", "csv", "--only", "target"}, "x 02\n"),
+            "power,line,command,error,target\r\nx,1,2,,\r\n");
+  // A configuration stays as it is.
+  const std::string lamp = R"({"entities": [{"id": 0, "name": "lamp", "display_name": "", "attrs": [{"id": 0,
+      "name": "line", "display_name": "", "desc": "", "type": "status_writable", "data_type": "bool",
+      "position": {"byte_offset": 0, "unit": "bit", "bit_offset": 0, "len": 1}}]}]})";
+  const ToolRun run = RunTool({"decode", "-", "--document", "csv", "0401"}, lamp);
+  EXPECT_EQ(run.out, "line,command,error,line\r\n1,4,,1\r\n");
+  EXPECT_EQ(run.err, "dp4: warning: two columns are called \"line\"\n");
+}
+
 TEST(CapturePattern, IsAUsageErrorWithoutAPacket) {
   ExpectUsageError(DecodeKettle({"--line", "tiem"}, ""),
                    "--line tiem: expected time, direction, candump or a pattern with a group (?P<packet>...); did you "
@@ -211,6 +232,8 @@ TEST(CapturePattern, IsAUsageErrorWithoutAPacket) {
   ExpectUsageError(DecodeKettle({"--line", "(?P<packet>"}, ""), "--line (?P<packet>: not a pattern: missing )");
   ExpectUsageError(DecodeKettle({"--line", "(?P<a>.)(?P<a>.)(?P<packet>.)"}, ""),
                    "--line (?P<a>.)(?P<a>.)(?P<packet>.): expected groups of different names\n");
+  ExpectUsageError(DecodeKettle({"--line", "\\S+"}, ""),
+                   "--line \\S+: expected time, direction, candump or a pattern with a group (?P<packet>...)\n");
   ExpectUsageError(RunTool({"decode", "kettle.json", "--line", "time", kPacket}),
                    "--line is for lines of standard input; expected no PACKET\n");
 }

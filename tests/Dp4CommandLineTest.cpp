@@ -71,6 +71,30 @@ TEST(CommandLine, ChoosesAnEntityByItsNameBeforeItsId) {
   EXPECT_THAT(RunTool({"show", "-", "--entity", "2"}, configuration).out, StartsWith("2 \"\", id 1:"));
 }
 
+// Of an attribute that the parser drops, packets say nothing, and it has no flag: high is flag 0.
+TEST(CommandLine, WarnsOfDroppedAttributes) {
+  const auto switchAt = [](const std::string& name, const std::string& desc, int bit) {
+    return R"({"id": 0, "name": ")" + name + R"(", "display_name": "", )" + desc +
+           R"("type": "status_writable", "data_type": "bool", )" +
+           R"("position": {"byte_offset": 0, "unit": "bit", "bit_offset": )" + std::to_string(bit) + R"(, "len": 1}})";
+  };
+  const std::string begin = R"({"entities": [{"id": 0, "name": "fan", "display_name": "", "attrs": [)";
+  const std::string desc = R"("desc": "", )";
+  const std::string one = begin + switchAt("low", "", 0) + ", " + switchAt("high", desc, 1) + "]}]}";
+  const std::string warning = "dp4: warning: standard input: attrs[0] (low) is dropped; dp4 lint tells why\n";
+  const ToolRun encode = RunTool({"encode", "-", "--set", "high=1"}, one);
+  EXPECT_EQ(encode.out, "01 01 02\n");
+  EXPECT_EQ(encode.err, warning);
+  EXPECT_EQ(encode.exitCode, 0);
+  const ToolRun decode = RunTool({"decode", "-", "0402"}, one);
+  EXPECT_EQ(decode.err, warning);
+  EXPECT_EQ(decode.exitCode, 0);
+  EXPECT_EQ(RunTool({"vectors", "-"}, one).err, warning);
+  const std::string two = begin + switchAt("low", "", 0) + ", " + switchAt("high", desc, 1) + ", 5]}]}";
+  EXPECT_EQ(RunTool({"decode", "-", "0402"}, two).err,
+            "dp4: warning: standard input: attrs[0] (low) and attrs[2] are dropped; dp4 lint tells why\n");
+}
+
 TEST(CommandLine, ReadsStandardInputOnce) {
   ExpectUsageError({"lint", "-", "-"}, "dp4: standard input can be read once; expected \"-\" only once\n");
   ExpectUsageError({"encode", "-", "-"},
@@ -125,6 +149,14 @@ TEST(CommandLine, OffersTheMemberThatEntitiesWereMeantBy) {
   EXPECT_EQ(run.exitCode, 2);
   EXPECT_EQ(run.err,
             "dp4: standard input:1:1: expected an object with an array \"entities\"; did you mean it by \"entity\"?\n");
+}
+
+TEST(CommandLine, KnowsADeviceList) {
+  const std::string rest = ":1:1: expected a configuration, not a device list; see dp4 devices\n";
+  ExpectUsageError({"show", "devices.json"}, "dp4: devices.json" + rest);
+  EXPECT_EQ(RunTool({"layout", "-"}, R"([{"protocolType": "data-point"}])").err, "dp4: standard input" + rest);
+  EXPECT_THAT(RunTool({"lint", "devices.json"}).out,
+              HasSubstr("  fix     this is a device list: use dp4 devices, or give lint a configuration\n"));
 }
 
 // ---- Completion ----

@@ -566,6 +566,12 @@ TEST(DecodeJsonLine, HasItsPacketInTheMemberThatIsAskedFor) {
   }
 }
 
+// 1e400 is JSON.
+TEST(DecodeJsonLine, HasNumbersThatADoubleHolds) {
+  ExpectProblem(DecodeKettle({}, R"({"n": 1e400, "packet": "02"})"), ErrorRecord("number overflow parsing '1e400'"),
+                "dp4: standard input:1:1: number overflow parsing '1e400'\n");
+}
+
 TEST(DecodeJsonLine, IsStrictJson) {
   for (const std::string line :
        {R"({"packet": "04055a04640101")", R"({"packet": "04055a04640101",})", R"({"packet": "04055a04640101"} x)",

@@ -365,20 +365,23 @@ TEST(EncodeSet, TellsWhyAnAttributeCannotBeWritten) {
   ExpectProblem(EncodeKettle({"--set", "temperature=50"}),
                 "--set temperature=50: \"temperature\" is not written, its group is read-only");
   ExpectProblem(EncodeKettle({"--set", "sensor=1"}), "--set sensor=1: \"sensor\" is not written, its group is fault");
+  // A warning says first which are dropped.
   ExpectProblem(
       RunTool({"encode", "-", "--set", "twist=1"}, Fan(BitField("swing", R"("data_type": "bool")", 0, 1) + ", " +
                                                        BitField("twist", R"("data_type": "boolean")", 1, 1))),
-      "--set twist=1: \"twist\" is not usable; dp4 lint tells why");
+      "warning: standard input: attrs[1] (twist) is dropped; dp4 lint tells why\ndp4: --set twist=1: \"twist\" is not "
+      "usable; dp4 lint tells why");
   // Encoding leaves the read-only number with its complete scaling out, so that the bool inherits the incomplete one.
   const std::string scaled = R"({"id": 0, "name": "a", "display_name": "A", "desc": "", "data_type": "uint8",
       "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}, )";
-  ExpectProblem(
-      RunTool(
-          {"encode", "-", "--set", "swing=1"},
-          Fan(scaled + R"("type": "status_writable", "uint_spec": {"min": 0, "max": 9, "addition": 0}}, )" + scaled +
-              R"("type": "status_readonly", "uint_spec": {"min": 0, "max": 9, "ratio": 1, "addition": 0}}, )" +
-              BitField("swing", R"("data_type": "bool")", 0, 1))),
-      "--set swing=1: \"swing\" is dropped by encoding; dp4 lint tells why");
+  const ToolRun run = RunTool(
+      {"encode", "-", "--set", "swing=1"},
+      Fan(scaled + R"("type": "status_writable", "uint_spec": {"min": 0, "max": 9, "addition": 0}}, )" + scaled +
+          R"("type": "status_readonly", "uint_spec": {"min": 0, "max": 9, "ratio": 1, "addition": 0}}, )" +
+          BitField("swing", R"("data_type": "bool")", 0, 1)));
+  ExpectProblem(run,
+                "warning: standard input: attrs[0] (a) and attrs[2] (swing) are dropped; dp4 lint tells why\ndp4: "
+                "--set swing=1: \"swing\" is dropped by encoding; dp4 lint tells why");
 }
 
 TEST(EncodeSet, ExpectsANameAndAValue) {
@@ -407,6 +410,26 @@ TEST(EncodeRecord, GivesItsPacketAgain) {
       EXPECT_EQ(run.exitCode, 0) << packet;
     }
   }
+}
+
+// 79 is 121, one more than the kettle's target takes: the record has no value for it, and its bits would be zeros.
+TEST(EncodeRecord, IsNoPacketWhereItsOwnToldNoValue) {
+  const ToolRun decoded = RunTool({"decode", "kettle.json", "04 05 79 01 9f 00 00 ff"});
+  const auto columnOf = [&decoded](const std::string& text) { return std::to_string(decoded.out.find(text) + 1); };
+  const std::string surplus =
+      "standard input:1:" + columnOf("{\"kind\":\"surplus\"") + ": the surplus bytes of the packet are left out";
+  const std::string target = "standard input:1:" + columnOf("{\"kind\":\"out-of-range\"") +
+                             ": \"target\" has no value, it was out-of-range in the packet";
+  const ToolRun run = EncodeKettle({"-"}, decoded.out);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "dp4: " + surplus + "\ndp4: " + target + "\n");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(EncodeKettle({"-", "--lenient"}, decoded.out).out, "04 05 00 01 9f 00 00\n");
+  // A write has no surplus bytes. 90 is (85 - 40) / 0.5.
+  ExpectProblem(EncodeKettle({"-", "--command", "write"}, decoded.out), target);
+  const ToolRun set = EncodeKettle({"-", "--command", "write", "--set", "target=85"}, decoded.out);
+  EXPECT_EQ(set.err, "");
+  EXPECT_EQ(set.out, "01 07 05 5a\n");
 }
 
 TEST(EncodeRecord, MayBecomeAnotherPacket) {
@@ -640,6 +663,21 @@ TEST(EncodeRefusal, IsTheFirstOneInTheOrderOfTheConfiguration) {
   EXPECT_EQ(run.exitCode, 1);
 }
 
+TEST(EncodeRefusal, LeavesTheRestWhenLenient) {
+  const std::string target = "\"target\" refused: Validate uint value failed. (expected 40 to 100)";
+  const std::string program =
+      "\"program\" refused: Invalid enum value: 3, range: 0-3 (expected 0 to 2; the line's 3 counts the items)";
+  ToolRun run = EncodeKettle({"--set", "power=1", "--set", "target=200", "--set", "program=3", "--lenient"});
+  EXPECT_EQ(run.out, "01 01 01 00\n");
+  EXPECT_EQ(run.err, "dp4: --set program=3: " + program + "\ndp4: --set target=200: " + target + "\n");
+  EXPECT_EQ(run.exitCode, 0);
+  run = EncodeKettle({"--set", "power=1", "--set", "program=3", "--lenient", "--command", "notify"});
+  EXPECT_EQ(run.out, "04 01 00 00 00 00 00\n");
+  EXPECT_EQ(run.err, "dp4: --set program=3: " + program + "\n");
+  EXPECT_EQ(run.exitCode, 0);
+  ExpectProblem(EncodeKettle({"--set", "target=200", "--lenient"}), "--set target=200: " + target);
+}
+
 TEST(EncodeRefusal, IsExplainedWithoutAPacket) {
   const ToolRun run = EncodeKettle({"--set", "power=1", "--set", "target=101", "--explain"});
   EXPECT_EQ(run.out,
@@ -688,6 +726,23 @@ TEST(EncodeLog, ShowsTheModulesLines) {
             "[2] Filter entity: id='0' name='kettle' display_name='Kettle'\n"
             "[1] ProtocolEncodeEntity_4_0: Validate uint value failed.\n"
             "dp4: --set target=101: \"target\" refused: Validate uint value failed. (expected 40 to 100)\n");
+}
+
+// The level is 30 to 80, so that no device sends 0.
+TEST(EncodeNotification, WarnsOfZerosThatNoDeviceSends) {
+  const std::string level = R"({"id": 0, "name": "level", "display_name": "", "desc": "", "type": "status_writable",
+      "data_type": "uint8", "uint_spec": {"min": 30, "max": 80, "ratio": 1, "addition": 0},
+      "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}}, )";
+  const std::string fan = Fan(level + BitField("on", R"("data_type": "bool")", 0, 1));
+  ToolRun run = RunTool({"encode", "-", "--set", "on=1", "--command", "notify", "--explain"}, fan);
+  EXPECT_EQ(FirstLine(run.out), "04 01 00\n");
+  EXPECT_EQ(run.err, "dp4: warning: \"level\" has no value: raw 0 is sent (expected 30 to 80)\n");
+  EXPECT_NE(run.out.find("level         1            no value: raw 0 is sent (expected 30 to 80)"), std::string::npos)
+      << run.out;
+  EXPECT_EQ(run.exitCode, 0);
+  // A write marks what it carries.
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "on=1"}, fan).err, "");
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "on=1", "--set", "level=30", "--command", "notify"}, fan).err, "");
 }
 
 // ---- Values that do not survive in the packet ----
@@ -914,8 +969,8 @@ TEST(EncodeText, IsAProblemWhenItIsReadInPart) {
     const char* packet;
     const char* problem;
   } kCases[] = {
-      {"power=0x1", "01 01 00 00\n", "\"power\" cut: only \"0\" is a number"},
-      {"power=", "01 01 00 00\n", "\"power\" cut: nothing of it is a number"},
+      {"power=0x1", "01 01 00 00\n", "\"power\" read in part: expected decimal digits, only \"0\" is sent"},
+      {"power=", "01 01 00 00\n", "\"power\" no number: expected decimal digits, 0 is sent"},
   };
   for (const auto& [set, packet, problem] : kCases) {
     SCOPED_TRACE(set);

@@ -9,6 +9,7 @@
 #include "Dp4Configuration.h"
 #include "TestSupport.h"
 #include "ToolSupport.h"
+#include "inspect/text/Format.h"
 
 namespace {
 
@@ -227,10 +228,11 @@ TEST(Show, EscapesWhatCouldForgeALineOrSteerATerminal) {
                     Bool("\xc2\x9b"
                          "31m",
                          0, 3) +
-                    "," + Bool("\xc3\xa9\xe4\xb8\xad", 0, 4) + "," + Bool("", 0, 5)));
+                    "," + Bool("\xc3\xa9\xe4\xb8\xad", 0, 4) + "," + Bool("", 0, 5) + "," + Bool(R"(n\\n\n)", 0, 6)));
   EXPECT_EQ(ValuesOf(run.out, "a\\nb"), "0 \\x1b[31m");
   EXPECT_EQ(CellOf(run.out, "\\u202egnp\\u200b", "PLACE"), "0.1");
-  EXPECT_EQ(CellOf(run.out, "back\\\\slash", "PLACE"), "0.2");
+  EXPECT_EQ(CellOf(run.out, "back\\slash", "PLACE"), "0.2");  // only beside other escapes is it one
+  EXPECT_EQ(CellOf(run.out, "n\\\\n\\n", "PLACE"), "0.6");
   EXPECT_EQ(CellOf(run.out, "\\u009b31m", "PLACE"), "0.3");
   EXPECT_NE(run.out.find("\n\xc3\xa9\xe4\xb8\xad  "), std::string::npos) << run.out;
   EXPECT_EQ(CellOf(run.out, "\"\"", "PLACE"), "0.5");
@@ -243,6 +245,13 @@ TEST(Show, EscapesBytesThatAreNoText) {
   EXPECT_EQ(CellOf(run.out, "a\\xff\\xc3", "PLACE"), "0.0");
   EXPECT_EQ(CellOf(run.out, "\\xed\\xa0\\x80", "PLACE"), "0.1");
   EXPECT_EQ(CellOf(run.out, "\\xe0\\x82\\x9b", "PLACE"), "0.2");
+}
+
+// Columns of 8 are the narrowest: with two blanks between them, 18.
+TEST(Show, BreaksWordsOnlyWhereTheTableFitsThen) {
+  const std::vector<morvix::inspect::TableRow> rows = {{{"temperature"}, {"accelerator"}}};
+  EXPECT_EQ(AlignedTable(rows, false, 18), "temperat  accelera\nure       tor\n");
+  EXPECT_EQ(AlignedTable(rows, false, 17), "temperature  accelerator\n");
 }
 
 TEST(Show, CountsTheColumnsOfWideAndCombiningCharacters) {

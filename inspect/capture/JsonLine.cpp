@@ -42,7 +42,7 @@ bool ReadJsonLine(const std::string& text, const std::string& member, JsonLine& 
   Json::Value value;
   json::SyntaxError problem;
   if (!json::ReadStrict(line, value, problem)) {
-    error = {problem.place.column, "not JSON: " + Escaped(problem.message)};
+    error = {problem.place.column, (problem.isBeyondDouble ? "" : "not JSON: ") + Escaped(problem.message)};
     return false;
   }
   if (!value.isObject()) {

@@ -17,9 +17,10 @@ namespace morvix::inspect {
 namespace {
 
 // A date with a time of day, a time of day, or seconds: with a fraction, or so many that they count from 1970. Anything
-// less, such as two digits and a blank, could be the beginning of the packet.
+// less, such as two digits and a blank, could be the beginning of the packet. Kernels fill seconds in brackets up with
+// blanks.
 const char kTimestamp[] =
-    R"([\[(]?(?P<time>(?:(?:\d{4}[-/.]\d{1,2}[-/.]\d{1,2}|\d{1,2}[-/.]\d{1,2}[-/.]\d{4})"
+    R"((?:[\[(]\s*)?(?P<time>(?:(?:\d{4}[-/.]\d{1,2}[-/.]\d{1,2}|\d{1,2}[-/.]\d{1,2}[-/.]\d{4})"
     R"(|[A-Z][a-z]{2} [ \d]\d)[T ]\s*)?)"
     R"(\d{1,2}:\d\d(?::\d\d)?(?:\.\d+|,(?:\d{3}|\d{6}|\d{9}))?(?: ?[AP]M)?(?: ?(?:Z|UTC|[-+]\d\d:?\d\d))?)"
     R"(|\d+\.\d+|\d{9,})[\])]?(?:\s*[;|]\s*|[:,]?\s+))";

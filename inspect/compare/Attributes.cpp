@@ -195,8 +195,8 @@ class AttributesCheck {
       if (!IsShown(change)) ShowNotification(change, pair, raw);
     }
     if (IsShown(change)) return;
-    change.packetBefore = ShownAmongOnes(pair.before, CommonRaw(pair), pair.before);
-    change.packetAfter = ShownAmongOnes(pair.before, CommonRaw(pair), pair.after);
+    change.packetBefore = ShownAmongOnes(pair.before, CommonRaw(pair), pair.after, pair.before);
+    change.packetAfter = ShownAmongOnes(pair.before, CommonRaw(pair), pair.after, pair.after);
   }
 
   // ---- The packets of the entity ----
@@ -512,6 +512,7 @@ class AttributesCheck {
         Add(changes::kText, pair, member, fmt::format("{} has another {}", pair.Label(), Series(texts, "and")),
             "none: neither packets nor keys depend on it", "nothing needs to be done");
     ShowNotification(change, pair, CommonRaw(pair));
+    if (IsShown(change)) ShowNotification(change, pair, 0);  // what differs is told by another change
   }
 
   // ---- Values ----
@@ -586,6 +587,11 @@ class AttributesCheck {
     const auto indexIn = [](const std::vector<std::string>& items, const std::string& item) {
       return static_cast<size_t>(std::find(items.begin(), items.end(), item) - items.begin());
     };
+    // Whether what has the index now is told as moved; the second of two equal items is not.
+    const auto isMovedTo = [&](size_t i) {
+      const size_t from = indexIn(before, after[i]);
+      return from < before.size() && !(from < after.size() && after[from] == before[from]);
+    };
     std::vector<std::string> moved;
     std::vector<std::string> renamed;
     std::optional<std::pair<size_t, size_t>> firstMoved;
@@ -596,7 +602,7 @@ class AttributesCheck {
       if (to < after.size()) {
         if (!firstMoved) firstMoved = {i, to};
         moved.push_back(fmt::format("{} from {} to {}", Quoted(before[i]), i, to));
-      } else if (i < after.size() && indexIn(before, after[i]) == before.size()) {
+      } else if (i < after.size() && !isMovedTo(i)) {
         if (!firstRenamed) firstRenamed = i;
         renamed.push_back(fmt::format("{} from {} to {}", i, Quoted(before[i]), Quoted(after[i])));
       }

@@ -173,13 +173,13 @@ Bytes Notification(const Side& sent, uint64_t raw) {
 
 }  // namespace
 
-ShownPacket ShownAmongOnes(const Side& sent, uint64_t raw, const Side& reader) {
+ShownPacket ShownAmongOnes(const Side& sent, uint64_t raw, const Side& moved, const Side& reader) {
   Bytes packet = Notification(sent, raw);
-  Bytes isTaken(packet.size());
-  for (const Field& field : sent.entity->Reading().fields) {
-    if (field.bits.EndByte() < packet.size()) SetBits(field.bits, UINT64_MAX, isTaken.data() + 1);
+  const BitRange own = sent.Read() != nullptr ? sent.Read()->bits : BitRange();
+  const BitRange more = moved.Read() != nullptr ? moved.Read()->bits : BitRange();
+  for (uint64_t bit = more.begin; bit < more.end && bit / 8 + 1 < packet.size(); ++bit) {
+    if (bit < own.begin || bit >= own.end) SetBits({bit, bit + 1}, 1, packet.data() + 1);
   }
-  for (size_t i = 1; i < packet.size(); ++i) packet[i] = static_cast<byte>(packet[i] | ~isTaken[i]);
   return {packet, MeaningOf(reader, packet)};
 }
 

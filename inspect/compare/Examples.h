@@ -37,8 +37,8 @@ ShownPacket ShownWrite(const Side& side, uint64_t raw, const EntityModel& device
 // around it; `reader` is its counterpart, or null when there is none.
 ShownPacket ShownNotification(const Side& sent, uint64_t raw, const Side* reader);
 
-// The same with ones in the bits that belong to no attribute of the device.
-ShownPacket ShownAmongOnes(const Side& sent, uint64_t raw, const Side& reader);
+// The same with ones in the bits that its counterpart `moved` has and it has not.
+ShownPacket ShownAmongOnes(const Side& sent, uint64_t raw, const Side& moved, const Side& reader);
 
 // A notification of zeros, as long as `device` sends it.
 Bytes Zeros(const EntityModel& device);

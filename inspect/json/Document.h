@@ -20,10 +20,11 @@ struct Place {
   size_t column = 1;
 };
 
-// Why the text is not JSON, and where.
+// Why the text cannot be read as JSON, and where.
 struct SyntaxError {
   Place place;
   std::string message;
+  bool isBeyondDouble = false;  // it is JSON, with a number that no double holds
 };
 
 // "NAME:LINE:COLUMN", escaped.

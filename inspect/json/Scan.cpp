@@ -265,6 +265,7 @@ bool ReadStrict(const std::string& text, Json::Value& value, SyntaxError& error)
     // "[json.exception.parse_error.101] parse error at line 1, column 3: syntax error while parsing ..." or
     // "[json.exception.out_of_range.406] number overflow parsing '1e999'"
     const auto* syntax = dynamic_cast<const nlohmann::json::parse_error*>(&problem);
+    error.isBeyondDouble = syntax == nullptr;
     error.place.column = syntax == nullptr ? 1 : std::max<size_t>(syntax->byte, 1);
     error.message = problem.what();
     error.message.erase(0, error.message.find(syntax == nullptr ? "] " : ": ") + 2);

@@ -153,6 +153,7 @@ void LintConfiguration(const json::Document& document, const LintChoices& choice
     const std::string meant = isMissing ? MeantArray(root, "entities") : "";
     fix = meant.empty() ? "list the entities in an array 'entities'" : "did you mean it by " + Quoted(meant) + "?";
   }
+  if (IsDeviceList(root)) fix = "this is a device list: use dp4 devices, or give lint a configuration";
   findings.Add(rules::kNoConfiguration, Spot{&root, ""}.Member("entities"), message,
                "nothing can be encoded or decoded", fix);
 }

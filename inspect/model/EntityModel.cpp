@@ -160,9 +160,18 @@ std::string MeantArray(const Json::Value& object, const std::string& name) {
   return !similar.empty() ? similar : arrays.size() == 1 ? arrays[0] : "";
 }
 
+bool IsDeviceList(const Json::Value& root) {
+  if (root.isObject()) return root["devices"].isArray() && !root.isMember("entities");
+  if (!root.isArray() || !root[0].isObject()) return false;
+  return root[0].isMember("protocolType") || root[0].isMember("packetVersion") || root[0].isMember("product_key");
+}
+
 const Json::Value& EntitiesOf(const json::Document& configuration) {
   const Json::Value& root = configuration.Root();
   if (root.isObject() && root["entities"].isArray()) return root["entities"];
+  if (IsDeviceList(root)) {
+    throw InputError(configuration.PlaceName(root) + ": expected a configuration, not a device list; see dp4 devices");
+  }
   const std::string meant = root.isObject() && !root.isMember("entities") ? MeantArray(root, "entities") : "";
   throw InputError(configuration.PlaceName(root) + ": expected an object with an array \"entities\"" +
                    (meant.empty() ? "" : "; did you mean it by " + InQuotes(meant) + "?"));

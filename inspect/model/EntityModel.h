@@ -117,6 +117,9 @@ class EntityModel {
   bool isThrowing_ = false;
 };
 
+// Whether a document without "entities" is a list of devices: an array of them, or an object with an array "devices".
+bool IsDeviceList(const Json::Value& root);
+
 // The member of an object that was probably meant to be the array `name`: one of a similar name, or the only array of
 // objects. Empty when there is none.
 std::string MeantArray(const Json::Value& object, const std::string& name);

@@ -68,6 +68,18 @@ std::string PayloadSummary(const EntityModel& entity) {
   return fmt::format("{}, the first {} in a write", payload, writtenBytes);
 }
 
+std::string DroppedSummary(const EntityModel& entity) {
+  std::vector<std::string> dropped;
+  for (size_t i = 0; i < entity.Elements().size(); ++i) {
+    const Element& element = entity.Elements()[i];
+    if (!element.droppedOnReading.empty() || !element.droppedOnWriting.empty()) {
+      dropped.push_back(ElementText(element, i));
+    }
+  }
+  if (dropped.empty()) return "";
+  return Listed(dropped, dropped.size()) + (dropped.size() == 1 ? " is dropped" : " are dropped");
+}
+
 std::vector<std::string> Notes(const EntityModel& entity) {
   std::vector<std::string> notes;
   const size_t payloadBytes = PayloadBytesOf(entity);

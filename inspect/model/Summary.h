@@ -26,6 +26,9 @@ std::string EntityTitle(const EntityModel& entity);
 // 6 bytes of payload, the first 2 in a write
 std::string PayloadSummary(const EntityModel& entity);
 
+// "attrs[1] (lock) is dropped": the elements that the parser drops when reading or writing; empty when there are none.
+std::string DroppedSummary(const EntityModel& entity);
+
 // Notes, one line each: elements that are dropped or whose place differs between reading and writing, and a payload too
 // long for any packet.
 std::vector<std::string> Notes(const EntityModel& entity);

@@ -142,8 +142,9 @@ void NotePartlyRead(const std::string& text, EncodedValue& value) {
   const auto length = static_cast<size_t>(end - begin);
   if (length == text.size() && length != 0) return;
   value.isAltered = true;
-  Add(value.note, length == 0 ? "cut: nothing of it is a number"
-                              : "cut: only " + InQuotes(text.substr(0, length)) + " is a number");
+  Add(value.note, length == 0
+                      ? "no number: expected decimal digits, 0 is sent"
+                      : "read in part: expected decimal digits, only " + InQuotes(text.substr(0, length)) + " is sent");
 }
 
 // " (45.5)" when the number in the packet differs from `given` in the first six decimals.
@@ -164,6 +165,17 @@ void NoteNumber(const Json::Value& given, uint64_t sent, EncodedValue& value) {
     value.note = NameText(attribute.enumList.at(static_cast<size_t>(sent)));
   } else {
     value.note = fmt::format("raw {}{}", sent, RoundedText(attribute, given, sent));
+  }
+}
+
+// What a device sends has bits for every attribute; a number's can be none that it would send.
+void NoteUnset(const byte* payload, EncodedValue& value) {
+  const Attribute& attribute = *value.field->attribute;
+  if (!IsNumber(attribute) || value.field->bits.IsEmpty()) return;
+  const uint64_t raw = RawValue(value.field->bits, payload);
+  value.isInvalid = UserText(attribute, raw).empty();
+  if (value.isInvalid) {
+    value.note = fmt::format("no value: raw {} is sent ({})", raw, ExpectedText(attribute, value.result));
   }
 }
 
@@ -206,7 +218,7 @@ const Direction& DirectionOf(const EntityModel& entity, MorvixProtocolCommand_4_
 }
 
 Encoding::Encoding(const EntityModel& entity, std::string entityText, const GivenValues& values,
-                   MorvixProtocolOwnedPackage_4_0 package)
+                   MorvixProtocolOwnedPackage_4_0 package, bool isLenient)
     : entity_(entity),
       direction_(DirectionOf(entity, package.cmd)),
       entityText_(std::move(entityText)),
@@ -219,15 +231,14 @@ Encoding::Encoding(const EntityModel& entity, std::string entityText, const Give
                                  entityText_, Count(payloadBytes, "byte"), direction_.records.size(),
                                  IsWrite() ? " writable" : ""));
   }
-  PartialEncoder encoder(entity, direction_, values);
-  if (IsWrite()) ProtocolEncodeAttributes_4_0(entity.Info(), direction_.records, package_, values.Document());
+  const PartialEncoder single(entity, direction_, values);
   for (const Field& field : direction_.fields) {
     const Attribute& attribute = *field.attribute;
     values_.push_back({&field, {}, {}, false, "left out: no value"});
     if (values.Of(attribute) == nullptr) continue;
     EncodedValue& value = values_.back();
     value.given = values.SourceOf(attribute);
-    encoder.EncodeAlone(field.flag, value.result);
+    single.EncodeAlone(field.flag, value.result);
     if (!IsWrite() && IsDone(value) && field.bits.IsEmpty()) {
       value.result.outcome = MorvixProtocolOutcomeRefusedByPlace_4_0;
     }
@@ -237,9 +248,24 @@ Encoding::Encoding(const EntityModel& entity, std::string entityText, const Give
           fmt::format("refused: {} ({})", EncodeLine(attribute, value.result), ExpectedText(attribute, value.result));
     }
   }
-  const bool isAnyDone = std::any_of(values_.begin(), values_.end(), IsDone);
-  if (!IsWrite() && isAnyDone && std::none_of(values_.begin(), values_.end(), IsRefused)) {
-    const Bytes payload = encoder.EncodeFirst(values_.size());
+  const bool isAnyRefused = std::any_of(values_.begin(), values_.end(), IsRefused);
+  if (!isLenient || !isAnyRefused) {
+    Make(values, !isAnyRefused);
+    return;
+  }
+  GivenValues taken = values;
+  for (const EncodedValue& value : values_) {
+    if (IsRefused(value)) taken.Remove(*value.field->attribute);
+  }
+  Make(taken, true);
+}
+
+// The packet; where some are refused, the module's lines alone, since it makes none.
+void Encoding::Make(const GivenValues& values, bool areTaken) {
+  if (IsWrite()) {
+    ProtocolEncodeAttributes_4_0(entity_.Info(), direction_.records, package_, values.Document());
+  } else if (areTaken && std::any_of(values_.begin(), values_.end(), IsDone)) {
+    const Bytes payload = PartialEncoder(entity_, direction_, values).EncodeFirst(values_.size());
     package_.value = static_cast<byte*>(std::malloc(payload.size()));
     if (package_.value == nullptr) throw std::bad_alloc();
     package_.sizeValue = payload.size();
@@ -285,6 +311,7 @@ void Encoding::NoteWritten(const GivenValues& values) {
   for (size_t i = 0; i < values_.size(); ++i) {
     EncodedValue& value = values_[i];
     const Attribute& attribute = *value.field->attribute;
+    if (!IsWrite() && value.result.outcome == MorvixProtocolOutcomeNotReached_4_0) NoteUnset(package_.value, value);
     if (!IsDone(value)) continue;
     const Json::Value& given = *values.Of(attribute);
     const Bytes alone = encoder.EncodeAlone(i, value.result);
@@ -318,8 +345,8 @@ std::vector<std::string> Encoding::Problems() const {
                        value.note);
   };
   for (const EncodedValue& value : values_) {
-    if (value.result.outcome == MorvixProtocolOutcomeWrongKind_4_0 || value.isAltered)
-      problems.push_back(textOf(value));
+    const bool isLeftOut = value.result.outcome == MorvixProtocolOutcomeWrongKind_4_0;
+    if (isLeftOut || value.isAltered || (HasPacket() && IsRefused(value))) problems.push_back(textOf(value));
     if (refused == nullptr && IsRefused(value)) refused = &value;
   }
   if (HasPacket() || (refused == nullptr && (areValuesTold_ || !problems.empty()))) return problems;
@@ -328,6 +355,14 @@ std::vector<std::string> Encoding::Problems() const {
                                                                 (IsWrite() ? "a writable" : "an") + " attribute";
   problems.push_back(refused != nullptr ? textOf(*refused) : entityText_ + ": " + reason);
   return problems;
+}
+
+std::vector<std::string> Encoding::Warnings() const {
+  std::vector<std::string> warnings;
+  for (const EncodedValue& value : values_) {
+    if (value.isInvalid) warnings.push_back(InQuotes(value.field->attribute->name) + " has " + value.note);
+  }
+  return warnings;
 }
 
 std::string Encoding::PartsText() const {

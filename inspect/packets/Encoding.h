@@ -18,6 +18,7 @@ struct EncodedValue {
   Given given;             // empty when it has no value
   bool isAltered = false;  // the packet holds another value
   std::string note;        // explanation; empty when there is nothing to explain
+  bool isInvalid = false;  // it has no value, and its bits are a number that it cannot have
 };
 
 // The attributes that a packet with this command carries: the writable ones of a write, or all of what a device sends.
@@ -27,16 +28,20 @@ const Direction& DirectionOf(const EntityModel& entity, MorvixProtocolCommand_4_
 class Encoding {
  public:
   // `entityText` is what messages call the entity; `package` holds the command and the sub-device. The module's lines
-  // of a write are logged. Throws InputError when no packet can hold the entity's attributes. The entity outlives it.
+  // of a write are logged. A lenient one leaves refused values out. Throws InputError when no packet can hold the
+  // entity's attributes. The entity outlives it.
   Encoding(const EntityModel& entity, std::string entityText, const GivenValues& values,
-           MorvixProtocolOwnedPackage_4_0 package);
+           MorvixProtocolOwnedPackage_4_0 package, bool isLenient = false);
 
-  // Whether there is a packet: a value was taken and none refused.
+  // Whether there is a packet: a value was taken, and none refused that is not left out.
   bool HasPacket() const { return package_.sizeValue != 0; }
   Bytes Packet() const;
 
   // One line for each value that is left out, altered or refused; if there is none and no packet either, the reason.
   std::vector<std::string> Problems() const;
+
+  // One line for each attribute without a value in what a device sends whose bits are a number that it cannot have.
+  std::vector<std::string> Warnings() const;
 
   // The parts of the packet, byte by byte.
   std::string PartsText() const;
@@ -51,6 +56,7 @@ class Encoding {
   std::string JsonText(bool isSent, const std::vector<std::string>& problems) const;
 
  private:
+  void Make(const GivenValues& values, bool areTaken);
   void NoteWritten(const GivenValues& values);
   bool IsWrite() const { return &direction_ == &entity_.Writing(); }
 

@@ -503,14 +503,13 @@ std::unique_ptr<ResultForm> MakeForm(DocumentForm form, const EntityModel& entit
   }
 }
 
-void AppendCsvHead(const EntityModel& entity, const FormOptions& options, std::string& out) {
+std::vector<std::string> CsvColumns(const EntityModel& entity, const FormOptions& options) {
   const Selection selection(entity, options);
-  out += "command,error";
+  std::vector<std::string> columns = {"command", "error"};
   for (const Field* field : entity.Fields()) {
-    if (!selection.IsWanted(*field)) continue;
-    out += ',';
-    AppendCsvCell(field->attribute->name, out);
+    if (selection.IsWanted(*field)) columns.push_back(field->attribute->name);
   }
+  return columns;
 }
 
 void AppendCsvCell(std::string_view text, std::string& out) {

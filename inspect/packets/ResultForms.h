@@ -58,8 +58,8 @@ class ResultForm {
 // The entity outlives the form. Throws InputError when `only` names no attribute of it.
 std::unique_ptr<ResultForm> MakeForm(DocumentForm form, const EntityModel& entity, const FormOptions& options);
 
-// Appends the names of the columns "command,error" and of the attributes.
-void AppendCsvHead(const EntityModel& entity, const FormOptions& options, std::string& out);
+// The names of the columns of CSV: "command", "error" and those of the attributes.
+std::vector<std::string> CsvColumns(const EntityModel& entity, const FormOptions& options);
 
 // Appends one cell, in quotation marks where it needs them.
 void AppendCsvCell(std::string_view text, std::string& out);

@@ -77,6 +77,12 @@ void GivenValues::Set(const std::string& name, Json::Value value, const Given& g
   given_[name] = given;
 }
 
+void GivenValues::Remove(const Attribute& attribute) {
+  const std::string name = attribute.name.c_str();
+  document_[entityName_].removeMember(name);
+  given_.erase(name);
+}
+
 const Json::Value* GivenValues::Of(const Attribute& attribute) const {
   const std::string name = attribute.name.c_str();
   return given_.count(name) == 0 ? nullptr : &document_[entityName_][name];
@@ -174,6 +180,22 @@ void Values::TakeListed(const json::Document& document, const char* member, Grou
     } else {
       AddProblem(fmt::format("{}: {} is none of the {} of {}{}", document.PlaceName(value), InQuotes(key), member,
                              InQuotes(EntityName()), KnownNames(key, known)));
+    }
+  }
+}
+
+void Values::CheckNotes(const json::Document& document) {
+  if (!IsRecord(document, entities_)) return;
+  for (const Json::Value& note : document.Root()["notes"]) {
+    if (!note.isObject() || !note["kind"].isString()) continue;
+    const std::string place = document.PlaceName(note) + ": ";
+    const Json::Value& name = note["name"];
+    const auto attribute = name.isString() ? attributes_.find(name.asString()) : attributes_.end();
+    if (attribute != attributes_.end() && Of(*attribute->second) == nullptr) {
+      AddProblem(fmt::format("{}{} has no value, it was {} in the packet", place, InQuotes(attribute->first),
+                             Escaped(note["kind"].asString())));
+    } else if (!note.isMember("name") && isReading_) {
+      AddProblem(fmt::format("{}the {} bytes of the packet are left out", place, Escaped(note["kind"].asString())));
     }
   }
 }

@@ -42,6 +42,9 @@ class GivenValues {
   // Replaces the value of the attribute with this name.
   void Set(const std::string& name, Json::Value value, const Given& given);
 
+  // Forgets the value of an attribute.
+  void Remove(const Attribute& attribute);
+
   // The document for the module.
   const Json::Value& Document() const { return document_; }
 
@@ -78,6 +81,10 @@ class Values : public GivenValues {
   // Takes NAME=VALUE. The value of an enum is an index in decimal digits, or else an item; any other is JSON if it is
   // JSON, otherwise a text. A later one replaces an earlier one. Throws InputError when it has another form.
   void TakeSetting(const std::string& setting);
+
+  // After all values: a problem for each note of a record that stands for something that is not sent now, a value that
+  // its packet did not tell or surplus bytes of what a device sends. Another document has none.
+  void CheckNotes(const json::Document& document);
 
  private:
   void TakeListed(const json::Document& document, const char* member, Group group);

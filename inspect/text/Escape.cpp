@@ -38,13 +38,15 @@ size_t ReadCharacter(std::string_view text, size_t at, int32_t& code) {
 }
 
 std::string Escaped(std::string_view text) {
-  const bool isPlain = std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~' && c != '\\'; });
+  const bool isPlain = std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
   if (isPlain) return std::string(text);
   std::string escaped;
   escaped.reserve(text.size());
+  bool hasOther = false;  // escapes but those of backslashes
   for (size_t at = 0; at < text.size();) {
     int32_t code = 0;
     const size_t length = ReadCharacter(text, at, code);
+    hasOther = hasOther || length == 0 || IsHarmful(code);
     if (length == 0) {
       escaped += fmt::format("\\x{:02x}", static_cast<unsigned char>(text[at]));
     } else if (code == '\\') {
@@ -56,7 +58,7 @@ std::string Escaped(std::string_view text) {
     }
     at += std::max<size_t>(length, 1);
   }
-  return escaped;
+  return hasOther ? escaped : std::string(text);
 }
 
 bool IsUtf8(std::string_view text) {

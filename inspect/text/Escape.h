@@ -11,7 +11,7 @@
 namespace morvix::inspect {
 
 // The text with a backslash escape for each character that could forge a line, control a terminal or stay invisible,
-// for each byte that is not UTF-8, and for the backslash itself.
+// for each byte that is not UTF-8, and then for the backslash itself; a text without any of them stays as it is.
 std::string Escaped(std::string_view text);
 
 // The escaped name; an empty name is shown as "".

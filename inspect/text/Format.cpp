@@ -102,17 +102,18 @@ size_t LongestPart(const std::string& cell) {
   return longest;
 }
 
-// Makes the widest columns narrower until all of them fit, but none narrower than `least`.
-void Narrow(std::vector<size_t>& widths, const std::vector<size_t>& least, size_t width) {
+// Makes the widest columns narrower until all of them fit, but none narrower than `least`. Whether they fit.
+bool Narrow(std::vector<size_t>& widths, const std::vector<size_t>& least, size_t width) {
   size_t used = std::accumulate(widths.begin(), widths.end(), kColumnGap * (widths.size() - 1));
   for (; used > width; --used) {
     size_t widest = widths.size();
     for (size_t i = 0; i < widths.size(); ++i) {
       if (widths[i] > least[i] && (widest == widths.size() || widths[i] > widths[widest])) widest = i;
     }
-    if (widest == widths.size()) return;
+    if (widest == widths.size()) return false;
     --widths[widest];
   }
+  return true;
 }
 
 }  // namespace
@@ -194,7 +195,8 @@ std::string AlignedTable(const std::vector<TableRow>& rows, bool color, size_t w
     }
     Narrow(widths, least, width);
     constexpr size_t kNarrowest = 8;  // cannot be read any more
-    Narrow(widths, std::vector<size_t>(widths.size(), kNarrowest), width);
+    std::vector<size_t> broken = widths;
+    if (Narrow(broken, std::vector<size_t>(widths.size(), kNarrowest), width)) widths = broken;
   }
   std::string table;
   for (const TableRow& row : rows) {

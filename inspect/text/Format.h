@@ -53,7 +53,8 @@ using TableRow = std::vector<TableCell>;
 // The first row of a table.
 TableRow HeadingRow(const std::vector<std::string>& headings);
 
-// At most `width` columns wide, as far as cells can be broken for that; 0 is for any width.
+// At most `width` columns wide, as far as cells can be broken for that; 0 is for any width. Words are broken only where
+// that makes the table fit.
 std::string AlignedTable(const std::vector<TableRow>& rows, bool color, size_t width = 0);
 
 }  // namespace morvix::inspect

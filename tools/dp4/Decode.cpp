@@ -19,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <set>
 
 #include "Commands.h"
 #include "Files.h"
@@ -132,15 +133,6 @@ class Frame {
  public:
   Frame(DocumentForm form, const Origin& origin) : form_(form), origin_(origin) {}
 
-  // The names of what Open writes in CSV.
-  void AppendHead(std::string& out) const {
-    for (const LineGroup& group : origin_.Groups()) {
-      AppendCsvCell(group.name, out);
-      out += ',';
-    }
-    out += "line,";
-  }
-
   void Open(std::string& out) const {
     if (form_ == DocumentForm::kTable) {
       AppendTitle(out);
@@ -210,10 +202,7 @@ class Decoder {
         form_(MakeForm(options.document, entity, FormOptionsOf(options))),
         frame_(options.document, origin_) {
     if (!options.line.empty()) origin_.pattern.emplace(options.line);
-    if (options.document != DocumentForm::kCsv) return;
-    frame_.AppendHead(output_.Text());
-    AppendCsvHead(entity, FormOptionsOf(options), output_.Text());
-    output_.Text() += "\r\n";
+    if (options.document == DocumentForm::kCsv) AppendCsvHead(CsvColumns(entity, FormOptionsOf(options)));
   }
 
   void DecodeArguments() {
@@ -262,6 +251,30 @@ class Decoder {
 
   static FormOptions FormOptionsOf(const DecodeOptions& options) {
     return {options.items, options.only, options.color};
+  }
+
+  // A group is called otherwise easily, an attribute is not.
+  void AppendCsvHead(const std::vector<std::string>& columns) {
+    std::vector<std::string> all = {"line"};
+    all.insert(all.end(), columns.begin(), columns.end());
+    std::set<std::string> names;
+    for (const std::string& name : all) {
+      if (names.insert(name).second) continue;
+      environment_.err << "dp4: warning: two columns are called " << InQuotes(name) << '\n';
+    }
+    for (const LineGroup& group : origin_.Groups()) {
+      if (names.count(group.name) == 0) continue;
+      throw InputError("--line: a column is called " + InQuotes(group.name) + "; give the group another name");
+    }
+    for (auto group = origin_.Groups().rbegin(); group != origin_.Groups().rend(); ++group) {
+      all.insert(all.begin(), group->name);
+    }
+    std::string& out = output_.Text();
+    for (const std::string& name : all) {
+      if (!out.empty()) out += ',';
+      AppendCsvCell(name, out);
+    }
+    out += "\r\n";
   }
 
   void CheckArguments() const {
@@ -446,7 +459,7 @@ void CheckOptions(const DecodeOptions& options) {
 int Decode(const DecodeOptions& options, Environment& environment) {
   CheckOptions(options);
   const json::Document configuration = ReadJsonFile(options.configuration, environment);
-  const EntityModel entity = ModelOf(configuration, ChooseEntity(configuration, options.entity));
+  const EntityModel entity = ReadEntity(configuration, options.entity, environment);
   Decoder decoder(entity, options, environment);
   if (options.packets.empty()) {
     decoder.DecodeStream();

@@ -68,7 +68,7 @@ std::string ResultText(const Encoding& encoding, const EncodeOptions& options, b
 int Encode(const EncodeOptions& options, Environment& environment) {
   CheckOptions(options);
   const json::Document configuration = ReadJsonFile(options.configuration, environment);
-  const EntityModel entity = ModelOf(configuration, ChooseEntity(configuration, options.entity));
+  const EntityModel entity = ReadEntity(configuration, options.entity, environment);
   std::optional<json::Document> document;
   if (!options.values.empty()) document = ReadJsonFile(options.values, environment);
   MorvixProtocolOwnedPackage_4_0 package =
@@ -76,13 +76,17 @@ int Encode(const EncodeOptions& options, Environment& environment) {
   Values values(configuration, entity, DirectionOf(entity, package.cmd));
   if (document) values.TakeDocument(*document);
   for (const std::string& setting : options.set) values.TakeSetting(setting);
+  if (document) values.CheckNotes(*document);
   const Encoding encoding(entity, Escaped(configuration.Name()) + ": " + InQuotes(entity.Info().name), values,
-                          std::move(package));
+                          std::move(package), options.lenient);
 
   std::vector<std::string> problems = values.Problems();
   for (std::string& problem : encoding.Problems()) problems.push_back(std::move(problem));
   for (const std::string& problem : problems) environment.err << "dp4: " << problem << '\n';
   const bool isSent = encoding.HasPacket() && (options.lenient || problems.empty());
+  if (isSent) {
+    for (const std::string& warning : encoding.Warnings()) environment.err << "dp4: warning: " << warning << '\n';
+  }
   environment.out << (options.json ? encoding.JsonText(isSent, problems) : ResultText(encoding, options, isSent));
   return isSent ? kFine : kProblems;
 }

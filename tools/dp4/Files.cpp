@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "inspect/model/Summary.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 
@@ -66,6 +67,16 @@ json::Document ReadJson(const std::string& path, const std::string& bytes) {
   std::optional<json::Document> document = json::Document::Read(NameOfFile(path), WithoutMark(bytes), error);
   if (document) return std::move(*document);
   throw InputError(json::PlaceName(NameOfFile(path), error.place) + ": not JSON: " + Escaped(error.message));
+}
+
+EntityModel ReadEntity(const json::Document& configuration, const std::string& choice, Environment& environment) {
+  EntityModel entity = ModelOf(configuration, ChooseEntity(configuration, choice));
+  const std::string dropped = DroppedSummary(entity);
+  if (!dropped.empty()) {
+    environment.err << fmt::format("dp4: warning: {}: {}; dp4 lint tells why\n", Escaped(configuration.Name()),
+                                   dropped);
+  }
+  return entity;
 }
 
 void MakeFolder(const std::string& path) {

@@ -1,4 +1,4 @@
-// Reading and writing of files, standard input and standard output.
+// Reading and writing of files, standard input and standard output; and the entity of a configuration that was read.
 
 #ifndef MORVIX_DP4_FILES_H
 #define MORVIX_DP4_FILES_H
@@ -7,6 +7,7 @@
 
 #include "Environment.h"
 #include "inspect/json/Document.h"
+#include "inspect/model/EntityModel.h"
 
 namespace dp4 {
 
@@ -25,6 +26,11 @@ morvix::inspect::json::Document ReadJsonFile(const std::string& path, Environmen
 
 // The document of a file that holds these bytes. Throws InputError when they are not JSON.
 morvix::inspect::json::Document ReadJson(const std::string& path, const std::string& bytes);
+
+// The chosen entity of a configuration, with a warning when the parser drops attributes of it: packets then say nothing
+// of them, and flags of later ones may be others. Throws InputError when none is clear or usable.
+morvix::inspect::EntityModel ReadEntity(const morvix::inspect::json::Document& configuration, const std::string& choice,
+                                        Environment& environment);
 
 // Makes a folder, and those above it, where they do not exist. Throws InputError.
 void MakeFolder(const std::string& path);

@@ -13,7 +13,7 @@ using namespace morvix::inspect;
 
 int Vectors(const VectorsOptions& options, Environment& environment) {
   const json::Document configuration = ReadJsonFile(options.configuration, environment);
-  const EntityModel entity = ModelOf(configuration, ChooseEntity(configuration, options.entity));
+  const EntityModel entity = ReadEntity(configuration, options.entity, environment);
   const morvix::inspect::Vectors vectors = VectorsOf(entity, options.choices);
   environment.out << (options.format == VectorsForm::kC ? VectorsC(vectors) : VectorsJson(vectors));
   return kFine;
