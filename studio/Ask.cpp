@@ -107,6 +107,22 @@ uint64_t Request::Number(const char* name) const {
   return members_[name].asUInt64();
 }
 
+const Json::Value& Request::Object(const char* name) const {
+  if (Has(name) && !members_[name].isObject())
+    throw InputError(fmt::format("the request's \"{}\" is not an object", name));
+  return members_[name];
+}
+
+std::optional<int32_t> Request::SubDevice() const {
+  if (!Has("subDevice")) return {};
+  const Json::Value& id = members_["subDevice"];
+  const bool isInteger = id.isInt64();
+  if (!isInteger || id.asInt64() < INT32_MIN || id.asInt64() > int64_t{UINT32_MAX}) {
+    throw InputError(fmt::format("the id of a sub-device is an integer from {} to {}", INT32_MIN, UINT32_MAX));
+  }
+  return static_cast<int32_t>(id.asInt64());
+}
+
 void CheckSize(const std::string& configuration) {
   if (configuration.size() <= kMaxConfigurationBytes) return;
   throw InputError(

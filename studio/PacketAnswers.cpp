@@ -162,6 +162,16 @@ MorvixProtocolCommand_4_0 WriteCommand(const std::string& name) {
   throw InputError(InQuotes(name) + " is not a command that writes values");
 }
 
+constexpr char kValues[] = "values";
+
+// "values:1:12: text" without the place, which is in a document that the user does not see.
+std::string WithoutPlace(const std::string& problem) {
+  const std::string begin = std::string(kValues) + ":";
+  const size_t end = problem.find(": ");
+  const bool hasPlace = problem.compare(0, begin.size(), begin) == 0 && end != std::string::npos;
+  return hasPlace ? problem.substr(end + 2) : problem;
+}
+
 std::string ValuesText(const EntityModel& entity, const Json::Value& values) {
   Json::Value document(Json::objectValue);
   document[entity.Info().name] = values;
@@ -180,19 +190,20 @@ void AnswerEncode(const Request& request, std::string& answer) {
   const EntityModel& entity = chosen.model;
   MorvixProtocolOwnedPackage_4_0 package;
   package.cmd = WriteCommand(request.TextOr("command", CommandName(MorvixProtocolCommandWriteReq_4_0)));
-  if (request.Has("subDevice")) {
-    package.subDid = static_cast<int32_t>(request.Number("subDevice"));
+  if (const std::optional<int32_t> id = request.SubDevice()) {
+    package.subDid = *id;
     package.needInsertSubDid = 1;
   }
   json::SyntaxError error;
   const std::optional<json::Document> document =
-      json::Document::Read("values", ValuesText(entity, request["values"]), error);
+      json::Document::Read(kValues, ValuesText(entity, request.Object("values")), error);
   if (!document) throw InputError("the values are not JSON: " + error.message);
   Values values(chosen.configuration, entity, entity.Writing());
   values.TakeDocument(*document);
   const Encoding encoding(entity, InQuotes(entity.Info().name), values, std::move(package));
   std::vector<std::string> problems = values.Problems();
   for (std::string& problem : encoding.Problems()) problems.push_back(std::move(problem));
+  for (std::string& problem : problems) problem = WithoutPlace(problem);
   JsonWriter writer(answer);
   writer.Json("encoding", encoding.JsonText(encoding.HasPacket(), problems));
   if (encoding.HasPacket()) WriteReading(entity, encoding.Packet(), writer.Member("reading"));

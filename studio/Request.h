@@ -5,6 +5,8 @@
 
 #include <json/value.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -45,7 +47,10 @@ class Request {
   std::string Text(const char* name) const;
   std::string TextOr(const char* name, const std::string& otherwise) const;
   uint64_t Number(const char* name) const;
-  const Json::Value& operator[](const char* name) const { return members_[name]; }
+  // Null when it is absent.
+  const Json::Value& Object(const char* name) const;
+  // The 32 bits of a sub-device's id, with or without a sign; empty when it is absent.
+  std::optional<int32_t> SubDevice() const;
   bool Has(const char* name) const { return members_.isMember(name); }
 
  private:

@@ -1,7 +1,7 @@
 // What can be written: a control for each writable attribute, and the write packet beside them.
 
 import { explain } from "./bytes";
-import { byId, element, reveal } from "./dom";
+import { byId, copyOnClick, element, reveal } from "./dom";
 import type { Attribute, Control, Value } from "./forms";
 import { isFailure } from "./forms";
 import type { Studio } from "./studio";
@@ -110,6 +110,7 @@ export class ValuesView {
   readonly #problems = byId("write-problems");
   readonly #command = byId<HTMLSelectElement>("write-command");
   readonly #subDevice = byId<HTMLInputElement>("sub-device");
+  readonly #copy = byId<HTMLButtonElement>("copy-write");
   #rows: Row[] = [];
   #drawn = "";
 
@@ -120,10 +121,7 @@ export class ValuesView {
     const change = (): void => void studio.setCommand(this.#command.value, this.#subDevice.value);
     this.#command.addEventListener("change", change);
     this.#subDevice.addEventListener("input", change);
-    byId("copy-write").addEventListener("click", () => {
-      void navigator.clipboard.writeText(this.#packet.textContent ?? "");
-      studio.tell("The write packet was copied.");
-    });
+    copyOnClick(this.#copy, () => this.#packet.textContent ?? "");
   }
 
   #draw(): void {
@@ -190,6 +188,7 @@ export class ValuesView {
     this.#command.value = command;
     const reading = written === undefined || isFailure(written) ? undefined : written.reading;
     this.#packet.textContent = reading?.packet ?? "";
+    this.#copy.disabled = reading === undefined;
     this.#problems.textContent = this.#problemText();
     this.#explanation.replaceChildren(...(reading === undefined ? [] : [explain(this.studio, reading)]));
   }

@@ -140,6 +140,20 @@ describe("editor", () => {
     await eventualText(page.getByTestId("decoded-power"), "false");
     assert.equal(await page.getByTestId("packet").inputValue(), "04 00 00 00 00 00 00");
     assert.equal(await configurationOf(page), text);
+    // The values to be written are kept beside it.
+    await page.getByTestId("value-target").fill("41");
+    await eventualText(page.getByTestId("write-packet"), "01 07 00 02");
+    await page.reload();
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 00 02"), "01 07 00 02");
+    assert.equal(await page.getByTestId("packet").inputValue(), "04 00 00 00 00 00 00");
+  });
+
+  test("saves with Ctrl+S", async () => {
+    const page = await openPage();
+    await page.locator(".cm-content").focus();
+    const [download] = await Promise.all([page.waitForEvent("download"), page.keyboard.press("Control+s")]);
+    assert.equal(readFileSync(await download.path(), "utf8"), KETTLE);
+    assert.equal(download.suggestedFilename(), "kettle.json");
   });
 });
 
@@ -259,6 +273,26 @@ describe("picture", () => {
     await page.locator('[data-bit="7"]').click();
     assert.equal(await eventualText(page.getByTestId("write-packet"), "01 05 01 00"), "01 05 01 00");
   });
+
+  test("inverts bits of a write that no values give, in the packet below", async () => {
+    const page = await openPage();
+    await page.getByTestId("packet").fill("");
+    await page.getByTestId("value-target").fill("40");
+    await eventualText(page.getByTestId("write-packet"), "01 07 05 00");
+    await page.locator('[data-bit="0"]').click(); // not used
+    const packet = async (expected) =>
+      eventually(
+        () => page.getByTestId("packet").inputValue(),
+        (text) => text === expected,
+      );
+    assert.equal(await packet("01 07 85 00"), "01 07 85 00");
+    assert.equal(await page.locator('[data-bit="0"]').innerText(), "1");
+    await page.getByTestId("value-target").fill("40.5");
+    await eventualText(page.getByTestId("write-packet"), "01 07 05 01");
+    await page.locator('[data-bit="8"]').click(); // raw 129, of at most 120
+    assert.equal(await packet("01 07 05 81"), "01 07 05 81");
+    assert.match(await eventualText(page.getByTestId("notes"), /range/), /"target" out-of-range: raw 129/);
+  });
 });
 
 describe("values", () => {
@@ -286,6 +320,26 @@ describe("values", () => {
     assert.equal(await eventualText(page.getByTestId("write-packet"), "01 06 04 5a"), "01 06 04 5a");
     await page.getByTestId("sub-device").fill("5");
     assert.equal(await eventualText(page.getByTestId("write-packet"), /05 00 00 00/), "01 05 00 00 00 06 04 5a");
+    await page.getByTestId("sub-device").fill("99999999999");
+    assert.match(await eventualText(page.getByTestId("write-problems"), /sub-device/), /integer from -2147483648 to 4294967295/);
+    assert.equal(await page.getByTestId("write-packet").innerText(), "");
+  });
+
+  test("stay while the configuration is edited", async () => {
+    const page = await openPage();
+    await page.getByTestId("value-target").fill("40");
+    await eventualText(page.getByTestId("write-packet"), "01 07 05 00");
+    await typeConfiguration(page, KETTLE.replace("Heats or keeps warm", "Heats"));
+    await page.getByTestId("field-power").locator(".name").click();
+    await eventualText(page.getByTestId("chosen"), /Heats$/);
+    assert.equal(await page.getByTestId("write-packet").innerText(), "01 07 05 00");
+    assert.match(await page.locator("#layout-packet").innerText(), /write packet/);
+    assert.equal((await page.getByTestId("field-target").locator(".bit").allInnerTexts()).join(""), "00000000");
+    // A value waits while the name of its attribute is another one.
+    await typeConfiguration(page, KETTLE.replace('"name": "target"', '"name": "targ"'));
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 03 05 00"), "01 03 05 00");
+    await typeConfiguration(page, KETTLE);
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 00"), "01 07 05 00");
   });
 
   test("know limits, steps and items", async () => {
@@ -565,6 +619,31 @@ describe("exports", () => {
   });
 });
 
+test("copying tells whether it was done", async () => {
+  const page = await openPage();
+  await page.getByTestId("packet").fill("01 07 05 5a");
+  await eventualText(page.getByTestId("write-packet"), "01 07 05 5a");
+  const copy = page.locator("#copy-write");
+  await page.evaluate(() => {
+    window.copied = [];
+    Object.defineProperty(navigator, "clipboard", { value: undefined, configurable: true }); // as on plain HTTP
+    document.addEventListener("copy", () => window.copied.push(String(document.activeElement.value)));
+  });
+  await copy.click();
+  assert.equal(await eventualText(copy, "Copied"), "Copied");
+  await page.getByTestId("share").click();
+  await page.locator("#copy-link").click();
+  assert.equal(await eventualText(page.locator("#copy-link"), "Copied"), "Copied");
+  assert.deepEqual(await page.evaluate(() => window.copied), [
+    "01 07 05 5a",
+    await page.getByTestId("share-link").inputValue(),
+  ]);
+  await page.evaluate(() => (document.execCommand = () => false));
+  await page.locator("#copy-link").click();
+  assert.match(await eventualText(page.locator("#copy-link"), /not/), /did not copy/);
+  assert.deepEqual(page.problems, []);
+});
+
 test("a link carries configuration and packet", async () => {
   const page = await openPage();
   const text = KETTLE.replace("Kettle K1", "Wasserkocher ☕");
@@ -580,6 +659,20 @@ test("a link carries configuration and packet", async () => {
   const other = await openPage({ hash: link.slice(link.indexOf("#")) });
   assert.equal(await other.getByTestId("packet").inputValue(), "04 01 00 00 00 00 00");
   assert.equal(await configurationOf(other), text);
+  // It carries what is to be written as well.
+  await page.keyboard.press("Escape");
+  await page.getByTestId("value-target").fill("60");
+  await page.getByTestId("sub-device").fill("7");
+  await eventualText(page.getByTestId("write-packet"), "01 07 00 00 00 07 01 28");
+  await page.getByTestId("share").click();
+  const next = await eventually(
+    () => page.getByTestId("share-link").inputValue(),
+    (value) => value !== link,
+  );
+  const third = await openPage({ hash: next.slice(next.indexOf("#")) });
+  assert.equal(await eventualText(third.getByTestId("write-packet"), /28$/), "01 07 00 00 00 07 01 28");
+  assert.equal(await third.getByTestId("packet").inputValue(), "04 01 00 00 00 00 00");
+  assert.match(await third.locator("#layout-packet").innerText(), /write packet/);
   const broken = await openPage({ hash: "#s=AAAA" });
   assert.match(await broken.getByTestId("status").innerText(), /link could not be read/);
 });
