@@ -450,12 +450,65 @@ describe("captures", () => {
     );
     assert.equal(await page.getByTestId("capture-row").count(), 4);
     await page.getByTestId("timeline").locator("canvas").first().waitFor();
-    await page.getByTestId("capture-filter").fill("program=keep");
-    await eventualText(page.getByTestId("filter-count"), "3 rows");
-    await page.getByTestId("capture-filter").fill("tx");
-    await eventualText(page.getByTestId("filter-count"), "1 row");
+    const rowsOf = async (filter, expected) => {
+      await page.getByTestId("capture-filter").fill(filter);
+      assert.equal(await eventualText(page.getByTestId("filter-count"), expected), expected, filter);
+    };
+    await rowsOf("program=keep", "3 rows");
+    await rowsOf("target=85", "3 rows");
+    await rowsOf("target=8", "0 rows"); // not a part of a number
+    await rowsOf("power=true", "3 rows");
+    await rowsOf("power=1 low_water=true", "1 row");
+    await rowsOf("rx power=false", "1 row");
+    await rowsOf("goal=8", "0 rows; there is no attribute goal");
+    await rowsOf("tx", "1 row");
     await page.getByTestId("capture-row").click();
     assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 5a"), "01 07 05 5a");
+  });
+
+  test("are drawn over time, what changes first", async () => {
+    const page = await openPage();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    const timeline = page.getByTestId("timeline");
+    await timeline.locator(".u-over").waitFor();
+    const chosen = timeline.locator("label").filter({ has: page.locator("input:checked") });
+    assert.deepEqual(await chosen.allInnerTexts(), [
+      "Power",
+      "Program",
+      "Target temperature",
+      "Low water",
+      "Sensor broken",
+    ]);
+    // The bands lie below the chart: the power's, which is on at the end, ends with it.
+    const alphas = await eventually(
+      () =>
+        timeline.evaluate((container) => {
+          const canvas = container.querySelector(".bands");
+          const over = container.querySelector(".u-over").getBoundingClientRect();
+          const end = over.right - canvas.getBoundingClientRect().left;
+          const alpha = (x) => canvas.getContext("2d").getImageData(x * devicePixelRatio, 11, 1, 1).data[3];
+          return [alpha(end - 2), alpha(end + 3)];
+        }),
+      ([inside, outside]) => inside === 255 && outside === 0,
+    );
+    assert.deepEqual(alphas, [255, 0]);
+  });
+
+  test("follow the configuration", async () => {
+    const page = await openPage();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    const values = page.getByTestId("capture-row").first().locator(".says");
+    assert.match(await eventualText(values, /temperature/), /target=40 temperature=92.4/);
+    await typeConfiguration(page, KETTLE.replace('"addition": -20', '"addition": 0'));
+    assert.match(await eventualText(values, /112/), /target=40 temperature=112.4/);
+    assert.deepEqual(await page.getByTestId("capture-rows").getByRole("columnheader").allInnerTexts(), [
+      "Line",
+      "Time",
+      "Command",
+      "Packet",
+      "Values",
+      "Notes",
+    ]);
   });
 
   test("are read by a pattern of one's own, and bad ones are told", async () => {
@@ -464,7 +517,10 @@ describe("captures", () => {
       .getByTestId("capture")
       .setInputFiles(fileWith("own.log", "t=1.5 data=04000004640000;\nt=2.5 data=04010004640000;\n"));
     await eventualText(page.getByTestId("capture-summary"), /without/);
+    assert.match(await page.getByTestId("pattern-preview").innerText(), /None of these lines is read as a packet/);
     await page.getByTestId("pattern").fill("t=(?P<time>\\S+) data=(?P<packet>[0-9a-f]+)");
+    // The preview follows as somebody types.
+    assert.match(await eventualText(page.getByTestId("pattern-preview"), /1\.5/), /^1\.504 00 00 04 64 00 00/);
     await page.getByTestId("pattern").press("Enter");
     assert.match(await eventualText(page.getByTestId("capture-summary"), /2 packets/), /2 packets$/);
     await page.getByTestId("pattern").fill("(unclosed");
