@@ -123,19 +123,17 @@ std::optional<int32_t> Request::SubDevice() const {
   return static_cast<int32_t>(id.asInt64());
 }
 
-void CheckSize(const std::string& configuration) {
+void CheckSize(const std::string& configuration, const char* name) {
   if (configuration.size() <= kMaxConfigurationBytes) return;
   throw InputError(
-      fmt::format("the configuration has {} bytes; expected at most {}", configuration.size(), kMaxConfigurationBytes));
+      fmt::format("the {} has {} bytes; expected at most {}", name, configuration.size(), kMaxConfigurationBytes));
 }
 
-json::Document ReadConfiguration(std::string text) {
-  CheckSize(text);
+json::Document ReadConfiguration(std::string text, const char* name) {
+  CheckSize(text, name);
   json::SyntaxError error;
-  std::optional<json::Document> document = json::Document::Read("configuration", std::move(text), error);
-  if (!document) {
-    throw InputError(json::PlaceName("configuration", error.place) + ": not JSON: " + Escaped(error.message));
-  }
+  std::optional<json::Document> document = json::Document::Read(name, std::move(text), error);
+  if (!document) throw InputError(json::PlaceName(name, error.place) + ": not JSON: " + Escaped(error.message));
   return *std::move(document);
 }
 

@@ -114,7 +114,7 @@ void AnswerEntities(const Request& request, std::string& answer) {
 void AnswerLint(const Request& request, std::string& answer) {
   const std::string text = request.Text("configuration");
   CheckSize(text);
-  const std::string name = "configuration";
+  const std::string name = kConfiguration;
   answer += FindingsJson({{name, name, PlaceAll(text, Lint(name, text, Severity::kInfo, {}).findings)}});
 }
 
@@ -136,7 +136,7 @@ void AnswerEntity(const Request& request, std::string& answer) {
 
 void AnswerCompare(const Request& request, std::string& answer) {
   const json::Document before = ReadConfiguration(request.Text("configuration"));
-  const json::Document after = ReadConfiguration(request.Text("after"));
+  const json::Document after = ReadConfiguration(request.Text("after"), "next version");
   answer += ChangesJson({"before", &before}, {"after", &after}, Compare(before, after));
 }
 

@@ -57,11 +57,13 @@ class Request {
   const Json::Value& members_;
 };
 
-// Throws InputError when a configuration is too long to be looked at while somebody types.
-void CheckSize(const std::string& configuration);
+constexpr char kConfiguration[] = "configuration";
+
+// Throws InputError when a configuration is too long to be looked at while somebody types. Messages call it `name`.
+void CheckSize(const std::string& configuration, const char* name = kConfiguration);
 
 // Reads a configuration. Throws InputError when it is too long or is not JSON.
-inspect::json::Document ReadConfiguration(std::string text);
+inspect::json::Document ReadConfiguration(std::string text, const char* name = kConfiguration);
 
 // The entity at the request's index in its configuration. Throws InputError when there is none, or it is unusable.
 struct ChosenEntity {

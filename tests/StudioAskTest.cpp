@@ -274,6 +274,16 @@ TEST(StudioAsk, ComparesAsTheToolDoes) {
   EXPECT_EQ(answer["findings"][0]["attributes"][0], "program");
 }
 
+TEST(StudioAsk, TellsWhichOfTwoConfigurationsIsBroken) {
+  Json::Value members(Json::objectValue);
+  members["after"] = "{\n  1";
+  EXPECT_THAT(AskKettle("compare", CompactText(members))["error"].asString(), HasSubstr("next version:2:3: not JSON"));
+  members["after"] = std::string((8U << 20) + 1, ' ');
+  EXPECT_THAT(AskKettle("compare", CompactText(members))["error"].asString(),
+              HasSubstr("the next version has 8388609"));
+  EXPECT_THAT(AskKettle("compare", CompactText(members), "[")["error"].asString(), HasSubstr("configuration:1:2: not"));
+}
+
 TEST(StudioAsk, ExportsWithTheCommandThatDoesTheSame) {
   const Json::Value answer = AskKettle("export", R"({"form": "svg", "file": "my kettle.json"})");
   EXPECT_EQ(answer["command"], "dp4 layout 'my kettle.json' --svg 'my kettle.svg'");

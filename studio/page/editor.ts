@@ -30,7 +30,7 @@ import {
 } from "@codemirror/view";
 import { tags } from "@lezer/highlight";
 import { byId, element } from "./dom";
-import type { Finding } from "./forms";
+import type { Finding, Site } from "./forms";
 import { itemsOf, nodeAt, pathTo } from "./pointer";
 import { complete, hover, itemExamples } from "./schema";
 import type { Studio } from "./studio";
@@ -77,9 +77,9 @@ function offsetOf(state: EditorState, line: number, column: number): number {
   return Math.min(from + new TextDecoder().decode(bytes).length, state.doc.length);
 }
 
-function rangeOf(state: EditorState, finding: Finding): { from: number; to: number } {
-  const from = offsetOf(state, finding.line, finding.column);
-  const node = nodeAt(state, finding.pointer);
+function rangeOf(state: EditorState, site: Site): { from: number; to: number } {
+  const from = offsetOf(state, site.line, site.column);
+  const node = nodeAt(state, site.pointer);
   if (node === null || node.from !== from) return { from, to: Math.min(from + 1, state.doc.length) };
   // Of a value of many lines, only the first is marked.
   return { from, to: Math.min(node.to, state.doc.lineAt(from).to) };
@@ -114,11 +114,11 @@ export class Editor {
     studio.on("selection", () => this.#showChosen());
   }
 
-  // Puts the cursor on a finding.
-  goTo(finding: Finding): void {
-    const { from } = rangeOf(this.#view.state, finding);
+  // Puts the cursor on a place.
+  goTo(site: Site): void {
+    const { from } = rangeOf(this.#view.state, site);
+    this.#view.focus(); // first, so that the attribute at the cursor is chosen
     this.#view.dispatch({ selection: { anchor: from }, effects: EditorView.scrollIntoView(from, { y: "center" }) });
-    this.#view.focus();
   }
 
   // Appends an attribute like one of the schema's examples to the chosen entity.

@@ -11,10 +11,14 @@ export function isFailure(answer: unknown): answer is Failure {
 
 export type Severity = "error" | "warning" | "info";
 
-export interface Finding {
+// A place in a configuration.
+export interface Site {
   line: number;
   column: number; // in bytes of UTF-8
   pointer: string;
+}
+
+export interface Finding extends Site {
   rule: string;
   severity: Severity;
   message: string;
@@ -144,12 +148,6 @@ export interface CaptureRows {
 export interface Match {
   line: string;
   lines: { text: string; time?: string; others?: string; packet?: string; error?: string }[];
-}
-
-export interface Site {
-  file: string;
-  line: number;
-  column: number;
 }
 
 export interface Change {

@@ -179,11 +179,11 @@ for (const button of document.querySelectorAll<HTMLButtonElement>("dialog .close
   button.addEventListener("click", () => button.closest("dialog")?.close());
 }
 studio.on("status", () => (byId("status").textContent = studio.status));
-new FindingsView(studio, (finding) => editor.goTo(finding));
+new FindingsView(studio, (site) => editor.goTo(site));
 new ValuesView(studio);
 new ReceivedView(studio);
 new CaptureView(studio);
-new CompareView(studio);
+new CompareView(studio, (site) => editor.goTo(site));
 new ExportView(studio);
 setUpFiles();
 setUpInserting();

@@ -63,6 +63,7 @@ describe("editor", () => {
     await finding.click();
     const active = await eventualText(page.locator(".cm-activeLine"), /ratio/);
     assert.match(active, /"ratio": 0/);
+    await page.locator('[data-testid="field-target"].chosen').waitFor({ timeout: 5000 });
     assert.deepEqual(page.problems, []);
   });
 
@@ -623,6 +624,49 @@ test("comparing tells what dp4 compare tells, with both pictures", async () => {
     8,
   );
   assert.equal(await rows("picture-before"), 7);
+  assert.match(
+    await page.locator(".summary").innerText(),
+    /^kettle.json → next.json: 2 changes break devices in the field, 0 break applications, 1 breaks nobody$/,
+  );
+  // Each change leads to its place.
+  const moved = page.getByTestId("change").filter({ hasText: "'target'" }).first();
+  const line = KETTLE.split("\n").findIndex((text) => text.includes('"byte_offset": 1, "bit_offset": 0')) + 1;
+  assert.match(await moved.innerText(), new RegExp(`line ${line} → ${line} · place-changed`));
+  await moved.locator("button").click();
+  assert.match(await eventualText(page.locator(".cm-activeLine"), /position/), /"position": \{"byte_offset": 1,/);
+  await page.locator('[data-testid="field-target"].chosen').waitFor();
+  // What was compared with stays until it is the same.
+  await typeConfiguration(page, readFileSync(next, "utf8"));
+  assert.match(await eventualText(page.locator(".summary"), /no changes/), /next.json: no changes$/);
+});
+
+test("comparing matches entities by their names, and tells which configuration is broken", async () => {
+  const page = await openPage();
+  await openConfiguration(page, pathOf("examples/gateway.json"));
+  const gateway = JSON.parse(textOf("examples/gateway.json"));
+  const [first, second] = gateway.entities;
+  const opened = async (entities) =>
+    page.getByTestId("compare").setInputFiles(fileWith("next.json", JSON.stringify({ ...gateway, entities })));
+  await opened([second, first]);
+  const firstNames = (id) =>
+    eventually(
+      async () => (await page.locator(`#${id} .name`).allInnerTexts()).filter((name) => name !== "").join(),
+      (names) => names !== "",
+    );
+  const names = await firstNames("picture-before");
+  assert.match(names, new RegExp(first.attrs[0].name));
+  assert.equal(await firstNames("picture-after"), names);
+  await page.getByTestId("entity").selectOption("1");
+  await eventualText(page.locator("#picture-before"), new RegExp(second.attrs[0].name));
+  await opened([first]); // the second is gone
+  assert.equal(await eventualText(page.locator("#no-picture-after:visible"), /no/), "It has no such entity.");
+  await page.getByTestId("entity").selectOption("0");
+  await page.locator("#picture-after").waitFor();
+  await opened([second]); // now the first is; the second is not compared with it
+  assert.equal(await eventualText(page.locator("#no-picture-after:visible"), /no/), "It has no such entity.");
+  await page.getByTestId("compare").setInputFiles(fileWith("broken.json", "{\n  1"));
+  assert.match(await eventualText(page.getByTestId("compare-result"), /not JSON/), /^next version:2:3: not JSON/);
+  assert.equal(await page.locator("#pictures").isVisible(), false);
 });
 
 describe("exports", () => {
