@@ -1,6 +1,6 @@
 // What can be written: a control for each writable attribute, and the write packet beside them.
 
-import { explain } from "./bytes";
+import { explain, markChosen } from "./bytes";
 import { byId, copyOnClick, element, reveal } from "./dom";
 import type { Attribute, Control, Value } from "./forms";
 import { isFailure } from "./forms";
@@ -127,7 +127,7 @@ export class ValuesView {
   #draw(): void {
     const writable = this.studio.entity?.attributes.filter((one) => one.control !== undefined) ?? [];
     const drawn = JSON.stringify(
-      writable.map(({ name, label, description, control }) => [name, label, description, control]),
+      writable.map(({ element, name, label, description, control }) => [element, name, label, description, control]),
     );
     if (drawn === this.#drawn) return; // so that nobody's typing is disturbed
     this.#drawn = drawn;
@@ -206,6 +206,8 @@ export class ValuesView {
       row.classList.toggle("chosen", isChosen);
       if (isChosen) reveal(row, this.#list);
     }
-    this.#show();
+    for (const list of this.#explanation.querySelectorAll<HTMLElement>(".parts")) {
+      markChosen(list, this.studio.selected);
+    }
   }
 }

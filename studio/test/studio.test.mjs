@@ -237,9 +237,15 @@ describe("picture", () => {
     // From a byte.
     await page.locator("#received .part").getByText("sensor = true").click();
     await page.locator('[data-testid="field-sensor"].chosen').waitFor();
-    // From a value.
+    // From a value, also when attributes before it are new.
     await page.getByTestId("value-power").focus();
     await page.locator('[data-testid="field-power"].chosen').waitFor();
+    const { entities } = JSON.parse(KETTLE);
+    entities[0].attrs.unshift({ ...entities[0].attrs[3], name: "other" });
+    await typeConfiguration(page, JSON.stringify({ entities }));
+    await eventualText(page.locator("#layout"), /other/);
+    await page.getByTestId("value-target").focus();
+    assert.match(await eventualText(page.getByTestId("chosen"), /\(target\)/), /\(target\)/);
   });
 
   test("lets fields that overlap be chosen one after the other", async () => {
@@ -834,6 +840,31 @@ describe("accessibility", () => {
     await page.keyboard.press("Enter");
     assert.equal(await eventualText(page.getByTestId("decoded-target"), "72"), "72");
     assert.equal(await page.evaluate(() => document.activeElement.dataset.bit), "9");
+    // Choosing does not lose the focus.
+    for (const list of ["#write-explanation", "#received"]) {
+      const button = page.locator(`${list} .part button`).first();
+      await button.focus();
+      for (const name of ["power", "program"]) {
+        await page.keyboard.press("Enter");
+        assert.match(await eventualText(page.getByTestId("chosen"), new RegExp(`\\(${name}\\)`)), new RegExp(name));
+      }
+      assert.ok(await button.evaluate((one) => one === document.activeElement));
+    }
+    // The rows of a capture.
+    const lines = ["04 00 00 00 00 00 00", "04 01 00 00 00 00 00", "04 02 00 00 00 00 00"];
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", lines.join("\n")));
+    await page.getByTestId("capture-row").nth(2).waitFor();
+    await page.getByTestId("capture-rows").focus();
+    for (const [key, line] of [
+      ["ArrowDown", 0],
+      ["ArrowDown", 1],
+      ["End", 2],
+      ["Home", 0],
+    ]) {
+      await page.keyboard.press(key);
+      const packet = () => page.getByTestId("packet").inputValue();
+      assert.equal(await eventually(packet, (text) => text === lines[line]), lines[line], key);
+    }
     await page.locator(".cm-content").focus();
     await page.keyboard.press("Escape");
     await page.keyboard.press("Tab");
