@@ -127,8 +127,9 @@ export class Editor {
     ensureSyntaxTree(state, state.doc.length, MOST_PARSING_MS);
     const path = ["entities", this.studio.entityIndex, "attrs"];
     const array = nodeAt(state, `/${path.join("/")}`);
-    if (array === null || array.name !== "Array")
-      return this.studio.tell('The entity has no array "attrs" to insert into.');
+    if (array === null || array.name !== "Array") {
+      return this.studio.tell('There is no array "attrs" to insert into. "Examples…" has a product to start from.');
+    }
     const last = array.lastChild?.prevSibling ?? null;
     const items = itemsOf(array);
     const line = state.doc.lineAt(items === 0 ? array.from : last!.from);

@@ -86,6 +86,31 @@ describe("editor", () => {
     await page.waitForTimeout(200);
     await page.keyboard.press("Enter");
     assert.match(await configurationOf(page), /\{"position": 1\}/);
+    // Without quotation marks, and from an empty text.
+    const chosen = async (typed, option) => {
+      await page.locator(".cm-content").focus();
+      if (typed === "") await page.keyboard.press("Control+Space");
+      await page.keyboard.type(typed);
+      await eventualText(page.locator(".cm-tooltip-autocomplete [aria-selected]"), option);
+      await page.waitForTimeout(200);
+      await page.keyboard.press("Enter");
+    };
+    await typeConfiguration(page, "{}");
+    await page.keyboard.press("ArrowLeft");
+    await chosen("entit", /^entities/);
+    assert.equal(await configurationOf(page), '{"entities": []}');
+    await chosen("", /^Lamp/i);
+    const { entities } = JSON.parse(await configurationOf(page));
+    assert.deepEqual(entities, [{ id: 0, name: "lamp", display_name: "Lamp", attrs: [] }]);
+    await typeConfiguration(page, '{"entities": [{"attrs": [{"data_type": }]}]}');
+    for (let i = 0; i < 5; ++i) await page.keyboard.press("ArrowLeft");
+    await chosen("uint6", "uint64");
+    assert.match(await configurationOf(page), /\{"data_type": "uint64"\}/);
+    await typeConfiguration(page, "");
+    await page.keyboard.press("Delete");
+    await chosen("", /^product/);
+    assert.equal((await eventually(() => shownFindings(page), (shown) => shown.length === 0)).length, 0);
+    await page.getByTestId("field-power").waitFor();
     await typeConfiguration(page, '{"entities": []}');
     await page.locator(".cm-line").getByText('"entities"').hover();
     assert.match(
