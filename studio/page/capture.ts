@@ -111,7 +111,7 @@ export class CaptureView {
   #previewTurn = 0;
 
   constructor(private readonly studio: Studio) {
-    this.#timeline = new Timeline(byId("timeline"), (row) => this.#choose(this.#shown?.indexOf(row) ?? row));
+    this.#timeline = new Timeline(byId("timeline"), (row) => this.#chooseMoment(row));
     takeFiles(this.#input, byId("capture-section"), (file) => void this.#open(file));
     this.#pattern.addEventListener("input", () => void this.#preview(this.#pattern.value));
     this.#pattern.addEventListener("change", () => void this.#preview(this.#pattern.value).then(() => this.#read()));
@@ -276,6 +276,20 @@ export class CaptureView {
     );
   }
 
+  // A packet that the filter leaves out is shown as well.
+  #chooseMoment(row: number): void {
+    const index = this.#shown === undefined ? row : this.#shown.indexOf(row);
+    if (index !== -1) return this.#choose(index);
+    this.#current = -1;
+    this.#drawRows();
+    this.#showPacket(row);
+  }
+
+  #showPacket(row: number): void {
+    this.#timeline.mark(row);
+    void this.studio.setPacket(this.#rows.packets[row] ?? "");
+  }
+
   // Shows the packet of a row in the picture.
   #choose(index: number): void {
     const size = this.#shown?.length ?? this.#rows.size;
@@ -288,8 +302,7 @@ export class CaptureView {
     }
     const row = this.#shown?.[index] ?? index;
     this.#drawRows();
-    this.#timeline.mark(row);
-    void this.studio.setPacket(this.#rows.packets[row] ?? "");
+    this.#showPacket(row);
   }
 
   #move(event: KeyboardEvent): void {

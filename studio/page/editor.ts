@@ -232,16 +232,24 @@ export class Editor {
     this.#view.dispatch(setDiagnostics(state, diagnostics));
   }
 
-  // The attribute in which the cursor stands is the chosen one.
+  // The entity and the attribute in which the cursor stands are the chosen ones.
   #followCursor(): void {
     if (!this.#view.hasFocus) return this.#showChosen();
     const { state } = this.#view;
     const tree = ensureSyntaxTree(state, state.selection.main.head, MOST_PARSING_MS);
     const node = tree?.resolveInner(state.selection.main.head, 1);
     const path = node === undefined ? [] : pathTo(state, node);
-    if (path[0] !== "entities" || path[1] !== this.studio.entityIndex || path[2] !== "attrs") return;
-    if (typeof path[3] !== "number" || this.studio.attribute(path[3]) === undefined) return;
-    this.studio.select(path[3]);
+    const [entities, entity, attrs, index] = path;
+    if (entities !== "entities" || typeof entity !== "number") return;
+    if (entity !== this.studio.entityIndex) {
+      // While the text is broken, or not yet looked at, nobody knows where an entity ends.
+      const isKnown = this.studio.problem === "" && this.studio.configuration === state.doc.toString();
+      if (isKnown) void this.studio.chooseEntity(entity); // and then follow the cursor again
+      return;
+    }
+    if (attrs !== "attrs" || typeof index !== "number") return;
+    const isShown = this.studio.attribute(index)?.pointer === `/entities/${entity}/attrs/${index}`;
+    if (isShown) this.studio.select(index);
   }
 
   #showChosen(): void {

@@ -34,6 +34,7 @@ export class Studio {
 
   readonly #listeners = new Map<Topic, (() => void)[]>();
   readonly #asker = new Asker((reason) => this.tell(`The analysis was restarted: ${reason}. Your text is kept.`));
+  readonly #otherValues = new Map<number, Values>(); // of the other entities, by their indexes
   #configurationTurn = 0;
   #packetTurn = 0;
 
@@ -66,6 +67,7 @@ export class Studio {
     this.entityIndex = entityIndex;
     this.selected = undefined;
     this.values = write?.values ?? {};
+    this.#otherValues.clear();
     this.command = write?.command ?? "write";
     this.subDevice = write?.subDevice ?? "";
     this.written = undefined;
@@ -83,10 +85,12 @@ export class Studio {
   }
 
   async chooseEntity(index: number): Promise<void> {
+    if (index === this.entityIndex) return;
+    this.#otherValues.set(this.entityIndex, this.values);
     this.entityIndex = index;
     this.selected = undefined;
-    this.values = {};
-    this.isReceivedShown = this.packetText !== "";
+    this.values = this.#otherValues.get(index) ?? {};
+    if (Object.keys(this.values).length === 0) this.isReceivedShown = this.packetText !== "";
     this.#changed("selection");
     await this.#update();
   }

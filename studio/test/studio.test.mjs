@@ -273,6 +273,27 @@ describe("picture", () => {
     assert.match(await eventualText(page.getByTestId("chosen"), /\(target\)/), /\(target\)/);
   });
 
+  test("follows the cursor to another entity, and keeps the values of each", async () => {
+    const page = await openPage();
+    const { entities } = JSON.parse(KETTLE);
+    const second = { ...entities[0], name: "second", attrs: entities[0].attrs.slice(0, 3) };
+    await typeConfiguration(page, JSON.stringify({ entities: [entities[0], second] }, null, 1));
+    await page.getByTestId("packet").fill("");
+    await page.getByTestId("value-target").fill("42");
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 04"), "01 07 05 04");
+    await page.locator(".cm-content").focus();
+    await page.keyboard.press("Control+End");
+    for (let i = 0; i < 8; ++i) await page.keyboard.press("ArrowUp"); // into the last attribute
+    await page.locator('[data-testid="field-target"].chosen').waitFor();
+    assert.equal(await page.getByTestId("entity").inputValue(), "1");
+    assert.equal(await eventualText(page.getByTestId("write-packet"), ""), "");
+    await page.keyboard.press("Control+Home");
+    for (let i = 0; i < 9; ++i) await page.keyboard.press("ArrowDown");
+    await page.locator('[data-testid="field-power"].chosen').waitFor();
+    assert.equal(await page.getByTestId("entity").inputValue(), "0");
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 04"), "01 07 05 04");
+  });
+
   test("lets fields that overlap be chosen one after the other", async () => {
     const page = await openPage();
     const text = KETTLE.replace('"bit_offset": 1, "unit": "bit", "len": 1', '"bit_offset": 0, "unit": "bit", "len": 1');
@@ -574,6 +595,16 @@ describe("captures", () => {
     );
     assert.equal(packet, "04 05 5a 04 64 00 01");
     assert.equal(await eventualText(page.getByTestId("decoded-low_water"), "false"), "false");
+    // Also one that the filter leaves out.
+    await page.getByTestId("capture-filter").fill("tx");
+    await eventualText(page.getByTestId("filter-count"), "1 row");
+    await over.click({ position: { x: 2, y: height / 2 } });
+    const shown = await eventually(
+      () => page.getByTestId("packet").inputValue(),
+      (text) => text === "04 00 00 04 64 00 00",
+    );
+    assert.equal(shown, "04 00 00 04 64 00 00");
+    assert.equal(await page.locator(".capture-row.chosen").count(), 0);
   });
 
   test("of 200,000 packets stay smooth and can be cancelled", async () => {
@@ -956,6 +987,21 @@ describe("hostile input", () => {
     assert.match(await eventualText(page.locator("#packet-problem"), /too long/), /too long/);
     assert.ok(await isAlive(page));
     assert.deepEqual(page.problems, []);
+  });
+
+  test("in a capture, such as a line of 40 MB, is passed over", async () => {
+    const page = await openPage();
+    const text = ["04 00 00 04 64 00 00", "x".repeat(40 << 20), "\0\0", "04 01 00 04 64 00 00"].join("\n");
+    await page.getByTestId("capture").setInputFiles(fileWith("long.log", text));
+    const summary = await eventually(
+      () => page.getByTestId("capture-summary").innerText(),
+      (shown) => shown.includes("2 packets"),
+      20_000,
+    );
+    assert.equal(summary, "long.log: 2 packets, 1 line without a valid packet, 1 line that the pattern does not match");
+    const lines = await page.getByTestId("capture-row").locator(".line").allInnerTexts();
+    assert.deepEqual(lines, ["1", "3", "4"]);
+    assert.ok(await isAlive(page));
   });
 
   test("that crashes or blocks the WebAssembly restarts it, with the text kept", async () => {
