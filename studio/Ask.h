@@ -11,7 +11,7 @@ namespace morvix::studio {
 //
 //   entities  {configuration}           {"entities": [{"name", "displayName"}]}
 //   lint      {configuration}           what `dp4 lint --severity info --format json` prints of a file "configuration"
-//   entity    + {}                      {"title", "summary", "remarks", "description", "layout", "rows", "attributes"}:
+//   entity    + {}                      {"summary", "remarks", "description", "layout", "rows", "attributes"}:
 //                                       "description" and "layout" are what `dp4 show` and `dp4 layout` print as JSON,
 //                                       "rows" those of the picture, "attributes" with a "control" for what can be set
 //   encode    + {values}                {"encoding": what `dp4 encode --explain --format json` prints, its problems

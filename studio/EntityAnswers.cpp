@@ -124,7 +124,6 @@ void AnswerEntity(const Request& request, std::string& answer) {
   JsonWriter writer(answer);
   writer.Json("description", DescriptionJson(chosen.model));
   writer.Json("layout", MapJson(map));
-  writer.Text("title", map.title);
   writer.Text("summary", map.summary);
   WriteTexts(Remarks(map), writer.Member("remarks"));
   WriteRows(map, chosen.model, writer.Member("rows"));

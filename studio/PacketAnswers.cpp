@@ -8,7 +8,6 @@
 #include "Request.h"
 #include "inspect/packets/Encoding.h"
 #include "inspect/packets/Reading.h"
-#include "inspect/packets/ResultForms.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 
@@ -146,9 +145,6 @@ void WriteReading(const EntityModel& entity, const Bytes& packet, std::string& o
     for (const Note& note : reading->notes) json::AppendString(NoteText(note), notes.Element());
   }
   WriteParts(*reading, packet, writer.Member("parts"));
-  std::string result;
-  MakeForm(DocumentForm::kFlat, entity, {})->Append(*reading, result);
-  writer.Json("result", result);
   if (reading->IsReceived()) writer.Text("document", ApplicationDocument(entity, packet));
   JsonWriter values(writer.Member("values"), '[');
   if (reading->direction == nullptr) return;

@@ -2,12 +2,12 @@
 
 import type { Attribute } from "./forms";
 
-export interface Condition {
+interface Condition {
   index: number; // of the attribute's column
   holds(value: number): boolean;
 }
 
-export interface Filter {
+interface Filter {
   text: string; // what a row contains, in lower case
   conditions: Condition[];
   unknown: string[]; // names that no attribute has

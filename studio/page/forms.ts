@@ -1,6 +1,6 @@
 // The answers of the WebAssembly, as far as the page reads them.
 
-export interface Failure {
+interface Failure {
   error: string;
 }
 export type Answer<T> = T | Failure;
@@ -70,14 +70,13 @@ export interface Row {
 }
 
 export interface Entity {
-  title: string;
   summary: string;
   remarks: string[];
   rows: Row[];
   attributes: Attribute[];
 }
 
-export interface Place {
+interface Place {
   firstBit: number;
   bits: number;
 }
@@ -115,14 +114,12 @@ export interface Reading {
   notes?: string[];
   parts?: Part[];
   document?: string;
-  result?: unknown;
   values?: FieldValue[];
 }
 
 export interface Written {
   encoding: {
-    packet?: string;
-    attributes: { name: string; value?: string; note?: string }[];
+    attributes: { name: string; note?: string }[];
     problems: string[];
   };
   reading?: Reading;
@@ -156,7 +153,6 @@ export interface Change {
   message: string;
   effect: string;
   fix: string;
-  attributes: string[];
   old?: Site;
   new?: Site;
   before?: { packet?: string; meaning?: string };

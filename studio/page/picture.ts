@@ -3,7 +3,7 @@
 import { element, reveal } from "./dom";
 import type { Attribute, Entity, FieldValue, Piece, Reading, Row } from "./forms";
 
-export interface PictureEvents {
+interface PictureEvents {
   onSelect(element: number): void;
   onFlip(bit: number): void;
 }
@@ -11,7 +11,7 @@ export interface PictureEvents {
 const LETTERS: Record<string, string> = { writable: "W", "read-only": "R", alert: "A", fault: "F" };
 
 // The payload's bits of a packet, as text of 0 and 1.
-export function bitsOf(reading: Reading | undefined): string {
+function bitsOf(reading: Reading | undefined): string {
   if (reading?.payloadAt === undefined) return "";
   const bytes = reading.packet.split(" ").slice(reading.payloadAt, reading.payloadAt + (reading.payloadBytes ?? 0));
   return bytes.map((byte) => Number.parseInt(byte, 16).toString(2).padStart(8, "0")).join("");

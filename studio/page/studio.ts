@@ -11,7 +11,7 @@ export interface Write {
   subDevice: string;
 }
 
-export type Topic = "configuration" | "findings" | "entity" | "selection" | "packets" | "status";
+type Topic = "configuration" | "findings" | "entity" | "selection" | "packets" | "status";
 
 export class Studio {
   fileName = "configuration.json";

@@ -76,18 +76,38 @@ function numberFor(
   return { elements, hint, show, read: () => read() ?? min };
 }
 
+// Base64 of hexadecimal digits; undefined when these are not whole bytes.
+function base64Of(text: string): string | undefined {
+  const digits = text.replace(/[\s:,]/g, "");
+  if (digits === "" || !/^([0-9a-f]{2})*$/i.test(digits)) return undefined;
+  return btoa(digits.replace(/../g, (byte) => String.fromCharCode(Number.parseInt(byte, 16))));
+}
+
+// Empty when the text is not base64, which a link can bring.
+function hexOf(base64: string): string {
+  if (!/^[\w+/]*={0,2}$/.test(base64) || base64.length % 4 !== 0) return "";
+  return Array.from(atob(base64), (byte) => byte.charCodeAt(0).toString(16).padStart(2, "0")).join(" ");
+}
+
 function bytesFor(bytes: number, properties: Record<string, string>, changed: Changed): Made {
+  const read = (): string | undefined => base64Of(box.value);
   const box = element("input", {
     ...properties,
     type: "text",
     spellcheck: "false",
-    placeholder: "base64",
-    oninput: () => changed(box.value),
+    placeholder: "00 ff",
+    oninput: () => {
+      box.setAttribute("aria-invalid", String(box.value.trim() !== "" && read() === undefined));
+      changed(read());
+    },
   });
   const show = (value: Value | undefined): void => {
-    if (document.activeElement !== box) box.value = value === undefined ? "" : String(value);
+    if (document.activeElement === box) return;
+    box.value = value === undefined ? "" : hexOf(String(value));
+    box.setAttribute("aria-invalid", "false");
   };
-  return { elements: [box], hint: `${bytes} bytes, in base64`, show, read: () => box.value };
+  const zeros = btoa("\0".repeat(bytes));
+  return { elements: [box], hint: `${bytes} bytes, in hexadecimal`, show, read: () => read() ?? zeros };
 }
 
 function makeControl(control: Control, properties: Record<string, string>, changed: Changed): Made {

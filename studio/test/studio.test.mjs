@@ -410,6 +410,31 @@ describe("values", () => {
     assert.equal(await page.getByTestId("write-packet").innerText(), "");
   });
 
+  test("of binaries are hexadecimal", async () => {
+    const page = await openPage();
+    const { entities } = JSON.parse(KETTLE);
+    Object.assign(entities[0].attrs[2], { data_type: "binary" });
+    entities[0].attrs[2].position.len = 2;
+    entities[0].attrs.splice(3);
+    await page.getByTestId("packet").fill("");
+    await typeConfiguration(page, JSON.stringify({ entities }));
+    const value = page.getByTestId("value-target");
+    await page.getByText("2 bytes, in hexadecimal").waitFor();
+    await value.fill("ab cd");
+    assert.match(await eventualText(page.getByTestId("write-packet"), /ab cd/), / ab cd$/);
+    await value.fill("ab c"); // not yet a byte
+    assert.doesNotMatch(await eventualText(page.getByTestId("write-packet"), /^((?!ab).)*$/), /ab/);
+    assert.equal(await value.getAttribute("aria-invalid"), "true");
+    await page.getByTestId("packet").fill("01 04 00 12 34");
+    assert.equal(
+      await eventually(
+        () => value.inputValue(),
+        (text) => text === "12 34",
+      ),
+      "12 34",
+    );
+  });
+
   test("follow a packet of any kind that is typed", async () => {
     const page = await openPage();
     await page.getByTestId("packet").fill("0107015a");
@@ -983,6 +1008,12 @@ describe("hostile input", () => {
       await openConfiguration(page, fileWith("hostile.json", text));
       assert.ok((await page.getByTestId("finding").count()) > 0, text.slice(0, 200));
     }
+    // Half a surrogate pair is no text.
+    await page.getByTestId("packet").evaluate((packet) => {
+      packet.value = "04 \ud83d";
+      packet.dispatchEvent(new Event("input"));
+    });
+    assert.match(await eventualText(page.locator("#packet-problem"), /column/), /column 4: /);
     await page.getByTestId("packet").fill("04".repeat(40_000));
     assert.match(await eventualText(page.locator("#packet-problem"), /too long/), /too long/);
     assert.ok(await isAlive(page));
