@@ -216,6 +216,7 @@ export class Editor {
   }
 
   #edited(): void {
+    this.studio.tell(""); // it has been read by now
     window.clearTimeout(this.#timer);
     this.#timer = window.setTimeout(() => {
       void this.studio.edit(this.#view.state.doc.toString());

@@ -79,7 +79,6 @@ export class Studio {
   }
 
   async edit(configuration: string): Promise<void> {
-    this.tell("");
     this.configuration = configuration;
     await this.#update();
   }

@@ -241,17 +241,20 @@ export class Timeline {
 
   #drawTrack(context: CanvasRenderingContext2D, plot: uPlot, track: Track, top: number): void {
     const { group, items, label } = track.attribute;
+    const colors = track.kind === "mark" ? [color(`--${group}`)] : [0, 1, 2, 3].map((i) => color(`--band${i}`));
+    const [text, off] = [color("--text"), color("--line")];
+    let painted = -Infinity;
     const left = this.#left();
     const end = left + plot.bbox.width / devicePixelRatio;
     for (const { first, last, value } of this.#runsOf(track)) {
       if (track.kind === "mark" && value === 0) continue;
       const from = Math.max(left + plot.valToPos(this.#x[first]!, "x"), left);
       const to = Math.min(left + plot.valToPos(this.#x[last]!, "x"), end);
-      if (to < left || from > end) continue;
+      if (to < left || from > end || to <= painted) continue; // not visible, or in a pixel that is taken
       const length = Math.max(to - from, 1);
+      painted = from + length;
       const isOff = track.kind === "band" && items === undefined && value === 0;
-      context.fillStyle =
-        track.kind === "mark" ? color(`--${group}`) : isOff ? color("--line") : color(`--band${value % 4}`);
+      context.fillStyle = isOff ? off : colors[value % colors.length]!;
       context.fillRect(from, top + (isOff ? 12 : 3), length, isOff ? 2 : BAND_HEIGHT - 6);
       if (track.kind === "mark") this.#drawMark(context, from, top);
       if (items === undefined || length < 30) continue;
@@ -259,11 +262,11 @@ export class Timeline {
       context.beginPath();
       context.rect(from, top, length, BAND_HEIGHT);
       context.clip();
-      context.fillStyle = color("--text");
+      context.fillStyle = text;
       context.fillText(items[value] ?? String(value), from + 4, top + BAND_HEIGHT / 2);
       context.restore();
     }
-    context.fillStyle = color("--text");
+    context.fillStyle = text;
     context.textAlign = "left";
     context.fillText(label, 2, top + BAND_HEIGHT / 2, left - 8);
   }

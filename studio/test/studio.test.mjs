@@ -174,6 +174,17 @@ describe("editor", () => {
     assert.equal(await page.getByTestId("packet").inputValue(), "04 00 00 00 00 00 00");
   });
 
+  test("tells what was done until the text is edited", async () => {
+    const page = await openPage();
+    await openConfiguration(page, pathOf("examples/kettle.json"));
+    assert.equal(await page.getByTestId("status").innerText(), "kettle.json is open.");
+    await typeConfiguration(page, "");
+    await page.keyboard.press("Delete");
+    assert.equal(await eventualText(page.getByTestId("status"), ""), "");
+    await page.getByTestId("insert").selectOption({ index: 1 });
+    assert.match(await eventualText(page.getByTestId("status"), /attrs/), /There is no array "attrs" to insert into/);
+  });
+
   test("saves with Ctrl+S", async () => {
     const page = await openPage();
     await page.locator(".cm-content").focus();
