@@ -15,8 +15,8 @@ const PREVIEW_LINES = 4;
 const FILTER_PAUSE_MS = 120;
 const REREAD_PAUSE_MS = 800;
 const PATTERN_HELP =
-  "None of these lines is read as a packet. Write a pattern of them into “Lines”, with (?P<packet>...) around the packet " +
-  "and (?P<time>...) around the time, for example (?P<time>\\S+) .*data=(?P<packet>[0-9a-f ]+)";
+  "None of these lines is read as a packet. Write a pattern of them into “Lines”, with (?P<packet>...) around the " +
+  "packet and (?P<time>...) around the time, for example (?P<time>\\S+) .*data=(?P<packet>[0-9a-f ]+)";
 const COLUMNS = { line: "Line", time: "Time", command: "Command", packet: "Packet", says: "Values", problem: "Notes" };
 
 // All rows of a capture, as columns that grow.

@@ -47,7 +47,7 @@ export function download(name: string, text: string): void {
   window.setTimeout(() => URL.revokeObjectURL(url), 1000);
 }
 
-// Copies a text. A browser may refuse it, or know only the old way, which it does on pages that are not served securely.
+// Copies a text. A browser may refuse it; on pages that are not served securely, it only knows the old way.
 async function isCopied(text: string): Promise<boolean> {
   try {
     await navigator.clipboard.writeText(text);

@@ -53,12 +53,7 @@ export class ExportView {
     const copy = element("button", { type: "button" }, "Copy");
     copyOnClick(copy, () => command);
     this.#body.replaceChildren(
-      element(
-        "p",
-        { class: "command-line" },
-        element("code", { "data-testid": "export-command" }, command),
-        copy,
-      ),
+      element("p", { class: "command-line" }, element("code", { "data-testid": "export-command" }, command), copy),
       ...files.map(({ name, text }) =>
         element(
           "section",

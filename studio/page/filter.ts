@@ -22,7 +22,9 @@ export function valueText({ type, items }: Attribute, value: number): string {
 function conditionOf(attribute: Attribute, index: number, wanted: string): Condition {
   const isWord = attribute.type === "bool" || attribute.items !== undefined;
   const holds = (value: number): boolean =>
-    wanted === "" || value === Number(wanted) || (isWord && valueText(attribute, value).toLowerCase().startsWith(wanted));
+    wanted === "" ||
+    value === Number(wanted) ||
+    (isWord && valueText(attribute, value).toLowerCase().startsWith(wanted));
   return { index, holds: (value) => !Number.isNaN(value) && holds(value) };
 }
 

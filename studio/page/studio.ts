@@ -60,7 +60,7 @@ export class Studio {
     this.#changed("status");
   }
 
-  // Opens another configuration: nothing of the last one remains. `write` is given when the picture is to show the write.
+  // Opens another configuration: nothing of the last one remains. With `write`, the picture shows that packet.
   async open(fileName: string, configuration: string, packetText = "", entityIndex = 0, write?: Write): Promise<void> {
     this.fileName = fileName;
     this.configuration = configuration;
@@ -159,7 +159,9 @@ export class Studio {
 
   // What is to be written, as requests take it. A value of an unknown name waits until that is typed to its end.
   writeRequest(): Record<string, unknown> & { values: Values } {
-    const isKnown = new Set(this.entity?.attributes.filter(({ control }) => control !== undefined).map(({ name }) => name));
+    const isKnown = new Set(
+      this.entity?.attributes.filter(({ control }) => control !== undefined).map(({ name }) => name),
+    );
     const values = Object.fromEntries(Object.entries(this.values).filter(([name]) => isKnown.has(name)));
     const subDevice = this.subDevice === "" ? {} : { subDevice: Number(this.subDevice) };
     return { values, command: this.command, ...subDevice };

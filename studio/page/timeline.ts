@@ -171,7 +171,12 @@ export class Timeline {
         height: CHART_HEIGHT,
         scales: { x: { time: false } },
         axes: [
-          { ...axis, space: 170, ...(this.#isTime ? { incrs: TIME_STEPS } : {}), values: (_plot: uPlot, splits: number[]) => splits.map(xText) },
+          {
+            ...axis,
+            space: 170,
+            ...(this.#isTime ? { incrs: TIME_STEPS } : {}),
+            values: (_plot: uPlot, splits: number[]) => splits.map(xText),
+          },
           ...(lineAxes.length > 0 ? lineAxes : [{ ...axis, size: labelWidth }]),
         ],
         series: [

@@ -2,6 +2,7 @@
 
 import assert from "node:assert/strict";
 import { readdirSync, readFileSync } from "node:fs";
+import { createServer } from "node:http";
 import { createRequire } from "node:module";
 import { after, afterEach, before, describe, test } from "node:test";
 import {
@@ -16,6 +17,7 @@ import {
   openConfiguration,
   openPage,
   pathOf,
+  studioFile,
   textOf,
   typeConfiguration,
 } from "./browser.mjs";
@@ -109,7 +111,15 @@ describe("editor", () => {
     await typeConfiguration(page, "");
     await page.keyboard.press("Delete");
     await chosen("", /^product/);
-    assert.equal((await eventually(() => shownFindings(page), (shown) => shown.length === 0)).length, 0);
+    assert.equal(
+      (
+        await eventually(
+          () => shownFindings(page),
+          (shown) => shown.length === 0,
+        )
+      ).length,
+      0,
+    );
     await page.getByTestId("field-power").waitFor();
     await typeConfiguration(page, '{"entities": []}');
     await page.locator(".cm-line").getByText('"entities"').hover();
@@ -385,7 +395,10 @@ describe("values", () => {
     await page.getByTestId("sub-device").fill("5");
     assert.equal(await eventualText(page.getByTestId("write-packet"), /05 00 00 00/), "01 05 00 00 00 06 04 5a");
     await page.getByTestId("sub-device").fill("99999999999");
-    assert.match(await eventualText(page.getByTestId("write-problems"), /sub-device/), /integer from -2147483648 to 4294967295/);
+    assert.match(
+      await eventualText(page.getByTestId("write-problems"), /sub-device/),
+      /integer from -2147483648 to 4294967295/,
+    );
     assert.equal(await page.getByTestId("write-packet").innerText(), "");
   });
 
@@ -968,6 +981,35 @@ describe("accessibility", () => {
     const policy = await page.locator('meta[http-equiv="Content-Security-Policy"]').getAttribute("content");
     assert.match(policy, /default-src 'none'; script-src 'sha256-[^']+' 'wasm-unsafe-eval';/);
     assert.deepEqual(page.problems, []);
+    // Not even when something asks for it.
+    const isRefused = await page.evaluate(() =>
+      fetch("http://127.0.0.1:9/").then(
+        () => false,
+        () => true,
+      ),
+    );
+    assert.ok(isRefused);
+    assert.match(page.problems.join("\n"), /Content Security Policy/);
+  });
+
+  test("is one file of at most 2.5 MB, which any server can serve", async () => {
+    const text = readFileSync(studioFile);
+    assert.ok(text.length <= 2_500_000, `${text.length} bytes`);
+    const requests = [];
+    const server = createServer((request, response) => {
+      requests.push(request.url);
+      response.setHeader("Content-Type", "text/html").end(text);
+    });
+    await new Promise((listening) => server.listen(0, "127.0.0.1", listening));
+    const page = await openPage({ at: `http://127.0.0.1:${server.address().port}/any/studio.html` });
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", "04 05 5a 04 64 01 01"));
+    await page.getByTestId("capture-row").waitFor();
+    await page.getByTestId("share").click();
+    assert.equal(await page.getByTestId("share-note").isVisible(), false); // the link is good everywhere
+    assert.deepEqual(page.problems, []);
+    assert.deepEqual(requests, ["/any/studio.html"]);
+    server.close();
+    server.closeAllConnections();
   });
 });
 
@@ -1091,16 +1133,16 @@ test("the findings of all of tests/lint and of the examples are those of dp4", a
   const files = readdirSync(pathOf("tests/lint"))
     .filter((name) => name.endsWith(".json"))
     .map((name) => `tests/lint/${name}`);
-  for (const file of [...files, ...EXAMPLES.map((name) => `examples/${name}.json`)]) {
-    await openConfiguration(page, pathOf(file));
+  for (const path of [...files, ...EXAMPLES.map((name) => `examples/${name}.json`)]) {
+    await openConfiguration(page, pathOf(path));
     const shown = (await shownFindings(page)).map(({ rule, line }) => `${line} ${rule}`);
     // A page cannot hold bytes that are not UTF-8; it tells so, and shows the rest.
-    const text = new TextDecoder().decode(readFileSync(pathOf(file)));
-    const isText = Buffer.from(text).equals(readFileSync(pathOf(file)));
-    assert.equal((await page.getByTestId("status").innerText()).includes("not UTF-8"), !isText, file);
-    const expected = findingsOfDp4(isText ? file : fileWith("replaced.json", text)).map(
+    const text = new TextDecoder().decode(readFileSync(pathOf(path)));
+    const isText = Buffer.from(text).equals(readFileSync(pathOf(path)));
+    assert.equal((await page.getByTestId("status").innerText()).includes("not UTF-8"), !isText, path);
+    const expected = findingsOfDp4(isText ? path : fileWith("replaced.json", text)).map(
       ({ rule, line }) => `${line} ${rule}`,
     );
-    assert.deepEqual(shown, expected.slice(0, 200), file);
+    assert.deepEqual(shown, expected.slice(0, 200), path);
   }
 });
