@@ -200,9 +200,10 @@ void AnswerEncode(const Request& request, std::string& answer) {
   std::vector<std::string> problems = values.Problems();
   for (std::string& problem : encoding.Problems()) problems.push_back(std::move(problem));
   for (std::string& problem : problems) problem = WithoutPlace(problem);
+  const bool isSent = encoding.HasPacket() && problems.empty();
   JsonWriter writer(answer);
-  writer.Json("encoding", encoding.JsonText(encoding.HasPacket(), problems));
-  if (encoding.HasPacket()) WriteReading(entity, encoding.Packet(), writer.Member("reading"));
+  writer.Json("encoding", encoding.JsonText(isSent, problems));
+  if (isSent) WriteReading(entity, encoding.Packet(), writer.Member("reading"));
 }
 
 void AnswerFlip(const Request& request, std::string& answer) {

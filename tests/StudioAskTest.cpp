@@ -167,6 +167,16 @@ TEST(StudioAsk, TellsWhyAValueIsRefused) {
   EXPECT_EQ(answer["encoding"]["problems"][0], "\"target\" refused: Validate uint value failed. (expected 40 to 100)");
 }
 
+// The program's bits are 1 and 0, of which bit 0 is the power's as well. dp4 sends nothing then either.
+TEST(StudioAsk, MakesNoPacketThatSaysAnotherThing) {
+  const std::string text =
+      Replaced(Kettle(), R"("bit_offset": 1, "unit": "bit", "len": 2)", R"("bit_offset": 0, "unit": "bit", "len": 2)");
+  const Json::Value answer = AskKettle("encode", R"({"values": {"power": true, "program": 2}})", text);
+  EXPECT_FALSE(answer.isMember("reading")) << CompactText(answer);
+  EXPECT_THAT(answer["encoding"]["problems"][0].asString(), HasSubstr("\"power\" overwritten"));
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "power=true", "--set", "program=2"}, text).out, "");
+}
+
 TEST(StudioAsk, RefusesMembersOfAnotherKind) {
   for (const char* values : {"1", "[]", "\"power\"", "[[[[]]]]", "true"}) {
     const std::string members = std::string(R"({"form": "c-array", "packet": "01 01 00", "values": )") + values + "}";

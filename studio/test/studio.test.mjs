@@ -446,6 +446,12 @@ describe("values", () => {
     await page.getByText("2 bytes, in hexadecimal").waitFor();
     await value.fill("ab cd");
     assert.match(await eventualText(page.getByTestId("write-packet"), /ab cd/), / ab cd$/);
+    await value.fill("ab cd ef"); // dp4 sends nothing then either
+    assert.match(
+      await eventualText(page.getByTestId("write-problems"), /cut/),
+      /"target" cut: it has 3 bytes, of which 2/,
+    );
+    assert.equal(await page.getByTestId("write-packet").innerText(), "");
     await value.fill("ab c"); // not yet a byte
     assert.doesNotMatch(await eventualText(page.getByTestId("write-packet"), /^((?!ab).)*$/), /ab/);
     assert.equal(await value.getAttribute("aria-invalid"), "true");
