@@ -107,19 +107,33 @@ uint64_t Request::Number(const char* name) const {
   return members_[name].asUInt64();
 }
 
-void CheckSize(const std::string& configuration) {
-  if (configuration.size() <= kMaxConfigurationBytes) return;
-  throw InputError(
-      fmt::format("the configuration has {} bytes; expected at most {}", configuration.size(), kMaxConfigurationBytes));
+const Json::Value& Request::Object(const char* name) const {
+  if (Has(name) && !members_[name].isObject())
+    throw InputError(fmt::format("the request's \"{}\" is not an object", name));
+  return members_[name];
 }
 
-json::Document ReadConfiguration(std::string text) {
-  CheckSize(text);
-  json::SyntaxError error;
-  std::optional<json::Document> document = json::Document::Read("configuration", std::move(text), error);
-  if (!document) {
-    throw InputError(json::PlaceName("configuration", error.place) + ": not JSON: " + Escaped(error.message));
+std::optional<int32_t> Request::SubDevice() const {
+  if (!Has("subDevice")) return {};
+  const Json::Value& id = members_["subDevice"];
+  const bool isInteger = id.isInt64();
+  if (!isInteger || id.asInt64() < INT32_MIN || id.asInt64() > int64_t{UINT32_MAX}) {
+    throw InputError(fmt::format("the id of a sub-device is an integer from {} to {}", INT32_MIN, UINT32_MAX));
   }
+  return static_cast<int32_t>(id.asInt64());
+}
+
+void CheckSize(const std::string& configuration, const char* name) {
+  if (configuration.size() <= kMaxConfigurationBytes) return;
+  throw InputError(
+      fmt::format("the {} has {} bytes; expected at most {}", name, configuration.size(), kMaxConfigurationBytes));
+}
+
+json::Document ReadConfiguration(std::string text, const char* name) {
+  CheckSize(text, name);
+  json::SyntaxError error;
+  std::optional<json::Document> document = json::Document::Read(name, std::move(text), error);
+  if (!document) throw InputError(json::PlaceName(name, error.place) + ": not JSON: " + Escaped(error.message));
   return *std::move(document);
 }
 

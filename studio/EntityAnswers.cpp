@@ -114,7 +114,7 @@ void AnswerEntities(const Request& request, std::string& answer) {
 void AnswerLint(const Request& request, std::string& answer) {
   const std::string text = request.Text("configuration");
   CheckSize(text);
-  const std::string name = "configuration";
+  const std::string name = kConfiguration;
   answer += FindingsJson({{name, name, PlaceAll(text, Lint(name, text, Severity::kInfo, {}).findings)}});
 }
 
@@ -124,7 +124,6 @@ void AnswerEntity(const Request& request, std::string& answer) {
   JsonWriter writer(answer);
   writer.Json("description", DescriptionJson(chosen.model));
   writer.Json("layout", MapJson(map));
-  writer.Text("title", map.title);
   writer.Text("summary", map.summary);
   WriteTexts(Remarks(map), writer.Member("remarks"));
   WriteRows(map, chosen.model, writer.Member("rows"));
@@ -136,7 +135,7 @@ void AnswerEntity(const Request& request, std::string& answer) {
 
 void AnswerCompare(const Request& request, std::string& answer) {
   const json::Document before = ReadConfiguration(request.Text("configuration"));
-  const json::Document after = ReadConfiguration(request.Text("after"));
+  const json::Document after = ReadConfiguration(request.Text("after"), "next version");
   answer += ChangesJson({"before", &before}, {"after", &after}, Compare(before, after));
 }
 

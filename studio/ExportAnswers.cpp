@@ -94,11 +94,15 @@ Export PacketAsC(const Source& source) {
   HexError error;
   if (!ParseHex(text, packet, error)) throw InputError("there is no packet yet; set a value or paste a packet");
   std::string command = "dp4 encode " + source.Arguments();
-  const Json::Value& settings = source.request["settings"];
-  for (const std::string& name : settings.getMemberNames()) {
-    const Json::Value& value = settings[name];
+  const Json::Value& values = source.request.Object("values");
+  for (const std::string& name : values.getMemberNames()) {
+    const Json::Value& value = values[name];
     command += " --set " + Argument(name + "=" + (value.isString() ? value.asString() : json::CompactText(value)));
   }
+  const std::string write = CommandName(MorvixProtocolCommandWriteReq_4_0);
+  if (source.request.TextOr("command", write) != write)
+    command += " --command " + Argument(source.request.Text("command"));
+  if (const std::optional<int32_t> id = source.request.SubDevice()) command += fmt::format(" --sub-device {}", *id);
   return {{{source.stem + ".packet.c", PacketText(packet, PacketForm::kCArray)}}, command + " --output c-array"};
 }
 

@@ -8,7 +8,6 @@
 #include "Request.h"
 #include "inspect/packets/Encoding.h"
 #include "inspect/packets/Reading.h"
-#include "inspect/packets/ResultForms.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 
@@ -146,9 +145,6 @@ void WriteReading(const EntityModel& entity, const Bytes& packet, std::string& o
     for (const Note& note : reading->notes) json::AppendString(NoteText(note), notes.Element());
   }
   WriteParts(*reading, packet, writer.Member("parts"));
-  std::string result;
-  MakeForm(DocumentForm::kFlat, entity, {})->Append(*reading, result);
-  writer.Json("result", result);
   if (reading->IsReceived()) writer.Text("document", ApplicationDocument(entity, packet));
   JsonWriter values(writer.Member("values"), '[');
   if (reading->direction == nullptr) return;
@@ -160,6 +156,16 @@ MorvixProtocolCommand_4_0 WriteCommand(const std::string& name) {
     if (name == CommandName(command)) return command;
   }
   throw InputError(InQuotes(name) + " is not a command that writes values");
+}
+
+constexpr char kValues[] = "values";
+
+// "values:1:12: text" without the place, which is in a document that the user does not see.
+std::string WithoutPlace(const std::string& problem) {
+  const std::string begin = std::string(kValues) + ":";
+  const size_t end = problem.find(": ");
+  const bool hasPlace = problem.compare(0, begin.size(), begin) == 0 && end != std::string::npos;
+  return hasPlace ? problem.substr(end + 2) : problem;
 }
 
 std::string ValuesText(const EntityModel& entity, const Json::Value& values) {
@@ -180,22 +186,24 @@ void AnswerEncode(const Request& request, std::string& answer) {
   const EntityModel& entity = chosen.model;
   MorvixProtocolOwnedPackage_4_0 package;
   package.cmd = WriteCommand(request.TextOr("command", CommandName(MorvixProtocolCommandWriteReq_4_0)));
-  if (request.Has("subDevice")) {
-    package.subDid = static_cast<int32_t>(request.Number("subDevice"));
+  if (const std::optional<int32_t> id = request.SubDevice()) {
+    package.subDid = *id;
     package.needInsertSubDid = 1;
   }
   json::SyntaxError error;
   const std::optional<json::Document> document =
-      json::Document::Read("values", ValuesText(entity, request["values"]), error);
+      json::Document::Read(kValues, ValuesText(entity, request.Object("values")), error);
   if (!document) throw InputError("the values are not JSON: " + error.message);
   Values values(chosen.configuration, entity, entity.Writing());
   values.TakeDocument(*document);
   const Encoding encoding(entity, InQuotes(entity.Info().name), values, std::move(package));
   std::vector<std::string> problems = values.Problems();
   for (std::string& problem : encoding.Problems()) problems.push_back(std::move(problem));
+  for (std::string& problem : problems) problem = WithoutPlace(problem);
+  const bool isSent = encoding.HasPacket() && problems.empty();
   JsonWriter writer(answer);
-  writer.Json("encoding", encoding.JsonText(encoding.HasPacket(), problems));
-  if (encoding.HasPacket()) WriteReading(entity, encoding.Packet(), writer.Member("reading"));
+  writer.Json("encoding", encoding.JsonText(isSent, problems));
+  if (isSent) WriteReading(entity, encoding.Packet(), writer.Member("reading"));
 }
 
 void AnswerFlip(const Request& request, std::string& answer) {

@@ -5,6 +5,8 @@
 
 #include <json/value.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -45,18 +47,23 @@ class Request {
   std::string Text(const char* name) const;
   std::string TextOr(const char* name, const std::string& otherwise) const;
   uint64_t Number(const char* name) const;
-  const Json::Value& operator[](const char* name) const { return members_[name]; }
+  // Null when it is absent.
+  const Json::Value& Object(const char* name) const;
+  // The 32 bits of a sub-device's id, with or without a sign; empty when it is absent.
+  std::optional<int32_t> SubDevice() const;
   bool Has(const char* name) const { return members_.isMember(name); }
 
  private:
   const Json::Value& members_;
 };
 
-// Throws InputError when a configuration is too long to be looked at while somebody types.
-void CheckSize(const std::string& configuration);
+constexpr char kConfiguration[] = "configuration";
+
+// Throws InputError when a configuration is too long to be looked at while somebody types. Messages call it `name`.
+void CheckSize(const std::string& configuration, const char* name = kConfiguration);
 
 // Reads a configuration. Throws InputError when it is too long or is not JSON.
-inspect::json::Document ReadConfiguration(std::string text);
+inspect::json::Document ReadConfiguration(std::string text, const char* name = kConfiguration);
 
 // The entity at the request's index in its configuration. Throws InputError when there is none, or it is unusable.
 struct ChosenEntity {

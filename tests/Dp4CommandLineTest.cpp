@@ -147,8 +147,9 @@ TEST(CommandLine, OffersNoChoiceAmongEntitiesWithoutNames) {
 TEST(CommandLine, OffersTheMemberThatEntitiesWereMeantBy) {
   const ToolRun run = RunTool({"show", "-"}, R"({"entity": [{"id": 1}]})");
   EXPECT_EQ(run.exitCode, 2);
-  EXPECT_EQ(run.err,
-            "dp4: standard input:1:1: expected an object with an array \"entities\"; did you mean it by \"entity\"?\n");
+  EXPECT_EQ(
+      run.err,
+      "dp4: standard input:1:1: expected an object with an array \"entities\"; rename \"entity\" to \"entities\"\n");
 }
 
 TEST(CommandLine, KnowsADeviceList) {

@@ -147,10 +147,52 @@ TEST(StudioAsk, EncodesForASubDevice) {
               HasSubstr("not a command that writes values"));
 }
 
+// 4294967295 and -1 are the same 32 bits.
+TEST(StudioAsk, TakesTheIdsThatASubDeviceCanHave) {
+  const auto answerTo = [](const std::string& id) {
+    return AskKettle("encode", R"({"values": {"power": true}, "subDevice": )" + id + "}");
+  };
+  EXPECT_EQ(answerTo("4294967295")["encoding"]["packet"], "01 ff ff ff ff 01 01 00");
+  EXPECT_EQ(answerTo("-1")["encoding"]["packet"], "01 ff ff ff ff 01 01 00");
+  EXPECT_EQ(answerTo("-2147483648")["encoding"]["packet"], "01 00 00 00 80 01 01 00");
+  for (const char* id : {"4294967296", "-2147483649", "99999999999999999999", "1.5", "\"5\"", "null", "[]"}) {
+    EXPECT_EQ(answerTo(id)["error"], "the id of a sub-device is an integer from -2147483648 to 4294967295") << id;
+  }
+}
+
 TEST(StudioAsk, TellsWhyAValueIsRefused) {
   const Json::Value answer = AskKettle("encode", R"({"values": {"target": "101"}})");
   EXPECT_FALSE(answer.isMember("reading"));
   EXPECT_THAT(answer["encoding"]["attributes"][2]["note"].asString(), HasSubstr("refused"));
+  EXPECT_EQ(answer["encoding"]["problems"][0], "\"target\" refused: Validate uint value failed. (expected 40 to 100)");
+}
+
+// The program's bits are 1 and 0, of which bit 0 is the power's as well. dp4 sends nothing then either.
+TEST(StudioAsk, MakesNoPacketThatSaysAnotherThing) {
+  const std::string text =
+      Replaced(Kettle(), R"("bit_offset": 1, "unit": "bit", "len": 2)", R"("bit_offset": 0, "unit": "bit", "len": 2)");
+  const Json::Value answer = AskKettle("encode", R"({"values": {"power": true, "program": 2}})", text);
+  EXPECT_FALSE(answer.isMember("reading")) << CompactText(answer);
+  EXPECT_THAT(answer["encoding"]["problems"][0].asString(), HasSubstr("\"power\" overwritten"));
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "power=true", "--set", "program=2"}, text).out, "");
+}
+
+TEST(StudioAsk, RefusesMembersOfAnotherKind) {
+  for (const char* values : {"1", "[]", "\"power\"", "[[[[]]]]", "true"}) {
+    const std::string members = std::string(R"({"form": "c-array", "packet": "01 01 00", "values": )") + values + "}";
+    for (const char* ask : {"encode", "export"}) {
+      EXPECT_EQ(AskKettle(ask, members)["error"], "the request's \"values\" is not an object") << ask << values;
+    }
+  }
+  EXPECT_TRUE(AskKettle("flip", R"({"packet": "04 00", "bit": -1})").isMember("error"));
+  EXPECT_TRUE(AskKettle("flip", R"({"packet": "04 00", "bit": 18446744073709551615})").isMember("error"));
+  EXPECT_TRUE(AskKettle("read", R"({"packet": ["04"]})").isMember("error"));
+  EXPECT_TRUE(AskKettle("entity", R"({"entity": 4294967296})").isMember("error"));
+  EXPECT_TRUE(AskKettle("entity", R"({"entity": {}})").isMember("error"));
+  EXPECT_TRUE(AskKettle("capture", R"({"line": 1, "first": 1, "text": ""})").isMember("error"));
+  EXPECT_TRUE(AskKettle("match", R"({"text": null})").isMember("error"));
+  const std::string deep = R"({"ask": "encode", "values": )" + std::string(100000, '[');
+  EXPECT_EQ(Parsed(morvix::studio::Ask(deep))["error"], "the request is not a JSON object");
 }
 
 // 92.4 degrees: raw 1124 = 0x0464 tenths above -20.
@@ -242,6 +284,16 @@ TEST(StudioAsk, ComparesAsTheToolDoes) {
   EXPECT_EQ(answer["findings"][0]["attributes"][0], "program");
 }
 
+TEST(StudioAsk, TellsWhichOfTwoConfigurationsIsBroken) {
+  Json::Value members(Json::objectValue);
+  members["after"] = "{\n  1";
+  EXPECT_THAT(AskKettle("compare", CompactText(members))["error"].asString(), HasSubstr("next version:2:3: not JSON"));
+  members["after"] = std::string((8U << 20) + 1, ' ');
+  EXPECT_THAT(AskKettle("compare", CompactText(members))["error"].asString(),
+              HasSubstr("the next version has 8388609"));
+  EXPECT_THAT(AskKettle("compare", CompactText(members), "[")["error"].asString(), HasSubstr("configuration:1:2: not"));
+}
+
 TEST(StudioAsk, ExportsWithTheCommandThatDoesTheSame) {
   const Json::Value answer = AskKettle("export", R"({"form": "svg", "file": "my kettle.json"})");
   EXPECT_EQ(answer["command"], "dp4 layout 'my kettle.json' --svg 'my kettle.svg'");
@@ -251,6 +303,16 @@ TEST(StudioAsk, ExportsWithTheCommandThatDoesTheSame) {
               ElementsAre("kettle.h", "kettle.c", "kettle_test.c"));
   const std::string broken = Replaced(Kettle(), "\"ratio\": 0.5", "\"ratio\": 0");
   EXPECT_THAT(AskKettle("export", R"({"form": "c"})", broken)["error"].asString(), HasSubstr("no code is made"));
+}
+
+TEST(StudioAsk, ExportsAPacketWithTheCommandThatMakesIt) {
+  const Json::Value answer = AskKettle("export", R"({"form": "c-array", "file": "kettle.json", "command": "cc-write",
+      "packet": "07 05 00 00 00 01 01 00", "subDevice": 5, "values": {"power": true}})");
+  EXPECT_EQ(answer["command"],
+            "dp4 encode kettle.json --set power=true --command cc-write --sub-device 5 --output c-array");
+  const ToolRun run = RunTool({"encode", "kettle.json", "--set", "power=true", "--command", "cc-write", "--sub-device",
+                               "5", "--output", "c-array"});
+  EXPECT_EQ(answer["files"][0]["text"].asString(), run.out);
 }
 
 TEST(StudioAsk, NamesTheEntityInCommandsWhereThereAreSeveral) {

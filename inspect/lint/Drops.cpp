@@ -82,7 +82,7 @@ Fault FaultOf(const EntityModel& entity, size_t element, const std::string& memb
   std::string fix = fmt::format("give {} as {}", Quoted(member), needed);
   for (const std::string& name : object.getMemberNames()) {
     if (Contains(known, name) || SimilarName(name, known) != member) continue;
-    fix = "did you mean it by " + Quoted(name) + "?";
+    fix = "rename " + Quoted(name) + " to " + Quoted(member);
     break;
   }
   return {Quoted(member) + " is missing", fix};
@@ -151,8 +151,8 @@ bool IsKeyword(const std::string& member, const Json::Value& value) {
 }
 
 // A fix that concerns the uint_spec of another attribute.
-std::string FixElsewhere(std::string fix, const std::string& label) {
-  return fix.insert(fix.size() - (fix.back() == '?' ? 1 : 0), " in the uint_spec of " + label);
+std::string FixElsewhere(const std::string& fix, const std::string& label) {
+  return fix + " in the uint_spec of " + label;
 }
 
 std::string EffectOfLimitKind(const ScalingUse& use) {

@@ -24,7 +24,7 @@ void AddUnusableEntity(const Spot& entity, const EntityFault& fault, Findings& f
     fix = fmt::format("give {} as {}", Quoted(fault.member), needed);
     const bool isMissing = fault.member == "attrs" && !entity.value->isMember("attrs");
     const std::string meant = isMissing ? MeantArray(*entity.value, "attrs") : "";
-    if (!meant.empty()) fix = "did you mean it by " + Quoted(meant) + "?";
+    if (!meant.empty()) fix = "rename " + Quoted(meant) + " to 'attrs'";
   }
   findings.Add(
       rules::kEntityUnusable, entity.Member(fault.member), message,
@@ -151,7 +151,7 @@ void LintConfiguration(const json::Document& document, const LintChoices& choice
     const bool isMissing = !root.isMember("entities");
     message = isMissing ? "the configuration has no 'entities'" : "'entities' is not an array";
     const std::string meant = isMissing ? MeantArray(root, "entities") : "";
-    fix = meant.empty() ? "list the entities in an array 'entities'" : "did you mean it by " + Quoted(meant) + "?";
+    fix = meant.empty() ? "list the entities in an array 'entities'" : "rename " + Quoted(meant) + " to 'entities'";
   }
   if (IsDeviceList(root)) fix = "this is a device list: use dp4 devices, or give lint a configuration";
   findings.Add(rules::kNoConfiguration, Spot{&root, ""}.Member("entities"), message,
@@ -169,7 +169,7 @@ LintResult Lint(const std::string& name, const std::string& text, Severity least
   if (!document) {
     findings.Add({&rules::kJsonSyntax, json::OffsetOf(text, error.place), "",
                   "not JSON: " + Escaped(error.message.substr(0, kMaxError)), "the configuration cannot be loaded",
-                  "correct the JSON"});
+                  "correct the JSON here or just before"});
     return result();
   }
   const json::TextScan scan = json::Scan(text);

@@ -174,7 +174,7 @@ const Json::Value& EntitiesOf(const json::Document& configuration) {
   }
   const std::string meant = root.isObject() && !root.isMember("entities") ? MeantArray(root, "entities") : "";
   throw InputError(configuration.PlaceName(root) + ": expected an object with an array \"entities\"" +
-                   (meant.empty() ? "" : "; did you mean it by " + InQuotes(meant) + "?"));
+                   (meant.empty() ? "" : "; rename " + InQuotes(meant) + " to \"entities\""));
 }
 
 namespace {

@@ -84,7 +84,7 @@ export class Asker {
   }
 }
 
-export interface CaptureListener {
+interface CaptureListener {
   onPiece(piece: CapturePiece, taken: number, unmatched: number): void;
   onEnd(problem: string | undefined): void;
 }

@@ -1,6 +1,6 @@
 // A packet byte by byte: what each part of it says.
 
-import { element } from "./dom";
+import { element, reveal } from "./dom";
 import type { Part, Reading } from "./forms";
 import type { Studio } from "./studio";
 
@@ -29,11 +29,10 @@ function partOf(studio: Studio, reading: Reading, part: Part): HTMLElement {
     element("code", {}, hexOf(reading, part)),
     element("span", { class: "saying" }, part.text, ...part.elements.map((index) => lineOf(studio, reading, index))),
   ];
-  const chosen = studio.selected !== undefined && part.elements.includes(studio.selected) ? " chosen" : "";
   if (first === undefined) return element("li", { class: `part ${part.kind}` }, element("div", {}, ...content));
   return element(
     "li",
-    { class: `part ${part.kind}${chosen}` },
+    { class: `part ${part.kind}`, "data-elements": part.elements.join(" ") },
     element("button", { type: "button", onclick: () => studio.select(nextOf(part, studio.selected)) }, ...content),
   );
 }
@@ -45,5 +44,17 @@ function nextOf(part: Part, selected: number | undefined): number {
 }
 
 export function explain(studio: Studio, reading: Reading): HTMLElement {
-  return element("ol", { class: "parts" }, ...(reading.parts ?? []).map((part) => partOf(studio, reading, part)));
+  const parts = (reading.parts ?? []).map((part) => partOf(studio, reading, part));
+  const list = element("ol", { class: "parts" }, ...parts);
+  markChosen(list, studio.selected);
+  return list;
+}
+
+// Marks the parts that hold the chosen attribute.
+export function markChosen(list: HTMLElement, chosen: number | undefined): void {
+  for (const part of list.querySelectorAll<HTMLElement>(".part")) {
+    const isChosen = (part.dataset["elements"] ?? "").split(" ").includes(String(chosen));
+    part.classList.toggle("chosen", isChosen);
+    if (isChosen) reveal(part, list);
+  }
 }

@@ -5,6 +5,7 @@ import { byId, count, element, takeFiles } from "./dom";
 import type { Attribute, Match } from "./forms";
 import { isFailure } from "./forms";
 import type { CapturePiece } from "./messages";
+import { conditionsOf, valueText } from "./filter";
 import type { Studio } from "./studio";
 import { Timeline } from "./timeline";
 
@@ -12,6 +13,11 @@ const ROW_HEIGHT = 26;
 const PREVIEW_BYTES = 4096;
 const PREVIEW_LINES = 4;
 const FILTER_PAUSE_MS = 120;
+const REREAD_PAUSE_MS = 800;
+const PATTERN_HELP =
+  "None of these lines is read as a packet. Write a pattern of them into “Lines”, with (?P<packet>...) around the " +
+  "packet and (?P<time>...) around the time, for example (?P<time>\\S+) .*data=(?P<packet>[0-9a-f ]+)";
+const COLUMNS = { line: "Line", time: "Time", command: "Command", packet: "Packet", says: "Values", problem: "Notes" };
 
 // All rows of a capture, as columns that grow.
 export class Rows {
@@ -66,11 +72,11 @@ export class Rows {
     return `${this.times[row]} ${this.others[row]} ${this.commands[row]} ${this.packets[row]} ${this.notes[row]}`;
   }
 
-  // "power=1 program=boil"
+  // "power=true program=boil"
   valuesOf(row: number, attributes: Attribute[]): string {
-    const texts = attributes.map(({ name, items }, a) => {
+    const texts = attributes.map((attribute, a) => {
       const value = this.values[a]![row]!;
-      return Number.isNaN(value) ? "" : `${name}=${items?.[value] ?? value} `;
+      return Number.isNaN(value) ? "" : `${attribute.name}=${valueText(attribute, value)} `;
     });
     return texts.join("").trimEnd();
   }
@@ -84,6 +90,11 @@ export class CaptureView {
   readonly #cancel = byId<HTMLButtonElement>("cancel");
   readonly #summary = byId("capture-summary");
   readonly #table = byId("capture-rows");
+  readonly #titles = element(
+    "div",
+    { class: "capture-row head", role: "row", "aria-rowindex": 1 },
+    ...Object.entries(COLUMNS).map(([kind, name]) => element("span", { class: kind, role: "columnheader" }, name)),
+  );
   readonly #timeline: Timeline;
   #file: File | undefined;
   #head = ""; // the file's first lines
@@ -94,20 +105,33 @@ export class CaptureView {
   #current = -1; // the chosen row, counted among the shown ones
   #unmatched = 0;
   #stop: (() => void) | undefined;
-  #timer = 0;
+  #readWith = ""; // the entity, as it was when the capture was read
+  #filterTimer = 0;
+  #readTimer = 0;
+  #previewTurn = 0;
 
   constructor(private readonly studio: Studio) {
-    this.#timeline = new Timeline(byId("timeline"), (row) => this.#choose(this.#shown?.indexOf(row) ?? row));
+    this.#timeline = new Timeline(byId("timeline"), (row) => this.#chooseMoment(row));
     takeFiles(this.#input, byId("capture-section"), (file) => void this.#open(file));
+    this.#pattern.addEventListener("input", () => void this.#preview(this.#pattern.value));
     this.#pattern.addEventListener("change", () => void this.#preview(this.#pattern.value).then(() => this.#read()));
     this.#filter.addEventListener("input", () => {
-      window.clearTimeout(this.#timer);
-      this.#timer = window.setTimeout(() => this.#applyFilter(), FILTER_PAUSE_MS);
+      window.clearTimeout(this.#filterTimer);
+      this.#filterTimer = window.setTimeout(() => this.#applyFilter(), FILTER_PAUSE_MS);
     });
     this.#cancel.addEventListener("click", () => this.#stop?.());
     this.#table.addEventListener("scroll", () => this.#drawRows());
     this.#table.addEventListener("keydown", (event) => this.#move(event));
     new ResizeObserver(() => this.#drawRows()).observe(this.#table);
+    studio.on("entity", () => this.#followEntity());
+  }
+
+  // Reads the capture again when the entity has become another one.
+  #followEntity(): void {
+    const { entity, problem } = this.studio;
+    if (this.#file === undefined || problem !== "" || JSON.stringify(entity) === this.#readWith) return;
+    window.clearTimeout(this.#readTimer);
+    this.#readTimer = window.setTimeout(() => this.#read(), REREAD_PAUSE_MS);
   }
 
   async #open(file: File): Promise<void> {
@@ -120,18 +144,21 @@ export class CaptureView {
   // How the pattern takes the first lines apart; without one, the ready-made pattern that fits best is taken.
   async #preview(line: string | undefined): Promise<boolean> {
     if (this.#file === undefined) return false;
+    const turn = ++this.#previewTurn;
     const match = await this.studio.ask<Match>({
       ask: "match",
       text: this.#head,
       ...(line === undefined ? {} : { line }),
     });
+    if (turn !== this.#previewTurn) return false;
     const preview = byId("pattern-preview");
     if (isFailure(match)) {
       preview.replaceChildren(element("p", { class: "problem" }, match.error));
       return false;
     }
     this.#line = match.line;
-    this.#pattern.value = match.line;
+    if (line === undefined) this.#pattern.value = match.line;
+    const hasPacket = match.lines.some(({ packet }) => packet !== undefined);
     preview.replaceChildren(
       ...match.lines.map((one) =>
         element(
@@ -144,6 +171,7 @@ export class CaptureView {
             : element("code", {}, one.packet),
         ),
       ),
+      ...(hasPacket ? [] : [element("p", { class: "tip" }, PATTERN_HELP)]),
     );
     return true;
   }
@@ -151,7 +179,9 @@ export class CaptureView {
   #read(): void {
     const { entity } = this.studio;
     if (this.#file === undefined || entity === undefined) return;
+    window.clearTimeout(this.#readTimer);
     this.#stop?.();
+    this.#readWith = JSON.stringify(entity);
     this.#attributes = entity.attributes;
     this.#rows = new Rows(this.#attributes.length);
     this.#shown = undefined;
@@ -190,17 +220,17 @@ export class CaptureView {
   }
 
   #applyFilter(): void {
-    const text = this.#filter.value.trim().toLowerCase();
+    const { text, conditions, unknown } = conditionsOf(this.#filter.value, this.#attributes);
     this.#shown = undefined;
-    if (text !== "") {
+    if (text !== "" || conditions.length > 0 || unknown.length > 0) {
       this.#shown = [];
-      const hasValue = text.includes("=");
-      for (let row = 0; row < this.#rows.size; ++row) {
-        const shown = hasValue ? this.#rows.valuesOf(row, this.#attributes) : this.#rows.textOf(row);
-        if (shown.toLowerCase().includes(text)) this.#shown.push(row);
+      for (let row = 0; row < this.#rows.size && unknown.length === 0; ++row) {
+        const holds = conditions.every(({ index, holds }) => holds(this.#rows.values[index]![row]!));
+        if (holds && (text === "" || this.#rows.textOf(row).toLowerCase().includes(text))) this.#shown.push(row);
       }
     }
-    byId("filter-count").textContent = this.#shown === undefined ? "" : count(this.#shown.length, "row");
+    const none = unknown.length === 0 ? "" : `; there is no attribute ${unknown.join(", ")}`;
+    byId("filter-count").textContent = this.#shown === undefined ? "" : count(this.#shown.length, "row") + none;
     this.#table.scrollTop = 0;
     this.#current = -1;
     this.#drawRows();
@@ -212,28 +242,27 @@ export class CaptureView {
     const last = Math.min(size, first + Math.ceil(this.#table.clientHeight / ROW_HEIGHT) + 8);
     const made = [];
     for (let i = first; i < last; ++i) made.push(this.#rowOf(i));
-    const space = element("div", { style: `height: ${size * ROW_HEIGHT}px`, role: "presentation" });
-    const window_ = element(
-      "div",
-      { class: "window", style: `transform: translateY(${first * ROW_HEIGHT}px)`, role: "presentation" },
-      ...made,
+    const style = `transform: translateY(${first * ROW_HEIGHT}px)`;
+    const visible = element("div", { class: "window", style, role: "presentation" }, ...made);
+    const height = `height: ${size * ROW_HEIGHT}px`;
+    this.#table.setAttribute("aria-rowcount", String(size + 1));
+    this.#table.replaceChildren(
+      this.#titles,
+      element("div", { class: "all-rows", style: height, role: "presentation" }, visible),
     );
-    space.append(window_);
-    this.#table.setAttribute("aria-rowcount", String(size));
-    this.#table.replaceChildren(space);
   }
 
   #rowOf(index: number): HTMLElement {
     const row = this.#shown?.[index] ?? index;
     const rows = this.#rows;
     const cell = (kind: string, text: string | undefined): HTMLElement =>
-      element("span", { class: kind, role: "gridcell" }, text ?? "");
+      element("span", { class: kind, role: "gridcell", title: text }, text ?? "");
     return element(
       "div",
       {
         class: `capture-row${index === this.#current ? " chosen" : ""}`,
         role: "row",
-        "aria-rowindex": index + 1,
+        "aria-rowindex": index + 2,
         "aria-selected": String(index === this.#current),
         "data-testid": "capture-row",
         onclick: () => this.#choose(index),
@@ -247,28 +276,49 @@ export class CaptureView {
     );
   }
 
+  // A packet that the filter leaves out is shown as well.
+  #chooseMoment(row: number): void {
+    const index = this.#shown === undefined ? row : this.#shown.indexOf(row);
+    if (index !== -1) return this.#choose(index);
+    this.#current = -1;
+    this.#drawRows();
+    this.#showPacket(row);
+  }
+
+  #showPacket(row: number): void {
+    this.#timeline.mark(row);
+    void this.studio.setPacket(this.#rows.packets[row] ?? "");
+  }
+
   // Shows the packet of a row in the picture.
   #choose(index: number): void {
     const size = this.#shown?.length ?? this.#rows.size;
     if (index < 0 || index >= size) return;
     this.#current = index;
     const top = index * ROW_HEIGHT;
-    if (top < this.#table.scrollTop || top + ROW_HEIGHT > this.#table.scrollTop + this.#table.clientHeight) {
+    const visible = this.#table.clientHeight - ROW_HEIGHT; // the head takes one
+    if (top < this.#table.scrollTop || top + ROW_HEIGHT > this.#table.scrollTop + visible) {
       this.#table.scrollTop = top - this.#table.clientHeight / 2;
     }
     const row = this.#shown?.[index] ?? index;
     this.#drawRows();
-    this.#timeline.mark(row);
-    void this.studio.setPacket(this.#rows.packets[row] ?? "");
+    this.#showPacket(row);
   }
 
   #move(event: KeyboardEvent): void {
-    const page = Math.floor(this.#table.clientHeight / ROW_HEIGHT);
-    const steps: Record<string, number> = { ArrowUp: -1, ArrowDown: 1, PageUp: -page, PageDown: page };
+    const page = Math.floor(this.#table.clientHeight / ROW_HEIGHT) - 1;
+    const size = this.#shown?.length ?? this.#rows.size;
+    const steps: Record<string, number> = {
+      ArrowUp: -1,
+      ArrowDown: 1,
+      PageUp: -page,
+      PageDown: page,
+      Home: -size,
+      End: size,
+    };
     const step = steps[event.key];
     if (step === undefined) return;
     event.preventDefault();
-    const size = this.#shown?.length ?? this.#rows.size;
     this.#choose(Math.min(Math.max(this.#current + step, 0), size - 1));
   }
 }

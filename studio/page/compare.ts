@@ -1,7 +1,7 @@
 // A second configuration beside the first: what it breaks, and both pictures.
 
 import { byId, count, element, takeFiles } from "./dom";
-import type { Change, Changes, Entity } from "./forms";
+import type { Change, Changes, Entities, Entity, Site } from "./forms";
 import { isFailure } from "./forms";
 import { Picture } from "./picture";
 import type { Studio } from "./studio";
@@ -12,7 +12,12 @@ export class CompareView {
   readonly #after = new Picture(byId("picture-after"), undefined, false);
   #file: { name: string; text: string } | undefined;
 
-  constructor(private readonly studio: Studio) {
+  #turn = 0;
+
+  constructor(
+    private readonly studio: Studio,
+    private readonly goTo: (site: Site) => void,
+  ) {
     takeFiles(byId<HTMLInputElement>("compare"), byId("compare-section"), (file) => {
       void file.text().then((text) => {
         this.#file = { name: file.name, text };
@@ -25,35 +30,44 @@ export class CompareView {
   async #draw(): Promise<void> {
     if (this.#file === undefined) return;
     const { name, text } = this.#file;
-    const changes = await this.studio.ask<Changes>({
-      ask: "compare",
-      configuration: this.studio.configuration,
-      after: text,
-    });
+    const turn = ++this.#turn;
+    const { configuration } = this.studio;
+    const [changes, after] = await Promise.all([
+      this.studio.ask<Changes>({ ask: "compare", configuration, after: text }),
+      this.#entityIn(text),
+    ]);
+    if (turn !== this.#turn) return;
     byId("pictures").hidden = isFailure(changes);
     if (isFailure(changes)) {
       this.#result.replaceChildren(element("p", { class: "problem" }, changes.error));
       return;
     }
-    const { counts, findings } = changes;
-    const broken = `${count(counts.error, "change")} for devices in the field, ${counts.warning} for applications`;
-    const title = `${this.studio.fileName} → ${name}: ${broken}, ${counts.info} for nobody`;
     this.#result.replaceChildren(
-      element("p", { class: "summary" }, title),
-      element("ul", { class: "changes" }, ...findings.map((change) => this.#itemOf(change))),
+      element("p", { class: "summary" }, `${this.studio.fileName} → ${name}: ${summaryOf(changes)}`),
+      element("ul", { class: "changes" }, ...changes.findings.map((change) => this.#itemOf(change))),
     );
-    await this.#drawPictures(text);
+    if (this.studio.entity !== undefined) this.#before.draw(this.studio.entity);
+    byId("picture-after").hidden = after === undefined;
+    byId("no-picture-after").hidden = after !== undefined;
+    if (after !== undefined) this.#after.draw(after);
   }
 
-  async #drawPictures(text: string): Promise<void> {
-    const entity = this.studio.entityIndex;
+  // The entity of the next version that has the name of the chosen one, or else a new name in its place.
+  async #entityIn(text: string): Promise<Entity | undefined> {
+    const all = await this.studio.ask<Entities>({ ask: "entities", configuration: text });
+    if (isFailure(all)) return undefined;
+    const { entities, entityIndex } = this.studio;
+    const same = all.entities.findIndex(({ name }) => name === entities[entityIndex]?.name);
+    const inPlace = all.entities[entityIndex]?.name;
+    if (same === -1 && entities.some(({ name }) => name === inPlace)) return undefined;
+    const entity = same === -1 ? entityIndex : same;
     const after = await this.studio.ask<Entity>({ ask: "entity", configuration: text, entity });
-    if (this.studio.entity !== undefined) this.#before.draw(this.studio.entity);
-    if (!isFailure(after)) this.#after.draw(after);
+    return isFailure(after) ? undefined : after;
   }
 
   #itemOf(change: Change): HTMLElement {
-    const named = this.studio.entity?.attributes.find(({ name }) => change.attributes.includes(name));
+    const { old, new: next } = change;
+    const lines = [old, next].map((site) => (site === undefined ? "–" : String(site.line)));
     const packetLine = (title: string, shown: Change["before"]): HTMLElement | false =>
       shown !== undefined &&
       element(
@@ -68,9 +82,11 @@ export class CompareView {
       { class: change.severity, "data-testid": "change", "data-rule": change.rule },
       element(
         "button",
-        { type: "button", onclick: () => this.studio.select(named?.element) },
+        { type: "button", disabled: old === undefined, onclick: () => old !== undefined && this.goTo(old) },
         element("span", { class: `badge ${change.severity}` }, WHO[change.severity]),
+        " ",
         element("strong", {}, change.message),
+        element("span", { class: "where" }, ` line ${lines.join(" → ")} · ${change.rule}`),
         element("span", { class: "detail" }, element("b", {}, "Effect "), change.effect),
         packetLine("Before", change.before),
         packetLine("After", change.after),
@@ -78,6 +94,16 @@ export class CompareView {
       ),
     );
   }
+}
+
+function summaryOf({ counts, findings }: Changes): string {
+  if (findings.length === 0) return "no changes";
+  const { error, warning, info } = counts;
+  const breaks = (number: number): string => (number === 1 ? "breaks" : "break");
+  return (
+    `${count(error, "change")} ${breaks(error)} devices in the field, ` +
+    `${warning} ${breaks(warning)} applications, ${info} ${breaks(info)} nobody`
+  );
 }
 
 const WHO = { error: "breaks devices", warning: "breaks applications", info: "breaks nobody" };

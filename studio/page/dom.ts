@@ -3,6 +3,8 @@
 type Child = Node | string | undefined | false;
 type Properties = Record<string, string | number | boolean | ((event: never) => void) | undefined>;
 
+const COPY_NOTE_MS = 2000;
+
 // An element with attributes, listeners ("onclick") and children. `true` sets an attribute without a value; `false` and
 // undefined leave it out.
 export function element<K extends keyof HTMLElementTagNameMap>(
@@ -43,6 +45,32 @@ export function download(name: string, text: string): void {
   const url = URL.createObjectURL(new Blob([text], { type: "text/plain" }));
   element("a", { href: url, download: name }).click();
   window.setTimeout(() => URL.revokeObjectURL(url), 1000);
+}
+
+// Copies a text. A browser may refuse it; on pages that are not served securely, it only knows the old way.
+async function isCopied(text: string): Promise<boolean> {
+  try {
+    await navigator.clipboard.writeText(text);
+    return true;
+  } catch {
+    const area = element("textarea", { readonly: true, "aria-hidden": "true" });
+    area.value = text;
+    (document.querySelector("dialog[open]") ?? document.body).append(area); // all else is inert while a dialog is open
+    area.select();
+    const isDone = document.execCommand("copy");
+    area.remove();
+    return isDone;
+  }
+}
+
+// Lets a button copy a text, and tell for a moment what became of it.
+export function copyOnClick(button: HTMLButtonElement, text: () => string): void {
+  const label = button.textContent;
+  button.addEventListener("click", async () => {
+    button.textContent = (await isCopied(text())) ? "Copied" : "The browser did not copy it";
+    button.focus();
+    window.setTimeout(() => (button.textContent = label), COPY_NOTE_MS);
+  });
 }
 
 // Takes files from a file input, and those dropped on an element.

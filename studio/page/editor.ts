@@ -30,7 +30,7 @@ import {
 } from "@codemirror/view";
 import { tags } from "@lezer/highlight";
 import { byId, element } from "./dom";
-import type { Finding } from "./forms";
+import type { Finding, Site } from "./forms";
 import { itemsOf, nodeAt, pathTo } from "./pointer";
 import { complete, hover, itemExamples } from "./schema";
 import type { Studio } from "./studio";
@@ -77,9 +77,9 @@ function offsetOf(state: EditorState, line: number, column: number): number {
   return Math.min(from + new TextDecoder().decode(bytes).length, state.doc.length);
 }
 
-function rangeOf(state: EditorState, finding: Finding): { from: number; to: number } {
-  const from = offsetOf(state, finding.line, finding.column);
-  const node = nodeAt(state, finding.pointer);
+function rangeOf(state: EditorState, site: Site): { from: number; to: number } {
+  const from = offsetOf(state, site.line, site.column);
+  const node = nodeAt(state, site.pointer);
   if (node === null || node.from !== from) return { from, to: Math.min(from + 1, state.doc.length) };
   // Of a value of many lines, only the first is marked.
   return { from, to: Math.min(node.to, state.doc.lineAt(from).to) };
@@ -114,11 +114,11 @@ export class Editor {
     studio.on("selection", () => this.#showChosen());
   }
 
-  // Puts the cursor on a finding.
-  goTo(finding: Finding): void {
-    const { from } = rangeOf(this.#view.state, finding);
+  // Puts the cursor on a place.
+  goTo(site: Site): void {
+    const { from } = rangeOf(this.#view.state, site);
+    this.#view.focus(); // first, so that the attribute at the cursor is chosen
     this.#view.dispatch({ selection: { anchor: from }, effects: EditorView.scrollIntoView(from, { y: "center" }) });
-    this.#view.focus();
   }
 
   // Appends an attribute like one of the schema's examples to the chosen entity.
@@ -127,8 +127,9 @@ export class Editor {
     ensureSyntaxTree(state, state.doc.length, MOST_PARSING_MS);
     const path = ["entities", this.studio.entityIndex, "attrs"];
     const array = nodeAt(state, `/${path.join("/")}`);
-    if (array === null || array.name !== "Array")
-      return this.studio.tell('The entity has no array "attrs" to insert into.');
+    if (array === null || array.name !== "Array") {
+      return this.studio.tell('There is no array "attrs" to insert into. "Examples…" has a product to start from.');
+    }
     const last = array.lastChild?.prevSibling ?? null;
     const items = itemsOf(array);
     const line = state.doc.lineAt(items === 0 ? array.from : last!.from);
@@ -215,6 +216,7 @@ export class Editor {
   }
 
   #edited(): void {
+    this.studio.tell(""); // it has been read by now
     window.clearTimeout(this.#timer);
     this.#timer = window.setTimeout(() => {
       void this.studio.edit(this.#view.state.doc.toString());
@@ -231,16 +233,24 @@ export class Editor {
     this.#view.dispatch(setDiagnostics(state, diagnostics));
   }
 
-  // The attribute in which the cursor stands is the chosen one.
+  // The entity and the attribute in which the cursor stands are the chosen ones.
   #followCursor(): void {
     if (!this.#view.hasFocus) return this.#showChosen();
     const { state } = this.#view;
     const tree = ensureSyntaxTree(state, state.selection.main.head, MOST_PARSING_MS);
     const node = tree?.resolveInner(state.selection.main.head, 1);
     const path = node === undefined ? [] : pathTo(state, node);
-    if (path[0] !== "entities" || path[1] !== this.studio.entityIndex || path[2] !== "attrs") return;
-    if (typeof path[3] !== "number" || this.studio.attribute(path[3]) === undefined) return;
-    this.studio.select(path[3]);
+    const [entities, entity, attrs, index] = path;
+    if (entities !== "entities" || typeof entity !== "number") return;
+    if (entity !== this.studio.entityIndex) {
+      // While the text is broken, or not yet looked at, nobody knows where an entity ends.
+      const isKnown = this.studio.problem === "" && this.studio.configuration === state.doc.toString();
+      if (isKnown) void this.studio.chooseEntity(entity); // and then follow the cursor again
+      return;
+    }
+    if (attrs !== "attrs" || typeof index !== "number") return;
+    const isShown = this.studio.attribute(index)?.pointer === `/entities/${entity}/attrs/${index}`;
+    if (isShown) this.studio.select(index);
   }
 
   #showChosen(): void {

@@ -9,7 +9,7 @@ import kettlePacket from "../../examples/kettle.notify.hex?text";
 import powerMeter from "../../examples/power_meter.json?text";
 import powerMeterPacket from "../../examples/power_meter.notify.hex?text";
 
-const EMPTY = `{
+export const newProduct = `{
   "name": "My product",
   "protocolType": "data-point",
   "packetVersion": "0x4",
@@ -52,5 +52,5 @@ export const examples: Example[] = [
   },
   { title: "Gateway", file: "gateway.json", configuration: gateway, packet: gatewayPacket.trim() },
   { title: "Power meter", file: "power_meter.json", configuration: powerMeter, packet: powerMeterPacket.trim() },
-  { title: "New, with one attribute", file: "product.json", configuration: EMPTY, packet: "" },
+  { title: "New, with one attribute", file: "product.json", configuration: newProduct, packet: "" },
 ];

@@ -1,6 +1,6 @@
 // Files to take away, each with the command line that makes the same.
 
-import { byId, download, element } from "./dom";
+import { byId, copyOnClick, download, element } from "./dom";
 import type { Exported } from "./forms";
 import { isFailure } from "./forms";
 import type { Studio } from "./studio";
@@ -16,6 +16,7 @@ const FORMS = [
 export class ExportView {
   readonly #dialog = byId<HTMLDialogElement>("export-dialog");
   readonly #body = byId("export-body");
+  #turn = 0;
 
   constructor(private readonly studio: Studio) {
     const forms = byId("export-forms");
@@ -38,22 +39,21 @@ export class ExportView {
   }
 
   async #show(form: string): Promise<void> {
-    const { fileName, values, written } = this.studio;
+    const { fileName: file, written } = this.studio;
     const packet = written === undefined || isFailure(written) ? "" : (written.reading?.packet ?? "");
-    const request = { ask: "export", form, file: fileName, packet, settings: values };
+    const turn = ++this.#turn;
+    const request = { ask: "export", form, file, packet, ...this.studio.writeRequest() };
     const exported = await this.studio.askEntity<Exported>(request);
+    if (turn !== this.#turn) return;
     if (isFailure(exported)) {
       this.#body.replaceChildren(element("p", { class: "problem" }, exported.error));
       return;
     }
     const { command, files } = exported;
+    const copy = element("button", { type: "button" }, "Copy");
+    copyOnClick(copy, () => command);
     this.#body.replaceChildren(
-      element(
-        "p",
-        { class: "command-line" },
-        element("code", { "data-testid": "export-command" }, command),
-        element("button", { type: "button", onclick: () => void navigator.clipboard.writeText(command) }, "Copy"),
-      ),
+      element("p", { class: "command-line" }, element("code", { "data-testid": "export-command" }, command), copy),
       ...files.map(({ name, text }) =>
         element(
           "section",

@@ -1,7 +1,7 @@
 // The list of findings, each with its effect and fix.
 
 import { byId, count, element, reveal } from "./dom";
-import type { Finding, Severity } from "./forms";
+import type { Finding, Severity, Site } from "./forms";
 import type { Studio } from "./studio";
 
 const MOST_SHOWN = 200;
@@ -9,7 +9,7 @@ const MOST_SHOWN = 200;
 export class FindingsView {
   constructor(
     private readonly studio: Studio,
-    private readonly goTo: (finding: Finding) => void,
+    private readonly goTo: (site: Site) => void,
   ) {
     studio.on("findings", () => this.#draw());
   }
@@ -46,7 +46,6 @@ export class FindingsView {
   }
 
   #itemOf(finding: Finding): HTMLElement {
-    const where = `line ${finding.line}`;
     return element(
       "li",
       { "data-testid": "finding", "data-rule": finding.rule, class: finding.severity },
@@ -54,8 +53,9 @@ export class FindingsView {
         "button",
         { type: "button", onclick: () => this.goTo(finding) },
         element("span", { class: `badge ${finding.severity}` }, finding.severity),
+        " ",
         element("strong", {}, finding.message),
-        element("span", { class: "where" }, `${where} · ${finding.rule}`),
+        element("span", { class: "where" }, ` line ${finding.line} · ${finding.rule}`),
         element("span", { class: "detail" }, element("b", {}, "Effect "), finding.effect),
         element("span", { class: "detail" }, element("b", {}, "Fix "), finding.fix),
       ),

@@ -1,6 +1,6 @@
 // The answers of the WebAssembly, as far as the page reads them.
 
-export interface Failure {
+interface Failure {
   error: string;
 }
 export type Answer<T> = T | Failure;
@@ -11,10 +11,14 @@ export function isFailure(answer: unknown): answer is Failure {
 
 export type Severity = "error" | "warning" | "info";
 
-export interface Finding {
+// A place in a configuration.
+export interface Site {
   line: number;
   column: number; // in bytes of UTF-8
   pointer: string;
+}
+
+export interface Finding extends Site {
   rule: string;
   severity: Severity;
   message: string;
@@ -66,14 +70,13 @@ export interface Row {
 }
 
 export interface Entity {
-  title: string;
   summary: string;
   remarks: string[];
   rows: Row[];
   attributes: Attribute[];
 }
 
-export interface Place {
+interface Place {
   firstBit: number;
   bits: number;
 }
@@ -111,14 +114,12 @@ export interface Reading {
   notes?: string[];
   parts?: Part[];
   document?: string;
-  result?: unknown;
   values?: FieldValue[];
 }
 
 export interface Written {
   encoding: {
-    packet?: string;
-    attributes: { name: string; value?: string; note?: string }[];
+    attributes: { name: string; note?: string }[];
     problems: string[];
   };
   reading?: Reading;
@@ -146,19 +147,12 @@ export interface Match {
   lines: { text: string; time?: string; others?: string; packet?: string; error?: string }[];
 }
 
-export interface Site {
-  file: string;
-  line: number;
-  column: number;
-}
-
 export interface Change {
   rule: string;
   severity: Severity;
   message: string;
   effect: string;
   fix: string;
-  attributes: string[];
   old?: Site;
   new?: Site;
   before?: { packet?: string; meaning?: string };

@@ -48,7 +48,9 @@ export class Instance {
 
   ask(request: unknown): unknown {
     const { memory, malloc, free, studio_ask, studio_size } = this.#exports;
-    const bytes = new TextEncoder().encode(JSON.stringify(request));
+    // Half a surrogate pair, which a string of JavaScript can hold, is no text for others.
+    const text = JSON.stringify(request).replace(/(?<!\\)((?:\\\\)*)\\ud[89a-f][0-9a-f]{2}/g, "$1\ufffd");
+    const bytes = new TextEncoder().encode(text);
     const address = malloc(bytes.length);
     if (address === 0) return { error: "out of memory" };
     try {

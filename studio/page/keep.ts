@@ -1,6 +1,7 @@
 // What is kept over a reload, in the browser's local storage.
 
 import type { Shared } from "./share";
+import { sharedOf } from "./share";
 
 const KEY = "morvix-studio";
 
@@ -8,7 +9,7 @@ const KEY = "morvix-studio";
 export function kept(): Shared | undefined {
   try {
     const text = localStorage.getItem(KEY);
-    return text === null ? undefined : (JSON.parse(text) as Shared);
+    return text === null ? undefined : sharedOf(JSON.parse(text));
   } catch {
     return undefined;
   }

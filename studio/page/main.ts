@@ -2,7 +2,7 @@
 
 import { CaptureView } from "./capture";
 import { CompareView } from "./compare";
-import { byId, download, element, takeFiles } from "./dom";
+import { byId, copyOnClick, download, element, takeFiles } from "./dom";
 import { Editor } from "./editor";
 import { examples } from "./examples";
 import { ExportView } from "./exports";
@@ -24,8 +24,9 @@ const studio = new Studio();
 const editor = new Editor(studio);
 
 function current(): Shared {
-  const { fileName: file, entityIndex: entity, packetText: packet } = studio;
-  return { file, configuration: editor.text(), entity, packet };
+  const { fileName: file, entityIndex: entity, packetText: packet, values, command, subDevice } = studio;
+  const write = studio.isReceivedShown ? undefined : { values, command, subDevice };
+  return { file, configuration: editor.text(), entity, packet, write };
 }
 
 function isUtf8(bytes: ArrayBuffer): boolean {
@@ -60,8 +61,12 @@ function setUpFiles(): void {
     select.value = "";
     if (example !== undefined) void studio.open(example.file, example.configuration, example.packet);
   });
-  byId("save").addEventListener("click", () => {
-    download(studio.fileName, editor.text());
+  const save = (): void => download(studio.fileName, editor.text());
+  byId("save").addEventListener("click", save);
+  document.addEventListener("keydown", (event) => {
+    if (event.key.toLowerCase() !== "s" || !(event.ctrlKey || event.metaKey) || event.shiftKey || event.altKey) return;
+    event.preventDefault(); // of the page itself
+    save();
   });
   const name = byId("file-name");
   studio.on("configuration", () => (name.textContent = studio.fileName));
@@ -114,7 +119,7 @@ function setUpPicture(): void {
     byId("layout-packet").textContent =
       shown === undefined
         ? "Bits appear with a value or a packet."
-        : `Bits of the ${studio.isReceivedShown ? "packet typed below" : "write packet"}; click one to invert it.`;
+        : `Bits of the ${studio.isReceivedShown ? "packet below" : "write packet"}; click one to invert it.`;
   });
   studio.on("selection", () => picture.showChosen(studio.selected, true));
 }
@@ -152,11 +157,8 @@ function setUpSharing(): void {
     byId<HTMLDialogElement>("share-dialog").showModal();
     field.select();
   });
-  byId("copy-link").addEventListener("click", () => {
-    void navigator.clipboard.writeText(byId<HTMLInputElement>("share-link").value);
-    byId<HTMLDialogElement>("share-dialog").close();
-    studio.tell("The link was copied. It carries the configuration and the packet itself.");
-  });
+  copyOnClick(byId<HTMLButtonElement>("copy-link"), () => byId<HTMLInputElement>("share-link").value);
+  byId("share-note").hidden = location.protocol !== "file:";
 }
 
 async function start(): Promise<void> {
@@ -170,18 +172,18 @@ async function start(): Promise<void> {
     studio.tell("The link could not be read; it may have been cut off.");
   }
   if (shared === undefined) return studio.open(first.file, first.configuration, first.packet);
-  await studio.open(shared.file, shared.configuration, shared.packet, shared.entity);
+  await studio.open(shared.file, shared.configuration, shared.packet, shared.entity, shared.write);
 }
 
 for (const button of document.querySelectorAll<HTMLButtonElement>("dialog .close")) {
   button.addEventListener("click", () => button.closest("dialog")?.close());
 }
 studio.on("status", () => (byId("status").textContent = studio.status));
-new FindingsView(studio, (finding) => editor.goTo(finding));
+new FindingsView(studio, (site) => editor.goTo(site));
 new ValuesView(studio);
 new ReceivedView(studio);
 new CaptureView(studio);
-new CompareView(studio);
+new CompareView(studio, (site) => editor.goTo(site));
 new ExportView(studio);
 setUpFiles();
 setUpInserting();

@@ -3,7 +3,7 @@
 import { element, reveal } from "./dom";
 import type { Attribute, Entity, FieldValue, Piece, Reading, Row } from "./forms";
 
-export interface PictureEvents {
+interface PictureEvents {
   onSelect(element: number): void;
   onFlip(bit: number): void;
 }
@@ -11,10 +11,15 @@ export interface PictureEvents {
 const LETTERS: Record<string, string> = { writable: "W", "read-only": "R", alert: "A", fault: "F" };
 
 // The payload's bits of a packet, as text of 0 and 1.
-export function bitsOf(reading: Reading | undefined): string {
+function bitsOf(reading: Reading | undefined): string {
   if (reading?.payloadAt === undefined) return "";
   const bytes = reading.packet.split(" ").slice(reading.payloadAt, reading.payloadAt + (reading.payloadBytes ?? 0));
   return bytes.map((byte) => Number.parseInt(byte, 16).toString(2).padStart(8, "0")).join("");
+}
+
+// A name that breaks at its underscores where it has to.
+function breakable(name: string): (Node | string)[] {
+  return name.split(/(?<=_)/).flatMap((part, i) => (i === 0 ? [part] : [element("wbr"), part]));
 }
 
 export class Picture {
@@ -87,7 +92,7 @@ export class Picture {
     const text = row.leftOut ?? (label === "" ? (first?.name ?? "") : label);
     const letter = isNew && first !== undefined ? LETTERS[first.group] : undefined;
     if (first === undefined || this.events === undefined) {
-      made.append(element("span", { class: "name" }, first === undefined ? (row.leftOut ?? "") : text));
+      made.append(element("span", { class: "name" }, ...breakable(first === undefined ? (row.leftOut ?? "") : text)));
     } else {
       made.append(
         element(
@@ -102,7 +107,7 @@ export class Picture {
             },
           },
           letter !== undefined && element("span", { class: "letter", "aria-hidden": "true" }, letter),
-          text,
+          ...breakable(text),
         ),
       );
       made.addEventListener("click", () => this.#choose(piece));
@@ -119,7 +124,11 @@ export class Picture {
       event.stopPropagation();
       this.events?.onSelect(index);
     };
-    return element("button", { type: "button", class: "name", "data-testid": `field-${name}`, onclick }, name);
+    return element(
+      "button",
+      { type: "button", class: "name", "data-testid": `field-${name}`, onclick },
+      ...breakable(name),
+    );
   }
 
   // Where fields overlap, each click takes the next one.

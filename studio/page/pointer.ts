@@ -28,7 +28,7 @@ export function nameOf(state: EditorState, property: SyntaxNode): string {
   return name === null ? "" : textOf(state, name);
 }
 
-export function memberOf(state: EditorState, object: SyntaxNode, name: string): SyntaxNode | null {
+function memberOf(state: EditorState, object: SyntaxNode, name: string): SyntaxNode | null {
   // Of members that repeat, the last one counts.
   const found = object.getChildren("Property").filter((property) => nameOf(state, property) === name);
   return found.length === 0 ? null : valueIn(found[found.length - 1]!);

@@ -1,7 +1,7 @@
 // A received packet: its values, alerts and faults, the application's document, and notes.
 
-import { explain } from "./bytes";
-import { byId, element, reveal } from "./dom";
+import { explain, markChosen } from "./bytes";
+import { byId, element } from "./dom";
 import type { FieldValue, Reading } from "./forms";
 import { isFailure } from "./forms";
 import type { Studio } from "./studio";
@@ -27,7 +27,7 @@ export class ReceivedView {
     this.#input.setAttribute("aria-invalid", String(problem !== ""));
     byId("packet-problem").textContent = problem;
     const reading = received === undefined || isFailure(received) || problem !== "" ? undefined : received;
-    this.#document.textContent = documentText(reading);
+    this.#document.textContent = reading?.document?.trimEnd() ?? "";
     this.#result.replaceChildren(...(reading === undefined ? [] : this.#partsOf(reading)));
   }
 
@@ -98,20 +98,10 @@ export class ReceivedView {
   }
 
   #showChosen(): void {
+    const { selected } = this.studio;
     for (const row of this.#result.querySelectorAll<HTMLElement>("tr[data-element]")) {
-      const isChosen = row.dataset["element"] === String(this.studio.selected);
-      row.classList.toggle("chosen", isChosen);
-      if (isChosen) reveal(row, this.#result);
+      row.classList.toggle("chosen", row.dataset["element"] === String(selected));
     }
-    const parts = this.#result.querySelector(".parts");
-    const { received } = this.studio;
-    if (parts !== null && received !== undefined && !isFailure(received))
-      parts.replaceWith(explain(this.studio, received));
+    for (const list of this.#result.querySelectorAll<HTMLElement>(".parts")) markChosen(list, selected);
   }
-}
-
-// The text as the module writes it, on several lines for people.
-function documentText(reading: Reading | undefined): string {
-  if (reading?.document === undefined) return "";
-  return reading.document.trimEnd();
 }

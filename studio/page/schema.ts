@@ -8,6 +8,7 @@ import type { EditorView } from "@codemirror/view";
 import type { SyntaxNode } from "@lezer/common";
 import document_ from "../../schemas/product-configuration.schema.json";
 import { element } from "./dom";
+import { newProduct } from "./examples";
 import { itemsOf, nameOf, pathTo } from "./pointer";
 
 interface Schema {
@@ -161,10 +162,19 @@ function valueCompletions(state: EditorState, node: SyntaxNode): Completion[] {
   }));
 }
 
+// What a cursor is in: brackets and commas are not places of their own.
+function placeAt(state: EditorState, pos: number): SyntaxNode {
+  const node = syntaxTree(state).resolveInner(pos, -1);
+  const isToken = node.type.isError || !/^[A-Z]/.test(node.name);
+  const around = isToken ? (node.parent ?? node) : node;
+  const isAfter = node.name === "]" || node.name === "}";
+  return isAfter ? (around.parent ?? around) : around;
+}
+
 export function complete(context: CompletionContext): CompletionResult | null {
   const { state, pos } = context;
-  let node = syntaxTree(state).resolveInner(pos, -1);
-  if (node.type.isError && node.parent !== null) node = node.parent;
+  const node = placeAt(state, pos);
+  const word = context.matchBefore(/[\w$]*/)!; // that is typed without quotation marks
   const isOpen = state.sliceDoc(node.from, node.from + 1) === '"';
   const isClosed = isOpen && node.to > node.from + 1 && state.sliceDoc(node.to - 1, node.to) === '"';
   const begin = node.from + (isOpen ? 1 : 0);
@@ -175,23 +185,33 @@ export function complete(context: CompletionContext): CompletionResult | null {
   }
   if ((node.name === "String" || node.name === "Number") && pos >= begin && pos <= end) {
     const options = valueCompletions(state, node);
-    return options.length === 0 ? null : { from: begin, to: end, options };
+    return options.length === 0 ? null : { from: Math.min(begin, word.from), to: end, options };
   }
-  if (node.name === "Array" && context.explicit) {
-    const indent = /^\s*/.exec(state.doc.lineAt(pos).text)![0];
-    const examples = itemExamples(pathTo(state, node));
-    return {
-      from: pos,
-      options: examples.map(({ title, text }) => ({ label: title, apply: text(itemsOf(node), indent) })),
-    };
+  if (!context.explicit && word.text === "") return null;
+  return optionsOf(state, node, word.from);
+}
+
+function optionsOf(state: EditorState, node: SyntaxNode, from: number): CompletionResult | null {
+  switch (node.name) {
+    case "JsonText":
+      return { from, options: [{ label: "product", detail: "with one attribute", apply: newProduct }] };
+    case "Array": {
+      const indent = /^\s*/.exec(state.doc.lineAt(from).text)![0];
+      const examples = itemExamples(pathTo(state, node));
+      const options = examples.map(({ title, text }, i) => ({
+        label: title,
+        boost: -i, // in their order
+        apply: text(itemsOf(node), indent),
+      }));
+      return { from, options };
+    }
+    case "Object":
+      return { from, options: memberCompletions(state, node, null) };
+    case "Property":
+      return { from, options: valueCompletions(state, node) };
+    default:
+      return null;
   }
-  if (node.name === "Object" && context.explicit) {
-    return { from: pos, options: memberCompletions(state, node, null) };
-  }
-  if (node.name === "Property" && context.explicit) {
-    return { from: pos, options: valueCompletions(state, node) };
-  }
-  return null;
 }
 
 export function hover(view: EditorView, pos: number, side: -1 | 1): Tooltip | null {

@@ -1,10 +1,14 @@
-// A link that carries the configuration and the packet, compressed, in its fragment. Servers never see a fragment.
+// A link that carries the configuration and the packets, compressed, in its fragment. Servers never see a fragment.
+
+import type { Values } from "./forms";
+import type { Write } from "./studio";
 
 export interface Shared {
   file: string;
   configuration: string;
   entity: number;
   packet: string;
+  write?: Write | undefined; // when it is what the picture shows
 }
 
 const PREFIX = "#s=";
@@ -44,11 +48,29 @@ export async function sharedIn(fragment: string): Promise<Shared | undefined> {
   const text = atob(fragment.slice(PREFIX.length).replace(/-/g, "+").replace(/_/g, "/"));
   const packed = Uint8Array.from(text, (character) => character.charCodeAt(0));
   const unpacked = await through(packed, new DecompressionStream("deflate-raw"));
-  const shared = JSON.parse(new TextDecoder().decode(unpacked)) as Partial<Shared>;
+  return sharedOf(JSON.parse(new TextDecoder().decode(unpacked)));
+}
+
+function writeOf(value: unknown): Write | undefined {
+  if (typeof value !== "object" || value === null) return undefined;
+  const { values, command, subDevice } = value as Partial<Write>;
+  const isValue = (one: unknown): boolean => ["boolean", "number", "string"].includes(typeof one);
+  const taken = Object.entries(values ?? {}).filter(([, one]) => isValue(one));
+  return {
+    values: Object.fromEntries(taken) as Values,
+    command: String(command ?? "write"),
+    subDevice: String(subDevice ?? ""),
+  };
+}
+
+// What somebody has shared or kept, whatever else it is.
+export function sharedOf(value: unknown): Shared {
+  const shared = (value ?? {}) as Partial<Shared>;
   return {
     file: String(shared.file ?? "shared.json"),
     configuration: String(shared.configuration ?? ""),
-    entity: Number.isInteger(shared.entity) ? shared.entity! : 0,
+    entity: Number.isInteger(shared.entity) && shared.entity! >= 0 ? shared.entity! : 0,
     packet: String(shared.packet ?? ""),
+    write: writeOf(shared.write),
   };
 }

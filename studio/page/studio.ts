@@ -4,7 +4,14 @@ import { Asker } from "./asker";
 import type { Answer, Attribute, Entities, Entity, Findings, Reading, Value, Values, Written } from "./forms";
 import { isFailure } from "./forms";
 
-export type Topic = "configuration" | "findings" | "entity" | "selection" | "packets" | "status";
+// What is to be written, and how.
+export interface Write {
+  values: Values;
+  command: string;
+  subDevice: string;
+}
+
+type Topic = "configuration" | "findings" | "entity" | "selection" | "packets" | "status";
 
 export class Studio {
   fileName = "configuration.json";
@@ -27,6 +34,7 @@ export class Studio {
 
   readonly #listeners = new Map<Topic, (() => void)[]>();
   readonly #asker = new Asker((reason) => this.tell(`The analysis was restarted: ${reason}. Your text is kept.`));
+  readonly #otherValues = new Map<number, Values>(); // of the other entities, by their indexes
   #configurationTurn = 0;
   #packetTurn = 0;
 
@@ -52,17 +60,20 @@ export class Studio {
     this.#changed("status");
   }
 
-  // Opens another configuration: nothing of the last one remains.
-  async open(fileName: string, configuration: string, packetText = "", entityIndex = 0): Promise<void> {
+  // Opens another configuration: nothing of the last one remains. With `write`, the picture shows that packet.
+  async open(fileName: string, configuration: string, packetText = "", entityIndex = 0, write?: Write): Promise<void> {
     this.fileName = fileName;
     this.configuration = configuration;
     this.entityIndex = entityIndex;
     this.selected = undefined;
-    this.values = {};
+    this.values = write?.values ?? {};
+    this.#otherValues.clear();
+    this.command = write?.command ?? "write";
+    this.subDevice = write?.subDevice ?? "";
     this.written = undefined;
     this.received = undefined;
     this.packetText = packetText;
-    this.isReceivedShown = packetText !== "";
+    this.isReceivedShown = write === undefined && packetText !== "";
     this.#changed("configuration", "selection");
     await this.#update();
   }
@@ -73,9 +84,12 @@ export class Studio {
   }
 
   async chooseEntity(index: number): Promise<void> {
+    if (index === this.entityIndex) return;
+    this.#otherValues.set(this.entityIndex, this.values);
     this.entityIndex = index;
     this.selected = undefined;
-    this.values = {};
+    this.values = this.#otherValues.get(index) ?? {};
+    if (Object.keys(this.values).length === 0) this.isReceivedShown = this.packetText !== "";
     this.#changed("selection");
     await this.#update();
   }
@@ -108,7 +122,7 @@ export class Studio {
     this.problem = isFailure(entity) ? entity.error : "";
     if (!isFailure(entity)) this.entity = entity;
     this.#changed("entity");
-    await this.#refreshPackets();
+    await this.#read(++this.#packetTurn);
   }
 
   attribute(element: number | undefined): Attribute | undefined {
@@ -143,11 +157,23 @@ export class Studio {
     await this.#encode(++this.#packetTurn);
   }
 
-  async #encode(turn: number): Promise<void> {
-    const hasValues = Object.keys(this.values).length > 0;
+  // What is to be written, as requests take it. A value of an unknown name waits until that is typed to its end.
+  writeRequest(): Record<string, unknown> & { values: Values } {
+    const isKnown = new Set(
+      this.entity?.attributes.filter(({ control }) => control !== undefined).map(({ name }) => name),
+    );
+    const values = Object.fromEntries(Object.entries(this.values).filter(([name]) => isKnown.has(name)));
     const subDevice = this.subDevice === "" ? {} : { subDevice: Number(this.subDevice) };
-    const request = { ask: "encode", values: this.values, command: this.command, ...subDevice };
-    const written = hasValues ? await this.askEntity<Written>(request) : undefined;
+    return { values, command: this.command, ...subDevice };
+  }
+
+  async #askWrite(): Promise<Answer<Written> | undefined> {
+    const request = this.writeRequest();
+    return Object.keys(request.values).length === 0 ? undefined : this.askEntity({ ask: "encode", ...request });
+  }
+
+  async #encode(turn: number): Promise<void> {
+    const written = await this.#askWrite();
     if (turn !== this.#packetTurn) return;
     this.written = written;
     this.#changed("packets");
@@ -156,23 +182,21 @@ export class Studio {
   // A packet of any kind: what it says sets the values as well.
   async setPacket(text: string): Promise<void> {
     this.packetText = text;
-    this.isReceivedShown = true;
-    const turn = ++this.#packetTurn;
-    if (text.trim() === "") {
-      this.received = undefined;
-      this.isReceivedShown = false;
-      this.#changed("packets");
-      return;
-    }
-    const received = await this.askEntity<Reading>({ ask: "read", packet: text });
+    this.isReceivedShown = text.trim() !== "";
+    await this.#read(++this.#packetTurn);
+  }
+
+  async #read(turn: number): Promise<void> {
+    const packet = this.packetText;
+    const received = packet.trim() === "" ? undefined : await this.askEntity<Reading>({ ask: "read", packet });
     if (turn !== this.#packetTurn) return;
     this.received = received;
-    this.#takeValues(received);
+    if (received !== undefined && this.isReceivedShown) this.#takeValues(received);
     await this.#encode(turn);
   }
 
   #takeValues(reading: Answer<Reading>): void {
-    if (isFailure(reading) || reading.values === undefined) return;
+    if (isFailure(reading) || reading.values === undefined || reading.values.length === 0) return;
     const values: Values = {};
     for (const { element, value } of reading.values) {
       const attribute = this.attribute(element);
@@ -194,16 +218,12 @@ export class Studio {
     if (turn !== this.#packetTurn || isFailure(flipped)) return;
     if (this.isReceivedShown) return this.setPacket(flipped.packet);
     this.#takeValues(flipped);
-    await this.#encode(turn);
-  }
-
-  async #refreshPackets(): Promise<void> {
-    if (this.isReceivedShown || this.packetText !== "") {
-      const { isReceivedShown } = this;
-      await this.setPacket(this.packetText);
-      this.isReceivedShown = isReceivedShown;
-    } else {
-      await this.#encode(++this.#packetTurn);
-    }
+    const written = await this.#askWrite();
+    if (turn !== this.#packetTurn) return;
+    const packet = written === undefined || isFailure(written) ? undefined : written.reading?.packet;
+    // A bit that no values give, such as one out of range, makes a packet of its own.
+    if (packet !== flipped.packet) return this.setPacket(flipped.packet);
+    this.written = written;
+    this.#changed("packets");
   }
 }

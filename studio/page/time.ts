@@ -23,8 +23,18 @@ export function timeText(seconds: number): string {
   return hasDate ? `${text.slice(0, 10)} ${clock}` : clock;
 }
 
+const DAY = 86400;
+
+// Distances of marks on an axis of times, in seconds, that fall on round times.
+export const TIME_STEPS = [
+  ...[0.001, 0.002, 0.005, 0.01, 0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10, 15, 30],
+  ...[1, 2, 5, 10, 15, 30].map((minutes) => 60 * minutes),
+  ...[1, 2, 3, 6, 12].map((hours) => 3600 * hours),
+  ...[1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000].map((days) => DAY * days),
+];
+
 // The x axis of a capture: its times where all rows have one that does not go back, otherwise the line numbers.
-export function axisOf(seconds: Float64Array, lines: Float64Array): { x: Float64Array; isTime: boolean } {
+export function timeAxisOf(seconds: Float64Array, lines: Float64Array): { x: Float64Array; isTime: boolean } {
   let isTime = seconds.length > 0 && Number.isFinite(seconds[0]);
   for (let i = 1; isTime && i < seconds.length; ++i) isTime = seconds[i]! >= seconds[i - 1]!;
   return { x: isTime ? seconds : lines, isTime };

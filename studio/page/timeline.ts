@@ -4,10 +4,14 @@ import uPlot from "uplot";
 import type { Rows } from "./capture";
 import { element } from "./dom";
 import type { Attribute } from "./forms";
-import { axisOf, timeText } from "./time";
+import { TIME_STEPS, timeAxisOf, timeText } from "./time";
 
-const LINE_COLORS = ["#1f77d0", "#c4570a", "#23875a", "#9a4fb5", "#a8851a", "#c23a62"];
+const LINE_COLORS = 6; // --line0 and so on
 const CHART_HEIGHT = 200;
+const AXIS_FONT = "12px system-ui, sans-serif";
+const WIDTH_OF_MORE_AXES = 800;
+const MOST_MORE_AXES = 3;
+const MORE_AXIS_WIDTH = 44;
 const BAND_HEIGHT = 22;
 const CHARACTER_WIDTH = 7;
 const LEAST_LABEL_WIDTH = 60;
@@ -26,6 +30,10 @@ interface Track {
   attribute: Attribute;
   index: number; // of its column
   kind: Kind;
+}
+
+function color(name: string): string {
+  return getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 }
 
 // Rows with one value after each other.
@@ -48,6 +56,14 @@ function runsOf(column: Float64Array | Uint8Array, size: number): Run[] {
     }
   }
   return runs;
+}
+
+// Whether a column tells something that a single value would not.
+function isOfInterest({ kind, index }: Track, rows: Rows): boolean {
+  if (kind === "mark") return rows.active[index]!.subarray(0, rows.size).includes(1);
+  const column = rows.values[index]!.subarray(0, rows.size);
+  const first = column.find((value) => !Number.isNaN(value));
+  return column.some((value) => !Number.isNaN(value) && value !== first);
 }
 
 export class Timeline {
@@ -74,7 +90,7 @@ export class Timeline {
 
   show(rows: Rows, attributes: Attribute[]): void {
     this.#rows = rows;
-    const { x, isTime } = axisOf(rows.seconds.subarray(0, rows.size), rows.lines.subarray(0, rows.size));
+    const { x, isTime } = timeAxisOf(rows.seconds.subarray(0, rows.size), rows.lines.subarray(0, rows.size));
     this.#x = x;
     this.#isTime = isTime;
     this.#runs.clear();
@@ -82,7 +98,9 @@ export class Timeline {
       const kind = kindOf(attribute);
       return kind === undefined ? [] : [{ attribute, index, kind }];
     });
-    this.#chosen = new Set(this.#tracks.slice(0, MOST_CHOSEN_AT_FIRST).map(({ index }) => index));
+    const ofInterest = this.#tracks.filter((track) => isOfInterest(track, rows));
+    const atFirst = (ofInterest.length > 0 ? ofInterest : this.#tracks).slice(0, MOST_CHOSEN_AT_FIRST);
+    this.#chosen = new Set(atFirst.map(({ index }) => index));
     this.#drawChoice();
     this.#draw();
   }
@@ -125,30 +143,48 @@ export class Timeline {
     this.#plot = undefined;
     if (this.#rows === undefined || this.#x.length === 0) return;
     const lines = this.#chosenTracks(true);
-    const style = getComputedStyle(document.documentElement);
-    const text = style.getPropertyValue("--text").trim();
-    const grid = { stroke: style.getPropertyValue("--line").trim(), width: 1 };
+    const grid = { stroke: color("--line"), width: 1 };
     const size = this.#rows.size;
     const columns = lines.map(({ index }) => this.#rows!.values[index]!.subarray(0, size));
-    const axis = { stroke: text, grid, ticks: grid };
+    const axis = { stroke: color("--text"), grid, ticks: grid, font: AXIS_FONT };
+    const lineColor = (i: number): string => color(`--line${i % LINE_COLORS}`);
     const xText = (x: number | null): string => (x === null ? "" : this.#isTime ? timeText(x) : String(x));
     const longest = Math.max(...this.#chosenTracks(false).map(({ attribute }) => attribute.label.length), 0);
     const labelWidth = Math.min(Math.max(CHARACTER_WIDTH * longest + 12, LEAST_LABEL_WIDTH), MOST_LABEL_WIDTH);
+    // Each line has a scale of its own, so that an axis belongs to one line and has its color.
+    const axisOf = (track: Track, i: number): uPlot.Axis => ({
+      ...axis,
+      scale: `y${i}`,
+      side: i === 0 ? 3 : 1,
+      size: i === 0 ? labelWidth : MORE_AXIS_WIDTH,
+      grid: { ...grid, show: i === 0 },
+      stroke: lineColor(i),
+      label: track.attribute.label,
+      labelFont: AXIS_FONT,
+      labelSize: 16,
+    });
+    const moreAxes = this.container.clientWidth < WIDTH_OF_MORE_AXES ? 0 : MOST_MORE_AXES;
+    const lineAxes = lines.slice(0, 1 + moreAxes).map(axisOf);
     this.#plot = new uPlot(
       {
         width: this.container.clientWidth,
         height: CHART_HEIGHT,
         scales: { x: { time: false } },
         axes: [
-          { ...axis, space: 170, values: (_plot: uPlot, splits: number[]) => splits.map(xText) },
-          { ...axis, size: labelWidth, scale: lines.length > 0 ? "y0" : "y" },
+          {
+            ...axis,
+            space: 170,
+            ...(this.#isTime ? { incrs: TIME_STEPS } : {}),
+            values: (_plot: uPlot, splits: number[]) => splits.map(xText),
+          },
+          ...(lineAxes.length > 0 ? lineAxes : [{ ...axis, size: labelWidth }]),
         ],
         series: [
           { label: this.#isTime ? "Time" : "Line", value: (_plot: uPlot, x: number | null) => xText(x) },
           ...lines.map(({ attribute }, i) => ({
             label: attribute.label,
             scale: `y${i}`,
-            stroke: LINE_COLORS[i % LINE_COLORS.length]!,
+            stroke: lineColor(i),
             width: 1.5,
             spanGaps: true,
             points: { show: size < 200 },
@@ -156,7 +192,7 @@ export class Timeline {
         ],
         cursor: { y: false, drag: { x: true, y: false } },
         hooks: {
-          setScale: [(_plot: uPlot, key: string) => key === "x" && this.#drawBands()],
+          draw: [() => this.#drawBands()], // when it is known where the chart begins and ends
           ready: [
             (plot: uPlot) =>
               plot.over.addEventListener("click", (event) => this.#chooseAt(event.offsetX + this.#left())),
@@ -166,7 +202,6 @@ export class Timeline {
       [this.#x, ...columns] as unknown as uPlot.AlignedData,
       this.#chart,
     );
-    this.#drawBands();
   }
 
   #left(): number {
@@ -182,7 +217,6 @@ export class Timeline {
 
   #resize(): void {
     this.#plot?.setSize({ width: this.container.clientWidth, height: CHART_HEIGHT });
-    this.#drawBands();
   }
 
   #runsOf(track: Track): Run[] {
@@ -205,26 +239,27 @@ export class Timeline {
     const context = this.#canvas.getContext("2d");
     if (plot === undefined || context === null) return;
     context.scale(devicePixelRatio, devicePixelRatio);
-    context.font = "12px system-ui, sans-serif";
+    context.font = AXIS_FONT;
     context.textBaseline = "middle";
     tracks.forEach((track, i) => this.#drawTrack(context, plot, track, i * BAND_HEIGHT));
   }
 
   #drawTrack(context: CanvasRenderingContext2D, plot: uPlot, track: Track, top: number): void {
-    const style = getComputedStyle(document.documentElement);
-    const color = (name: string): string => style.getPropertyValue(name).trim();
     const { group, items, label } = track.attribute;
+    const colors = track.kind === "mark" ? [color(`--${group}`)] : [0, 1, 2, 3].map((i) => color(`--band${i}`));
+    const [text, off] = [color("--text"), color("--line")];
+    let painted = -Infinity;
     const left = this.#left();
     const end = left + plot.bbox.width / devicePixelRatio;
     for (const { first, last, value } of this.#runsOf(track)) {
       if (track.kind === "mark" && value === 0) continue;
       const from = Math.max(left + plot.valToPos(this.#x[first]!, "x"), left);
       const to = Math.min(left + plot.valToPos(this.#x[last]!, "x"), end);
-      if (to < left || from > end) continue;
+      if (to < left || from > end || to <= painted) continue; // not visible, or in a pixel that is taken
       const length = Math.max(to - from, 1);
+      painted = from + length;
       const isOff = track.kind === "band" && items === undefined && value === 0;
-      context.fillStyle =
-        track.kind === "mark" ? color(`--${group}`) : isOff ? color("--line") : color(`--band${value % 4}`);
+      context.fillStyle = isOff ? off : colors[value % colors.length]!;
       context.fillRect(from, top + (isOff ? 12 : 3), length, isOff ? 2 : BAND_HEIGHT - 6);
       if (track.kind === "mark") this.#drawMark(context, from, top);
       if (items === undefined || length < 30) continue;
@@ -232,11 +267,11 @@ export class Timeline {
       context.beginPath();
       context.rect(from, top, length, BAND_HEIGHT);
       context.clip();
-      context.fillStyle = color("--text");
+      context.fillStyle = text;
       context.fillText(items[value] ?? String(value), from + 4, top + BAND_HEIGHT / 2);
       context.restore();
     }
-    context.fillStyle = color("--text");
+    context.fillStyle = text;
     context.textAlign = "left";
     context.fillText(label, 2, top + BAND_HEIGHT / 2, left - 8);
   }

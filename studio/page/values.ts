@@ -1,7 +1,7 @@
 // What can be written: a control for each writable attribute, and the write packet beside them.
 
-import { explain } from "./bytes";
-import { byId, element, reveal } from "./dom";
+import { explain, markChosen } from "./bytes";
+import { byId, copyOnClick, element, reveal } from "./dom";
 import type { Attribute, Control, Value } from "./forms";
 import { isFailure } from "./forms";
 import type { Studio } from "./studio";
@@ -76,18 +76,38 @@ function numberFor(
   return { elements, hint, show, read: () => read() ?? min };
 }
 
+// Base64 of hexadecimal digits; undefined when these are not whole bytes.
+function base64Of(text: string): string | undefined {
+  const digits = text.replace(/[\s:,]/g, "");
+  if (digits === "" || !/^([0-9a-f]{2})*$/i.test(digits)) return undefined;
+  return btoa(digits.replace(/../g, (byte) => String.fromCharCode(Number.parseInt(byte, 16))));
+}
+
+// Empty when the text is not base64, which a link can bring.
+function hexOf(base64: string): string {
+  if (!/^[\w+/]*={0,2}$/.test(base64) || base64.length % 4 !== 0) return "";
+  return Array.from(atob(base64), (byte) => byte.charCodeAt(0).toString(16).padStart(2, "0")).join(" ");
+}
+
 function bytesFor(bytes: number, properties: Record<string, string>, changed: Changed): Made {
+  const read = (): string | undefined => base64Of(box.value);
   const box = element("input", {
     ...properties,
     type: "text",
     spellcheck: "false",
-    placeholder: "base64",
-    oninput: () => changed(box.value),
+    placeholder: "00 ff",
+    oninput: () => {
+      box.setAttribute("aria-invalid", String(box.value.trim() !== "" && read() === undefined));
+      changed(read());
+    },
   });
   const show = (value: Value | undefined): void => {
-    if (document.activeElement !== box) box.value = value === undefined ? "" : String(value);
+    if (document.activeElement === box) return;
+    box.value = value === undefined ? "" : hexOf(String(value));
+    box.setAttribute("aria-invalid", "false");
   };
-  return { elements: [box], hint: `${bytes} bytes, in base64`, show, read: () => box.value };
+  const zeros = btoa("\0".repeat(bytes));
+  return { elements: [box], hint: `${bytes} bytes, in hexadecimal`, show, read: () => read() ?? zeros };
 }
 
 function makeControl(control: Control, properties: Record<string, string>, changed: Changed): Made {
@@ -110,6 +130,7 @@ export class ValuesView {
   readonly #problems = byId("write-problems");
   readonly #command = byId<HTMLSelectElement>("write-command");
   readonly #subDevice = byId<HTMLInputElement>("sub-device");
+  readonly #copy = byId<HTMLButtonElement>("copy-write");
   #rows: Row[] = [];
   #drawn = "";
 
@@ -120,16 +141,13 @@ export class ValuesView {
     const change = (): void => void studio.setCommand(this.#command.value, this.#subDevice.value);
     this.#command.addEventListener("change", change);
     this.#subDevice.addEventListener("input", change);
-    byId("copy-write").addEventListener("click", () => {
-      void navigator.clipboard.writeText(this.#packet.textContent ?? "");
-      studio.tell("The write packet was copied.");
-    });
+    copyOnClick(this.#copy, () => this.#packet.textContent ?? "");
   }
 
   #draw(): void {
     const writable = this.studio.entity?.attributes.filter((one) => one.control !== undefined) ?? [];
     const drawn = JSON.stringify(
-      writable.map(({ name, label, description, control }) => [name, label, description, control]),
+      writable.map(({ element, name, label, description, control }) => [element, name, label, description, control]),
     );
     if (drawn === this.#drawn) return; // so that nobody's typing is disturbed
     this.#drawn = drawn;
@@ -190,6 +208,7 @@ export class ValuesView {
     this.#command.value = command;
     const reading = written === undefined || isFailure(written) ? undefined : written.reading;
     this.#packet.textContent = reading?.packet ?? "";
+    this.#copy.disabled = reading === undefined;
     this.#problems.textContent = this.#problemText();
     this.#explanation.replaceChildren(...(reading === undefined ? [] : [explain(this.studio, reading)]));
   }
@@ -207,6 +226,8 @@ export class ValuesView {
       row.classList.toggle("chosen", isChosen);
       if (isChosen) reveal(row, this.#list);
     }
-    this.#show();
+    for (const list of this.#explanation.querySelectorAll<HTMLElement>(".parts")) {
+      markChosen(list, this.studio.selected);
+    }
   }
 }

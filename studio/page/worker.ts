@@ -7,6 +7,7 @@ import type { CapturePiece, FromWorker, ToWorker } from "./messages";
 import { secondsOf } from "./time";
 
 const PIECE_CHARACTERS = 1 << 18;
+const MOST_LINE_CHARACTERS = 1 << 20; // far more than a packet has
 
 let instance: Instance | undefined;
 
@@ -65,17 +66,30 @@ async function readCapture(
     const buffers = [...piece.values, ...piece.active].map((column) => column.buffer as ArrayBuffer);
     post({ id, piece, taken: taken / Math.max(file.size, 1), unmatched }, buffers);
   };
+  let isInLongLine = false;
   for (;;) {
     const { done, value } = await reader.read();
     if (done) break;
     taken += value.length;
     rest += decoder.decode(value, { stream: true });
+    if (isInLongLine) {
+      const end = rest.indexOf("\n");
+      rest = end === -1 ? "" : rest.slice(end + 1);
+      if (end === -1) continue;
+      isInLongLine = false;
+      ++first;
+    }
     while (rest.length > PIECE_CHARACTERS) {
       const end = rest.lastIndexOf("\n", PIECE_CHARACTERS);
       const next = end === -1 ? rest.indexOf("\n") : end;
       if (next === -1) break;
       decode(rest.slice(0, next + 1));
       rest = rest.slice(next + 1);
+    }
+    if (rest.length > MOST_LINE_CHARACTERS) {
+      isInLongLine = true;
+      ++unmatched;
+      rest = "";
     }
   }
   decode(rest + decoder.decode());

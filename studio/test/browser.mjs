@@ -8,7 +8,8 @@ import { pathToFileURL } from "node:url";
 import { chromium } from "playwright-core";
 
 const root = resolve(import.meta.dirname ?? new URL(".", import.meta.url).pathname, "../..");
-const url = pathToFileURL(join(root, "build/studio/studio.html")).href;
+export const studioFile = join(root, "build/studio/studio.html");
+const url = pathToFileURL(studioFile).href;
 const flags = [
   "--no-sandbox",
   "--disable-gpu",
@@ -55,7 +56,7 @@ export async function closeBrowser() {
 
 // A new page without anything kept. `problems` collects what must not happen: errors, messages on the console, and
 // requests of anything but the page itself.
-export async function openPage({ hash = "", scheme = "light", width = 1440, height = 900 } = {}) {
+export async function openPage({ hash = "", scheme = "light", width = 1440, height = 900, at = url } = {}) {
   const context = await browser.newContext({ colorScheme: scheme, viewport: { width, height }, acceptDownloads: true });
   contexts.push(context);
   const page = await context.newPage();
@@ -63,9 +64,10 @@ export async function openPage({ hash = "", scheme = "light", width = 1440, heig
   page.on("pageerror", (error) => page.problems.push(error.message));
   page.on("console", (message) => page.problems.push(message.text()));
   page.on("request", (request) => {
-    if (!/^(file|blob|data):/.test(request.url())) page.problems.push(`request of ${request.url()}`);
+    const isOwn = request.isNavigationRequest() || /^(blob|data):/.test(request.url());
+    if (!isOwn) page.problems.push(`request of ${request.url()}`);
   });
-  await page.goto(url + hash);
+  await page.goto(at + hash);
   await page.getByTestId("finding").or(page.getByText("No findings")).first().waitFor();
   return page;
 }

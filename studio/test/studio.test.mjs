@@ -2,6 +2,7 @@
 
 import assert from "node:assert/strict";
 import { readdirSync, readFileSync } from "node:fs";
+import { createServer } from "node:http";
 import { createRequire } from "node:module";
 import { after, afterEach, before, describe, test } from "node:test";
 import {
@@ -16,6 +17,7 @@ import {
   openConfiguration,
   openPage,
   pathOf,
+  studioFile,
   textOf,
   typeConfiguration,
 } from "./browser.mjs";
@@ -63,6 +65,7 @@ describe("editor", () => {
     await finding.click();
     const active = await eventualText(page.locator(".cm-activeLine"), /ratio/);
     assert.match(active, /"ratio": 0/);
+    await page.locator('[data-testid="field-target"].chosen').waitFor({ timeout: 5000 });
     assert.deepEqual(page.problems, []);
   });
 
@@ -85,6 +88,39 @@ describe("editor", () => {
     await page.waitForTimeout(200);
     await page.keyboard.press("Enter");
     assert.match(await configurationOf(page), /\{"position": 1\}/);
+    // Without quotation marks, and from an empty text.
+    const chosen = async (typed, option) => {
+      await page.locator(".cm-content").focus();
+      if (typed === "") await page.keyboard.press("Control+Space");
+      await page.keyboard.type(typed);
+      await eventualText(page.locator(".cm-tooltip-autocomplete [aria-selected]"), option);
+      await page.waitForTimeout(200);
+      await page.keyboard.press("Enter");
+    };
+    await typeConfiguration(page, "{}");
+    await page.keyboard.press("ArrowLeft");
+    await chosen("entit", /^entities/);
+    assert.equal(await configurationOf(page), '{"entities": []}');
+    await chosen("", /^Lamp/i);
+    const { entities } = JSON.parse(await configurationOf(page));
+    assert.deepEqual(entities, [{ id: 0, name: "lamp", display_name: "Lamp", attrs: [] }]);
+    await typeConfiguration(page, '{"entities": [{"attrs": [{"data_type": }]}]}');
+    for (let i = 0; i < 5; ++i) await page.keyboard.press("ArrowLeft");
+    await chosen("uint6", "uint64");
+    assert.match(await configurationOf(page), /\{"data_type": "uint64"\}/);
+    await typeConfiguration(page, "");
+    await page.keyboard.press("Delete");
+    await chosen("", /^product/);
+    assert.equal(
+      (
+        await eventually(
+          () => shownFindings(page),
+          (shown) => shown.length === 0,
+        )
+      ).length,
+      0,
+    );
+    await page.getByTestId("field-power").waitFor();
     await typeConfiguration(page, '{"entities": []}');
     await page.locator(".cm-line").getByText('"entities"').hover();
     assert.match(
@@ -140,6 +176,31 @@ describe("editor", () => {
     await eventualText(page.getByTestId("decoded-power"), "false");
     assert.equal(await page.getByTestId("packet").inputValue(), "04 00 00 00 00 00 00");
     assert.equal(await configurationOf(page), text);
+    // The values to be written are kept beside it.
+    await page.getByTestId("value-target").fill("41");
+    await eventualText(page.getByTestId("write-packet"), "01 07 00 02");
+    await page.reload();
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 00 02"), "01 07 00 02");
+    assert.equal(await page.getByTestId("packet").inputValue(), "04 00 00 00 00 00 00");
+  });
+
+  test("tells what was done until the text is edited", async () => {
+    const page = await openPage();
+    await openConfiguration(page, pathOf("examples/kettle.json"));
+    assert.equal(await page.getByTestId("status").innerText(), "kettle.json is open.");
+    await typeConfiguration(page, "");
+    await page.keyboard.press("Delete");
+    assert.equal(await eventualText(page.getByTestId("status"), ""), "");
+    await page.getByTestId("insert").selectOption({ index: 1 });
+    assert.match(await eventualText(page.getByTestId("status"), /attrs/), /There is no array "attrs" to insert into/);
+  });
+
+  test("saves with Ctrl+S", async () => {
+    const page = await openPage();
+    await page.locator(".cm-content").focus();
+    const [download] = await Promise.all([page.waitForEvent("download"), page.keyboard.press("Control+s")]);
+    assert.equal(readFileSync(await download.path(), "utf8"), KETTLE);
+    assert.equal(download.suggestedFilename(), "kettle.json");
   });
 });
 
@@ -222,9 +283,36 @@ describe("picture", () => {
     // From a byte.
     await page.locator("#received .part").getByText("sensor = true").click();
     await page.locator('[data-testid="field-sensor"].chosen').waitFor();
-    // From a value.
+    // From a value, also when attributes before it are new.
     await page.getByTestId("value-power").focus();
     await page.locator('[data-testid="field-power"].chosen').waitFor();
+    const { entities } = JSON.parse(KETTLE);
+    entities[0].attrs.unshift({ ...entities[0].attrs[3], name: "other" });
+    await typeConfiguration(page, JSON.stringify({ entities }));
+    await eventualText(page.locator("#layout"), /other/);
+    await page.getByTestId("value-target").focus();
+    assert.match(await eventualText(page.getByTestId("chosen"), /\(target\)/), /\(target\)/);
+  });
+
+  test("follows the cursor to another entity, and keeps the values of each", async () => {
+    const page = await openPage();
+    const { entities } = JSON.parse(KETTLE);
+    const second = { ...entities[0], name: "second", attrs: entities[0].attrs.slice(0, 3) };
+    await typeConfiguration(page, JSON.stringify({ entities: [entities[0], second] }, null, 1));
+    await page.getByTestId("packet").fill("");
+    await page.getByTestId("value-target").fill("42");
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 04"), "01 07 05 04");
+    await page.locator(".cm-content").focus();
+    await page.keyboard.press("Control+End");
+    for (let i = 0; i < 8; ++i) await page.keyboard.press("ArrowUp"); // into the last attribute
+    await page.locator('[data-testid="field-target"].chosen').waitFor();
+    assert.equal(await page.getByTestId("entity").inputValue(), "1");
+    assert.equal(await eventualText(page.getByTestId("write-packet"), ""), "");
+    await page.keyboard.press("Control+Home");
+    for (let i = 0; i < 9; ++i) await page.keyboard.press("ArrowDown");
+    await page.locator('[data-testid="field-power"].chosen').waitFor();
+    assert.equal(await page.getByTestId("entity").inputValue(), "0");
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 04"), "01 07 05 04");
   });
 
   test("lets fields that overlap be chosen one after the other", async () => {
@@ -259,6 +347,26 @@ describe("picture", () => {
     await page.locator('[data-bit="7"]').click();
     assert.equal(await eventualText(page.getByTestId("write-packet"), "01 05 01 00"), "01 05 01 00");
   });
+
+  test("inverts bits of a write that no values give, in the packet below", async () => {
+    const page = await openPage();
+    await page.getByTestId("packet").fill("");
+    await page.getByTestId("value-target").fill("40");
+    await eventualText(page.getByTestId("write-packet"), "01 07 05 00");
+    await page.locator('[data-bit="0"]').click(); // not used
+    const packet = async (expected) =>
+      eventually(
+        () => page.getByTestId("packet").inputValue(),
+        (text) => text === expected,
+      );
+    assert.equal(await packet("01 07 85 00"), "01 07 85 00");
+    assert.equal(await page.locator('[data-bit="0"]').innerText(), "1");
+    await page.getByTestId("value-target").fill("40.5");
+    await eventualText(page.getByTestId("write-packet"), "01 07 05 01");
+    await page.locator('[data-bit="8"]').click(); // raw 129, of at most 120
+    assert.equal(await packet("01 07 05 81"), "01 07 05 81");
+    assert.match(await eventualText(page.getByTestId("notes"), /range/), /"target" out-of-range: raw 129/);
+  });
 });
 
 describe("values", () => {
@@ -286,6 +394,29 @@ describe("values", () => {
     assert.equal(await eventualText(page.getByTestId("write-packet"), "01 06 04 5a"), "01 06 04 5a");
     await page.getByTestId("sub-device").fill("5");
     assert.equal(await eventualText(page.getByTestId("write-packet"), /05 00 00 00/), "01 05 00 00 00 06 04 5a");
+    await page.getByTestId("sub-device").fill("99999999999");
+    assert.match(
+      await eventualText(page.getByTestId("write-problems"), /sub-device/),
+      /integer from -2147483648 to 4294967295/,
+    );
+    assert.equal(await page.getByTestId("write-packet").innerText(), "");
+  });
+
+  test("stay while the configuration is edited", async () => {
+    const page = await openPage();
+    await page.getByTestId("value-target").fill("40");
+    await eventualText(page.getByTestId("write-packet"), "01 07 05 00");
+    await typeConfiguration(page, KETTLE.replace("Heats or keeps warm", "Heats"));
+    await page.getByTestId("field-power").locator(".name").click();
+    await eventualText(page.getByTestId("chosen"), /Heats$/);
+    assert.equal(await page.getByTestId("write-packet").innerText(), "01 07 05 00");
+    assert.match(await page.locator("#layout-packet").innerText(), /write packet/);
+    assert.equal((await page.getByTestId("field-target").locator(".bit").allInnerTexts()).join(""), "00000000");
+    // A value waits while the name of its attribute is another one.
+    await typeConfiguration(page, KETTLE.replace('"name": "target"', '"name": "targ"'));
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 03 05 00"), "01 03 05 00");
+    await typeConfiguration(page, KETTLE);
+    assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 00"), "01 07 05 00");
   });
 
   test("know limits, steps and items", async () => {
@@ -301,6 +432,37 @@ describe("values", () => {
     await target.fill("101");
     assert.match(await eventualText(page.locator(".value-row .note"), /refused/), /refused/);
     assert.equal(await page.getByTestId("write-packet").innerText(), "");
+  });
+
+  test("of binaries are hexadecimal", async () => {
+    const page = await openPage();
+    const { entities } = JSON.parse(KETTLE);
+    Object.assign(entities[0].attrs[2], { data_type: "binary" });
+    entities[0].attrs[2].position.len = 2;
+    entities[0].attrs.splice(3);
+    await page.getByTestId("packet").fill("");
+    await typeConfiguration(page, JSON.stringify({ entities }));
+    const value = page.getByTestId("value-target");
+    await page.getByText("2 bytes, in hexadecimal").waitFor();
+    await value.fill("ab cd");
+    assert.match(await eventualText(page.getByTestId("write-packet"), /ab cd/), / ab cd$/);
+    await value.fill("ab cd ef"); // dp4 sends nothing then either
+    assert.match(
+      await eventualText(page.getByTestId("write-problems"), /cut/),
+      /"target" cut: it has 3 bytes, of which 2/,
+    );
+    assert.equal(await page.getByTestId("write-packet").innerText(), "");
+    await value.fill("ab c"); // not yet a byte
+    assert.doesNotMatch(await eventualText(page.getByTestId("write-packet"), /^((?!ab).)*$/), /ab/);
+    assert.equal(await value.getAttribute("aria-invalid"), "true");
+    await page.getByTestId("packet").fill("01 04 00 12 34");
+    assert.equal(
+      await eventually(
+        () => value.inputValue(),
+        (text) => text === "12 34",
+      ),
+      "12 34",
+    );
   });
 
   test("follow a packet of any kind that is typed", async () => {
@@ -396,12 +558,65 @@ describe("captures", () => {
     );
     assert.equal(await page.getByTestId("capture-row").count(), 4);
     await page.getByTestId("timeline").locator("canvas").first().waitFor();
-    await page.getByTestId("capture-filter").fill("program=keep");
-    await eventualText(page.getByTestId("filter-count"), "3 rows");
-    await page.getByTestId("capture-filter").fill("tx");
-    await eventualText(page.getByTestId("filter-count"), "1 row");
+    const rowsOf = async (filter, expected) => {
+      await page.getByTestId("capture-filter").fill(filter);
+      assert.equal(await eventualText(page.getByTestId("filter-count"), expected), expected, filter);
+    };
+    await rowsOf("program=keep", "3 rows");
+    await rowsOf("target=85", "3 rows");
+    await rowsOf("target=8", "0 rows"); // not a part of a number
+    await rowsOf("power=true", "3 rows");
+    await rowsOf("power=1 low_water=true", "1 row");
+    await rowsOf("rx power=false", "1 row");
+    await rowsOf("goal=8", "0 rows; there is no attribute goal");
+    await rowsOf("tx", "1 row");
     await page.getByTestId("capture-row").click();
     assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 5a"), "01 07 05 5a");
+  });
+
+  test("are drawn over time, what changes first", async () => {
+    const page = await openPage();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    const timeline = page.getByTestId("timeline");
+    await timeline.locator(".u-over").waitFor();
+    const chosen = timeline.locator("label").filter({ has: page.locator("input:checked") });
+    assert.deepEqual(await chosen.allInnerTexts(), [
+      "Power",
+      "Program",
+      "Target temperature",
+      "Low water",
+      "Sensor broken",
+    ]);
+    // The bands lie below the chart: the power's, which is on at the end, ends with it.
+    const alphas = await eventually(
+      () =>
+        timeline.evaluate((container) => {
+          const canvas = container.querySelector(".bands");
+          const over = container.querySelector(".u-over").getBoundingClientRect();
+          const end = over.right - canvas.getBoundingClientRect().left;
+          const alpha = (x) => canvas.getContext("2d").getImageData(x * devicePixelRatio, 11, 1, 1).data[3];
+          return [alpha(end - 2), alpha(end + 3)];
+        }),
+      ([inside, outside]) => inside === 255 && outside === 0,
+    );
+    assert.deepEqual(alphas, [255, 0]);
+  });
+
+  test("follow the configuration", async () => {
+    const page = await openPage();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    const values = page.getByTestId("capture-row").first().locator(".says");
+    assert.match(await eventualText(values, /temperature/), /target=40 temperature=92.4/);
+    await typeConfiguration(page, KETTLE.replace('"addition": -20', '"addition": 0'));
+    assert.match(await eventualText(values, /112/), /target=40 temperature=112.4/);
+    assert.deepEqual(await page.getByTestId("capture-rows").getByRole("columnheader").allInnerTexts(), [
+      "Line",
+      "Time",
+      "Command",
+      "Packet",
+      "Values",
+      "Notes",
+    ]);
   });
 
   test("are read by a pattern of one's own, and bad ones are told", async () => {
@@ -410,7 +625,10 @@ describe("captures", () => {
       .getByTestId("capture")
       .setInputFiles(fileWith("own.log", "t=1.5 data=04000004640000;\nt=2.5 data=04010004640000;\n"));
     await eventualText(page.getByTestId("capture-summary"), /without/);
+    assert.match(await page.getByTestId("pattern-preview").innerText(), /None of these lines is read as a packet/);
     await page.getByTestId("pattern").fill("t=(?P<time>\\S+) data=(?P<packet>[0-9a-f]+)");
+    // The preview follows as somebody types.
+    assert.match(await eventualText(page.getByTestId("pattern-preview"), /1\.5/), /^1\.504 00 00 04 64 00 00/);
     await page.getByTestId("pattern").press("Enter");
     assert.match(await eventualText(page.getByTestId("capture-summary"), /2 packets/), /2 packets$/);
     await page.getByTestId("pattern").fill("(unclosed");
@@ -432,6 +650,16 @@ describe("captures", () => {
     );
     assert.equal(packet, "04 05 5a 04 64 00 01");
     assert.equal(await eventualText(page.getByTestId("decoded-low_water"), "false"), "false");
+    // Also one that the filter leaves out.
+    await page.getByTestId("capture-filter").fill("tx");
+    await eventualText(page.getByTestId("filter-count"), "1 row");
+    await over.click({ position: { x: 2, y: height / 2 } });
+    const shown = await eventually(
+      () => page.getByTestId("packet").inputValue(),
+      (text) => text === "04 00 00 04 64 00 00",
+    );
+    assert.equal(shown, "04 00 00 04 64 00 00");
+    assert.equal(await page.locator(".capture-row.chosen").count(), 0);
   });
 
   test("of 200,000 packets stay smooth and can be cancelled", async () => {
@@ -513,6 +741,49 @@ test("comparing tells what dp4 compare tells, with both pictures", async () => {
     8,
   );
   assert.equal(await rows("picture-before"), 7);
+  assert.match(
+    await page.locator(".summary").innerText(),
+    /^kettle.json → next.json: 2 changes break devices in the field, 0 break applications, 1 breaks nobody$/,
+  );
+  // Each change leads to its place.
+  const moved = page.getByTestId("change").filter({ hasText: "'target'" }).first();
+  const line = KETTLE.split("\n").findIndex((text) => text.includes('"byte_offset": 1, "bit_offset": 0')) + 1;
+  assert.match(await moved.innerText(), new RegExp(`line ${line} → ${line} · place-changed`));
+  await moved.locator("button").click();
+  assert.match(await eventualText(page.locator(".cm-activeLine"), /position/), /"position": \{"byte_offset": 1,/);
+  await page.locator('[data-testid="field-target"].chosen').waitFor();
+  // What was compared with stays until it is the same.
+  await typeConfiguration(page, readFileSync(next, "utf8"));
+  assert.match(await eventualText(page.locator(".summary"), /no changes/), /next.json: no changes$/);
+});
+
+test("comparing matches entities by their names, and tells which configuration is broken", async () => {
+  const page = await openPage();
+  await openConfiguration(page, pathOf("examples/gateway.json"));
+  const gateway = JSON.parse(textOf("examples/gateway.json"));
+  const [first, second] = gateway.entities;
+  const opened = async (entities) =>
+    page.getByTestId("compare").setInputFiles(fileWith("next.json", JSON.stringify({ ...gateway, entities })));
+  await opened([second, first]);
+  const firstNames = (id) =>
+    eventually(
+      async () => (await page.locator(`#${id} .name`).allInnerTexts()).filter((name) => name !== "").join(),
+      (names) => names !== "",
+    );
+  const names = await firstNames("picture-before");
+  assert.match(names, new RegExp(first.attrs[0].name));
+  assert.equal(await firstNames("picture-after"), names);
+  await page.getByTestId("entity").selectOption("1");
+  await eventualText(page.locator("#picture-before"), new RegExp(second.attrs[0].name));
+  await opened([first]); // the second is gone
+  assert.equal(await eventualText(page.locator("#no-picture-after:visible"), /no/), "It has no such entity.");
+  await page.getByTestId("entity").selectOption("0");
+  await page.locator("#picture-after").waitFor();
+  await opened([second]); // now the first is; the second is not compared with it
+  assert.equal(await eventualText(page.locator("#no-picture-after:visible"), /no/), "It has no such entity.");
+  await page.getByTestId("compare").setInputFiles(fileWith("broken.json", "{\n  1"));
+  assert.match(await eventualText(page.getByTestId("compare-result"), /not JSON/), /^next version:2:3: not JSON/);
+  assert.equal(await page.locator("#pictures").isVisible(), false);
 });
 
 describe("exports", () => {
@@ -565,6 +836,31 @@ describe("exports", () => {
   });
 });
 
+test("copying tells whether it was done", async () => {
+  const page = await openPage();
+  await page.getByTestId("packet").fill("01 07 05 5a");
+  await eventualText(page.getByTestId("write-packet"), "01 07 05 5a");
+  const copy = page.locator("#copy-write");
+  await page.evaluate(() => {
+    window.copied = [];
+    Object.defineProperty(navigator, "clipboard", { value: undefined, configurable: true }); // as on plain HTTP
+    document.addEventListener("copy", () => window.copied.push(String(document.activeElement.value)));
+  });
+  await copy.click();
+  assert.equal(await eventualText(copy, "Copied"), "Copied");
+  await page.getByTestId("share").click();
+  await page.locator("#copy-link").click();
+  assert.equal(await eventualText(page.locator("#copy-link"), "Copied"), "Copied");
+  assert.deepEqual(await page.evaluate(() => window.copied), [
+    "01 07 05 5a",
+    await page.getByTestId("share-link").inputValue(),
+  ]);
+  await page.evaluate(() => (document.execCommand = () => false));
+  await page.locator("#copy-link").click();
+  assert.match(await eventualText(page.locator("#copy-link"), /not/), /did not copy/);
+  assert.deepEqual(page.problems, []);
+});
+
 test("a link carries configuration and packet", async () => {
   const page = await openPage();
   const text = KETTLE.replace("Kettle K1", "Wasserkocher ☕");
@@ -580,6 +876,20 @@ test("a link carries configuration and packet", async () => {
   const other = await openPage({ hash: link.slice(link.indexOf("#")) });
   assert.equal(await other.getByTestId("packet").inputValue(), "04 01 00 00 00 00 00");
   assert.equal(await configurationOf(other), text);
+  // It carries what is to be written as well.
+  await page.keyboard.press("Escape");
+  await page.getByTestId("value-target").fill("60");
+  await page.getByTestId("sub-device").fill("7");
+  await eventualText(page.getByTestId("write-packet"), "01 07 00 00 00 07 01 28");
+  await page.getByTestId("share").click();
+  const next = await eventually(
+    () => page.getByTestId("share-link").inputValue(),
+    (value) => value !== link,
+  );
+  const third = await openPage({ hash: next.slice(next.indexOf("#")) });
+  assert.equal(await eventualText(third.getByTestId("write-packet"), /28$/), "01 07 00 00 00 07 01 28");
+  assert.equal(await third.getByTestId("packet").inputValue(), "04 01 00 00 00 00 00");
+  assert.match(await third.locator("#layout-packet").innerText(), /write packet/);
   const broken = await openPage({ hash: "#s=AAAA" });
   assert.match(await broken.getByTestId("status").innerText(), /link could not be read/);
 });
@@ -641,6 +951,31 @@ describe("accessibility", () => {
     await page.keyboard.press("Enter");
     assert.equal(await eventualText(page.getByTestId("decoded-target"), "72"), "72");
     assert.equal(await page.evaluate(() => document.activeElement.dataset.bit), "9");
+    // Choosing does not lose the focus.
+    for (const list of ["#write-explanation", "#received"]) {
+      const button = page.locator(`${list} .part button`).first();
+      await button.focus();
+      for (const name of ["power", "program"]) {
+        await page.keyboard.press("Enter");
+        assert.match(await eventualText(page.getByTestId("chosen"), new RegExp(`\\(${name}\\)`)), new RegExp(name));
+      }
+      assert.ok(await button.evaluate((one) => one === document.activeElement));
+    }
+    // The rows of a capture.
+    const lines = ["04 00 00 00 00 00 00", "04 01 00 00 00 00 00", "04 02 00 00 00 00 00"];
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", lines.join("\n")));
+    await page.getByTestId("capture-row").nth(2).waitFor();
+    await page.getByTestId("capture-rows").focus();
+    for (const [key, line] of [
+      ["ArrowDown", 0],
+      ["ArrowDown", 1],
+      ["End", 2],
+      ["Home", 0],
+    ]) {
+      await page.keyboard.press(key);
+      const packet = () => page.getByTestId("packet").inputValue();
+      assert.equal(await eventually(packet, (text) => text === lines[line]), lines[line], key);
+    }
     await page.locator(".cm-content").focus();
     await page.keyboard.press("Escape");
     await page.keyboard.press("Tab");
@@ -652,6 +987,35 @@ describe("accessibility", () => {
     const policy = await page.locator('meta[http-equiv="Content-Security-Policy"]').getAttribute("content");
     assert.match(policy, /default-src 'none'; script-src 'sha256-[^']+' 'wasm-unsafe-eval';/);
     assert.deepEqual(page.problems, []);
+    // Not even when something asks for it.
+    const isRefused = await page.evaluate(() =>
+      fetch("http://127.0.0.1:9/").then(
+        () => false,
+        () => true,
+      ),
+    );
+    assert.ok(isRefused);
+    assert.match(page.problems.join("\n"), /Content Security Policy/);
+  });
+
+  test("is one file of at most 2.5 MB, which any server can serve", async () => {
+    const text = readFileSync(studioFile);
+    assert.ok(text.length <= 2_500_000, `${text.length} bytes`);
+    const requests = [];
+    const server = createServer((request, response) => {
+      requests.push(request.url);
+      response.setHeader("Content-Type", "text/html").end(text);
+    });
+    await new Promise((listening) => server.listen(0, "127.0.0.1", listening));
+    const page = await openPage({ at: `http://127.0.0.1:${server.address().port}/any/studio.html` });
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", "04 05 5a 04 64 01 01"));
+    await page.getByTestId("capture-row").waitFor();
+    await page.getByTestId("share").click();
+    assert.equal(await page.getByTestId("share-note").isVisible(), false); // the link is good everywhere
+    assert.deepEqual(page.problems, []);
+    assert.deepEqual(requests, ["/any/studio.html"]);
+    server.close();
+    server.closeAllConnections();
   });
 });
 
@@ -703,10 +1067,31 @@ describe("hostile input", () => {
       await openConfiguration(page, fileWith("hostile.json", text));
       assert.ok((await page.getByTestId("finding").count()) > 0, text.slice(0, 200));
     }
+    // Half a surrogate pair is no text.
+    await page.getByTestId("packet").evaluate((packet) => {
+      packet.value = "04 \ud83d";
+      packet.dispatchEvent(new Event("input"));
+    });
+    assert.match(await eventualText(page.locator("#packet-problem"), /column/), /column 4: /);
     await page.getByTestId("packet").fill("04".repeat(40_000));
     assert.match(await eventualText(page.locator("#packet-problem"), /too long/), /too long/);
     assert.ok(await isAlive(page));
     assert.deepEqual(page.problems, []);
+  });
+
+  test("in a capture, such as a line of 40 MB, is passed over", async () => {
+    const page = await openPage();
+    const text = ["04 00 00 04 64 00 00", "x".repeat(40 << 20), "\0\0", "04 01 00 04 64 00 00"].join("\n");
+    await page.getByTestId("capture").setInputFiles(fileWith("long.log", text));
+    const summary = await eventually(
+      () => page.getByTestId("capture-summary").innerText(),
+      (shown) => shown.includes("2 packets"),
+      20_000,
+    );
+    assert.equal(summary, "long.log: 2 packets, 1 line without a valid packet, 1 line that the pattern does not match");
+    const lines = await page.getByTestId("capture-row").locator(".line").allInnerTexts();
+    assert.deepEqual(lines, ["1", "3", "4"]);
+    assert.ok(await isAlive(page));
   });
 
   test("that crashes or blocks the WebAssembly restarts it, with the text kept", async () => {
@@ -754,16 +1139,16 @@ test("the findings of all of tests/lint and of the examples are those of dp4", a
   const files = readdirSync(pathOf("tests/lint"))
     .filter((name) => name.endsWith(".json"))
     .map((name) => `tests/lint/${name}`);
-  for (const file of [...files, ...EXAMPLES.map((name) => `examples/${name}.json`)]) {
-    await openConfiguration(page, pathOf(file));
+  for (const path of [...files, ...EXAMPLES.map((name) => `examples/${name}.json`)]) {
+    await openConfiguration(page, pathOf(path));
     const shown = (await shownFindings(page)).map(({ rule, line }) => `${line} ${rule}`);
     // A page cannot hold bytes that are not UTF-8; it tells so, and shows the rest.
-    const text = new TextDecoder().decode(readFileSync(pathOf(file)));
-    const isText = Buffer.from(text).equals(readFileSync(pathOf(file)));
-    assert.equal((await page.getByTestId("status").innerText()).includes("not UTF-8"), !isText, file);
-    const expected = findingsOfDp4(isText ? file : fileWith("replaced.json", text)).map(
+    const text = new TextDecoder().decode(readFileSync(pathOf(path)));
+    const isText = Buffer.from(text).equals(readFileSync(pathOf(path)));
+    assert.equal((await page.getByTestId("status").innerText()).includes("not UTF-8"), !isText, path);
+    const expected = findingsOfDp4(isText ? path : fileWith("replaced.json", text)).map(
       ({ rule, line }) => `${line} ${rule}`,
     );
-    assert.deepEqual(shown, expected.slice(0, 200), file);
+    assert.deepEqual(shown, expected.slice(0, 200), path);
   }
 });

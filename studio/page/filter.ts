@@ -1,0 +1,43 @@
+// What the filter of a capture says: a part of a row, and values that attributes have.
+
+import type { Attribute } from "./forms";
+
+interface Condition {
+  index: number; // of the attribute's column
+  holds(value: number): boolean;
+}
+
+interface Filter {
+  text: string; // what a row contains, in lower case
+  conditions: Condition[];
+  unknown: string[]; // names that no attribute has
+}
+
+// A value of a column of a capture, for people.
+export function valueText({ type, items }: Attribute, value: number): string {
+  return type === "bool" ? String(value !== 0) : (items?.[value] ?? String(value));
+}
+
+// Numbers are equal; words and items begin with what was typed.
+function conditionOf(attribute: Attribute, index: number, wanted: string): Condition {
+  const isWord = attribute.type === "bool" || attribute.items !== undefined;
+  const holds = (value: number): boolean =>
+    wanted === "" ||
+    value === Number(wanted) ||
+    (isWord && valueText(attribute, value).toLowerCase().startsWith(wanted));
+  return { index, holds: (value) => !Number.isNaN(value) && holds(value) };
+}
+
+// Of "notify power=true program=keep warm": the text before the first condition, and two conditions.
+export function conditionsOf(filter: string, attributes: Attribute[]): Filter {
+  const all = filter.trim().toLowerCase();
+  const first = all.search(/[^\s=]+=/);
+  const found: Filter = { text: (first === -1 ? all : all.slice(0, first)).trim(), conditions: [], unknown: [] };
+  if (first === -1) return found;
+  for (const [, name, wanted] of all.slice(first).matchAll(/([^\s=]+)=(.*?)(?=\s+[^\s=]+=|$)/g)) {
+    const index = attributes.findIndex((attribute) => attribute.name.toLowerCase() === name);
+    if (index === -1) found.unknown.push(name!);
+    else found.conditions.push(conditionOf(attributes[index]!, index, wanted!.trim()));
+  }
+  return found;
+}
