@@ -250,6 +250,22 @@ TEST_F(ReceivePlan, OutlivesWhatItWasMadeFrom) {
   EXPECT_TRUE(Gives(MakePlan("oven"), "{\"oven\":" + members_ + ",\"version\":4.0}\n", true));
 }
 
+TEST_F(ReceivePlan, HasNamesOfItsOwn) {
+  std::vector<Attribute> attributes = {BoolAt("Hot", kAlert)};
+  MorvixProtocolEntity_4_0 entity;
+  entity.name = "oven";
+  const MorvixProtocolReceivePlan_4_0 plan = ProtocolPlanReceive_4_0(entity, attributes);
+  for (std::string* name : {&entity.name, &attributes[0].name, &attributes[0].display_name}) name->assign("Old");
+  EXPECT_TRUE(Gives(plan, "{\"oven\":{},\"version\":4.0}\n", true));
+}
+
+// JSON has U+FFFD for a byte that is not UTF-8.
+TEST_F(ReceivePlan, NamesWhatJsonChangesAsTheDocumentDoes) {
+  const auto received = Receive({BoolAt("\xfe", kAlert)}, {4, 1}, "\xff");
+  EXPECT_EQ(received.document, "{\"version\":4.0,\"\\ufffd\":{}}\n");
+  EXPECT_EQ(received.alerts, (Active{{"\xef\xbf\xbd", 1}}));
+}
+
 TEST_F(ReceivePlan, HasNoAttributesByDefaultAndAfterAMove) {
   const std::string none = "{\"version\":4.0}\n";
   EXPECT_TRUE(Gives(MorvixProtocolReceivePlan_4_0(), none, false));
@@ -284,11 +300,11 @@ TEST(ReceivePlanNumbers, PrintWhatTheCLibraryPrints) {
   const struct {
     double ratio;
     double addition;
-  } scalings[] = {
-      {0.3, 0},       {0.1, -40},    {1e-6, 0},          {1e-6, 999},    {1e-7, 0},    {0.000001, 0.000001},
-      {-0.25, 10},    {123456.5, 0}, {1e9, 0},           {1e9, 0.5},     {1e15, 0},    {-1, 0},
-      {-1, -0.0},     {0, -0.0},     {0, 12.345678},     {0, 1.2345678}, {1.5e300, 0}, {kNaN, 0},
-      {kInfinity, 0}, {1, kNaN},     {2.0 / 3, 1.0 / 3}, {0.999999, 0},  {1, 1e9},     {3906250.128, -7.75}};
+  } scalings[] = {{0.3, 0},       {0.1, -40},    {1e-6, 0},          {1e-6, 999},    {1e-7, 0},    {0.000001, 0.000001},
+                  {-0.25, 10},    {123456.5, 0}, {1e9, 0},           {1e9, 0.5},     {1e15, 0},    {-1, 0},
+                  {-1, -0.0},     {0, -0.0},     {0, 12.345678},     {0, 1.2345678}, {1.5e300, 0}, {kNaN, 0},
+                  {kInfinity, 0}, {1, kNaN},     {2.0 / 3, 1.0 / 3}, {0.999999, 0},  {1, 1e9},     {3906250.128, -7.75},
+                  {2.0 / 3, 0},   {1, 5e-7}};
   for (const auto& [ratio, addition] : scalings) {
     for (const int64_t max : {int64_t{255}, int64_t{1} << 32, kMaxRaw}) {
       Attribute number = NumberAt("n", kReadonly, ratio, addition, BytesAt(0, 7));
