@@ -146,3 +146,43 @@ TEST(UnpackPackage, GivesFalseAndNoValueWhenThereIsNoMemory) {
   EXPECT_EQ(package.sizeValue, 2u);
   EXPECT_EQ(log.Lines(), LogLines{});
 }
+
+TEST(ReceivePacket, AllocatesOnceByAPlanAndTwiceWithoutWhenItsResultsAreReused) {
+  const Json::Value entity = ParseJson(R"({"id": 0, "name": "main", "display_name": "Main", "attrs": [
+    {"id": 0, "name": "on", "display_name": "On", "desc": "", "type": "status_writable", "data_type": "bool",
+     "position": {"byte_offset": 0, "bit_offset": 0, "unit": "bit", "len": 1}},
+    {"id": 1, "name": "program", "display_name": "Program", "desc": "", "type": "status_writable", "data_type": "enum",
+     "enum": ["a", "b", "c"], "position": {"byte_offset": 0, "bit_offset": 1, "unit": "bit", "len": 2}},
+    {"id": 2, "name": "level", "display_name": "Level", "desc": "", "type": "status_readonly", "data_type": "uint8",
+     "uint_spec": {"min": 0, "max": 255, "ratio": 0.5, "addition": 0},
+     "position": {"byte_offset": 1, "bit_offset": 0, "unit": "byte", "len": 1}},
+    {"id": 3, "name": "tag", "display_name": "Tag", "desc": "", "type": "status_readonly", "data_type": "binary",
+     "position": {"byte_offset": 2, "bit_offset": 0, "unit": "byte", "len": 3}},
+    {"id": 4, "name": "hot", "display_name": "Hot", "desc": "", "type": "alert", "data_type": "bool",
+     "position": {"byte_offset": 5, "bit_offset": 0, "unit": "bit", "len": 1}},
+    {"id": 5, "name": "broken", "display_name": "Broken", "desc": "", "type": "fault", "data_type": "bool",
+     "position": {"byte_offset": 5, "bit_offset": 1, "unit": "bit", "len": 1}}]})");
+  std::vector<MorvixProtocolAttribute_4_0> attributes;
+  MorvixProtocolEntity_4_0 info;
+  const LogCapture log;
+  ASSERT_TRUE(ProtocolParseEntity_4_0(entity, 15, attributes, info));
+  const MorvixProtocolReceivePlan_4_0 plan = ProtocolPlanReceive_4_0(info, attributes);
+  const byte packet[] = {4, 0x05, 5, 1, 2, 3, 0x03};
+  std::string document(1000, ' ');
+  std::vector<TavelReceiveInfo> alerts(1);
+  std::vector<TavelReceiveInfo> faults(1);
+  for (const bool hasPlan : {true, false}) {
+    alerts.clear();
+    faults.clear();
+    {
+      const RefuseAllocations limit(hasPlan ? 1 : 2, 1000, true);
+      EXPECT_TRUE(hasPlan
+                      ? ProtocolReceivePacket_4_0(plan, packet, sizeof packet, document, alerts, faults)
+                      : ProtocolReceivePacket_4_0(info, attributes, packet, sizeof packet, document, alerts, faults));
+    }
+    EXPECT_EQ(document,
+              "{\"main\":{\"level\":\"2.5\",\"on\":true,\"program\":\"2\",\"tag\":\"AQID\"},\"version\":4.0}\n");
+    EXPECT_EQ(alerts, (std::vector<TavelReceiveInfo>{{"Hot", 1}}));
+    EXPECT_EQ(faults, (std::vector<TavelReceiveInfo>{{"Broken", 1}}));
+  }
+}
