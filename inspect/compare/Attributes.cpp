@@ -528,6 +528,7 @@ class AttributesCheck {
               "applications that know the old key do not find it", "keep the key");
       ShowNotification(change, pair, CommonRaw(pair));
     }
+    CheckKeyTaken(pair);
     std::vector<std::string> texts;
     const char* member = "";
     const auto note = [&](const char* name, bool differs) {
@@ -547,6 +548,27 @@ class AttributesCheck {
             "none: neither packets nor keys depend on it", "nothing needs to be done");
     ShowNotification(change, pair, CommonRaw(pair));
     if (IsShown(change)) ShowNotification(change, pair, 0);  // what differs is told by another change
+  }
+
+  // The last attribute of each key, which documents tell.
+  static std::map<std::string, size_t> ToldElements(const EntityModel& entity) {
+    std::map<std::string, size_t> told;
+    for (const Field& field : entity.Reading().fields) told[DocumentKey(*field.attribute)] = field.element;
+    return told;
+  }
+
+  void CheckKeyTaken(const Pair& pair) {
+    if (pair.before.Read() == nullptr || pair.after.Read() == nullptr) return;
+    const std::string& key = DocumentKey(pair.after.Record());
+    const Side other{&after_, newTold_.at(key)};
+    if (other.element == pair.after.element) return;
+    if (oldTold_.at(DocumentKey(pair.before.Record())) != pair.before.element) return;
+    Change& change = Add(changes::kKeyTaken, pair, "",
+                         fmt::format("{} gives way to {}: both are {} in documents", pair.Label(),
+                                     after_.Label(other.element), Quoted(key)),
+                         "applications get the value of the other one", "give each a key of its own");
+    ShowNotification(change, pair, CommonRaw(pair));
+    change.packetAfter.meaning = MeaningOf(other, change.packetAfter.bytes);
   }
 
   // ---- Values ----
@@ -691,6 +713,8 @@ class AttributesCheck {
   std::vector<Change>& changes_;
   const std::vector<const Field*> oldFields_;
   const std::vector<const Field*> newFields_;
+  const std::map<std::string, size_t> oldTold_ = ToldElements(before_);
+  const std::map<std::string, size_t> newTold_ = ToldElements(after_);
   std::vector<Pair> pairs_;  // in the new order
   size_t index_ = 0;         // of the pair that is looked at
   size_t limited_ = 0;       // changes that LimitShown has seen
