@@ -123,6 +123,22 @@ TEST(Compare, FindsNothingBetweenEqualConfigurations) {
   }
 }
 
+// Hosts read the number behind "0x".
+TEST(Compare, ReadsThePacketVersionAsHostsDo) {
+  const std::string text = ReadFile(std::string(COMPARE_DIR) + "/nothing-changed.old.json");
+  const std::string old = R"("packetVersion": "0x4")";
+  const size_t begin = text.find(old);
+  ASSERT_NE(begin, std::string::npos);
+  for (const auto& [version, exitCode] :
+       {std::pair(R"("0x04")", 0), std::pair(R"("0X4")", 1), std::pair("4", 1), std::pair(R"("0x10")", 1)}) {
+    std::string other = text;
+    other.replace(begin, old.size(), std::string(R"("packetVersion": )") + version);
+    const ToolRun run = RunTool({"compare", PathOf("nothing-changed", "old"), "-"}, other);
+    EXPECT_EQ(run.exitCode, exitCode) << version;
+    EXPECT_EQ(run.out.find("[packet-version-changed]") == std::string::npos, exitCode == 0) << version;
+  }
+}
+
 // ---- Packets ----
 
 // The new lock is listed first, in a free bit: it takes flag 0. So a write of the power, in bit 0 of byte 0, has flag 1

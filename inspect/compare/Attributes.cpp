@@ -297,6 +297,38 @@ class AttributesCheck {
     return culprit == nullptr || culpritIn(before_) != nullptr ? nullptr : culprit;
   }
 
+  // An enum lies where devices in the field have something else: what they send may be no index of it.
+  void CheckNewEnum(const Side& side, const Side* counterpart) {
+    const Field* field = side.Read();
+    if (field == nullptr || !IsEnum(*field->attribute) || field->attribute->enumList.empty()) return;
+    for (const Bytes& packet : FullestOld()) {
+      const Result result = DecodeSilently(after_, {*field->attribute}, packet.data() + 1, packet.size() - 1)[0];
+      if (result.outcome != MorvixProtocolOutcomeRefusedByItems_4_0) continue;
+      const std::string none = "no " + NameText(DocumentKey(side.Record()));
+      changes_.push_back(
+          {&changes::kDecodeEnds,
+           counterpart != nullptr ? std::optional(OldSite(*counterpart, "")) : std::nullopt,
+           NewSite(side, "enum"),
+           after_.Label(side.element) + " has no item for what devices in the field may send in its bits",
+           "a decode of such a packet ends there, and the attributes after it are missing",
+           "put the enum into bits that are free",
+           {side.Record().name},
+           {packet, counterpart != nullptr ? MeaningOf(*counterpart, packet) : none},
+           {packet, MeaningOf(side, packet)}});
+      return;
+    }
+  }
+
+  const std::vector<Bytes>& FullestOld() {
+    if (fullest_) return *fullest_;
+    fullest_.emplace();
+    for (const bool ofOnes : {false, true}) {
+      std::optional<Bytes> packet = Fullest(before_, ofOnes);
+      if (packet) fullest_->push_back(std::move(*packet));
+    }
+    return *fullest_;
+  }
+
   // ---- Attributes that are in one of the two ----
 
   void AddAdded(const Side& side) {
@@ -317,6 +349,7 @@ class AttributesCheck {
       change.packetAfter = {zeros, MeaningOf(side, zeros)};
     }
     changes_.push_back(std::move(change));
+    CheckNewEnum(side, nullptr);
   }
 
   void AddRemoved(const Side& side) {
@@ -367,6 +400,7 @@ class AttributesCheck {
                            fmt::format("{} was {} and is {}", pair.Label(), KindText(before), KindText(after)),
                            "applications get and give values of another kind", "add an attribute for it instead");
       ShowNotification(change, pair, CommonRaw(pair));
+      CheckNewEnum(pair.after, &pair.before);
     } else if (IsNumber(before)) {
       CheckScaling(pair);
       CheckLimits(pair);
@@ -494,6 +528,7 @@ class AttributesCheck {
               "applications that know the old key do not find it", "keep the key");
       ShowNotification(change, pair, CommonRaw(pair));
     }
+    CheckKeyTaken(pair);
     std::vector<std::string> texts;
     const char* member = "";
     const auto note = [&](const char* name, bool differs) {
@@ -513,6 +548,27 @@ class AttributesCheck {
             "none: neither packets nor keys depend on it", "nothing needs to be done");
     ShowNotification(change, pair, CommonRaw(pair));
     if (IsShown(change)) ShowNotification(change, pair, 0);  // what differs is told by another change
+  }
+
+  // The last attribute of each key, which documents tell.
+  static std::map<std::string, size_t> ToldElements(const EntityModel& entity) {
+    std::map<std::string, size_t> told;
+    for (const Field& field : entity.Reading().fields) told[DocumentKey(*field.attribute)] = field.element;
+    return told;
+  }
+
+  void CheckKeyTaken(const Pair& pair) {
+    if (pair.before.Read() == nullptr || pair.after.Read() == nullptr) return;
+    const std::string& key = DocumentKey(pair.after.Record());
+    const Side other{&after_, newTold_.at(key)};
+    if (other.element == pair.after.element) return;
+    if (oldTold_.at(DocumentKey(pair.before.Record())) != pair.before.element) return;
+    Change& change = Add(changes::kKeyTaken, pair, "",
+                         fmt::format("{} gives way to {}: both are {} in documents", pair.Label(),
+                                     after_.Label(other.element), Quoted(key)),
+                         "applications get the value of the other one", "give each a key of its own");
+    ShowNotification(change, pair, CommonRaw(pair));
+    change.packetAfter.meaning = MeaningOf(other, change.packetAfter.bytes);
   }
 
   // ---- Values ----
@@ -657,10 +713,13 @@ class AttributesCheck {
   std::vector<Change>& changes_;
   const std::vector<const Field*> oldFields_;
   const std::vector<const Field*> newFields_;
+  const std::map<std::string, size_t> oldTold_ = ToldElements(before_);
+  const std::map<std::string, size_t> newTold_ = ToldElements(after_);
   std::vector<Pair> pairs_;  // in the new order
   size_t index_ = 0;         // of the pair that is looked at
   size_t limited_ = 0;       // changes that LimitShown has seen
   size_t shownBytes_ = 0;
+  std::optional<std::vector<Bytes>> fullest_;  // packets of devices in the field, made when they are needed
   std::map<std::pair<const Rule*, Way>, Move> moves_;
 };
 

@@ -89,11 +89,21 @@ class Comparison {
     CheckMember(changes::kPacketVersion, "protocolType",
                 "hosts choose devices by it: they do not find those in the field",
                 "keep it for devices that speak the old configuration");
-    CheckMember(changes::kPacketVersion, "packetVersion",
-                "hosts choose devices by it: they do not find those in the field",
-                "keep it for devices that speak the old configuration");
+    if (!IsSameVersion()) {
+      CheckMember(changes::kPacketVersion, "packetVersion",
+                  "hosts choose devices by it: they do not find those in the field",
+                  "keep it for devices that speak the old configuration");
+    }
     CheckMember(changes::kProductKey, "product_key", "applications find the product by its key",
                 "keep the key, unless this is to be a new product");
+  }
+
+  // "0x4" and "0x04" are the same to hosts.
+  bool IsSameVersion() const {
+    dword before = 0;
+    dword after = 0;
+    return ProtocolGetAttrHex_4_0(before_.Root(), "packetVersion", before) &&
+           ProtocolGetAttrHex_4_0(after_.Root(), "packetVersion", after) && before == after;
   }
 
   void CheckMember(const Rule& rule, const char* member, const char* effect, const char* fix) {
@@ -211,12 +221,11 @@ class Comparison {
 const Rules& CompareRules() {
   using namespace changes;
   static const Rules all = {
-      &kPacketVersion,  &kProductKey,     &kEntityUnusable,   &kEntityRemoved, &kEntityRenamed,
-      &kEntityAdded,    &kFlagBytes,      &kWriteLength,      &kDecodeEnds,    &kPayloadLength,
-      &kFlag,           &kPlace,          &kGroupSize,        &kScaling,       &kLimitsNarrowed,
-      &kItemMoved,      &kItemsRemoved,   &kAttributeRemoved, &kKey,           &kGroup,
-      &kDataType,       &kItemRenamed,    &kLimitsWidened,    &kItemsAdded,    &kReadLimitsWidened,
-      &kReadItemsAdded, &kAttributeAdded, &kPosition,         &kText,
+      &kPacketVersion, &kProductKey,        &kEntityUnusable, &kEntityRemoved,  &kEntityRenamed, &kEntityAdded,
+      &kFlagBytes,     &kWriteLength,       &kDecodeEnds,     &kPayloadLength,  &kFlag,          &kPlace,
+      &kGroupSize,     &kScaling,           &kLimitsNarrowed, &kItemMoved,      &kItemsRemoved,  &kAttributeRemoved,
+      &kKey,           &kKeyTaken,          &kGroup,          &kDataType,       &kItemRenamed,   &kLimitsWidened,
+      &kItemsAdded,    &kReadLimitsWidened, &kReadItemsAdded, &kAttributeAdded, &kPosition,      &kText,
   };
   return all;
 }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstddef>
 
 #include "host/Logging.h"
 #include "inspect/packets/Reading.h"
@@ -30,6 +31,16 @@ void SetValue(const Field& field, uint64_t raw, byte* payload) {
   for (size_t i = field.bits.FirstByte(); i < field.bits.EndByte(); ++i) {
     payload[i] = BinaryByte(i - field.bits.FirstByte());
   }
+}
+
+// The largest raw value of a device, or the largest whose bits are ones from the lowest up if it sends one.
+uint64_t FullRaw(const Side& side, bool ofOnes) {
+  const uint64_t largest = LargestRaw(side);
+  const Attribute& attribute = side.Record();
+  const auto least = IsNumber(attribute) ? static_cast<uint64_t>(attribute.uint_spec.min) : uint64_t{0};
+  uint64_t ones = 0;
+  while (ones < largest && 2 * ones + 1 <= largest) ones = 2 * ones + 1;
+  return ofOnes && ones >= least ? ones : largest;
 }
 
 bool FitsPacket(const Direction& direction) { return direction.payloadBytes <= MorvixProtocolMaxPayloadBytes_4_0; }
@@ -146,6 +157,25 @@ ShownPacket ShownWrite(const Side& side, uint64_t raw, const EntityModel& device
 Bytes Zeros(const EntityModel& device) {
   Bytes packet(1 + std::min(device.Reading().payloadBytes, MorvixProtocolMaxPayloadBytes_4_0));
   packet[0] = kNotification;
+  return packet;
+}
+
+std::optional<Bytes> Fullest(const EntityModel& device, bool ofOnes) {
+  Bytes packet = Zeros(device);
+  for (const Field& field : device.Reading().fields) {
+    if (field.bits.IsEmpty() || field.bits.EndByte() >= packet.size()) continue;
+    if (IsBinary(*field.attribute)) {
+      std::fill(packet.begin() + 1 + static_cast<std::ptrdiff_t>(field.bits.FirstByte()),
+                packet.begin() + 1 + static_cast<std::ptrdiff_t>(field.bits.EndByte()), byte{0xff});
+      continue;
+    }
+    SetBits(field.bits, FullRaw({&device, field.element}, ofOnes), packet.data() + 1);
+  }
+  const LogCapture silent;
+  PacketReader reader(device);
+  PacketError error;
+  const PacketReading* reading = reader.Read(packet, error);
+  if (reading == nullptr || reading->culprit != nullptr) return std::nullopt;
   return packet;
 }
 

@@ -4,6 +4,7 @@
 #define MORVIX_INSPECT_COMPARE_EXAMPLES_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "inspect/findings/Change.h"
@@ -42,6 +43,10 @@ ShownPacket ShownAmongOnes(const Side& sent, uint64_t raw, const Side& moved, co
 
 // A notification of zeros, as long as `device` sends it.
 Bytes Zeros(const EntityModel& device);
+
+// A notification in which each value of `device` is the largest, or if `ofOnes` is set, the largest of ones only.
+// Nothing when it would not read it to its end itself.
+std::optional<Bytes> Fullest(const EntityModel& device, bool ofOnes);
 
 // The value that an attribute has in a notification: "target = 85", or "no target" with the reason.
 std::string MeaningOf(const Side& side, const Bytes& notification);

@@ -48,6 +48,8 @@ inline constexpr Rule kItemsRemoved{"items-removed", kDevices,
 inline constexpr Rule kAttributeRemoved{"attribute-removed", kApplications,
                                         "An attribute is gone, or cannot be written any more."};
 inline constexpr Rule kKey{"key-changed", kApplications, "An attribute's key in documents changed."};
+inline constexpr Rule kKeyTaken{"key-taken", kApplications,
+                                "Another attribute has the same key in documents, and takes the place of this one."};
 inline constexpr Rule kGroup{"group-changed", kApplications, "An attribute is of another group."};
 inline constexpr Rule kDataType{"data-type-changed", kApplications, "An attribute's values are of another kind."};
 inline constexpr Rule kItemRenamed{"item-renamed", kApplications, "The item of an index has another text."};

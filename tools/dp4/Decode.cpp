@@ -16,10 +16,12 @@
 #include <chrono>
 #include <fstream>
 #include <istream>
+#include <map>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <set>
+#include <string>
 
 #include "Commands.h"
 #include "Files.h"
@@ -203,6 +205,7 @@ class Decoder {
         frame_(options.document, origin_) {
     if (!options.line.empty()) origin_.pattern.emplace(options.line);
     if (options.document == DocumentForm::kCsv) AppendCsvHead(CsvColumns(entity, FormOptionsOf(options)));
+    if (options.document == DocumentForm::kFlat || options.document == DocumentForm::kDecoded) WarnOfKeys(entity);
   }
 
   void DecodeArguments() {
@@ -275,6 +278,21 @@ class Decoder {
       AppendCsvCell(name, out);
     }
     out += "\r\n";
+  }
+
+  // Of the attributes with one key, a document has the last one only. Tables say so themselves.
+  void WarnOfKeys(const EntityModel& entity) const {
+    std::map<std::string, std::string> names;  // by key
+    for (const Field& field : entity.Reading().fields) {
+      const std::string& key = DocumentKey(*field.attribute);
+      const auto [earlier, isFirst] = names.emplace(key, field.attribute->name);
+      if (isFirst) continue;
+      environment_.err << fmt::format("dp4: warning: {} gives way to {}: both are {} in the result\n",
+                                      InQuotes(earlier->second), InQuotes(field.attribute->name), InQuotes(key));
+      earlier->second = field.attribute->name;
+    }
+    if (options_.document != DocumentForm::kFlat || entity.Info().name != "version") return;
+    environment_.err << "dp4: warning: the entity \"version\" gives way to the document's version in the result\n";
   }
 
   void CheckArguments() const {
