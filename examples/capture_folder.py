@@ -6,7 +6,8 @@
 Each *.txt file of the folder is a capture: lines of a timestamp and a packet in hexadecimal digits. A file is decoded
 as a whole, by whichever worker is free; workers need the package morvix-protocol and access to the same folder. The
 table has the columns file, line, time and error, then one for each attribute. A line that cannot be decoded keeps its
-row, with its error; the values of a packet that ends early stay as well. Blank lines are passed over.
+row, with its error; the values of a packet that ends early stay as well. Binaries are base64 text. Blank lines are
+passed over.
 
 --entity names the entity whose packets these are, where the configuration has several.
 
@@ -15,6 +16,7 @@ process does the work.
 """
 
 import argparse
+import base64
 import pathlib
 from typing import Optional
 
@@ -52,6 +54,10 @@ def decode_capture(configuration: bytes, path: str, name: Optional[str] = None) 
         errors[row] = errors[row] or problem or None
     for row in table.index[read_times.isna()]:
         errors[row] = errors[row] or f"{times[row]!r} is not a timestamp"
+    for column, attribute in enumerate(entity.attributes):
+        if attribute.type == "binary":
+            texts = [value and base64.b64encode(value).decode("ascii") for value in table.iloc[:, column]]
+            table.isetitem(column, pandas.Series(texts, dtype=object))
     head = {
         "file": pathlib.Path(path).name,
         "line": pandas.Series(places, dtype="int64"),

@@ -2,11 +2,15 @@
 
 from __future__ import annotations
 
+import base64
+import contextlib
 import pathlib
+import socket
 import subprocess
 import sys
-from typing import Any
+from typing import Any, Iterator
 
+import morvix_protocol
 import pandas
 import pytest
 from conftest import EXAMPLES
@@ -69,6 +73,59 @@ def test_two_workers_make_the_table_of_one_process(tmp_path: Any) -> None:
     assert table.loc[table["file"] == "capture3.txt", "line"].tolist() == [*range(1, 14), *range(15, 202)]
     # 0 * 0.1 - 20 to 199 * 0.1 - 20
     assert (table["temperature"].min(), table["temperature"].max()) == (-20, -0.1)
+
+
+def dask(*arguments: Any, folder: pathlib.Path) -> subprocess.Popen[bytes]:
+    """A process of Dask, started as docs/many-machines.md says."""
+    command = [sys.executable, "-m", "dask", *map(str, arguments), "--no-dashboard"]
+    with open(folder / f"{arguments[0]}.log", "wb") as log:
+        return subprocess.Popen(command, cwd=folder, stdout=log, stderr=log)
+
+
+@contextlib.contextmanager
+def ending(process: subprocess.Popen[bytes]) -> Iterator[None]:
+    """Ends a process at last."""
+    try:
+        yield
+    finally:
+        process.terminate()
+        process.wait(timeout=60)
+
+
+def test_a_worker_of_a_running_scheduler_makes_the_same_table(tmp_path: Any) -> None:
+    captures = tmp_path / "captures"
+    write_captures(captures)
+    alone, together = tmp_path / "alone.csv", tmp_path / "together.csv"
+    run(EXAMPLES / "kettle.json", captures, alone)
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        port = server.getsockname()[1]
+    address = f"tcp://127.0.0.1:{port}"
+    with contextlib.ExitStack() as stack:
+        stack.enter_context(ending(dask("scheduler", "--host", "127.0.0.1", "--port", port, folder=tmp_path)))
+        stack.enter_context(ending(dask("worker", address, "--no-nanny", folder=tmp_path)))
+        printed = run(EXAMPLES / "kettle.json", captures, together, "--scheduler", address)
+    assert printed == "1000 lines, 6 errors\n"
+    assert together.read_bytes() == alone.read_bytes()
+
+
+def test_binaries_are_base64_text(tmp_path: Any) -> None:
+    product = EXAMPLES / "power_meter.json"
+    entity = morvix_protocol.load(product).entity()
+    packet = bytes.fromhex((EXAMPLES / "power_meter.notify.hex").read_text(encoding="utf-8"))
+    captures, made = tmp_path / "captures", tmp_path / "table.csv"
+    captures.mkdir()
+    lines = [f"2024-05-01T00:00:00Z {packet.hex()}", "2024-05-01T00:00:01Z 0400"]
+    (captures / "one.txt").write_text("\n".join(lines) + "\n", encoding="utf-8")
+    assert run(product, captures, made) == "2 lines, 1 errors\n"
+    table = pandas.read_csv(made)
+    binaries = [each for each in entity.attributes if each.type == "binary"]
+    assert len(binaries) > 1
+    for each in binaries:
+        assert each.place is not None
+        begin = 1 + each.place.first_bit // 8
+        whole, of_short = table[each.name]
+        assert base64.b64decode(whole, validate=True) == packet[begin : begin + each.place.bits // 8]
+        assert pandas.isna(of_short)
 
 
 def test_an_entity_can_be_named(tmp_path: Any) -> None:
