@@ -6,7 +6,8 @@
 Each *.txt file of the folder is a capture: lines of a timestamp and a packet in hexadecimal digits. A file is decoded
 as a whole, by whichever worker is free; workers need the package morvix-protocol and access to the same folder. The
 table has the columns file, line, time and error, then one for each attribute. A line that cannot be decoded keeps its
-row, with its error; the values of a packet that ends early stay as well. Blank lines are passed over.
+row, with its error; the values of a packet that ends early stay as well. Binaries are base64 text. Blank lines are
+passed over.
 
 --entity names the entity whose packets these are, where the configuration has several.
 
@@ -15,6 +16,7 @@ process does the work.
 """
 
 import argparse
+import base64
 import pathlib
 from typing import Optional
 
@@ -22,16 +24,23 @@ import morvix_protocol
 import pandas
 
 
+def open_entity(configuration: bytes, name: Optional[str]) -> morvix_protocol.Entity:
+    """The entity of this name or the only one."""
+    product = morvix_protocol.loads(configuration)
+    return product.entity() if name is None else product[name]
+
+
 def decode_capture(configuration: bytes, path: str, name: Optional[str] = None) -> pandas.DataFrame:
     """The table of one capture, of the entity of this name or the only one."""
-    product = morvix_protocol.loads(configuration)
-    entity = product.entity() if name is None else product[name]
+    entity = open_entity(configuration, name)
     places, times, packets, errors = [], [], [], []
-    lines = pathlib.Path(path).read_text(encoding="utf-8").splitlines()
+    # What is not UTF-8 is no packet, so its line is told; a byte order mark is none of the first timestamp.
+    lines = pathlib.Path(path).read_text(encoding="utf-8-sig", errors="replace").splitlines()
     for number, line in enumerate(lines, 1):
         if not line.strip():
             continue
-        time, _, digits = line.strip().partition(" ")
+        time, digits = [*line.split(maxsplit=1), ""][:2]
+        digits = digits.strip()
         packet, error = b"", None
         try:
             packet = bytes.fromhex(digits)
@@ -52,6 +61,10 @@ def decode_capture(configuration: bytes, path: str, name: Optional[str] = None) 
         errors[row] = errors[row] or problem or None
     for row in table.index[read_times.isna()]:
         errors[row] = errors[row] or f"{times[row]!r} is not a timestamp"
+    for column, attribute in enumerate(entity.attributes):
+        if attribute.type == "binary":
+            texts = [value and base64.b64encode(value).decode("ascii") for value in table.iloc[:, column]]
+            table.isetitem(column, pandas.Series(texts, dtype=object))
     head = {
         "file": pathlib.Path(path).name,
         "line": pandas.Series(places, dtype="int64"),
@@ -84,7 +97,13 @@ def main() -> None:
     choice.add_argument("--scheduler", help="address of a running scheduler, such as tcp://10.0.0.5:8786")
     choice.add_argument("--processes", type=int, help="number of worker processes on this machine")
     options = parser.parse_args()
-    configuration = options.configuration.read_bytes()
+    if options.processes is not None and options.processes < 1:
+        parser.error("--processes: expected 1 or more")
+    try:
+        configuration = options.configuration.read_bytes()
+        open_entity(configuration, options.entity)
+    except (OSError, morvix_protocol.ConfigurationError) as problem:
+        parser.error(str(problem))
     if options.scheduler is not None:
         from distributed import Client
 

@@ -80,8 +80,11 @@ export interface Received {
   document: string;
   alerts: Active[];
   faults: Active[];
-  /** What the protocol module has to say about the packet, where there is anything: for one, that it is too short. */
-  warnings?: string[];
+  /**
+   * What the protocol module has to say about the packet, where there is anything: for one, that it is too short. It is
+   * no enumerable property, so that comparing, copying and printing a result pass over it.
+   */
+  readonly warnings?: string[];
 }
 
 export interface WriteOptions {
@@ -99,7 +102,8 @@ export class Entity {
   describe(): Description;
   /**
    * The packet of a write. Bools and enums take an integer, true, false or decimal text; numbers a number in user units
-   * or the text of one; binaries base64 text. Other entities in `values` are passed over.
+   * or the text of one; binaries base64 text. Text is read as far as it is a number: "79,5" is 79, "" is 0. Other
+   * entities in `values` are passed over. What is not writable is refused.
    */
   encode(values: Values, options?: WriteOptions): Uint8Array;
   /**

@@ -37,8 +37,11 @@ function nameBytes(name) {
   throw new ProtocolError("the name of the entity is not a string, or contains a NUL");
 }
 
-// What JSON would silently change or leave out.
+// What JSON would silently change or leave out. Called by JSON.stringify with the object that has the value as `this`.
 function checkValue(name, value) {
+  if (typeof value !== "object" && typeof this[name] === "object") {
+    throw new ProtocolError(`'${name}': an object is not taken; expected a boolean, number or string`);
+  }
   if (typeof value === "number" && !Number.isFinite(value)) {
     throw new ProtocolError(`'${name}': ${value} is not a finite number`);
   }
@@ -204,7 +207,9 @@ export class Entity {
       const warnings = native.check(morvix_receive(this.#handle, address, size, first, second, message));
       const document = native.takeText();
       const received = { document, ...native.takeJson(SECOND_OUTPUT) };
-      return warnings === "" ? received : { ...received, warnings: warnings.split("\n") };
+      // Not enumerable: results of equal contents are equal, whatever there was to say about their packets.
+      if (warnings !== "") Object.defineProperty(received, "warnings", { value: warnings.split("\n") });
+      return received;
     });
   }
 
