@@ -152,6 +152,7 @@ export class CaptureView {
   // Reads the capture again when the entity has become another one.
   #followEntity(): void {
     const { entity, problem } = this.studio;
+    if (entity === undefined) return this.#read();
     if (this.#file === undefined || problem !== "" || JSON.stringify(entity) === this.#readWith) return;
     window.clearTimeout(this.#readTimer);
     this.#readTimer = window.setTimeout(() => this.#read(), REREAD_PAUSE_MS);
@@ -213,16 +214,21 @@ export class CaptureView {
 
   #read(): void {
     const { entity } = this.studio;
-    if (this.#file === undefined || entity === undefined) return;
+    if (this.#file === undefined) return;
     window.clearTimeout(this.#readTimer);
     this.#stop?.();
+    byId("capture-result").hidden = entity === undefined;
+    if (entity === undefined) {
+      this.#readWith = "";
+      this.#summary.textContent = `${this.#file.name} is read as soon as the configuration has an entity to read it with`;
+      return;
+    }
     this.#readWith = JSON.stringify(entity);
     this.#attributes = entity.attributes;
     this.#rows = new Rows(this.#attributes.length);
     this.#shown = undefined;
     this.#current = -1;
     this.#unmatched = 0;
-    byId("capture-result").hidden = false;
     this.#progress.value = 0;
     this.#progress.hidden = this.#cancel.hidden = false;
     const request = { configuration: this.studio.configuration, entity: this.studio.entityIndex, line: this.#line };

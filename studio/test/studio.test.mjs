@@ -729,6 +729,24 @@ describe("captures", () => {
     ]);
   });
 
+  test("wait for a configuration that can be read", async () => {
+    const page = await openPage();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    await page.getByTestId("capture-row").first().waitFor();
+    await page.getByTestId("open").setInputFiles(fileWith("broken.json", '{"entities": ['));
+    const summary = page.getByTestId("capture-summary");
+    assert.match(await eventualText(summary, /as soon as/), /log.txt is read as soon as/);
+    assert.equal(await page.getByTestId("capture-row").first().isVisible(), false);
+    await openConfiguration(page, pathOf("examples/kettle.json"));
+    assert.match(await eventualText(summary, /4 packets/), /log.txt: 4 packets/);
+    await page.getByTestId("capture-row").first().waitFor();
+    // A text that is broken while somebody types is told as such.
+    await typeConfiguration(page, KETTLE.slice(0, -3));
+    await page.getByText("Not up to date").waitFor();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    assert.match(await eventualText(summary, /not JSON/), /log.txt: 0 packets; configuration:\d+:\d+: not JSON/);
+  });
+
   test("are read by a pattern of one's own, and bad ones are told", async () => {
     const page = await openPage();
     await page
