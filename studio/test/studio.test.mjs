@@ -337,6 +337,56 @@ describe("picture", () => {
     }
   });
 
+  // The only entity of a configuration that is strict JSON.
+  function entityOf(path) {
+    try {
+      return JSON.parse(textOf(path)).entities[0] ?? {};
+    } catch {
+      return {};
+    }
+  }
+
+  test("is the same as dp4's for all of tests/lint, and so is what a packet says", async () => {
+    const page = await openPage();
+    let pictures = 0;
+    let packets = 0;
+    for (const file of readdirSync(pathOf("tests/lint")).filter((name) => name.endsWith(".json"))) {
+      const path = `tests/lint/${file}`;
+      const layout = dp4("layout", path, "--format", "json");
+      const { attrs } = entityOf(path);
+      if (layout === "" || attrs === undefined) continue; // several entities, or none that can be used
+      await openConfiguration(page, pathOf(path));
+      // What lies in each bit, by the attributes' names.
+      const expected = [];
+      for (const { firstBit, bits, attributes } of JSON.parse(layout).stretches) {
+        for (let bit = firstBit; bit < firstBit + bits; ++bit) expected[bit] = attributes.join(" ");
+      }
+      const shown = [];
+      for (const [byte, pieces] of Object.entries(await drawn(page))) {
+        for (const [place, elements] of pieces) {
+          const [column, columns] = place.split(" / span ").map(Number);
+          const names = elements === "" ? [] : elements.split(" ").map((one) => attrs[Number(one)].name);
+          shown.push(...Array.from({ length: columns }, (_, i) => [8 * Number(byte) + column - 1 + i, names.join(" ")]));
+        }
+      }
+      const inOrder = shown.sort(([one], [other]) => one - other);
+      assert.deepEqual(inOrder, [...expected.entries()], path);
+      ++pictures;
+      const { packet } = JSON.parse(dp4("vectors", path) || "{}").notifications?.at(-1) ?? {};
+      if (packet === undefined) continue;
+      await page.getByTestId("packet").fill(packet);
+      const document = JSON.stringify(JSON.parse(dp4("decode", path, packet)).values);
+      const shownDocument = await eventually(
+        async () => JSON.stringify(JSON.parse((await page.getByTestId("document").textContent()) || "{}")),
+        (text) => text === document,
+      );
+      assert.equal(shownDocument, document, path);
+      ++packets;
+    }
+    assert.ok(pictures > 90, `${pictures} pictures`);
+    assert.ok(packets > 70, `${packets} packets`);
+  });
+
   test("follows the text", async () => {
     const page = await openPage();
     await typeConfiguration(
