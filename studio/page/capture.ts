@@ -10,7 +10,8 @@ import type { Studio } from "./studio";
 import { Timeline } from "./timeline";
 
 const ROW_HEIGHT = 26;
-const PREVIEW_BYTES = 4096;
+const HEAD_BYTES = 1 << 16;
+const HEAD_LINES = 64; // what a log begins with, such as its title, is no packet
 const PREVIEW_LINES = 4;
 const FILTER_PAUSE_MS = 120;
 const REREAD_PAUSE_MS = 800;
@@ -82,6 +83,28 @@ export class Rows {
   }
 }
 
+async function headOf(file: File): Promise<string> {
+  return (await file.slice(0, HEAD_BYTES).text()).split(/\r?\n/).slice(0, HEAD_LINES).join("\n");
+}
+
+function isJson(text: string): boolean {
+  try {
+    JSON.parse(text);
+    return true;
+  } catch {
+    return false;
+  }
+}
+
+// Whether a file begins as a configuration does, be it whole or not. Of JSON lines, the first one is whole, and there
+// are others.
+function isLikeConfiguration(head: string): boolean {
+  const text = head.trim();
+  if (!/^([{"]|\/[/*])/.test(text)) return false;
+  const [first = "", ...others] = text.split("\n");
+  return others.length === 0 ? !/"packet"\s*:/.test(first) : !isJson(first);
+}
+
 export class CaptureView {
   readonly #input = byId<HTMLInputElement>("capture");
   readonly #pattern = byId<HTMLInputElement>("pattern");
@@ -129,14 +152,25 @@ export class CaptureView {
   // Reads the capture again when the entity has become another one.
   #followEntity(): void {
     const { entity, problem } = this.studio;
+    if (entity === undefined) return this.#read();
     if (this.#file === undefined || problem !== "" || JSON.stringify(entity) === this.#readWith) return;
     window.clearTimeout(this.#readTimer);
     this.#readTimer = window.setTimeout(() => this.#read(), REREAD_PAUSE_MS);
   }
 
+  // Opens a file that is no configuration and has packets in its first lines; false for any other.
+  async openIfCapture(file: File): Promise<boolean> {
+    const head = await headOf(file);
+    if (isLikeConfiguration(head)) return false;
+    const match = await this.studio.ask<Match>({ ask: "match", text: head });
+    if (isFailure(match) || !match.lines.some(({ packet }) => packet !== undefined)) return false;
+    await this.#open(file);
+    return true;
+  }
+
   async #open(file: File): Promise<void> {
     this.#file = file;
-    this.#head = (await file.slice(0, PREVIEW_BYTES).text()).split(/\r?\n/).slice(0, PREVIEW_LINES).join("\n");
+    this.#head = await headOf(file);
     this.#pattern.value = "";
     if (await this.#preview(undefined)) this.#read();
   }
@@ -158,9 +192,11 @@ export class CaptureView {
     }
     this.#line = match.line;
     if (line === undefined) this.#pattern.value = match.line;
-    const hasPacket = match.lines.some(({ packet }) => packet !== undefined);
+    const firstPacket = match.lines.findIndex(({ packet }) => packet !== undefined);
+    const hasPacket = firstPacket !== -1;
+    const from = firstPacket < PREVIEW_LINES ? 0 : firstPacket;
     preview.replaceChildren(
-      ...match.lines.map((one) =>
+      ...match.lines.slice(from, from + PREVIEW_LINES).map((one) =>
         element(
           "div",
           { class: "preview-line" },
@@ -178,16 +214,21 @@ export class CaptureView {
 
   #read(): void {
     const { entity } = this.studio;
-    if (this.#file === undefined || entity === undefined) return;
+    if (this.#file === undefined) return;
     window.clearTimeout(this.#readTimer);
     this.#stop?.();
+    byId("capture-result").hidden = entity === undefined;
+    if (entity === undefined) {
+      this.#readWith = "";
+      this.#summary.textContent = `${this.#file.name} is read as soon as the configuration has an entity to read it with`;
+      return;
+    }
     this.#readWith = JSON.stringify(entity);
     this.#attributes = entity.attributes;
     this.#rows = new Rows(this.#attributes.length);
     this.#shown = undefined;
     this.#current = -1;
     this.#unmatched = 0;
-    byId("capture-result").hidden = false;
     this.#progress.value = 0;
     this.#progress.hidden = this.#cancel.hidden = false;
     const request = { configuration: this.studio.configuration, entity: this.studio.entityIndex, line: this.#line };
@@ -220,17 +261,17 @@ export class CaptureView {
   }
 
   #applyFilter(): void {
-    const { text, conditions, unknown } = conditionsOf(this.#filter.value, this.#attributes);
+    const { text, conditions, problems } = conditionsOf(this.#filter.value, this.#attributes);
     this.#shown = undefined;
-    if (text !== "" || conditions.length > 0 || unknown.length > 0) {
+    if (text !== "" || conditions.length > 0 || problems.length > 0) {
       this.#shown = [];
-      for (let row = 0; row < this.#rows.size && unknown.length === 0; ++row) {
+      for (let row = 0; row < this.#rows.size && problems.length === 0; ++row) {
         const holds = conditions.every(({ index, holds }) => holds(this.#rows.values[index]![row]!));
         if (holds && (text === "" || this.#rows.textOf(row).toLowerCase().includes(text))) this.#shown.push(row);
       }
     }
-    const none = unknown.length === 0 ? "" : `; there is no attribute ${unknown.join(", ")}`;
-    byId("filter-count").textContent = this.#shown === undefined ? "" : count(this.#shown.length, "row") + none;
+    const parts = this.#shown === undefined ? [] : [count(this.#shown.length, "row"), ...problems];
+    byId("filter-count").textContent = parts.join("; ");
     this.#table.scrollTop = 0;
     this.#current = -1;
     this.#drawRows();

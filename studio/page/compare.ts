@@ -46,6 +46,7 @@ export class CompareView {
       element("p", { class: "summary" }, `${this.studio.fileName} → ${name}: ${summaryOf(changes)}`),
       element("ul", { class: "changes" }, ...changes.findings.map((change) => this.#itemOf(change))),
     );
+    byId("picture-before").hidden = this.studio.entity === undefined;
     if (this.studio.entity !== undefined) this.#before.draw(this.studio.entity);
     byId("picture-after").hidden = after === undefined;
     byId("no-picture-after").hidden = after !== undefined;

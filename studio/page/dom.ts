@@ -74,7 +74,12 @@ export function copyOnClick(button: HTMLButtonElement, text: () => string): void
 }
 
 // Takes files from a file input, and those dropped on an element.
-export function takeFiles(input: HTMLInputElement, target: HTMLElement, take: (file: File) => void): void {
+export function takeFiles(
+  input: HTMLInputElement,
+  target: HTMLElement,
+  take: (file: File) => void,
+  takeDropped = take,
+): void {
   input.addEventListener("change", () => {
     const file = input.files?.[0];
     if (file !== undefined) take(file);
@@ -90,6 +95,6 @@ export function takeFiles(input: HTMLInputElement, target: HTMLElement, take: (f
     event.stopPropagation();
     target.classList.remove("dropping");
     const file = event.dataTransfer?.files[0];
-    if (file !== undefined) take(file);
+    if (file !== undefined) takeDropped(file);
   });
 }

@@ -1,7 +1,15 @@
 // The editor of the configuration, with findings at their places and the chosen attribute marked.
 
 import { autocompletion, closeBrackets, closeBracketsKeymap, completionKeymap } from "@codemirror/autocomplete";
-import { defaultKeymap, history, historyKeymap, indentWithTab, isolateHistory } from "@codemirror/commands";
+import {
+  defaultKeymap,
+  history,
+  historyKeymap,
+  indentWithTab,
+  invertedEffects,
+  isolateHistory,
+  undoDepth,
+} from "@codemirror/commands";
 import { json } from "@codemirror/lang-json";
 import {
   bracketMatching,
@@ -58,6 +66,18 @@ const attributeMark = StateField.define<DecorationSet>({
   },
   provide: (field) => EditorView.decorations.from(field),
 });
+
+// The name of the file that the text came from. Undo and redo set it as they set the text.
+const setName = StateEffect.define<string>();
+
+const fileName = StateField.define<string>({
+  create: () => "",
+  update: (name, { effects }) => effects.find((effect) => effect.is(setName))?.value ?? name,
+});
+
+const undoneName = invertedEffects.of(({ effects, startState }) =>
+  effects.some((effect) => effect.is(setName)) ? [setName.of(startState.field(fileName))] : [],
+);
 
 function linesOf(state: EditorState, range: { from: number; to: number } | null): DecorationSet {
   if (range === null) return Decoration.none;
@@ -161,6 +181,8 @@ export class Editor {
         highlightActiveLine(),
         highlightActiveLineGutter(),
         history(),
+        fileName.init(() => this.studio.fileName),
+        undoneName,
         drawSelection(),
         indentUnit.of("  "),
         indentOnInput(),
@@ -189,6 +211,8 @@ export class Editor {
         }),
         EditorView.updateListener.of((update) => {
           if (this.#isOpening) return;
+          const name = update.state.field(fileName);
+          if (name !== this.studio.fileName) this.studio.rename(name);
           if (update.docChanged) this.#edited();
           else if (update.selectionSet && update.view.hasFocus) this.#followCursor();
         }),
@@ -200,7 +224,7 @@ export class Editor {
     this.#isOpening = true;
     window.clearTimeout(this.#timer);
     const { doc } = this.#view.state;
-    if (doc.length === 0) {
+    if (doc.length === 0 && undoDepth(this.#view.state) === 0) {
       this.#view.setState(this.#stateOf(this.studio.configuration));
     } else {
       // Undo brings the last text back.
@@ -208,6 +232,7 @@ export class Editor {
       this.#view.dispatch({
         changes,
         selection: { anchor: 0 },
+        effects: setName.of(this.studio.fileName),
         annotations: isolateHistory.of("full"),
         scrollIntoView: true,
       });

@@ -10,7 +10,7 @@ interface Condition {
 interface Filter {
   text: string; // what a row contains, in lower case
   conditions: Condition[];
-  unknown: string[]; // names that no attribute has
+  problems: string[]; // conditions that no row can be asked
 }
 
 // A value of a column of a capture, for people.
@@ -32,12 +32,14 @@ function conditionOf(attribute: Attribute, index: number, wanted: string): Condi
 export function conditionsOf(filter: string, attributes: Attribute[]): Filter {
   const all = filter.trim().toLowerCase();
   const first = all.search(/[^\s=]+=/);
-  const found: Filter = { text: (first === -1 ? all : all.slice(0, first)).trim(), conditions: [], unknown: [] };
+  const found: Filter = { text: (first === -1 ? all : all.slice(0, first)).trim(), conditions: [], problems: [] };
   if (first === -1) return found;
   for (const [, name, wanted] of all.slice(first).matchAll(/([^\s=]+)=(.*?)(?=\s+[^\s=]+=|$)/g)) {
     const index = attributes.findIndex((attribute) => attribute.name.toLowerCase() === name);
-    if (index === -1) found.unknown.push(name!);
-    else found.conditions.push(conditionOf(attributes[index]!, index, wanted!.trim()));
+    const attribute = attributes[index];
+    if (attribute === undefined) found.problems.push(`there is no attribute ${name}`);
+    else if (attribute.type === "binary") found.problems.push(`${name} is binary: filter for bytes alone`);
+    else found.conditions.push(conditionOf(attribute, index, wanted!.trim()));
   }
   return found;
 }

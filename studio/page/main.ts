@@ -7,6 +7,7 @@ import { Editor } from "./editor";
 import { examples } from "./examples";
 import { ExportView } from "./exports";
 import { FindingsView } from "./findings";
+import type { Entity } from "./forms";
 import { keep, kept } from "./keep";
 import { Picture } from "./picture";
 import { ReceivedView } from "./received";
@@ -18,6 +19,7 @@ import { ValuesView } from "./values";
 
 const MOST_FILE_BYTES = 8 << 20;
 const KEEP_PAUSE_MS = 300;
+const NO_ENTITY: Entity = { summary: "", remarks: [], rows: [], attributes: [] };
 
 const studio = new Studio();
 
@@ -52,8 +54,15 @@ async function openFile(file: File): Promise<void> {
   );
 }
 
+// What is dropped outside the panels is a capture or a configuration.
+async function openDropped(file: File): Promise<void> {
+  if (!(await capture.openIfCapture(file))) return openFile(file);
+  studio.tell(`${file.name} has packets in its lines: it is read as a capture, below.`);
+}
+
 function setUpFiles(): void {
-  takeFiles(byId<HTMLInputElement>("open"), document.body, (file) => void openFile(file));
+  const open = (file: File): void => void openFile(file);
+  takeFiles(byId<HTMLInputElement>("open"), document.body, open, (file) => void openDropped(file));
   const select = byId<HTMLSelectElement>("examples");
   select.append(...examples.map(({ title }, i) => element("option", { value: i }, title)));
   select.addEventListener("change", () => {
@@ -69,7 +78,7 @@ function setUpFiles(): void {
     save();
   });
   const name = byId("file-name");
-  studio.on("configuration", () => (name.textContent = studio.fileName));
+  studio.on("name", () => (name.textContent = studio.fileName));
 }
 
 function setUpInserting(): void {
@@ -102,9 +111,9 @@ function setUpPicture(): void {
   });
   let drawn: unknown;
   studio.on("entity", () => {
-    const { entity, problem } = studio;
-    byId("layout-problem").textContent = problem === "" ? "" : `Not up to date: ${problem}`;
-    if (entity === undefined) return;
+    const { entity = NO_ENTITY, problem } = studio;
+    const isOld = problem !== "" && studio.entity !== undefined;
+    byId("layout-problem").textContent = isOld ? `Not up to date: ${problem}` : problem;
     byId("layout-title").textContent = entity.summary;
     byId("remarks").replaceChildren(...entity.remarks.map((remark) => element("li", {}, remark)));
     const now = JSON.stringify([entity.rows, entity.attributes]);
@@ -161,18 +170,30 @@ function setUpSharing(): void {
   byId("share-note").hidden = location.protocol !== "file:";
 }
 
-async function start(): Promise<void> {
-  const first = examples[0]!;
-  let shared = kept();
+async function linked(): Promise<Shared | undefined> {
   try {
-    const linked = await sharedIn(location.hash);
-    if (linked !== undefined) history.replaceState(null, "", location.pathname + location.search);
-    shared = linked ?? shared;
+    const shared = await sharedIn(location.hash);
+    if (shared !== undefined) history.replaceState(null, "", location.pathname + location.search);
+    return shared;
   } catch {
     studio.tell("The link could not be read; it may have been cut off.");
+    return undefined;
   }
-  if (shared === undefined) return studio.open(first.file, first.configuration, first.packet);
-  await studio.open(shared.file, shared.configuration, shared.packet, shared.entity, shared.write);
+}
+
+async function openShared({ file, configuration, packet, entity, write }: Shared): Promise<void> {
+  await studio.open(file, configuration, packet, entity, write);
+}
+
+async function start(): Promise<void> {
+  const first = examples[0]!;
+  await openShared((await linked()) ?? kept() ?? { ...first, entity: 0, packet: first.packet ?? "" });
+}
+
+// Other fragments, such as that of the link over the editor, open nothing.
+async function followLink(): Promise<void> {
+  const shared = await linked();
+  if (shared !== undefined) await openShared(shared);
 }
 
 for (const button of document.querySelectorAll<HTMLButtonElement>("dialog .close")) {
@@ -182,7 +203,7 @@ studio.on("status", () => (byId("status").textContent = studio.status));
 new FindingsView(studio, (site) => editor.goTo(site));
 new ValuesView(studio);
 new ReceivedView(studio);
-new CaptureView(studio);
+const capture = new CaptureView(studio);
 new CompareView(studio, (site) => editor.goTo(site));
 new ExportView(studio);
 setUpFiles();
@@ -192,5 +213,5 @@ setUpPicture();
 setUpChosen();
 setUpKeeping();
 setUpSharing();
-window.addEventListener("hashchange", () => void start());
+window.addEventListener("hashchange", () => void followLink());
 void start();

@@ -54,11 +54,11 @@ export class ReceivedView {
         element("ul", { class: "notes", "data-testid": "notes" }, ...notes.map((note) => element("li", {}, note))),
       );
     }
-    if ((reading.values ?? []).length > 0) parts.push(this.#tableOf(reading.values!));
+    if ((reading.values ?? []).length > 0) parts.push(this.#tableOf(reading.values!, reading.isWrite === true));
     return parts;
   }
 
-  #tableOf(values: FieldValue[]): HTMLElement {
+  #tableOf(values: FieldValue[], isWrite: boolean): HTMLElement {
     const head = element(
       "tr",
       {},
@@ -68,13 +68,14 @@ export class ReceivedView {
       "table",
       { class: "decoded" },
       element("thead", {}, head),
-      element("tbody", {}, ...values.map((value) => this.#rowOf(value))),
+      element("tbody", {}, ...values.map((value) => this.#rowOf(value, isWrite))),
     );
   }
 
-  #rowOf(value: FieldValue): HTMLElement {
+  // In a write, what has no bits was not set; in any other packet they are missing, and a note tells why.
+  #rowOf(value: FieldValue, isWrite: boolean): HTMLElement {
     const attribute = this.studio.attribute(value.element);
-    const shown = value.text ?? (value.bits === undefined ? "not set" : "–");
+    const shown = value.text ?? (isWrite && value.bits === undefined ? "not set" : "–");
     const label = attribute?.label ?? "";
     const group = attribute?.group ?? "";
     const isChosen = value.element === this.studio.selected;

@@ -59,7 +59,7 @@ function writeOf(value: unknown): Write | undefined {
   return {
     values: Object.fromEntries(taken) as Values,
     command: String(command ?? "write"),
-    subDevice: String(subDevice ?? ""),
+    subDevice: /^-?\d+$/.test(String(subDevice)) ? String(subDevice) : "",
   };
 }
 

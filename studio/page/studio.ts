@@ -1,7 +1,7 @@
 // The state of the page, and the questions that keep it up to date. Views draw it and listen for changes.
 
 import { Asker } from "./asker";
-import type { Answer, Attribute, Entities, Entity, Findings, Reading, Value, Values, Written } from "./forms";
+import type { Answer, Attribute, Entities, Entity, Finding, Findings, Reading, Value, Values, Written } from "./forms";
 import { isFailure } from "./forms";
 
 // What is to be written, and how.
@@ -11,7 +11,10 @@ export interface Write {
   subDevice: string;
 }
 
-type Topic = "configuration" | "findings" | "entity" | "selection" | "packets" | "status";
+// The gravest ones come first, each kind in the order of the text.
+const rankOf = ({ severity }: Finding): number => ["error", "warning", "info"].indexOf(severity);
+
+type Topic = "configuration" | "name" | "findings" | "entity" | "selection" | "packets" | "status";
 
 export class Studio {
   fileName = "configuration.json";
@@ -65,6 +68,7 @@ export class Studio {
     this.fileName = fileName;
     this.configuration = configuration;
     this.entityIndex = entityIndex;
+    this.entity = undefined;
     this.selected = undefined;
     this.values = write?.values ?? {};
     this.#otherValues.clear();
@@ -74,8 +78,14 @@ export class Studio {
     this.received = undefined;
     this.packetText = packetText;
     this.isReceivedShown = write === undefined && packetText !== "";
-    this.#changed("configuration", "selection");
+    this.#changed("configuration", "name", "selection");
     await this.#update();
+  }
+
+  // The text that is edited has the name of another file from now on, as after undoing that one was opened.
+  rename(fileName: string): void {
+    this.fileName = fileName;
+    this.#changed("name");
   }
 
   async edit(configuration: string): Promise<void> {
@@ -87,6 +97,7 @@ export class Studio {
     if (index === this.entityIndex) return;
     this.#otherValues.set(this.entityIndex, this.values);
     this.entityIndex = index;
+    this.entity = undefined;
     this.selected = undefined;
     this.values = this.#otherValues.get(index) ?? {};
     if (Object.keys(this.values).length === 0) this.isReceivedShown = this.packetText !== "";
@@ -102,6 +113,7 @@ export class Studio {
       this.ask<Entities>({ ask: "entities", configuration }),
     ]);
     if (turn !== this.#configurationTurn) return;
+    if (!isFailure(findings)) findings.findings.sort((one, other) => rankOf(one) - rankOf(other));
     this.findings = isFailure(findings) ? undefined : findings;
     if (isFailure(findings)) this.problem = findings.error;
     this.#changed("findings");
@@ -112,7 +124,8 @@ export class Studio {
   async #updateEntity(turn: number, entities: Answer<Entities>): Promise<void> {
     if (isFailure(entities)) {
       this.problem = entities.error;
-      this.#changed("entity");
+      if (this.entity === undefined) this.written = this.received = undefined;
+      this.#changed("entity", "packets");
       return;
     }
     this.entities = entities.entities;

@@ -7,6 +7,7 @@ import { isFailure } from "./forms";
 import type { Studio } from "./studio";
 
 const MOST_SLIDER_STEPS = 2000;
+const NO_NUMBER = "?";
 
 interface Row {
   attribute: Attribute;
@@ -78,7 +79,7 @@ function numberFor(
 
 // Base64 of hexadecimal digits; undefined when these are not whole bytes.
 function base64Of(text: string): string | undefined {
-  const digits = text.replace(/[\s:,]/g, "");
+  const digits = text.replace(/\b0x|[\s:,]/gi, "");
   if (digits === "" || !/^([0-9a-f]{2})*$/i.test(digits)) return undefined;
   return btoa(digits.replace(/../g, (byte) => String.fromCharCode(Number.parseInt(byte, 16))));
 }
@@ -138,7 +139,7 @@ export class ValuesView {
     studio.on("entity", () => this.#draw());
     studio.on("packets", () => this.#show());
     studio.on("selection", () => this.#showChosen());
-    const change = (): void => void studio.setCommand(this.#command.value, this.#subDevice.value);
+    const change = (): void => void studio.setCommand(this.#command.value, this.#subDeviceText());
     this.#command.addEventListener("change", change);
     this.#subDevice.addEventListener("input", change);
     copyOnClick(this.#copy, () => this.#packet.textContent ?? "");
@@ -204,13 +205,20 @@ export class ValuesView {
       row.note.textContent = value !== undefined && (isBad || row.attribute.control?.kind !== "choice") ? note : "";
       row.note.classList.toggle("bad", isBad);
     }
-    if (document.activeElement !== this.#subDevice) this.#subDevice.value = subDevice;
+    if (document.activeElement !== this.#subDevice && this.#subDeviceText() !== subDevice) {
+      this.#subDevice.value = subDevice;
+    }
     this.#command.value = command;
     const reading = written === undefined || isFailure(written) ? undefined : written.reading;
     this.#packet.textContent = reading?.packet ?? "";
     this.#copy.disabled = reading === undefined;
     this.#problems.textContent = this.#problemText();
     this.#explanation.replaceChildren(...(reading === undefined ? [] : [explain(this.studio, reading)]));
+  }
+
+  // A browser gives nothing for what is no number, such as "1e"; that must not pass for no sub-device.
+  #subDeviceText(): string {
+    return this.#subDevice.validity.badInput ? NO_NUMBER : this.#subDevice.value;
   }
 
   #problemText(): string {

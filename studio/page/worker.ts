@@ -58,7 +58,10 @@ async function readCapture(
   const decode = (text: string): void => {
     if (text === "") return;
     const answer = instance!.ask({ ...request, ask: "capture", text, first });
-    if (isFailure(answer)) throw new Error(answer.error);
+    if (isFailure(answer)) {
+      post({ id, crash: answer.error });
+      return;
+    }
     const { rows, unmatched: more } = answer as CaptureRows;
     first += countLines(text);
     unmatched += more;

@@ -160,10 +160,90 @@ describe("editor", () => {
     await page.getByTestId("configuration").dispatchEvent("drop", { dataTransfer: transfer });
     await eventualText(page.locator("#file-name"), "dropped.json");
     assert.equal(await configurationOf(page), KETTLE);
-    // What was there before is not lost.
+    // What was there before is not lost, nor is its name.
     await page.locator(".cm-content").click();
     await page.keyboard.press("Control+z");
     assert.equal(await configurationOf(page), textOf("examples/gateway.json"));
+    assert.equal(await eventualText(page.locator("#file-name"), "gateway.json"), "gateway.json");
+    await page.locator(".cm-content").focus();
+    await page.keyboard.press("Control+y");
+    assert.equal(await configurationOf(page), KETTLE);
+    assert.equal(await eventualText(page.locator("#file-name"), "dropped.json"), "dropped.json");
+    // Also after all of it was deleted.
+    const other = await openPage();
+    await typeConfiguration(other, "");
+    await other.keyboard.press("Delete");
+    assert.equal(await configurationOf(other), "");
+    await openConfiguration(other, pathOf("examples/gateway.json"));
+    await other.locator(".cm-content").click();
+    await other.keyboard.press("Control+z");
+    await other.keyboard.press("Control+z");
+    assert.equal(await configurationOf(other), KETTLE);
+  });
+
+  test("tells by its content whether a dropped file is a capture", async () => {
+    const page = await openPage();
+    const drop = async (name, text) => {
+      const transfer = await page.evaluateHandle(
+        ([name, text]) => {
+          const made = new DataTransfer();
+          made.items.add(new File([text], name));
+          return made;
+        },
+        [name, text],
+      );
+      await page.getByTestId("status").evaluate((status) => (status.textContent = ""));
+      await page.getByTestId("layout").dispatchEvent("drop", { dataTransfer: transfer });
+      return eventualText(page.getByTestId("status"), /is (open|read as a capture)/);
+    };
+    const title = "a log\n".repeat(5);
+    const log = `${title}10:00:00.5 RX 04 00 00 04 64 00 00\n10:00:01.5 TX 01 07 05 5a\n`;
+    const jsonLines = '{"packet": "04 00 00 04 64 00 00"}\n{"packet": "01 07 05 5a"}\n';
+    for (const [name, text] of [
+      ["text.log", log],
+      ["lines.json", jsonLines],
+      ["one.json", '{"packet": "01 07 05 5a"}'],
+    ]) {
+      assert.match(await drop(name, text), new RegExp(`${name} .* read as a capture`));
+      const summary = await eventualText(page.getByTestId("capture-summary"), new RegExp(`${name}: \\d`));
+      assert.match(summary, name === "one.json" ? /: 1 packet$/ : /: 2 packets/);
+      assert.equal(await configurationOf(page), KETTLE);
+    }
+    for (const [name, text] of [
+      ["broken.json", KETTLE.slice(0, -3)],
+      ["commented.json", `// a kettle\n${KETTLE}`],
+      ["short.json", JSON.stringify(JSON.parse(KETTLE))],
+      ["torn.json", KETTLE.slice(KETTLE.indexOf('"entities"'))],
+      ["notes.txt", "nothing of interest"],
+    ]) {
+      assert.match(await drop(name, text), new RegExp(`${name} is open`));
+      assert.equal(await configurationOf(page), text);
+    }
+  });
+
+  test("shows nothing of the last configuration beside one that is broken", async () => {
+    const page = await openPage();
+    await eventualText(page.getByTestId("decoded-target"), "85");
+    await page.getByTestId("open").setInputFiles(fileWith("broken.json", '{"entities": ['));
+    await page.getByTestId("finding").getByText("not JSON").waitFor();
+    assert.match(await eventualText(page.getByTestId("layout-problem"), /not JSON/), /^configuration:1:/);
+    assert.equal(await page.locator("#layout .piece").count(), 0);
+    assert.equal(await page.locator(".value-row").count(), 0);
+    assert.equal(await page.getByTestId("write-packet").innerText(), "");
+    assert.equal(await page.getByTestId("decoded-target").count(), 0);
+    // While a text is being edited, its last picture stays.
+    await openConfiguration(page, pathOf("examples/kettle.json"));
+    await typeConfiguration(page, KETTLE.slice(0, -3));
+    assert.match(await eventualText(page.getByTestId("layout-problem"), /not JSON/), /^Not up to date: /);
+    assert.equal(await page.getByTestId("field-target").count(), 1);
+    // An entity that cannot be used has no picture of another one.
+    await typeConfiguration(page, KETTLE.replace('"entities": [', '"entities": [null,'));
+    await page.getByTestId("entity").selectOption("1");
+    await page.locator('[data-testid="layout-problem"]:empty').waitFor({ state: "attached" });
+    assert.equal(await page.getByTestId("field-target").count(), 1);
+    await page.getByTestId("entity").selectOption("0");
+    assert.match(await eventualText(page.getByTestId("layout-problem"), /unusable/), /unusable entity/);
+    assert.equal(await page.getByTestId("field-target").count(), 0);
   });
 
   test("keeps text and packet over a reload", async () => {
@@ -255,6 +335,56 @@ describe("picture", () => {
         assert.deepEqual(await drawn(page), wanted, `${name} ${entity.name}`);
       }
     }
+  });
+
+  // The only entity of a configuration that is strict JSON.
+  function entityOf(path) {
+    try {
+      return JSON.parse(textOf(path)).entities[0] ?? {};
+    } catch {
+      return {};
+    }
+  }
+
+  test("is the same as dp4's for all of tests/lint, and so is what a packet says", async () => {
+    const page = await openPage();
+    let pictures = 0;
+    let packets = 0;
+    for (const file of readdirSync(pathOf("tests/lint")).filter((name) => name.endsWith(".json"))) {
+      const path = `tests/lint/${file}`;
+      const layout = dp4("layout", path, "--format", "json");
+      const { attrs } = entityOf(path);
+      if (layout === "" || attrs === undefined) continue; // several entities, or none that can be used
+      await openConfiguration(page, pathOf(path));
+      // What lies in each bit, by the attributes' names.
+      const expected = [];
+      for (const { firstBit, bits, attributes } of JSON.parse(layout).stretches) {
+        for (let bit = firstBit; bit < firstBit + bits; ++bit) expected[bit] = attributes.join(" ");
+      }
+      const shown = [];
+      for (const [byte, pieces] of Object.entries(await drawn(page))) {
+        for (const [place, elements] of pieces) {
+          const [column, columns] = place.split(" / span ").map(Number);
+          const names = elements === "" ? [] : elements.split(" ").map((one) => attrs[Number(one)].name);
+          shown.push(...Array.from({ length: columns }, (_, i) => [8 * Number(byte) + column - 1 + i, names.join(" ")]));
+        }
+      }
+      const inOrder = shown.sort(([one], [other]) => one - other);
+      assert.deepEqual(inOrder, [...expected.entries()], path);
+      ++pictures;
+      const { packet } = JSON.parse(dp4("vectors", path) || "{}").notifications?.at(-1) ?? {};
+      if (packet === undefined) continue;
+      await page.getByTestId("packet").fill(packet);
+      const document = JSON.stringify(JSON.parse(dp4("decode", path, packet)).values);
+      const shownDocument = await eventually(
+        async () => JSON.stringify(JSON.parse((await page.getByTestId("document").textContent()) || "{}")),
+        (text) => text === document,
+      );
+      assert.equal(shownDocument, document, path);
+      ++packets;
+    }
+    assert.ok(pictures > 90, `${pictures} pictures`);
+    assert.ok(packets > 70, `${packets} packets`);
   });
 
   test("follows the text", async () => {
@@ -434,6 +564,20 @@ describe("values", () => {
     assert.equal(await page.getByTestId("write-packet").innerText(), "");
   });
 
+  test("are not written to another sub-device than was typed", async () => {
+    const page = await openPage();
+    await eventualText(page.getByTestId("write-packet"), "01 07 05 5a");
+    await page.getByTestId("sub-device").focus();
+    await page.keyboard.type("1e");
+    const problem = /the id of a sub-device is an integer/;
+    assert.match(await eventualText(page.getByTestId("write-problems"), problem), problem);
+    assert.equal(await page.getByTestId("write-packet").innerText(), "");
+    await page.keyboard.type("1"); // makes ten
+    const written = page.getByTestId("write-packet");
+    const packet = /^01 (0a 00 00 00|00 00 00 0a) 07 05 5a$/;
+    assert.match(await eventualText(written, packet), packet);
+  });
+
   test("of binaries are hexadecimal", async () => {
     const page = await openPage();
     const { entities } = JSON.parse(KETTLE);
@@ -452,6 +596,8 @@ describe("values", () => {
       /"target" cut: it has 3 bytes, of which 2/,
     );
     assert.equal(await page.getByTestId("write-packet").innerText(), "");
+    await value.fill("0x12, 0xab");
+    assert.match(await eventualText(page.getByTestId("write-packet"), /12 ab/), / 12 ab$/);
     await value.fill("ab c"); // not yet a byte
     assert.doesNotMatch(await eventualText(page.getByTestId("write-packet"), /^((?!ab).)*$/), /ab/);
     assert.equal(await value.getAttribute("aria-invalid"), "true");
@@ -463,6 +609,13 @@ describe("values", () => {
       ),
       "12 34",
     );
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", "01 04 00 12 34\n01 04 00 ab cd\n"));
+    await page.getByTestId("capture-row").nth(1).waitFor();
+    await page.getByTestId("capture-filter").fill("target=12");
+    const count = page.getByTestId("filter-count");
+    assert.equal(await eventualText(count, /row/), "0 rows; target is binary: filter for bytes alone");
+    await page.getByTestId("capture-filter").fill("12 34");
+    assert.equal(await eventualText(count, "1 row"), "1 row");
   });
 
   test("follow a packet of any kind that is typed", async () => {
@@ -528,6 +681,12 @@ describe("a received packet", () => {
     const notes = await eventualText(page.getByTestId("notes"), /surplus/);
     assert.match(notes, /surplus: 2 bytes/);
     assert.match(notes, /"target" out-of-range: raw 255, expected 0 to 120/);
+    // Of a packet that ends early nothing is taken; what is missing was not left unset by anybody.
+    await page.getByTestId("packet").fill("04 05 5a 04");
+    assert.match(await eventualText(page.getByTestId("notes"), /short/), /"sensor" short/);
+    assert.equal(await page.getByTestId("decoded-sensor").innerText(), "–");
+    await page.getByTestId("packet").fill("01 01 01 00");
+    assert.equal(await eventualText(page.getByTestId("decoded-target"), "not set"), "not set");
     await page.getByTestId("packet").fill("04 0z");
     assert.match(await eventualText(page.locator("#packet-problem"), /column/), /column 5: /);
     await page.getByTestId("packet").fill("63 00");
@@ -569,6 +728,7 @@ describe("captures", () => {
     await rowsOf("power=1 low_water=true", "1 row");
     await rowsOf("rx power=false", "1 row");
     await rowsOf("goal=8", "0 rows; there is no attribute goal");
+    await rowsOf("goal=8 power=1 aim=2", "0 rows; there is no attribute goal; there is no attribute aim");
     await rowsOf("tx", "1 row");
     await page.getByTestId("capture-row").click();
     assert.equal(await eventualText(page.getByTestId("write-packet"), "01 07 05 5a"), "01 07 05 5a");
@@ -619,6 +779,24 @@ describe("captures", () => {
     ]);
   });
 
+  test("wait for a configuration that can be read", async () => {
+    const page = await openPage();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    await page.getByTestId("capture-row").first().waitFor();
+    await page.getByTestId("open").setInputFiles(fileWith("broken.json", '{"entities": ['));
+    const summary = page.getByTestId("capture-summary");
+    assert.match(await eventualText(summary, /as soon as/), /log.txt is read as soon as/);
+    assert.equal(await page.getByTestId("capture-row").first().isVisible(), false);
+    await openConfiguration(page, pathOf("examples/kettle.json"));
+    assert.match(await eventualText(summary, /4 packets/), /log.txt: 4 packets/);
+    await page.getByTestId("capture-row").first().waitFor();
+    // A text that is broken while somebody types is told as such.
+    await typeConfiguration(page, KETTLE.slice(0, -3));
+    await page.getByText("Not up to date").waitFor();
+    await page.getByTestId("capture").setInputFiles(fileWith("log.txt", LINES.join("\n")));
+    assert.match(await eventualText(summary, /not JSON/), /log.txt: 0 packets; configuration:\d+:\d+: not JSON/);
+  });
+
   test("are read by a pattern of one's own, and bad ones are told", async () => {
     const page = await openPage();
     await page
@@ -628,7 +806,8 @@ describe("captures", () => {
     assert.match(await page.getByTestId("pattern-preview").innerText(), /None of these lines is read as a packet/);
     await page.getByTestId("pattern").fill("t=(?P<time>\\S+) data=(?P<packet>[0-9a-f]+)");
     // The preview follows as somebody types.
-    assert.match(await eventualText(page.getByTestId("pattern-preview"), /1\.5/), /^1\.504 00 00 04 64 00 00/);
+    const taken = /^1\.504 00 00 04 64 00 00/;
+    assert.match(await eventualText(page.getByTestId("pattern-preview"), taken), taken);
     await page.getByTestId("pattern").press("Enter");
     assert.match(await eventualText(page.getByTestId("capture-summary"), /2 packets/), /2 packets$/);
     await page.getByTestId("pattern").fill("(unclosed");
@@ -942,6 +1121,17 @@ describe("accessibility", () => {
 
   test("works by keyboard alone", async () => {
     const page = await openPage();
+    // The link over the editor leads to the picture and leaves everything as it is.
+    const text = KETTLE.replace("Kettle K1", "Kettle K2");
+    await typeConfiguration(page, text);
+    await page.evaluate(() => (Storage.prototype.setItem = () => {})); // a browser that keeps nothing
+    await page.evaluate(() => localStorage.clear());
+    await page.locator(".skip").focus();
+    await page.keyboard.press("Enter");
+    await page.waitForFunction(() => location.hash === "#layout-section");
+    assert.equal(await page.evaluate(() => document.activeElement.id), "layout-section");
+    await page.waitForTimeout(300); // for what must not happen
+    assert.equal(await configurationOf(page), text);
     await page.getByTestId("packet").fill("04 00 00 00 00 00 00");
     await eventualText(page.locator('[data-bit="0"]'), "0");
     await page.locator('[data-bit="0"]').focus();
@@ -1146,8 +1336,10 @@ test("the findings of all of tests/lint and of the examples are those of dp4", a
     const text = new TextDecoder().decode(readFileSync(pathOf(path)));
     const isText = Buffer.from(text).equals(readFileSync(pathOf(path)));
     assert.equal((await page.getByTestId("status").innerText()).includes("not UTF-8"), !isText, path);
-    const expected = findingsOfDp4(isText ? path : fileWith("replaced.json", text)).map(
-      ({ rule, line }) => `${line} ${rule}`,
+    // Errors come first.
+    const findings = findingsOfDp4(isText ? path : fileWith("replaced.json", text));
+    const expected = ["error", "warning", "info"].flatMap((kind) =>
+      findings.filter(({ severity }) => severity === kind).map(({ rule, line }) => `${line} ${rule}`),
     );
     assert.deepEqual(shown, expected.slice(0, 200), path);
   }
