@@ -95,6 +95,13 @@ struct Move {
   size_t last = 0;    // the rank of its last attribute
 };
 
+// The last attribute of each key, which documents tell.
+std::map<std::string, size_t> ToldElements(const EntityModel& entity) {
+  std::map<std::string, size_t> told;
+  for (const Field& field : entity.Reading().fields) told[DocumentKey(*field.attribute)] = field.element;
+  return told;
+}
+
 class AttributesCheck {
  public:
   AttributesCheck(const EntityModel& before, const EntityModel& after, std::vector<Change>& changes)
@@ -550,13 +557,6 @@ class AttributesCheck {
     if (IsShown(change)) ShowNotification(change, pair, 0);  // what differs is told by another change
   }
 
-  // The last attribute of each key, which documents tell.
-  static std::map<std::string, size_t> ToldElements(const EntityModel& entity) {
-    std::map<std::string, size_t> told;
-    for (const Field& field : entity.Reading().fields) told[DocumentKey(*field.attribute)] = field.element;
-    return told;
-  }
-
   void CheckKeyTaken(const Pair& pair) {
     if (pair.before.Read() == nullptr || pair.after.Read() == nullptr) return;
     const std::string& key = DocumentKey(pair.after.Record());
@@ -632,8 +632,8 @@ class AttributesCheck {
                            "let the application send them only to devices that know them");
       return ShowWrite(change, pair, raw, raw);
     }
-    Change& change = Add(readRule, pair, member, message, "none: devices in the field do not send them",
-                         "nothing needs to be done");
+    Change& change =
+        Add(readRule, pair, member, message, "none: devices in the field do not send them", "nothing needs to be done");
     ShowNotification(change, pair, LargestRaw(pair.before));
   }
 
