@@ -23,7 +23,8 @@ using LogSink = std::function<void(int level, const char* functionName, const st
 
 /// Replaces the sink and returns the previous one, which may still be running on other threads. An empty sink means
 /// the default one: a line "[level] functionName: message" on standard error, with control characters and
-/// backslashes escaped, so that strings of a configuration cannot forge a line or send escape sequences to a UTF-8 terminal.
+/// backslashes escaped, so that strings of a configuration cannot forge a line or send escape sequences to a UTF-8
+/// terminal.
 LogSink SetLogSink(LogSink sink);
 
 /// Lines of a higher level than this are dropped before they are formatted. Returns the previous level. 1 by default.
