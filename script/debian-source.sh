@@ -1,5 +1,5 @@
-# Sourced by the scripts that build for WebAssembly, where Debian has no libraries: they build them from its source
-# packages.
+# Sourced by scripts that build from Debian's source packages: for WebAssembly, for which it has no libraries, and to
+# compare with a library at other flags.
 
 # debian_sources FOLDER PACKAGE...: unpacks each source package into FOLDER/PACKAGE, unless it is there already. The
 # machine's own package lists stay as they are.
@@ -15,7 +15,11 @@ debian_sources() {
   mkdir -p "$work/lists/partial"
   . /etc/os-release
   mirror=$(apt-get indextargets --format '$(REPO_URI)' "Codename: $VERSION_CODENAME" "Component: main" | head -1)
-  echo "deb-src ${mirror:-http://deb.debian.org/debian} $VERSION_CODENAME main" >"$work/sources.list"
+  if [ -z "$mirror" ]; then
+    echo "apt knows no mirror of Debian $VERSION_CODENAME to fetch the sources of ${missing[*]} from" >&2
+    exit 1
+  fi
+  echo "deb-src $mirror $VERSION_CODENAME main" >"$work/sources.list"
   local options=(-qq -o "Dir::Etc::sourcelist=$work/sources.list" -o Dir::Etc::sourceparts=/dev/null
     -o "Dir::State::lists=$work/lists" -o APT::Sandbox::User=)
   apt-get "${options[@]}" update
