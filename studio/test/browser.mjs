@@ -1,10 +1,12 @@
 // The page in a browser, and dp4 beside it.
 
+import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import { mkdtempSync, readFileSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join, resolve } from "node:path";
 import { pathToFileURL } from "node:url";
+import { isDeepStrictEqual } from "node:util";
 import { chromium } from "playwright-core";
 
 const root = resolve(import.meta.dirname ?? new URL(".", import.meta.url).pathname, "../..");
@@ -92,6 +94,9 @@ export async function configurationOf(page) {
   return readFileSync(await download.path(), "utf8");
 }
 
+// The application's document of the packet; an empty one while there is none.
+export const documentOf = async (page) => JSON.parse((await page.getByTestId("document").textContent()) || "{}");
+
 // Opens a configuration and waits until its findings are there.
 export async function openConfiguration(page, path) {
   await page.getByTestId("status").evaluate((status) => (status.textContent = ""));
@@ -100,7 +105,7 @@ export async function openConfiguration(page, path) {
 }
 
 // Waits until `read` gives what is expected, and returns the last value.
-export async function eventually(read, isExpected, timeout = 5000) {
+export async function eventually(read, isExpected, timeout = 30_000) {
   const end = Date.now() + timeout;
   for (;;) {
     const value = await read();
@@ -109,7 +114,19 @@ export async function eventually(read, isExpected, timeout = 5000) {
   }
 }
 
-export async function eventualText(locator, expected) {
-  const isExpected = (text) => (expected instanceof RegExp ? expected.test(text) : text === expected);
-  return eventually(async () => (await locator.allTextContents()).join("\n").trim(), isExpected);
+const fits = (value, expected) =>
+  expected instanceof RegExp ? expected.test(value) : isDeepStrictEqual(value, expected);
+
+export const textIn = async (locator) => (await locator.allInnerTexts()).join("\n").trim();
+
+// The page answers when it can, so that what is expected of it is waited for: that `read` gives a value, or a text that
+// matches; that the element shows it; that the control has it; that there are so many elements.
+export async function becomes(read, expected, message) {
+  const value = await eventually(read, (one) => fits(one, expected));
+  if (expected instanceof RegExp) assert.match(value, expected, message);
+  else assert.deepEqual(value, expected, message);
 }
+
+export const shows = (locator, expected, message) => becomes(() => textIn(locator), expected, message);
+export const holds = (locator, expected, message) => becomes(() => locator.inputValue(), expected, message);
+export const counts = (locator, expected, message) => becomes(() => locator.count(), expected, message);
