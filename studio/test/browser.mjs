@@ -83,13 +83,14 @@ export async function typeConfiguration(page, text) {
   const content = page.locator(".cm-content");
   await content.click();
   await page.keyboard.press("Control+a");
-  await page.keyboard.insertText(text);
+  if (text === "") await page.keyboard.press("Delete");
+  else await page.keyboard.insertText(text);
 }
 
 export async function configurationOf(page) {
   const [download] = await Promise.all([
     page.waitForEvent("download"),
-    page.getByText("Save", { exact: true }).click(),
+    page.getByText("Save", { exact: true }).press("Enter"),
   ]);
   return readFileSync(await download.path(), "utf8");
 }

@@ -18,6 +18,7 @@ import {
   openPage,
   pathOf,
   shows,
+  textIn,
   textOf,
   typeConfiguration,
 } from "./browser.mjs";
@@ -71,25 +72,26 @@ describe("editor", () => {
     await shows(page.locator(".cm-tooltip-autocomplete"), /bool[^]*enum[^]*binary[^]*uint16/);
     await page.keyboard.type("bi");
     await shows(page.locator(".cm-tooltip-autocomplete"), "binary");
-    await page.waitForTimeout(200); // the editor takes no completion right after it came up
+    await page.waitForTimeout(500); // the editor takes no completion right after it came up
     await page.keyboard.press("Enter");
     await becomes(() => configurationOf(page), '{"entities": [{"attrs": [{"data_type": "binary"');
-    await typeConfiguration(page, '{"entities": [{"attrs": [{"posi": 1}]}]}');
-    for (let i = 0; i < 10; ++i) await page.keyboard.press("ArrowLeft");
-    await page.keyboard.press("Control+Space");
-    await shows(page.locator(".cm-tooltip-autocomplete li"), /position/);
-    await page.waitForTimeout(200);
-    await page.keyboard.press("Enter");
-    await becomes(() => configurationOf(page), /\{"position": 1\}/);
-    // Without quotation marks, and from an empty text.
+    // By the mouse, which need not wait.
     const chosen = async (typed, option) => {
       await page.locator(".cm-content").focus();
-      if (typed === "") await page.keyboard.press("Control+Space");
       await page.keyboard.type(typed);
-      await shows(page.locator(".cm-tooltip-autocomplete [aria-selected]"), option);
-      await page.waitForTimeout(200);
-      await page.keyboard.press("Enter");
+      const first = page.locator(".cm-tooltip-autocomplete [aria-selected]");
+      await becomes(async () => {
+        if ((await first.count()) === 0) await page.keyboard.press("Control+Space");
+        await page.waitForTimeout(100);
+        return textIn(first);
+      }, option);
+      await first.click();
     };
+    await typeConfiguration(page, '{"entities": [{"attrs": [{"posi": 1}]}]}');
+    for (let i = 0; i < 10; ++i) await page.keyboard.press("ArrowLeft");
+    await chosen("", /^position/);
+    await becomes(() => configurationOf(page), /\{"position": 1\}/);
+    // Without quotation marks, and from an empty text.
     await typeConfiguration(page, "{}");
     await page.keyboard.press("ArrowLeft");
     await chosen("entit", /^entities/);
@@ -102,7 +104,6 @@ describe("editor", () => {
     await chosen("uint6", "uint64");
     await becomes(() => configurationOf(page), /\{"data_type": "uint64"\}/);
     await typeConfiguration(page, "");
-    await page.keyboard.press("Delete");
     await chosen("", /^product/);
     await page.getByTestId("field-power").waitFor();
     await counts(page.getByTestId("finding"), 0);
@@ -154,7 +155,6 @@ describe("editor", () => {
     // Also after all of it was deleted.
     const other = await openPage();
     await typeConfiguration(other, "");
-    await other.keyboard.press("Delete");
     await becomes(() => configurationOf(other), "");
     await openConfiguration(other, pathOf("examples/gateway.json"));
     await other.locator(".cm-content").click();
@@ -254,7 +254,6 @@ describe("editor", () => {
     await openConfiguration(page, pathOf("examples/kettle.json"));
     await shows(page.getByTestId("status"), "kettle.json is open.");
     await typeConfiguration(page, "");
-    await page.keyboard.press("Delete");
     await shows(page.getByTestId("status"), "");
     await page.getByTestId("insert").selectOption({ index: 1 });
     await shows(page.getByTestId("status"), /There is no array "attrs" to insert into/);
