@@ -185,6 +185,10 @@ TEST_F(Generate, MakesAPrefixOfAnyName) {
   configuration = Configuration(Bool("on", 0, 0));
   EXPECT_EQ(Run({"c", "-"}, configuration.replace(configuration.find("box"), 3, "Switch")).exitCode, 0);
   EXPECT_THAT(Text("switch_.h"), HasSubstr("#define SWITCH_PAYLOAD_BYTES 1u"));
+  // Macros are no names either.
+  for (const char* name : {"stdin", "stdout", "stderr", "linux", "unix"}) {
+    EXPECT_THAT(Header(Bool(name, 0, 0)), HasSubstr("  bool " + std::string(name) + "_;\n"));
+  }
 }
 
 TEST_F(Generate, RefusesAttributesThatCollide) {
@@ -265,6 +269,23 @@ TEST_F(Generate, KeepsTextsInsideTheirComments) {
   EXPECT_THAT(header, AllOf(Not(HasSubstr("\\\n")), Not(HasSubstr("?\?/")), Not(HasSubstr("\xe2\x80\xae"))));
 }
 
+TEST_F(Generate, EndsNoLineOfACommentInABackslash) {
+  std::string attribute = Bool("on", 0, 0);
+  const std::string desc = R"("desc": ")" + std::string(70, 'p') + R"( \\  )" + std::string(80, 'x') + '"';
+  EXPECT_THAT(Header(attribute.replace(attribute.find(R"("desc": "")"), 10, desc)), Not(HasSubstr("\\\n")));
+}
+
+// What has no text of six decimals is told as it is.
+TEST_F(Generate, TellsTheRangeOfANumber) {
+  const auto number = [](const std::string& max, const std::string& ratio, const std::string& addition) {
+    return Attribute("level", "status_writable", "uint8", Bytes(0, 1), Scaling("1", max, ratio, addition));
+  };
+  EXPECT_THAT(Header(number("3", "0.5", "40")), HasSubstr("User value = raw * 0.5 + 40, from 40.5 to 41.5."));
+  EXPECT_THAT(Header(number("3", "0.1", "-1.1")), HasSubstr("User value = raw * 0.1 - 1.1, from -1 to -0.8."));
+  EXPECT_THAT(Header(number("5", "0.0000001", "0")), HasSubstr("raw * 1e-07, from 1e-07 to 5e-07."));
+  EXPECT_THAT(Header(number("5", "1e40", "0")), HasSubstr("raw * 1e+40, from 1e+40 to 5e+40."));
+}
+
 // ---- Refusals ----
 
 TEST_F(Generate, RefusesWhatLintCallsAnError) {
@@ -331,6 +352,18 @@ TEST_F(Generate, RefusesADissectorWhoseNamesCollide) {
   const ToolRun run = Run({"wireshark", "-", "--dlt", "0"}, configuration);
   EXPECT_EQ(run.exitCode, 1);
   EXPECT_THAT(run.err, HasSubstr("two entities would both be called box in filters"));
+}
+
+// A has_ member stands in C only.
+TEST_F(Generate, RefusesAttributesOfOneNameInFilters) {
+  const auto dissector = [this](const std::string& attributes) {
+    return Run({"wireshark", "-", "--dlt", "0"}, Configuration(attributes));
+  };
+  EXPECT_EQ(dissector(Bool("on", 0, 0) + ", " + Bool("has_on", 0, 1)).exitCode, 0);
+  const ToolRun run = dissector(Bool("a-b", 0, 0) + ", " + Bool("A b", 0, 1));
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_THAT(run.err, HasSubstr("the attributes \"a-b\" and \"A b\" would both be called box.a_b in filters; rename "
+                                 "one of them\n"));
 }
 
 TEST_F(Generate, NeedsAnEntityForADissector) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdlib>
 #include <iterator>
 #include <utility>
 
@@ -51,8 +52,9 @@ std::string Comment(const std::vector<std::string>& lines, size_t indent) {
     if (&text != &lines[0]) breakLine();
     for (size_t at = 0; at < text.size();) {
       size_t end = std::min(text.find(' ', at), text.size());
-      while (end < text.size() && end > at && text[end - 1] == '\\')
+      while (end < text.size() && end > at && text[text.find_last_not_of(' ', end - 1)] == '\\') {
         end = std::min(text.find(' ', end + 1), text.size());
+      }
       if (column > begin && column + end - at > kColumns) breakLine();
       comment += text.substr(at, end - at) + ' ';
       column += end - at + 1;
@@ -83,6 +85,15 @@ std::string PlaceOf(const BitRange& bits) {
                      7 - (bits.end - 1) % 8, (bits.end - 1) / 8);
 }
 
+// What an application gets for a raw value of a number; where this text is not the value, being too small for six
+// decimals or cut, the value itself.
+std::string ValueText(const Attribute& number, int64_t raw) {
+  const double exact = static_cast<double>(raw) * number.uint_spec.ratio + number.uint_spec.addition;
+  const std::string text = UserText(number, static_cast<uint64_t>(raw));
+  const bool isExact = std::abs(std::strtod(text.c_str(), nullptr) - exact) <= 1e-6 * std::abs(exact);
+  return isExact ? text : ShortestText(exact);
+}
+
 // "Writable, flag 2: byte 1. User value = raw * 0.5 + 40, from 40 to 100."
 std::string Facts(const CAttribute& attribute) {
   const Attribute& record = attribute.Record();
@@ -103,7 +114,7 @@ std::string Facts(const CAttribute& attribute) {
     if (scaling.addition != 0) {
       facts += (scaling.addition < 0 ? " - " : " + ") + ShortestText(std::abs(scaling.addition));
     }
-    facts += fmt::format(", from {} to {}.", MinText(record), MaxText(record));
+    facts += fmt::format(", from {} to {}.", ValueText(record, scaling.min), ValueText(record, scaling.max));
   }
   return facts;
 }

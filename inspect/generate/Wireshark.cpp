@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <map>
 #include <set>
 
-#include "inspect/generate/CNames.h"
 #include "inspect/generate/Generate.h"
 #include "inspect/text/CSource.h"
 #include "inspect/text/Escape.h"
@@ -43,27 +43,44 @@ std::string KindText(const Attribute& attribute) {
   return text;
 }
 
-std::string AttributeRow(const CAttribute& attribute) {
-  const Attribute& record = attribute.Record();
-  const BitRange& bits = attribute.read->bits;
-  std::string text = fmt::format("      {{name = \"{}\", title = {}, first = {}, bits = {}", attribute.member,
-                                 LuaString(record.display_name.empty() ? record.name : record.display_name), bits.begin,
-                                 bits.Length());
-  if (attribute.written != nullptr) {
-    text += fmt::format(", flag = {}, write_first = {}", attribute.written->flag, attribute.written->bits.begin);
-  }
+std::string AttributeRow(const Field& read, const Field* written) {
+  const Attribute& record = *read.attribute;
+  std::string text = fmt::format("      {{name = \"{}\", title = {}, first = {}, bits = {}", CIdentifier(record.name),
+                                 LuaString(record.display_name.empty() ? record.name : record.display_name),
+                                 read.bits.begin, read.bits.Length());
+  if (written != nullptr) text += fmt::format(", flag = {}, write_first = {}", written->flag, written->bits.begin);
   return text + ", " + KindText(record) + "},\n";
 }
 
-std::string EntityRow(const EntityModel& entity, const CNames& names) {
+std::string EntityRow(const EntityModel& entity) {
+  const MorvixProtocolEntity_4_0& info = entity.Info();
   std::string text = fmt::format(
       "  {{\n    name = \"{}\", title = {}, payload_bytes = {}, flag_bytes = {}, write_bytes = {}, writable = {},\n"
       "    attributes = {{\n",
-      names.prefix, LuaString(entity.Info().display_name.empty() ? entity.Info().name : entity.Info().display_name),
+      CIdentifier(info.name), LuaString(info.display_name.empty() ? info.name : info.display_name),
       entity.Reading().payloadBytes, FlagBytes(entity.Writing()), entity.Writing().payloadBytes,
       entity.Writing().records.size());
-  for (const CAttribute& attribute : names.attributes) text += AttributeRow(attribute);
+  for (const Field& field : entity.Reading().fields) text += AttributeRow(field, entity.Written(field.element));
   return text + "    },\n  },\n";
+}
+
+// Names that would be one in filters, as the problem that this is; empty if there are none.
+std::string CollisionOf(const std::vector<EntityModel>& entities) {
+  std::set<std::string> known;
+  for (const EntityModel& entity : entities) {
+    const std::string name = CIdentifier(entity.Info().name);
+    if (!known.insert(name).second) {
+      return fmt::format("two entities would both be called {} in filters; rename one of them", name);
+    }
+    std::map<std::string, const Field*> fields;
+    for (const Field& field : entity.Reading().fields) {
+      const auto [other, isNew] = fields.emplace(CIdentifier(field.attribute->name), &field);
+      if (isNew) continue;
+      return fmt::format("the attributes {} and {} would both be called {}.{} in filters; rename one of them",
+                         InQuotes(other->second->attribute->name), InQuotes(field.attribute->name), name, other->first);
+    }
+  }
+  return "";
 }
 
 const char kDissector[] = R"lua(
@@ -84,8 +101,21 @@ local function new_expert(entity, name, text, severity)
   return ProtoExpert.new(entity.name .. ".expert." .. name, text, expert.group.MALFORMED, severity)
 end
 
+-- Wireshark has one protocol of each name, of two characters or more, and one of each title: where it has this one
+-- already, the name ends in "_device", or the title tells the name. Returns the protocol and its name.
+local function new_proto(name, title)
+  for _, one in ipairs({#name > 1 and name or name .. "_device", name .. "_device"}) do
+    for _, text in ipairs({title, title .. " (" .. one .. ")"}) do
+      local is_new, proto = pcall(Proto, one, text)
+      if is_new then return proto, one end
+    end
+  end
+  error("Wireshark has the protocols " .. name .. " and " .. name .. "_device already")
+end
+
 for _, entity in ipairs(entities) do
-  local proto = Proto(entity.name, entity.title ~= "" and entity.title or entity.name)
+  local proto
+  proto, entity.name = new_proto(entity.name, entity.title ~= "" and entity.title or entity.name)
   entity.proto = proto
   entity.command = ProtoField.uint8(entity.name .. ".packet.command", "Command", base.DEC, commands)
   entity.sub_device = ProtoField.int32(entity.name .. ".packet.sub_device", "Sub-device")
@@ -135,7 +165,9 @@ local function add(tree, attribute, range, raw)
   elseif attribute.kind == "bool" then
     tree:add(attribute.field, range, raw ~= 0)
   elseif attribute.ratio then
-    local item = tree:add(attribute.field, range, number(raw) * attribute.ratio + attribute.addition)
+    -- As an application gets it: with six decimals, in at most 31 characters.
+    local value = string.format("%.6f", number(raw) * attribute.ratio + attribute.addition):sub(1, 31)
+    local item = tree:add(attribute.field, range, tonumber(value))
     item:append_text(" (raw " .. tostring(raw) .. ")")
   else
     tree:add(attribute.field, range, raw)
@@ -283,7 +315,7 @@ for _, entity in ipairs(entities) do
 end
 local any = entities[1].proto
 if #entities > 1 then
-  any = Proto(entities[1].name .. ".any", entities[1].title .. " and others")
+  any = new_proto(entities[1].name .. ".packet.any", entities[1].title .. " and others")
   function any.dissector(tvb, pinfo, tree)
     return dissect(entity_of(tvb), tvb, pinfo, tree)
   end
@@ -294,16 +326,10 @@ end
 
 GeneratedFile WiresharkDissector(const std::vector<EntityModel>& entities, const WiresharkChoices& choices,
                                  std::string& problem) {
+  problem = CollisionOf(entities);
+  if (!problem.empty()) return {};
   std::string rows;
-  std::set<std::string> known;
-  for (const EntityModel& entity : entities) {
-    const CNames names = NamesFor(entity, "", problem);
-    if (problem.empty() && !known.insert(names.prefix).second) {
-      problem = fmt::format("two entities would both be called {} in filters; rename one of them", names.prefix);
-    }
-    if (!problem.empty()) return {};
-    rows += EntityRow(entity, names);
-  }
+  for (const EntityModel& entity : entities) rows += EntityRow(entity);
   std::string text = fmt::format(
       "-- Made by dp4 from the configuration with SHA-256 {}.\n"
       "-- Start Wireshark or tshark with -X lua_script:FILE, or put this file into its folder of personal plugins.\n\n"

@@ -65,7 +65,7 @@ def shown(text, attribute):
 
 def is_same(one, other):
     if isinstance(one, float) and isinstance(other, float):
-        return abs(one - other) <= 1e-6 * max(1.0, abs(one))
+        return abs(one - other) <= 1e-9 * max(1.0, abs(one))  # tshark prints 15 digits
     return one == other
 
 
@@ -111,6 +111,8 @@ for product, name in PRODUCTS:
 run(dp4, "generate", "wireshark", examples / "kettle.json", "--dlt", "0", "--output", work)
 checks = [
     ("04 05 5a 01 9f 00 00", "kettle.target > 80 && kettle.program == 2 && kettle.temperature == 21.5"),
+    ("04 05 5a 00 fd 00 00", "kettle.temperature == 5.3"),
+    ("04 05 5a 00 bf 00 00", "kettle.temperature == -0.9"),
     ("04 05 ff 01 9f 00 00", "kettle.expert.out_of_range && !kettle.target"),
     ("04 07 5a 01 9f 00 00", "kettle.expert.no_item && kettle.expert.not_read && kettle.power && !kettle.target"),
     ("04 05 5a 01 9f 00 00 00", "kettle.expert.surplus && kettle.sensor"),
@@ -147,6 +149,20 @@ both = [bytes([4]) + bytes(28), bytes([4]) + bytes(13)]
 rows = dissect(work / "gateway.lua", both, ["gateway.packet.command", "thermostat.packet.command"])
 if rows != [["4", ""], ["", "4"]]:
     sys.exit(f"the entities of two packets: {rows}")
+
+# Names and titles that Wireshark has already, twice, or are too short.
+attribute = json.loads((examples / "kettle.json").read_text())["entities"][0]["attrs"][0]
+taken = [("media", "USB"), ("socket_1", "Socket"), ("socket_2", "Socket"), ("a", "A")]
+configuration = work / "taken.json"
+configuration.write_text(json.dumps({"entities": [
+    {"id": id, "name": name, "display_name": title, "attrs": [attribute]} for id, (name, title) in enumerate(taken)]}))
+for name, filtered in zip(("media", "socket_1", "socket_2", "a"), ("media_device", "socket_1", "socket_2", "a_device")):
+    run(dp4, "generate", "wireshark", configuration, "--entity", name, "--udp", str(PORT), "--output", work)
+    if dissect(work / f"{name}.lua", [b"\4\1"], [f"{filtered}.power"]) not in ([["True"]], [["1"]]):
+        sys.exit(f"{filtered}.power is not shown")
+run(dp4, "generate", "wireshark", configuration, "--udp", str(PORT), "--output", work)
+if dissect(work / "media.lua", [b"\4\1"], ["media_device.power"]) not in ([["True"]], [["1"]]):
+    sys.exit("entities of taken names are not dissected together")
 
 print(f"tshark: {compared} packets, {values} values and {absent} absent ones as dp4 decode gives them; "
       f"{len(checks)} filters")

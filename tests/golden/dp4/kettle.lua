@@ -33,8 +33,21 @@ local function new_expert(entity, name, text, severity)
   return ProtoExpert.new(entity.name .. ".expert." .. name, text, expert.group.MALFORMED, severity)
 end
 
+-- Wireshark has one protocol of each name, of two characters or more, and one of each title: where it has this one
+-- already, the name ends in "_device", or the title tells the name. Returns the protocol and its name.
+local function new_proto(name, title)
+  for _, one in ipairs({#name > 1 and name or name .. "_device", name .. "_device"}) do
+    for _, text in ipairs({title, title .. " (" .. one .. ")"}) do
+      local is_new, proto = pcall(Proto, one, text)
+      if is_new then return proto, one end
+    end
+  end
+  error("Wireshark has the protocols " .. name .. " and " .. name .. "_device already")
+end
+
 for _, entity in ipairs(entities) do
-  local proto = Proto(entity.name, entity.title ~= "" and entity.title or entity.name)
+  local proto
+  proto, entity.name = new_proto(entity.name, entity.title ~= "" and entity.title or entity.name)
   entity.proto = proto
   entity.command = ProtoField.uint8(entity.name .. ".packet.command", "Command", base.DEC, commands)
   entity.sub_device = ProtoField.int32(entity.name .. ".packet.sub_device", "Sub-device")
@@ -84,7 +97,9 @@ local function add(tree, attribute, range, raw)
   elseif attribute.kind == "bool" then
     tree:add(attribute.field, range, raw ~= 0)
   elseif attribute.ratio then
-    local item = tree:add(attribute.field, range, number(raw) * attribute.ratio + attribute.addition)
+    -- As an application gets it: with six decimals, in at most 31 characters.
+    local value = string.format("%.6f", number(raw) * attribute.ratio + attribute.addition):sub(1, 31)
+    local item = tree:add(attribute.field, range, tonumber(value))
     item:append_text(" (raw " .. tostring(raw) .. ")")
   else
     tree:add(attribute.field, range, raw)
@@ -232,7 +247,7 @@ for _, entity in ipairs(entities) do
 end
 local any = entities[1].proto
 if #entities > 1 then
-  any = Proto(entities[1].name .. ".any", entities[1].title .. " and others")
+  any = new_proto(entities[1].name .. ".packet.any", entities[1].title .. " and others")
   function any.dissector(tvb, pinfo, tree)
     return dissect(entity_of(tvb), tvb, pinfo, tree)
   end
