@@ -405,17 +405,19 @@ TEST(CaptureOptions, NamesItems) {
                    "--items is for the documents flat and csv\n");
 }
 
-// Encoding takes digits for an index: item 0 is called 1 here.
+// Encoding takes digits for an index, item 0 is called 1 here, and cannot tell one item "off" from another.
 TEST(CaptureOptions, NamesNoItemThatEncodingWouldTakeForAnother) {
-  const std::string box =
-      Configuration(Attribute("mode", "status_writable", "enum", Bits(0, 0, 2), R"("enum": ["1", "0", "2", "x1"], )"));
+  const std::string box = Configuration(
+      Attribute("mode", "status_writable", "enum", Bits(0, 0, 3), R"("enum": ["1", "0", "2", "x1", "off", "off"], )"));
   const auto valueOf = [&box](const std::string& packet, const std::string& document) {
     return RunTool({"decode", "-", packet, "--items", "--document", document}, box).out;
   };
   for (const auto& [packet, item] : {std::pair<std::string, std::string>("01 01 00", "0"),
                                      {"01 01 01", "1"},
                                      {"01 01 02", "2"},
-                                     {"01 01 03", "x1"}}) {
+                                     {"01 01 03", "x1"},
+                                     {"01 01 04", "4"},
+                                     {"01 01 05", "5"}}) {
     EXPECT_EQ(valueOf(packet, "flat"), R"({"command":1,"set":["mode"],"values":{"box":{"mode":")" + item + "\"}}}\n");
     EXPECT_THAT(valueOf(packet, "csv"), HasSubstr("\r\n1,1,," + item + "\r\n"));
     EXPECT_EQ(RunTool({"encode", "-", "--set", "mode=" + item}, box).out, packet + "\n");
@@ -459,6 +461,8 @@ TEST(CaptureOptions, HasARecordOnlyWhenSomethingChanged) {
                     "03:15:22 " + kPacket + "\n03:15:23 " + kPacket + "\n03:15:24 04055b04640101\n"),
             "time,line,command,error,target\r\n03:15:22,1,4,,85\r\n03:15:24,3,4,,85.5\r\n");
   EXPECT_EQ(LinesOf(Decoded({"--changes", "--document", "decoded"}, kPacket + "\n" + kPacket + "\n")), 1U);
+  // What is noted of a packet is a part of what it says.
+  EXPECT_EQ(LinesOf(Decoded({"--changes", "--document", "csv"}, "01020600\n01040079\n01040079\n")), 3U);
   const std::string table =
       Decoded({"--changes", "--document", "table"}, kPacket + "\n" + kPacket + "\n" + other + "\n");
   EXPECT_THAT(table, HasSubstr("line 1: "));

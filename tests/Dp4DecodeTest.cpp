@@ -485,8 +485,8 @@ TEST(DecodeStream, HasATableForEachPacket) {
   const std::string golden = Golden("kettle.decode.table.txt");
   const std::string first = golden.substr(0, golden.find("\n\nPLACE") + 1);
   EXPECT_THAT(run.out, StartsWith("line 1" + first.substr(first.find(':')) +
+                                  "\nline 2: expected a hexadecimal digit, found 'x'\n"
                                   "\nline 3: notification, kettle, 4 bytes of payload\n\n"));
-  EXPECT_THAT(run.out, Not(HasSubstr("line 2")));
 }
 
 TEST(DecodeStream, CannotShareStandardInputWithTheConfiguration) {

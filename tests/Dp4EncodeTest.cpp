@@ -655,11 +655,13 @@ TEST(EncodeRefusal, TellsThatTheEndOfTheRangeIsNotPartOfIt) {
               testing::HasSubstr("(expected less than 0.000001 to -8.999999)\n"));
 }
 
-TEST(EncodeRefusal, IsTheFirstOneInTheOrderOfTheConfiguration) {
-  const ToolRun run = EncodeKettle({"--set", "target=1", "--set", "program=3"});
+TEST(EncodeRefusal, TellsAllInTheOrderOfTheConfiguration) {
+  const ToolRun run = EncodeKettle({"--set", "target=1", "--set", "program=3", "--set", "power=1"});
+  EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.err,
             "dp4: --set program=3: \"program\" refused: Invalid enum value: 3, range: 0-3 (expected 0 to 2; the line's "
-            "3 counts the items)\n");
+            "3 counts the items)\n"
+            "dp4: --set target=1: \"target\" refused: Validate uint value failed. (expected 40 to 100)\n");
   EXPECT_EQ(run.exitCode, 1);
 }
 

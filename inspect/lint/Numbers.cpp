@@ -109,16 +109,22 @@ bool LintFactors(const EntityModel& entity, const Field& field, Findings& findin
   if (areFinite && scaling.ratio != 0) return true;
   const std::string label = entity.Label(field.element);
   const std::string text = MaxText(number);
+  constexpr char kUnusable[] = "no raw value would decode as a number with other limits either";
+  const bool isShown = IsScaled(number);
   if (!areFinite) {
     const char* member = isRatioFinite ? "addition" : "ratio";
     findings.Add(rules::kScalingNotFinite, entity.At(field.element, {"uint_spec", member}),
                  fmt::format("{} has the {} {:f}", label, member, isRatioFinite ? scaling.addition : scaling.ratio),
-                 fmt::format("raw {} decodes as {}", scaling.max, Quoted(text)), "write a finite number");
+                 isShown ? fmt::format("raw {} decodes as {}", scaling.max, Quoted(text)) : kUnusable,
+                 "write a finite number");
     return false;
   }
-  std::string effect = "every raw value decodes as " + Quoted(text);
   const std::string exact = ShortestText(scaling.addition);
-  if (EncodeText(number, exact) == kRefusal) {
+  std::string effect = isShown ? "every raw value decodes as " + Quoted(text)
+                               : "with other limits every raw value decodes as " + Quoted(exact);
+  if (!isShown) {
+    // Nothing can be written, which the finding on the limits tells.
+  } else if (EncodeText(number, exact) == kRefusal) {
     effect += RefusedWriteText(entity, number);
   } else if (IsCarried(entity, number)) {
     effect += exact == text ? ", and no other value can be written" : ", and only " + exact + " can be written";
@@ -263,12 +269,9 @@ void LintNumbers(const EntityModel& entity, Findings& findings) {
   for (const Field& field : entity.Reading().fields) {
     if (!IsNumber(*field.attribute)) continue;
     LintTypeWidth(entity, field, findings);
-    if (!IsScaled(*field.attribute)) {
-      LintUnusableScaling(entity, field, findings);
-      continue;
-    }
-    LintMaxWidth(entity, field, findings);
-    if (LintFactors(entity, field, findings)) LintPrecision(entity, field, findings);
+    const bool isScaled = IsScaled(*field.attribute);
+    isScaled ? LintMaxWidth(entity, field, findings) : LintUnusableScaling(entity, field, findings);
+    if (LintFactors(entity, field, findings) && isScaled) LintPrecision(entity, field, findings);
   }
 }
 

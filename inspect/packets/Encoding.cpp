@@ -338,23 +338,18 @@ void Encoding::NoteWritten(const GivenValues& values) {
 
 std::vector<std::string> Encoding::Problems() const {
   std::vector<std::string> problems;
-  const EncodedValue* refused = nullptr;
-  const auto textOf = [](const EncodedValue& value) {
-    const std::string& source = value.given.source;
-    return fmt::format("{}{}{} {}", source, source.empty() ? "" : ": ", InQuotes(value.field->attribute->name),
-                       value.note);
-  };
   for (const EncodedValue& value : values_) {
     const bool isLeftOut = value.result.outcome == MorvixProtocolOutcomeWrongKind_4_0;
-    if (isLeftOut || value.isAltered || (HasPacket() && IsRefused(value))) problems.push_back(textOf(value));
-    if (refused == nullptr && IsRefused(value)) refused = &value;
+    if (!isLeftOut && !value.isAltered && !IsRefused(value)) continue;
+    const std::string& source = value.given.source;
+    problems.push_back(fmt::format("{}{}{} {}", source, source.empty() ? "" : ": ",
+                                   InQuotes(value.field->attribute->name), value.note));
   }
-  if (HasPacket() || (refused == nullptr && (areValuesTold_ || !problems.empty()))) return problems;
+  if (HasPacket() || areValuesTold_ || !problems.empty()) return problems;
   const std::string reason = direction_.payloadBytes == 0 ? "No data will encode."
                                                           : std::string("no value to encode for it; expected one of ") +
                                                                 (IsWrite() ? "a writable" : "an") + " attribute";
-  problems.push_back(refused != nullptr ? textOf(*refused) : entityText_ + ": " + reason);
-  return problems;
+  return {entityText_ + ": " + reason};
 }
 
 std::vector<std::string> Encoding::Warnings() const {

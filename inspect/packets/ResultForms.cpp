@@ -43,7 +43,7 @@ std::string ThroughJson(const std::string& text) {
 // Which attributes are told, and how.
 class Selection {
  public:
-  Selection(const EntityModel& entity, const FormOptions& options) : hasItems_(options.hasItems) {
+  Selection(const EntityModel& entity, const FormOptions& options) {
     std::vector<std::string> known;
     std::vector<std::string> keys;
     for (const Field* field : entity.Fields()) {
@@ -51,6 +51,8 @@ class Selection {
       isWanted_.resize(std::max(isWanted_.size(), field->element + 1));
       isWanted_[field->element] = options.only.empty() || Contains(options.only, attribute.name) ||
                                   Contains(options.only, DocumentKey(attribute));
+      items_.resize(isWanted_.size());
+      if (options.hasItems) items_[field->element] = ItemsTakenBack(attribute.enumList);
       known.push_back(attribute.name);
       keys.push_back(DocumentKey(attribute));
     }
@@ -66,11 +68,10 @@ class Selection {
 
   // The text of a told value, with the names of items where they are wanted and can be taken back.
   std::string_view TextOf(const Field& field, const FieldValue& value) const {
-    if (!hasItems_ || !IsEnum(*field.attribute)) return value.text;
-    const std::string& item = field.attribute->enumList[static_cast<size_t>(value.result.raw)];
-    // Encoding takes digits for an index.
-    const bool isIndex = !item.empty() && item.find_first_not_of("0123456789") == std::string::npos;
-    return isIndex ? value.text : item;
+    const std::vector<const std::string*>& items = items_[field.element];
+    if (items.empty() || !IsEnum(*field.attribute)) return value.text;
+    const std::string* item = items[static_cast<size_t>(value.result.raw)];
+    return item == nullptr ? value.text : *item;
   }
 
   void AppendValue(const Field& field, const FieldValue& value, std::string& out) const {
@@ -82,8 +83,21 @@ class Selection {
   }
 
  private:
-  bool hasItems_;
+  // The items by which encoding finds their index; null for digits, which it takes for an index, and for a text that
+  // several items have.
+  static std::vector<const std::string*> ItemsTakenBack(const std::vector<std::string>& items) {
+    std::map<std::string_view, int> uses;
+    for (const std::string& item : items) ++uses[item];
+    std::vector<const std::string*> known;
+    for (const std::string& item : items) {
+      const bool isIndex = !item.empty() && item.find_first_not_of("0123456789") == std::string::npos;
+      known.push_back(isIndex || uses[item] > 1 ? nullptr : &item);
+    }
+    return known;
+  }
+
   std::vector<bool> isWanted_;
+  std::vector<std::vector<const std::string*>> items_;  // by element; empty where items are not named
 };
 
 // ---- Documents ----
@@ -350,7 +364,7 @@ class Table : public SelectedForm {
     return start;
   }
 
-  void AppendError(std::string_view /*error*/, std::string& /*out*/) const override {}
+  void AppendError(std::string_view error, std::string& out) const override { out.append(error) += '\n'; }
 
  private:
   static constexpr size_t kBitsColumns = 47;  // 16 bytes
@@ -435,8 +449,8 @@ class Csv : public SelectedForm {
   size_t Append(const PacketReading& reading, std::string& out) override {
     AppendNumber(reading.command, out);
     out += ',';
-    if (!reading.notes.empty()) AppendCsvCell(ErrorOf(reading), out);
     const size_t start = out.size();
+    if (!reading.notes.empty()) AppendCsvCell(ErrorOf(reading), out);
     for (const Column& column : columns_) {
       out += ',';
       const Field* field = reading.direction == nullptr ? nullptr : reading.IsReceived() ? column.read : column.written;

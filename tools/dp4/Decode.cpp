@@ -417,7 +417,9 @@ class Decoder {
   void RecordError(const char* kind, size_t column, const std::string& message) {
     tally_.AddError(kind);
     Report(column, message);
-    if (options_.document == DocumentForm::kTable) return;
+    const bool isTable = options_.document == DocumentForm::kTable;
+    if (isTable && origin_.isArgument) return;  // what was reported stands right beside it
+    if (isTable && hasTables_) output_.Text() += '\n';
     frame_.Open(output_.Text());
     form_->AppendError(message, output_.Text());
     frame_.Close(output_.Text());

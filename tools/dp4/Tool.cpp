@@ -397,7 +397,8 @@ class CommandLine {
         ->type_name("NAME")
         ->excludes(line);
     AddNames(command, "--only", decode_.only, "tells this attribute only; may be repeated");
-    command.add_flag("--items", decode_.items, "enums by their items; an item of digits alone by its index");
+    command.add_flag("--items", decode_.items,
+                     "enums by their items; by its index what is digits alone or occurs twice");
     command.add_flag("--changes", decode_.changes, "a record only when something changed");
     command.add_flag("--strict", decode_.strict, "notes and unmatched lines are problems");
     command.add_flag("--quiet", decode_.quiet, "no summary at the end of a stream");
