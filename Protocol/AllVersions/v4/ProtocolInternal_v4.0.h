@@ -383,8 +383,8 @@ bool ProtocolGetEntitiesFromDevice_4_0(const Json::Value& device, Json::Value& e
 std::string ProtocolConvertReceiveResult_4_0(const std::string& result, Json::Value& alerts, Json::Value& faults);
 
 /// Appends the active elements of `alerts` to `valert`, in order: those with a string "name" whose "value" is a
-/// non-zero signed integer, true (1), or a string that reads as a non-zero integer ("%i"). All others, reals included,
-/// are silently ignored.
+/// non-zero signed integer, true (1), or a string that reads as a non-zero integer ("%i", saturated at 64 bits and cut
+/// to 32). All others, reals included, are silently ignored.
 void ProtocolGetAlertsOrFaults_4_0(const Json::Value& alerts, std::vector<TavelReceiveInfo>& valert);
 
 /// ProtocolGetAlertsOrFaults_4_0 on `alerts` into `valert`, then on `faults` into `vfault`.
