@@ -124,7 +124,8 @@ Exporter ExporterFor(const std::string& form) {
 void AnswerExport(const Request& request, std::string& answer) {
   const Exporter exporter = ExporterFor(request.Text("form"));
   const ChosenEntity chosen(request);
-  const std::string file = request.TextOr("file", "configuration.json");
+  std::string file = request.TextOr("file", "configuration.json");
+  if (file[0] == '-') file.insert(0, "./");  // which no option begins with
   const size_t dot = file.rfind('.');
   const Export result = exporter({request, chosen, file, file.substr(0, dot == 0 ? std::string::npos : dot)});
   JsonWriter writer(answer);

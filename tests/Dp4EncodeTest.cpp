@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Dp4Configuration.h"
 #include "TestSupport.h"
 #include "ToolSupport.h"
 
@@ -653,6 +654,16 @@ TEST(EncodeRefusal, TellsThatTheEndOfTheRangeIsNotPartOfIt) {
               testing::HasSubstr("(expected more than 0.333333 to 9.333333)\n"));
   EXPECT_THAT(RunTool({"encode", "-", "--set", "n=0.000001"}, number("-1", "0.0000006")).err,
               testing::HasSubstr("(expected less than 0.000001 to -8.999999)\n"));
+}
+
+// The longest name that is known is meant; base64 text ends in "=" as well.
+TEST(EncodeSet, TakesNamesWithAnEqualsSign) {
+  const std::string box = Configuration(Bool("a", 0, 0) + ", " + Bool("a=b", 0, 1) + ", " +
+                                        Attribute("key", "status_writable", "binary", Bytes(1, 1)));
+  const auto encoded = [&box](const char* setting) { return RunTool({"encode", "-", "--set", setting}, box).out; };
+  EXPECT_EQ(encoded("a=true"), "01 01 01 00\n");
+  EXPECT_EQ(encoded("a=b=true"), "01 02 02 00\n");
+  EXPECT_EQ(encoded("key=QQ=="), "01 04 00 41\n");
 }
 
 TEST(EncodeRefusal, TellsAllInTheOrderOfTheConfiguration) {

@@ -306,6 +306,8 @@ TEST(StudioAsk, ExportsWithTheCommandThatDoesTheSame) {
 }
 
 TEST(StudioAsk, ExportsAPacketWithTheCommandThatMakesIt) {
+  EXPECT_EQ(AskKettle("export", R"({"form": "svg", "file": "-k.json"})")["command"],
+            "dp4 layout ./-k.json --svg ./-k.svg");
   const Json::Value answer = AskKettle("export", R"({"form": "c-array", "file": "kettle.json", "command": "cc-write",
       "packet": "07 05 00 00 00 01 01 00", "subDevice": 5, "values": {"power": true}})");
   EXPECT_EQ(answer["command"],

@@ -200,8 +200,16 @@ void Values::CheckNotes(const json::Document& document) {
   }
 }
 
+bool Values::IsKnown(const std::string& name) const {
+  return attributes_.count(name) != 0 || keys_.count(name) != 0 || readOnly_.count(name) != 0;
+}
+
 void Values::TakeSetting(const std::string& setting) {
-  const size_t equals = setting.find('=');
+  size_t equals = setting.find('=');
+  // A name can have an "=" itself: of several that are known the longest is meant.
+  for (size_t at = equals; at != std::string::npos; at = setting.find('=', at + 1)) {
+    if (IsKnown(setting.substr(0, at))) equals = at;
+  }
   const std::string source = "--set " + Shortened(Escaped(setting), 60);
   if (equals == std::string::npos) throw InputError(source + ": expected NAME=VALUE");
   const std::string name = setting.substr(0, equals);

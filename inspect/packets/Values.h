@@ -90,6 +90,7 @@ class Values : public GivenValues {
   void TakeListed(const json::Document& document, const char* member, Group group);
   void Take(const std::string& name, Json::Value value, const Given& given);
   bool ReplaceItem(const Attribute& attribute, Json::Value& value, const std::string& source);
+  bool IsKnown(const std::string& name) const;
   std::string UnknownText(const std::string& name) const;
 
   const Direction& direction_;

@@ -26,9 +26,8 @@ const studio = new Studio();
 const editor = new Editor(studio);
 
 function current(): Shared {
-  const { fileName: file, entityIndex: entity, packetText: packet, values, command, subDevice } = studio;
-  const write = studio.isReceivedShown ? undefined : { values, command, subDevice };
-  return { file, configuration: editor.text(), entity, packet, write };
+  const { fileName: file, entityIndex: entity, packetText: packet } = studio;
+  return { file, configuration: editor.text(), entity, packet, write: studio.write() };
 }
 
 function isUtf8(bytes: ArrayBuffer): boolean {

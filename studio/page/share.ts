@@ -8,7 +8,7 @@ export interface Shared {
   configuration: string;
   entity: number;
   packet: string;
-  write?: Write | undefined; // when it is what the picture shows
+  write?: Write | undefined;
 }
 
 const PREFIX = "#s=";
@@ -51,15 +51,20 @@ export async function sharedIn(fragment: string): Promise<Shared | undefined> {
   return sharedOf(JSON.parse(new TextDecoder().decode(unpacked)));
 }
 
+function valuesOf(values: unknown): Values {
+  const isValue = (one: unknown): boolean => ["boolean", "number", "string"].includes(typeof one);
+  return Object.fromEntries(Object.entries(values ?? {}).filter(([, one]) => isValue(one))) as Values;
+}
+
 function writeOf(value: unknown): Write | undefined {
   if (typeof value !== "object" || value === null) return undefined;
-  const { values, command, subDevice } = value as Partial<Write>;
-  const isValue = (one: unknown): boolean => ["boolean", "number", "string"].includes(typeof one);
-  const taken = Object.entries(values ?? {}).filter(([, one]) => isValue(one));
+  const { values, command, subDevice, others, isShown } = value as Partial<Write>;
   return {
-    values: Object.fromEntries(taken) as Values,
+    values: valuesOf(values),
     command: String(command ?? "write"),
     subDevice: /^-?\d+$/.test(String(subDevice)) ? String(subDevice) : "",
+    others: Object.fromEntries(Object.entries(others ?? {}).map(([index, one]) => [index, valuesOf(one)])),
+    isShown: isShown !== false,
   };
 }
 

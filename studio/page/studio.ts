@@ -9,6 +9,8 @@ export interface Write {
   values: Values;
   command: string;
   subDevice: string;
+  others: Record<string, Values>; // of the other entities, by their indexes
+  isShown: boolean; // in the picture, instead of the packet that was typed
 }
 
 // The gravest ones come first, each kind in the order of the text.
@@ -37,7 +39,8 @@ export class Studio {
 
   readonly #listeners = new Map<Topic, (() => void)[]>();
   readonly #asker = new Asker((reason) => this.tell(`The analysis was restarted: ${reason}. Your text is kept.`));
-  readonly #otherValues = new Map<number, Values>(); // of the other entities, by their indexes
+  #otherValues: Record<string, Values> = {}; // of the other entities, by their indexes
+  #isPacketNew = false; // its command and sub-device are not yet taken
   #configurationTurn = 0;
   #packetTurn = 0;
 
@@ -63,7 +66,13 @@ export class Studio {
     this.#changed("status");
   }
 
-  // Opens another configuration: nothing of the last one remains. With `write`, the picture shows that packet.
+  // What is to be written, to be opened again.
+  write(): Write {
+    const { values, command, subDevice } = this;
+    return { values, command, subDevice, others: this.#otherValues, isShown: !this.isReceivedShown };
+  }
+
+  // Opens another configuration: nothing of the last one remains.
   async open(fileName: string, configuration: string, packetText = "", entityIndex = 0, write?: Write): Promise<void> {
     this.fileName = fileName;
     this.configuration = configuration;
@@ -71,13 +80,14 @@ export class Studio {
     this.entity = undefined;
     this.selected = undefined;
     this.values = write?.values ?? {};
-    this.#otherValues.clear();
+    this.#otherValues = write?.others ?? {};
     this.command = write?.command ?? "write";
     this.subDevice = write?.subDevice ?? "";
     this.written = undefined;
     this.received = undefined;
     this.packetText = packetText;
-    this.isReceivedShown = write === undefined && packetText !== "";
+    this.isReceivedShown = write?.isShown !== true && packetText !== "";
+    this.#isPacketNew = write === undefined;
     this.#changed("configuration", "name", "selection");
     await this.#update();
   }
@@ -95,11 +105,11 @@ export class Studio {
 
   async chooseEntity(index: number): Promise<void> {
     if (index === this.entityIndex) return;
-    this.#otherValues.set(this.entityIndex, this.values);
+    this.#otherValues = { ...this.#otherValues, [this.entityIndex]: this.values };
     this.entityIndex = index;
     this.entity = undefined;
     this.selected = undefined;
-    this.values = this.#otherValues.get(index) ?? {};
+    this.values = this.#otherValues[index] ?? {};
     if (Object.keys(this.values).length === 0) this.isReceivedShown = this.packetText !== "";
     this.#changed("selection");
     await this.#update();
@@ -196,6 +206,7 @@ export class Studio {
   async setPacket(text: string): Promise<void> {
     this.packetText = text;
     this.isReceivedShown = text.trim() !== "";
+    this.#isPacketNew = true;
     await this.#read(++this.#packetTurn);
   }
 
@@ -216,10 +227,11 @@ export class Studio {
       if (attribute?.control !== undefined && value !== undefined) values[attribute.name] = value;
     }
     this.values = values;
-    if (reading.isWrite) {
+    if (reading.isWrite && this.#isPacketNew) {
       this.command = reading.command ?? this.command;
       this.subDevice = reading.subDevice === undefined ? "" : String(reading.subDevice);
     }
+    this.#isPacketNew = false;
   }
 
   // Inverts a bit of the payload that the picture shows.

@@ -249,6 +249,42 @@ describe("editor", () => {
     await holds(page.getByTestId("packet"), "04 00 00 00 00 00 00");
   });
 
+  test("keeps over a reload what is to be written, whatever was typed as a packet since", async () => {
+    const page = await openPage();
+    await openConfiguration(page, pathOf("examples/gateway.json"));
+    await page.getByTestId("packet").fill("");
+    const first = await page.getByTestId("write-packet").innerText();
+    assert.equal(first, "");
+    await page.locator(".value-row input[type=checkbox]").first().check();
+    await shows(page.getByTestId("write-packet"), /^01/);
+    const written = await textIn(page.getByTestId("write-packet"));
+    await page.getByTestId("entity").selectOption("1");
+    await page.locator("#write-command").selectOption({ index: 1 });
+    await page.getByTestId("sub-device").fill("5");
+    await page.locator(".value-row input[type=checkbox]").first().check();
+    await shows(page.getByTestId("write-packet"), /^07 05 00 00 00/);
+    const other = await textIn(page.getByTestId("write-packet"));
+    for (const packet of ["02", "04zz"]) {
+      await page.getByTestId("packet").fill(packet);
+      await shows(page.getByTestId("write-packet"), other);
+      await page.reload();
+      await holds(page.getByTestId("packet"), packet);
+      await shows(page.getByTestId("write-packet"), other);
+    }
+    await page.getByTestId("entity").selectOption("0");
+    await page.locator("#write-command").selectOption({ index: 0 });
+    await page.getByTestId("sub-device").fill("");
+    await shows(page.getByTestId("write-packet"), written);
+    // A received packet sets the values, and nothing else.
+    await openConfiguration(page, pathOf("examples/kettle.json"));
+    await page.locator("#write-command").selectOption({ index: 1 });
+    await page.getByTestId("sub-device").fill("5");
+    await page.getByTestId("packet").fill("04 05 5a 04 64 01 01");
+    await shows(page.getByTestId("write-packet"), "07 05 00 00 00 07 05 5a");
+    await page.reload();
+    await shows(page.getByTestId("write-packet"), "07 05 00 00 00 07 05 5a");
+  });
+
   test("tells what was done until the text is edited", async () => {
     const page = await openPage();
     await openConfiguration(page, pathOf("examples/kettle.json"));
