@@ -180,9 +180,10 @@ export class Entity {
   encode(values, options) {
     const native = this.#open();
     const { command = 1, subDevice } = options ?? {};
-    checkInteger(command, "command", 0, 255);
+    checkInteger(command, "command", -(2 ** 31), 2 ** 31 - 1);
+    const text = encoder.encode(valuesText(values)); // runs code of the caller, which may encode as well
     const id = native.subDevice(subDevice);
-    return native.withBytes(encoder.encode(valuesText(values)), (address, size) => {
+    return native.withBytes(text, (address, size) => {
       const { morvix_encode } = native.exports;
       const [output, message] = [native.address(OUTPUT), native.address(MESSAGE)];
       native.check(morvix_encode(this.#handle, address, size, command, id, output, message));
@@ -250,7 +251,7 @@ export class Protocol {
 
   request(command, subDevice) {
     const native = this.#native;
-    checkInteger(command, "command", 0, 255);
+    checkInteger(command, "command", -(2 ** 31), 2 ** 31 - 1);
     const id = native.subDevice(subDevice);
     const { morvix_request } = native.exports;
     native.check(morvix_request(command, id, native.address(OUTPUT), native.address(MESSAGE)));

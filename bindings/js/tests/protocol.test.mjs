@@ -102,12 +102,24 @@ test("sub-devices are of 32 bits, signed or unsigned", () => {
     assert.match(errorOf(() => write(wrong)).message, /^sub-device .* is out of range/);
     assert.match(errorOf(() => protocol.request(8, wrong)).message, /^sub-device .* is out of range/);
   }
-  for (const wrong of [-1, 256, 0.5, "1"]) {
+  for (const wrong of [2 ** 31, -(2 ** 31) - 1, 0.5, "1"]) {
     assert.match(errorOf(() => protocol.request(wrong)).message, /^command .* is out of range/);
     assert.match(errorOf(() => kettle.encode({}, { command: wrong })).message, /^command .* is out of range/);
   }
-  const expected = "expected an integer from 0 to 255";
+  const expected = "expected an integer from -2147483648 to 2147483647";
   assert.equal(errorOf(() => protocol.request("2")).message, `command "2" is out of range; ${expected}`);
+  kettle.close();
+});
+
+test("what the values run on their way to JSON can encode as well", () => {
+  const kettle = protocol.open(kettleText);
+  const values = {
+    get kettle() {
+      kettle.encode({ kettle: { power: false } }, { command: 7, subDevice: 99 });
+      return { power: true };
+    },
+  };
+  assert.equal(digits(kettle.encode(values, { command: 7, subDevice: 5 })), "0705000000010100");
   kettle.close();
 });
 

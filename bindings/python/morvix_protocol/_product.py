@@ -11,6 +11,7 @@ import math
 import numbers
 import operator
 import os
+import sys
 from typing import (
     TYPE_CHECKING,
     Any,
@@ -35,7 +36,6 @@ Buffer = Union[bytes, bytearray, memoryview]
 Value = Union[bool, int, float, str, bytes]
 
 _ABI = 1
-_MOST_BITS = 1023  # of integers that a float holds without going beyond its range
 if lib.morvix_abi() != _ABI:
     raise ImportError(f"the native part has interface {lib.morvix_abi()}; expected {_ABI}")
 
@@ -217,14 +217,14 @@ def _sub_device(sub_device: Optional[int]) -> Any:
         return ffi.NULL
     sub_device = operator.index(sub_device)
     if not -(2**31) <= sub_device < 2**32:
-        raise EncodeError(f"sub-device {sub_device} is out of range; expected an id of 32 bits")
+        raise EncodeError(f"sub-device {sub_device} is out of range; expected an integer from {-2**31} to {2**32 - 1}")
     return ffi.new("int32_t *", sub_device - 2**32 if sub_device >= 2**31 else sub_device)
 
 
 def _command(command: int) -> int:
     command = operator.index(command)
-    if not 0 <= command <= 255:
-        raise EncodeError(f"command {command} is out of range; expected 0 to 255")
+    if not -(2**31) <= command < 2**31:
+        raise EncodeError(f"command {command} is out of range; expected an integer from {-2**31} to {2**31 - 1}")
     return command
 
 
@@ -462,13 +462,15 @@ class Entity:
             number = int(value)
             if number.bit_length() <= 64:
                 return number
-            if attribute.min is None or number.bit_length() > _MOST_BITS:
-                raise EncodeError(f"'{name}': an integer of {number.bit_length()} bits is out of range")
-            return float(number)
+            # JSON takes no more: what is beyond is refused as the largest integer or real number is.
+            if attribute.min is None:
+                return 2**64 - 1 if number > 0 else -(2**63)
+            is_real = number.bit_length() < sys.float_info.max_exp
+            return float(number) if is_real else math.copysign(sys.float_info.max, 1 if number > 0 else -1)
         if isinstance(value, numbers.Real):
             real = float(value)
             if not math.isfinite(real):
-                raise EncodeError(f"'{name}': {real} is not a finite number")
+                raise EncodeError(f"'{name}': {json.dumps(real)} is not a finite number")
             return real
         if isinstance(value, (list, tuple, dict)):
             return [] if not isinstance(value, dict) else {}
@@ -573,8 +575,8 @@ class Entity:
     ) -> pandas.DataFrame:
         """A pandas DataFrame of many received packets: a row a packet, a column an attribute, in their order.
 
-        Bools are of dtype "boolean"; enums categories of their items, or "Int64", their index, with `items` False or
-        where two items are the same; numbers in user units "Int64" where ratio and addition are whole and all values
+        Bools are of dtype "boolean"; enums categories of their items, or with `items` False "Int64", their index;
+        numbers in user units "Int64" where ratio and addition are whole and all values
         within 64 bits, otherwise "float64"; binaries bytes. Where a packet has no value there is NA, in all columns of
         a packet that is refused; `decode` tells why. `times`, one for each packet, become the index. Other threads run
         meanwhile.
@@ -644,7 +646,14 @@ def _converter(attribute: Attribute, items: bool) -> Callable[[float], Value]:
     if attribute.type == "enum" and items and attribute.items is not None:
         known = attribute.items
         return lambda index: known[int(index)]
-    return int if attribute.type == "enum" or attribute.is_integral else float
+    if attribute.type == "enum" or attribute.is_integral:
+        return _whole
+    return float
+
+
+def _whole(number: float) -> Value:
+    """The number as an int; a scaling can make it infinite."""
+    return int(number) if math.isfinite(number) else number
 
 
 def _entity_of(product: Product, name: str) -> Entity:
@@ -657,11 +666,13 @@ def _column(pandas: Any, attribute: Attribute, numbers_of: Any, items: bool) -> 
     if attribute.type == "bool":
         return column.astype("boolean")
     if attribute.type == "enum":
-        known = attribute.items or ()
-        if not items or len(set(known)) != len(known):
+        if not items:
             return column.astype("Int64")
-        codes = column.fillna(-1).astype("int64")
-        return pandas.Series(pandas.Categorical.from_codes(codes, categories=list(known)))
+        known = attribute.items or ()
+        categories = list(dict.fromkeys(known))  # two items can be the same
+        codes = pandas.Series([categories.index(item) for item in known] + [-1], dtype="int64").to_numpy()
+        indexes = column.fillna(-1).astype("int64").to_numpy()
+        return pandas.Series(pandas.Categorical.from_codes(codes[indexes], categories=categories))
     return column.astype("Int64") if attribute.is_integral and _fits_int64(attribute) else column
 
 

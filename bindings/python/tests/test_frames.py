@@ -3,6 +3,8 @@
 from __future__ import annotations
 
 import datetime
+import json
+import math
 import sys
 import threading
 import time
@@ -38,6 +40,27 @@ def test_enums_can_be_indexes(kettle: Any) -> None:
     frame = kettle.to_frame([NOTIFICATION, b""], items=False)
     assert str(frame["program"].dtype) == "Int64"
     assert frame["program"][0] == 2 and frame["program"].isna()[1]
+
+
+def test_items_can_be_the_same() -> None:
+    text = (EXAMPLES / "kettle.json").read_text(encoding="utf-8").replace('"green_tea"', '"boil"')
+    kettle = morvix_protocol.loads(text)["kettle"]
+    packets = [bytes.fromhex(f"040{2 * index}5a04640000") for index in (0, 1, 2)]
+    assert kettle.to_frame(packets + [b""])["program"].tolist()[:3] == ["boil", "boil", "keep_warm"]
+    assert [kettle.decode(packet).values["program"] for packet in packets] == ["boil", "boil", "keep_warm"]
+    assert kettle.to_frame(packets + [b""])["program"].isna().tolist() == [False, False, False, True]
+
+
+def test_infinite_numbers_are_floats() -> None:
+    configuration = json.loads((EXAMPLES / "kettle.json").read_text(encoding="utf-8"))
+    attribute = configuration["entities"][0]["attrs"][2]
+    attribute["uint_spec"] = {"min": 0, "max": 2**51, "ratio": 1e300, "addition": 0}
+    attribute.update({"data_type": "uint64", "position": {"byte_offset": 0, "bit_offset": 0, "unit": "byte", "len": 8}})
+    configuration["entities"][0]["attrs"] = [attribute]
+    kettle = morvix_protocol.loads(json.dumps(configuration))["kettle"]
+    packet = bytes.fromhex("040008000000000000")
+    assert kettle.decode(packet).values == {"target": math.inf}
+    assert kettle.to_frame([packet])["target"][0] == math.inf
 
 
 def test_whole_numbers_and_binaries() -> None:
