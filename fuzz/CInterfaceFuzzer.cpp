@@ -245,10 +245,24 @@ void CheckEntity(const Input& input, const char* name) {
   if (entity != nullptr) EntityCheck(entity.get(), input);
 }
 
+// Every line is a text of a level that was asked for, and a sink may call the interface itself.
+void CheckLine(void* context, int level, const char* function, const char* line) {
+  const int most = *static_cast<const int*>(context);
+  fuzz::ExpectEqual(level >= 1 && level <= most, true, "a line has a level that was asked for");
+  const std::string text = std::string(function == nullptr ? "" : function) + line;
+  fuzz::ExpectEqual(text.empty(), false, "a line has text");
+  Outputs request;
+  fuzz::ExpectEqual(request.Check(morvix_request(2, nullptr, &request.bytes[0], &request.message)), true,
+                    "a sink may make requests");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static int level;
+  level = static_cast<int>(size % 3);
+  morvix_set_log(CheckLine, &level, level);
   const Input input(std::string(data, data + size));
   Outputs listed;
   const bool isListed = listed.Check(
