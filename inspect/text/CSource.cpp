@@ -15,15 +15,14 @@ namespace {
 // Keywords of C up to C23 and of C++ up to C++20, the types by which generated code declares its members, and what is a
 // macro in <stdio.h> or of some compilers.
 constexpr std::string_view kTakenWords =
-    " alignas alignof and and_eq asm auto bitand bitor bool break case catch char char16_t char32_t char8_t "
-    "class co_await co_return co_yield compl concept const const_cast consteval constexpr constinit continue "
-    "decltype default delete do double dynamic_cast else enum explicit export extern false float for friend goto "
-    "if inline int int32_t linux long mutable namespace new noexcept not not_eq nullptr operator or or_eq private "
-    "protected public register reinterpret_cast requires restrict return short signed size_t sizeof static "
-    "static_assert static_cast stderr stdin stdout struct switch template this thread_local throw true try typedef "
-    "typeid typename "
-    "typeof typeof_unqual uint16_t uint32_t uint64_t uint8_t union unix unsigned using virtual void volatile wchar_t "
-    "while xor xor_eq ";
+    " alignas alignof and and_eq asm auto bitand bitor bool break case catch char char16_t char32_t char8_t class "
+    "co_await co_return co_yield compl concept const const_cast consteval constexpr constinit continue decltype "
+    "default delete do double dynamic_cast else enum explicit export extern false float for friend goto if inline int "
+    "int32_t linux long mutable namespace new noexcept not not_eq nullptr operator or or_eq private protected public "
+    "register reinterpret_cast requires restrict return short signed size_t sizeof static static_assert static_cast "
+    "stderr stdin stdout struct switch template this thread_local throw true try typedef typeid typename typeof "
+    "typeof_unqual uint16_t uint32_t uint64_t uint8_t union unix unsigned using virtual void volatile wchar_t while "
+    "xor xor_eq ";
 
 bool IsTaken(std::string_view word) { return kTakenWords.find(fmt::format(" {} ", word)) != std::string_view::npos; }
 

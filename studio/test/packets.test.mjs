@@ -534,6 +534,7 @@ describe("accessibility", () => {
     await page.getByTestId("capture").setInputFiles(fileWith("log.txt", "04 05 5a 04 64 01 01"));
     await page.getByTestId("capture-row").waitFor();
     await page.getByTestId("share").click();
+    await page.getByTestId("share-link").waitFor();
     assert.equal(await page.getByTestId("share-note").isVisible(), false); // the link is good everywhere
     assert.deepEqual(page.problems, []);
     assert.deepEqual(requests, ["/any/studio.html"]);
