@@ -41,8 +41,17 @@ struct Source {
 
   // The configuration and the entity as arguments.
   std::string Arguments() const {
-    const bool isOnly = EntitiesOf(chosen.configuration).size() == 1;
-    return Argument(file) + (isOnly ? "" : " --entity " + Argument(chosen.model.Info().name));
+    const MorvixProtocolEntity_4_0& entity = chosen.model.Info();
+    if (EntitiesOf(chosen.configuration).size() == 1) return Argument(file);
+    return Argument(file) + " --entity " + Argument(IsMeantBy(entity.name) ? entity.name : std::to_string(entity.id));
+  }
+
+  bool IsMeantBy(const std::string& name) const {
+    try {
+      return &ChooseEntity(chosen.configuration, name) == &chosen.json;
+    } catch (const InputError&) {
+      return false;  // several have the name, or it is empty
+    }
   }
 
   void CheckForCode() const {

@@ -504,21 +504,60 @@ std::string WithAttributes(const std::string& attributes) {
   return R"({"entities":[{"id":0,"name":"e","display_name":"E","attrs":[)" + attributes + "]}]}";
 }
 
-// An enum of 1000 items, whose items the parser hands on to 2000 bools.
+// An enum of 1000 items, whose items the parser hands on to 2000 bools. A smaller enum between them does not help where
+// it is dropped, or is only read and the others are written.
 TEST_F(CInterface, RejectsRecordsThatWouldFillTheMemory) {
   const std::string position = R"("position":{"byte_offset":0,"bit_offset":0,"unit":"bit","len":1})";
-  const std::string head = R"({"id":0,"name":"a","display_name":"A","desc":"","type":"alert",)" + position;
-  std::string attributes = head + R"(,"data_type":"enum","enum":["")";
-  for (int i = 1; i < 1000; ++i) attributes += R"(,"")";
-  attributes += "]}";
-  for (int i = 0; i < 2000; ++i) attributes += "," + head + R"(,"data_type":"bool"})";
-  const std::string configuration = WithAttributes(attributes);
+  const auto head = [&position](const std::string& type) {
+    return R"({"id":0,"name":"a","display_name":"A","desc":"","type":")" + type + "\"," + position;
+  };
+  std::string large = head("status_writable") + R"(,"data_type":"enum","enum":["")";
+  for (int i = 1; i < 1000; ++i) large += R"(,"")";
+  large += "]}";
+  std::string bools;
+  for (int i = 0; i < 2000; ++i) bools += "," + head("status_writable") + R"(,"data_type":"bool"})";
+  const std::string alert = "," + head("alert") + R"(,"data_type":"enum","enum":[""]})";
+  for (const auto& [between, items] :
+       {std::pair<std::string, std::string>("", "2001000"), {R"(,{"enum":[""]})", "2002000"}, {alert, "2002000"}}) {
+    const std::string configuration = WithAttributes(large + between + bools);
+    morvix_entity* entity = nullptr;
+    EXPECT_EQ(morvix_entity_open(configuration.data(), configuration.size(), nullptr, &entity, &outputs_.message),
+              MORVIX_BAD_INPUT);
+    EXPECT_EQ(Take(outputs_.message),
+              "the records of the entity could hold " + items +
+                  " enum items, since every attribute inherits those of an enum before it; expected at most 2000000");
+  }
+}
+
+TEST_F(CInterface, NamesTheLimitOfWhichTheParserThrows) {
+  const std::string number = R"("name":"a","display_name":"A","desc":"","type":"alert","data_type":"uint8",)"
+                             R"("position":{"byte_offset":0,"bit_offset":0,"unit":"byte","len":1},"uint_spec":)";
+  // The first one is dropped for its id before anybody looks at its limits.
+  const std::string configuration =
+      WithAttributes("{" + number + R"({"min":{}}},{"id":1,)" + number + R"({"min":0,"max":[],"ratio":1}})");
   morvix_entity* entity = nullptr;
   EXPECT_EQ(morvix_entity_open(configuration.data(), configuration.size(), nullptr, &entity, &outputs_.message),
             MORVIX_BAD_INPUT);
-  EXPECT_EQ(Take(outputs_.message),
-            "the records of the entity would hold 2001000 enum items, since every attribute inherits those of the last "
-            "enum before it; expected at most 2000000");
+  EXPECT_EQ(Take(outputs_.message), "\"max\" of attrs[1] is an array; expected a number");
+}
+
+TEST_F(CInterface, TakesACutCharacterInAName) {
+  const std::string configuration = WithAttributes("");
+  morvix_entity* entity = nullptr;
+  EXPECT_EQ(morvix_entity_open(configuration.data(), configuration.size(), "\xc2", &entity, &outputs_.message),
+            MORVIX_BAD_INPUT);
+  EXPECT_EQ(Take(outputs_.message), "no entity has the name '\\xc2'; expected one of: 'e'");
+}
+
+// The module's reader takes neither, other than that of the C interface.
+TEST_F(CInterface, RejectsDocumentsThatTheModuleDoesNotRead) {
+  for (const std::string document : {R"({"version":4.0,})", R"({"version":4.0,"e":{"a":[1,]}})",
+                                     "\xef\xbb\xbf{\"version\":4.0}", R"({"version":4.0,"e":+1})"}) {
+    EXPECT_EQ(morvix_convert(document.data(), document.size(), &outputs_.first, &outputs_.second, &outputs_.message),
+              MORVIX_BAD_INPUT)
+        << document;
+    EXPECT_EQ(Take(outputs_.message).rfind("the document is not JSON: Line 1, Column ", 0), 0u) << document;
+  }
 }
 
 TEST_F(CInterface, RefusesAWriteThatNoPacketHolds) {

@@ -366,6 +366,8 @@ TEST(EncodeSet, TellsWhyAnAttributeCannotBeWritten) {
   ExpectProblem(EncodeKettle({"--set", "temperature=50"}),
                 "--set temperature=50: \"temperature\" is not written, its group is read-only");
   ExpectProblem(EncodeKettle({"--set", "sensor=1"}), "--set sensor=1: \"sensor\" is not written, its group is fault");
+  ExpectProblem(EncodeKettle({"--set", "Lid open=1"}),
+                "--set Lid open=1: \"Lid open\" is not written, its group is alert");
   // A warning says first which are dropped.
   ExpectProblem(
       RunTool({"encode", "-", "--set", "twist=1"}, Fan(BitField("swing", R"("data_type": "bool")", 0, 1) + ", " +
@@ -494,6 +496,71 @@ TEST(EncodeRecord, HasTheEntitysAlertsAndFaultsOnly) {
   const std::string record = testing::TempDir() + "dp4_encode_record.json";
   std::ofstream(record) << R"({"command": 4, "values": {"fan": {}}, "alerts": {"Hot": true}})";
   EXPECT_EQ(RunTool({"encode", "-", record}, fan).out, "04 01\n");
+}
+
+// A status at bit 0 and an alert at bit 8, which share a name.
+std::string BoxWithLid(const std::string& status) {
+  const std::string alert = R"({"id": 1, "name": "lid", "display_name": "Lid open", "desc": "", "type": "alert", )"
+                            R"("data_type": "bool", "position": {)" +
+                            Bits(1, 0, 1) + "}}";
+  return Configuration(status + ", " + alert);
+}
+
+ToolRun EncodeDecodedBy(const std::string& configuration, const std::vector<std::string>& decodeArguments,
+                        const std::vector<std::string>& encodeArguments = {}) {
+  const std::string path = testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name() + ".json";
+  std::ofstream(path) << configuration;
+  std::vector<std::string> arguments = {"decode", path};
+  arguments.insert(arguments.end(), decodeArguments.begin(), decodeArguments.end());
+  const std::string record = RunTool(arguments).out;
+  arguments = {"encode", path, "-"};
+  arguments.insert(arguments.end(), encodeArguments.begin(), encodeArguments.end());
+  return RunTool(arguments, record);
+}
+
+TEST(EncodeRecord, KeepsAStatusAndAnAlertOfOneNameApart) {
+  const std::string box = BoxWithLid(Bool("lid", 0, 0, "status_readonly"));
+  for (const std::string packet : {"04 01 00", "04 00 01", "04 01 01"}) {
+    for (const std::string form : {"flat", "decoded"}) {
+      const ToolRun run = EncodeDecodedBy(box, {packet, "--document", form}, {"--command", "notify"});
+      EXPECT_EQ(run.out, packet + "\n") << form;
+      EXPECT_EQ(run.err, "") << form;
+    }
+  }
+  const auto set = [&box](const char* setting) {
+    return RunTool({"encode", "-", "--command", "notify", "--set", setting}, box).out;
+  };
+  EXPECT_EQ(set("Lid open=1"), "04 00 01\n");
+  EXPECT_EQ(set("lid=1"), "04 01 00\n");
+}
+
+// 50 is 32.
+TEST(EncodeRecord, IsAWriteOfTheStatusWhoseNameAnAlertHas) {
+  const std::string box =
+      BoxWithLid(Attribute("lid", "status_writable", "uint8", Bytes(0, 1), Scaling("0", "200", "1", "0")));
+  EXPECT_EQ(EncodeDecodedBy(box, {"04 32 01"}).out, "04 32 01\n");
+  for (const std::string form : {"flat", "decoded"}) {
+    const ToolRun run = EncodeDecodedBy(box, {"04 32 01", "--document", form}, {"--command", "write"});
+    EXPECT_EQ(run.out, "01 01 32\n") << form;
+    EXPECT_EQ(run.err, "") << form;
+  }
+}
+
+// The key of the first alert is the name of the second.
+TEST(EncodeDocument, NamesAlertsByTheirKeysWhenItIsADecodedOne) {
+  const std::string alert = R"("desc": "", "type": "alert", "data_type": "bool", "position": {)";
+  const std::string box =
+      Configuration(R"({"id": 0, "name": "alarm", "display_name": "Door", )" + alert + Bits(0, 0, 1) +
+                    R"(}}, {"id": 1, "name": "Door", "display_name": "Ajar", )" + alert + Bits(0, 1, 1) + "}}");
+  EXPECT_EQ(EncodeDecodedBy(box, {"04 01", "--document", "decoded"}, {"--command", "notify"}).out, "04 01\n");
+  EXPECT_EQ(EncodeDecodedBy(box, {"04 01"}).out, "04 01\n");
+}
+
+TEST(EncodeRecord, HasNotTheValuesOfTwoAttributesOfOneName) {
+  const std::string box = Configuration(Bool("twin", 0, 0) + ", " + Bool("twin", 0, 1));
+  ExpectProblem(EncodeDecodedBy(box, {"01 01 01"}),
+                "standard input:1:53: \"twin\" stands for 2 attributes, and the document has the value of the last one "
+                "only");
 }
 
 // ---- Items ----
@@ -758,7 +825,28 @@ TEST(EncodeNotification, WarnsOfZerosThatNoDeviceSends) {
   EXPECT_EQ(RunTool({"encode", "-", "--set", "on=1", "--set", "level=30", "--command", "notify"}, fan).err, "");
 }
 
+// Beside the number, an enum without an item for its bits and a bool in bytes end a decode.
+TEST(EncodeNotification, WarnsOfWhatEndsItsDecode) {
+  const std::string number = Attribute("n", "status_writable", "uint8", Bytes(0, 1), Scaling("0", "200", "1", "0"));
+  const std::string mode = Attribute("m", "status_readonly", "enum", Bits(0, 0, 3), R"("enum": ["a", "b"], )");
+  const auto warningsOf = [&number](const std::string& other) {
+    return RunTool({"encode", "-", "--set", "n=7", "--command", "notify"}, Configuration(number + ", " + other)).err;
+  };
+  EXPECT_EQ(warningsOf(mode), "dp4: warning: \"m\" has no value: raw 7 is sent (expected 0 to 1)\n");
+  EXPECT_EQ(warningsOf(Attribute("m", "status_readonly", "enum", Bits(0, 0, 3), "\"enum\": [1], ")),
+            "dp4: warning: \"m\" has no value: raw 7 is sent (it has no items)\n");
+  EXPECT_EQ(warningsOf(Attribute("b", "alert", "bool", Bytes(1, 1))),
+            "dp4: warning: \"b\" has no place: decoding ends there\n");
+}
+
 // ---- Values that do not survive in the packet ----
+
+TEST(EncodeCut, IsReportedForABoolWithoutAPlace) {
+  const std::string number = Attribute("n", "status_writable", "uint8", Bytes(1, 1), Scaling("0", "9", "1", "0"));
+  const std::string box = Configuration(Bool("a", 0, -1) + ", " + Bool("b", 0, 1) + ", " + number);
+  ExpectProblem(RunTool({"encode", "-", "--set", "a=1"}, box), "--set a=1: \"a\" lost: it has no place");
+  EXPECT_EQ(RunTool({"encode", "-", "--set", "b=1"}, box).out, "01 02 02 00\n");
+}
 
 // swing 1 is group bit 0 and mode 1 bit 2: 00 05. Writing speed, in bits 9 to 6, loads these bytes the other way round,
 // 0500, and clears bits 9 to 6 of it: 0400, swing is lost. 11 in bits 9 to 6 is 02c0: stored are 06 c0, and mode is 0.

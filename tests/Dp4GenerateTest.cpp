@@ -282,6 +282,8 @@ TEST_F(Generate, TellsTheRangeOfANumber) {
   };
   EXPECT_THAT(Header(number("3", "0.5", "40")), HasSubstr("User value = raw * 0.5 + 40, from 40.5 to 41.5."));
   EXPECT_THAT(Header(number("3", "0.1", "-1.1")), HasSubstr("User value = raw * 0.1 - 1.1, from -1 to -0.8."));
+  EXPECT_THAT(Header(number("3", "0.1", "-0.1")), HasSubstr("raw * 0.1 - 0.1, from 0 to 0.2."));
+  EXPECT_THAT(Header(number("3", "0.1", "-0.3")), HasSubstr("raw * 0.1 - 0.3, from -0.2 to 0."));
   EXPECT_THAT(Header(number("5", "0.0000001", "0")), HasSubstr("raw * 1e-07, from 1e-07 to 5e-07."));
   EXPECT_THAT(Header(number("5", "1e40", "0")), HasSubstr("raw * 1e+40, from 1e+40 to 5e+40."));
 }

@@ -239,6 +239,17 @@ TEST(Vectors, NotifyOfRawValuesThatNoNumberIsWrittenAs) {
   EXPECT_EQ(WriteJson(vectors["notifications"][4]["values"]), R"({"level":1000000000})");
 }
 
+// The step above the largest value is less than a double tells at this size, so that it is sent as the largest.
+TEST(Vectors, RefuseOnlyWhatTheModuleRefuses) {
+  const Json::Value meter = ParseJson(Configuration(Attribute("total", "status_writable", "uint64", Bytes(0, 8),
+                                                              Scaling("0", "3086347495041211", "0.1", "1000000"))));
+  const Json::Value vectors = VectorsOf(meter);
+  ExpectDecoded(meter, vectors["writes"]);
+  EXPECT_EQ(vectors["writes"].size(), 5u);
+  ExpectRefused(meter, vectors["refused"]);
+  EXPECT_EQ(vectors["refused"].size(), 1u);
+}
+
 // A fuzzer found that these were no JSON.
 TEST(Vectors, TellInfiniteNumbersAsText) {
   const std::string infinite =

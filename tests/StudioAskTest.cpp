@@ -321,6 +321,14 @@ TEST(StudioAsk, NamesTheEntityInCommandsWhereThereAreSeveral) {
   const Json::Value answer = AskKettle("export", R"({"form": "vectors", "entity": 1})", Example("gateway.json"));
   const std::string name = Parsed(Example("gateway.json"))["entities"][1]["name"].asString();
   EXPECT_EQ(answer["command"], "dp4 vectors configuration.json --entity " + name + " > configuration.vectors.json");
+  // By its id where the name would be another's as well, or is none.
+  const std::string box = R"(, "display_name": "Box", "attrs": []})";
+  for (const std::string other : {"box", ""}) {
+    const std::string text =
+        R"({"entities": [{"id": 7, "name": "box")" + box + R"(, {"id": 8, "name": ")" + other + "\"" + box + "]}";
+    EXPECT_EQ(AskKettle("export", R"({"form": "svg", "entity": 1})", text)["command"],
+              "dp4 layout configuration.json --entity 8 --svg configuration.svg");
+  }
 }
 
 TEST(StudioAsk, SurvivesHostileConfigurations) {

@@ -70,7 +70,7 @@ std::string Escaped(std::string_view text) {
     const auto code = static_cast<unsigned char>(text[at]);
     const size_t length = CharacterLength(text, at);
     const bool isControl =
-        code < 0x20 || code == 0x7f || (code == 0xc2 && static_cast<unsigned char>(text[at + 1]) < 0xa0);
+        code < 0x20 || code == 0x7f || (length == 2 && code == 0xc2 && static_cast<unsigned char>(text[at + 1]) < 0xa0);
     if (code == '\\') {
       escaped += "\\\\";
     } else if (length == 0 || isControl) {
@@ -314,33 +314,41 @@ Json::ArrayIndex FindEntity(const Json::Value& entities, const char* name) {
   RejectInput("the configuration has " + std::to_string(entities.size()) + " entities; name one of: " + names);
 }
 
-// The parser hands an enum's items on to all later records, so that a small text can ask for gigabytes.
+// The parser hands an enum's items on to all later records, so that a small text can ask for gigabytes. Which enum is
+// the last one depends on the direction and on what is dropped; here it is the largest one before, which is never less.
 void CheckItems(const Json::Value& attributes) {
   constexpr uint64_t kMostItems = 2'000'000;
   uint64_t all = 0;
   uint64_t inherited = 0;
   for (const Json::Value& attribute : attributes) {
-    if (attribute.isObject() && attribute["enum"].isArray()) inherited = attribute["enum"].size();
+    if (attribute.isObject() && attribute["enum"].isArray()) {
+      inherited = std::max<uint64_t>(inherited, attribute["enum"].size());
+    }
     all += inherited;
   }
   if (all <= kMostItems) return;
-  RejectInput("the records of the entity would hold " + std::to_string(all) +
-              " enum items, since every attribute inherits those of the last enum before it; expected at most " +
+  RejectInput("the records of the entity could hold " + std::to_string(all) +
+              " enum items, since every attribute inherits those of an enum before it; expected at most " +
               std::to_string(kMostItems));
 }
 
 // Of an entity on which the parser throws.
-std::string LimitKindText(const Json::Value& attributes) {
-  for (Json::ArrayIndex i = 0; i < attributes.size(); ++i) {
-    if (!attributes[i].isObject() || !attributes[i]["uint_spec"].isObject()) continue;
-    for (const char* limit : {"min", "max"}) {
-      const Json::Value& value = attributes[i]["uint_spec"][limit];
-      if (!value.isArray() && !value.isObject()) continue;
-      return "\"" + std::string(limit) + "\" of attrs[" + std::to_string(i) + "] is an " +
-             (value.isArray() ? "array" : "object") + "; expected a number";
-    }
+std::string LimitKindText(const Json::Value& entity) {
+  std::vector<Element> earlier;  // those before the one on which it throws
+  try {
+    const LogCapture silent;
+    std::vector<Attribute> attributes;
+    MorvixProtocolEntity_4_0 info;
+    static_cast<void>(ProtocolParseEntity_4_0(entity, kAllGroups, attributes, info, earlier));
+  } catch (const Json::LogicError&) {
+    const auto index = static_cast<Json::ArrayIndex>(earlier.size());
+    const Json::Value& scaling = entity["attrs"][index]["uint_spec"];
+    const bool isMin = scaling["min"].isArray() || scaling["min"].isObject();
+    const Json::Value& value = scaling[isMin ? "min" : "max"];
+    return std::string(isMin ? "\"min\"" : "\"max\"") + " of attrs[" + std::to_string(index) + "] is an " +
+           (value.isArray() ? "array" : "object") + "; expected a number";
   }
-  return "a \"min\" or \"max\" is an array or object; expected a number";
+  return "";
 }
 
 // The attributes of one direction: those that are read, or those that are written.
@@ -671,7 +679,8 @@ class Write {
       const std::string& name = names.back();
       const Json::Value* value = given.find(name.data(), name.data() + name.size());
       if (value == nullptr) continue;
-      std::string problem = RefusalText(attribute, *value, results_[i]);
+      const bool isReached = results_[i].outcome != MorvixProtocolOutcomeNotReached_4_0;
+      std::string problem = RefusalText(attribute, *value, isReached ? results_[i] : ResultAlone(attribute));
       if (results_[i].outcome == MorvixProtocolOutcomeDone_4_0 && !HasFlag(i))
         problem = Quoted(name) + ": it has no flag";
       if (!problem.empty()) AddLine(problems, problem);
@@ -683,6 +692,15 @@ class Write {
     }
     if (!unknown.empty()) AddUnknown(unknown, problems);
     return problems;
+  }
+
+  // Of a value after the first one that is refused, where encoding ends.
+  Result ResultAlone(const Attribute& attribute) const {
+    const LogCapture silent;
+    Package package;
+    std::vector<Result> results;
+    ProtocolEncodeAttributes_4_0(entity_.info, {attribute}, package, values_, results);
+    return results.at(0);
   }
 
   // The bitmap is laid out as a bit group: flag 0 is the lowest bit of its last byte.
@@ -697,9 +715,9 @@ class Write {
     for (const Attribute& attribute : entity_.reading.attributes) known.emplace(attribute.name, &attribute);
     for (const std::string& name : unknown) {
       const auto found = known.find(name);
-      const std::string reason = found != known.end()
-                                     ? "writable; its group is " + std::string(GroupKeyword(found->second->type))
-                                     : "an attribute of " + Quoted(entity_.info.name);
+      const bool isRead = found != known.end() && found->second->type != MorvixProtocolTypeStatusWritable_4_0;
+      const std::string reason = isRead ? "writable; its group is " + std::string(GroupKeyword(found->second->type))
+                                        : "an attribute of " + Quoted(entity_.info.name);
       AddLine(problems, Quoted(name) + " is not " + reason);
     }
   }
@@ -932,11 +950,27 @@ class Table {
 
 // ---- Receive documents -----------------------------------------------------------------------------------------
 
-// Of a document that conversion refuses. Throws in any case.
-[[noreturn]] void RefuseDocument(const Json::Value& document) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+// Why the module's reader, which takes less than ours, does not take a text; empty when it does.
+std::string SyntaxProblem(const char* text, size_t size) {
+  Json::Reader reader;
+  Json::Value value;
+  return reader.parse(text, text + size, value) ? "" : FirstProblem(reader.getFormattedErrorMessages());
+}
+
+#pragma GCC diagnostic pop
+
+// Of a document that conversion refuses, and its text. Throws in any case.
+[[noreturn]] void RefuseDocument(const Json::Value& document, const char* text, size_t size) {
   if (!document.isObject()) RejectInput("the document is not an object");
   const Json::Value& version = document["version"];
-  if (version.type() == Json::realValue && version.asDouble() == 4.0) throw std::bad_alloc();
+  if (version.type() == Json::realValue && version.asDouble() == 4.0) {
+    const std::string problem = SyntaxProblem(text, size);
+    if (!problem.empty()) RejectInput("the document is not JSON: " + problem);
+    throw std::bad_alloc();
+  }
   Refuse("\"version\" of the document is " + (version.isNull() ? "missing" : KindOf(version)) +
          "; expected the real number 4.0");
 }
@@ -989,7 +1023,7 @@ morvix_status morvix_entity_open(const char* configuration, size_t size, const c
     try {
       *entity = new morvix_entity(chosen);
     } catch (const Json::LogicError&) {
-      RejectInput(LimitKindText(chosen["attrs"]));
+      RejectInput(LimitKindText(chosen));
     }
   });
 }
@@ -1094,7 +1128,7 @@ morvix_status morvix_convert(const char* document, size_t size, morvix_bytes* fl
     Json::Value alerts;
     Json::Value faults;
     const std::string text = ProtocolConvertReceiveResult_4_0(std::string(document, size), alerts, faults);
-    if (text.empty()) RefuseDocument(parsed);
+    if (text.empty()) RefuseDocument(parsed, document, size);
     ObjectText both;
     both.Add("alerts", alerts);
     both.Add("faults", faults);

@@ -21,7 +21,8 @@
  * this call; one a line, without a line end after the last one. It is UTF-8; names and values from outside are escaped,
  * so that they cannot forge a line. After MORVIX_NO_MEMORY there may be none.
  *
- * **JSON** is UTF-8, read as the protocol module reads it (comments are allowed), with nothing after it. A NUL byte,
+ * **JSON** is UTF-8, read as the protocol module reads it, with nothing after it; comments, a byte order
+ * mark and a comma behind the last member are allowed, but the last two not in a document to be converted. A NUL byte,
  * bytes that are not UTF-8 and text that is not JSON are MORVIX_BAD_INPUT. JSON that is returned is compact ASCII.
  *
  * **Memory.** What is returned is released with morvix_free, entities with morvix_entity_close. Inputs are only read,
@@ -88,8 +89,8 @@ MORVIX_API morvix_status morvix_entities(const char* configuration, size_t size,
  * `name` is the entity's name, or null when there is one entity only.
  *
  * MORVIX_BAD_INPUT: not a configuration; no entity of this name, or more than one; no name, but several entities; an
- * unusable entity; a "min" or "max" that is an array or object; records of more than 2,000,000 enum items, counting
- * those that attributes inherit.
+ * unusable entity; a "min" or "max" that is an array or object; attributes that could hold more than 2,000,000 enum
+ * items together, each as many as the largest enum up to it.
  */
 MORVIX_API morvix_status morvix_entity_open(const char* configuration, size_t size, const char* name,
                                             morvix_entity** entity, char** message);
@@ -140,7 +141,8 @@ MORVIX_API morvix_status morvix_request(int command, const int32_t* sub_device, 
  * Decodes a received packet into the decoded document, {ENTITY: {KEY: {"type": GROUP, "value": VALUE}}}. The key is the
  * attribute's name, or its display name for alerts and faults; the group is 1 (writable), 2 (read-only), 4 (alert) or 8
  * (fault). A value is a bool for bools and a string for all others: an enum's index, a number in user units, base64.
- * Attributes that are not in the packet, and numbers out of their range, are left out.
+ * Left out are numbers out of their range, and what decoding did not reach: it ends at an enum's index without an
+ * item, and gives nothing at all where the packet ends before a bool or binary.
  *
  * MORVIX_REFUSED: not a read response (3) or notification (4) of 2 to 16385 bytes.
  */

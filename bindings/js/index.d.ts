@@ -4,7 +4,7 @@ export class ProtocolError extends Error {}
 /** Bytes of a packet; Node's Buffer is one. */
 export type Bytes = Uint8Array | ArrayBuffer;
 
-/** An entity of a configuration that can be opened. */
+/** A usable entity of a configuration. */
 export interface EntityInfo {
   id: number;
   name: string;
@@ -122,7 +122,7 @@ export class Protocol {
   private constructor();
   /** "major.minor.patch" */
   readonly version: string;
-  /** The entities of a configuration that can be opened. */
+  /** The usable entities of a configuration. */
   entities(configuration: string | Uint8Array): EntityInfo[];
   /** Opens an entity by its name, or the only one. */
   open(configuration: string | Uint8Array, name?: string): Entity;

@@ -178,10 +178,10 @@ export class Entity {
   }
 
   encode(values, options) {
-    const native = this.#open();
     const { command = 1, subDevice } = options ?? {};
     checkInteger(command, "command", -(2 ** 31), 2 ** 31 - 1);
-    const text = encoder.encode(valuesText(values)); // runs code of the caller, which may encode as well
+    const text = encoder.encode(valuesText(values)); // runs code of the caller, which may encode or close as well
+    const native = this.#open();
     const id = native.subDevice(subDevice);
     return native.withBytes(text, (address, size) => {
       const { morvix_encode } = native.exports;

@@ -95,11 +95,26 @@ struct Move {
   size_t last = 0;    // the rank of its last attribute
 };
 
-// The last attribute of each key, which documents tell.
-std::map<std::string, size_t> ToldElements(const EntityModel& entity) {
-  std::map<std::string, size_t> told;
-  for (const Field& field : entity.Reading().fields) told[DocumentKey(*field.attribute)] = field.element;
-  return told;
+// The elements of each key in documents. Of those that a packet tells, documents have the last one.
+using ElementsByKey = std::map<std::string, std::vector<size_t>>;
+
+ElementsByKey KeysOf(const EntityModel& entity) {
+  ElementsByKey elements;
+  for (const Field& field : entity.Reading().fields) elements[DocumentKey(*field.attribute)].push_back(field.element);
+  return elements;
+}
+
+// What a notification says under the key of an attribute.
+std::string MeaningOfKey(const EntityModel& entity, const ElementsByKey& keys, const Attribute& attribute,
+                         const Bytes& notification) {
+  const std::string none = "no " + NameText(DocumentKey(attribute));
+  const auto elements = keys.find(DocumentKey(attribute));
+  if (elements == keys.end()) return none;
+  for (auto element = elements->second.rbegin(); element != elements->second.rend(); ++element) {
+    const std::string meaning = MeaningOf({&entity, *element}, notification);
+    if (meaning != none) return meaning;
+  }
+  return none;
 }
 
 class AttributesCheck {
@@ -180,8 +195,8 @@ class AttributesCheck {
 
   // The packet of a device in the field, read with the old and with the new configuration.
   void ShowNotification(Change& change, const Pair& pair, uint64_t raw) {
-    change.packetBefore = ShownNotification(pair.before, raw, &pair.before);
-    change.packetAfter = ShownNotification(pair.before, raw, &pair.after);
+    change.packetBefore = ShownNotification(pair.before, raw, pair.before);
+    change.packetAfter = ShownNotification(pair.before, raw, pair.after);
   }
 
   // A write for what can be written, else a packet of a device in the field.
@@ -352,8 +367,8 @@ class AttributesCheck {
       change.effect = "what devices in the field send says nothing about it, whatever is read";
       change.fix = "let the application expect it only of devices that know it";
       const Bytes zeros = Zeros(before_);
-      change.packetBefore = {zeros, "no " + NameText(DocumentKey(side.Record()))};
-      change.packetAfter = {zeros, MeaningOf(side, zeros)};
+      change.packetBefore = {zeros, MeaningOfKey(before_, oldKeys_, side.Record(), zeros)};
+      change.packetAfter = {zeros, MeaningOfKey(after_, newKeys_, side.Record(), zeros)};
     }
     changes_.push_back(std::move(change));
     CheckNewEnum(side, nullptr);
@@ -375,8 +390,9 @@ class AttributesCheck {
       change.packetBefore = ShownWrite(side, LargestRaw(side), before_);
       change.packetAfter.meaning = "it cannot be written";
     } else {
-      change.packetBefore = ShownNotification(side, LargestRaw(side), &side);
-      change.packetAfter = ShownNotification(side, LargestRaw(side), nullptr);
+      change.packetBefore = ShownNotification(side, LargestRaw(side), side);
+      const Bytes& packet = change.packetBefore.bytes;
+      change.packetAfter = {packet, MeaningOfKey(after_, newKeys_, side.Record(), packet)};
     }
     changes_.push_back(std::move(change));
   }
@@ -534,6 +550,9 @@ class AttributesCheck {
               fmt::format("{} was {} in documents and is {}", pair.Label(), Quoted(oldKey), Quoted(newKey)),
               "applications that know the old key do not find it", "keep the key");
       ShowNotification(change, pair, CommonRaw(pair));
+      if (pair.after.Read() != nullptr) {
+        change.packetAfter.meaning = MeaningOfKey(after_, newKeys_, after, change.packetAfter.bytes);
+      }
     }
     CheckKeyTaken(pair);
     std::vector<std::string> texts;
@@ -560,15 +579,18 @@ class AttributesCheck {
   void CheckKeyTaken(const Pair& pair) {
     if (pair.before.Read() == nullptr || pair.after.Read() == nullptr) return;
     const std::string& key = DocumentKey(pair.after.Record());
-    const Side other{&after_, newTold_.at(key)};
+    const Side other{&after_, newKeys_.at(key).back()};
     if (other.element == pair.after.element) return;
-    if (oldTold_.at(DocumentKey(pair.before.Record())) != pair.before.element) return;
+    if (oldKeys_.at(DocumentKey(pair.before.Record())).back() != pair.before.element) return;
     Change& change = Add(changes::kKeyTaken, pair, "",
                          fmt::format("{} gives way to {}: both are {} in documents", pair.Label(),
                                      after_.Label(other.element), Quoted(key)),
                          "applications get the value of the other one", "give each a key of its own");
     ShowNotification(change, pair, CommonRaw(pair));
     change.packetAfter.meaning = MeaningOf(other, change.packetAfter.bytes);
+    // A packet that does not tell the other one shows nothing yet.
+    const bool isTold = change.packetAfter.meaning != "no " + NameText(key);
+    if (!isTold) change.packetAfter = ShownNotification(other, LargestRaw(other), other);
   }
 
   // ---- Values ----
@@ -713,8 +735,8 @@ class AttributesCheck {
   std::vector<Change>& changes_;
   const std::vector<const Field*> oldFields_;
   const std::vector<const Field*> newFields_;
-  const std::map<std::string, size_t> oldTold_ = ToldElements(before_);
-  const std::map<std::string, size_t> newTold_ = ToldElements(after_);
+  const ElementsByKey oldKeys_ = KeysOf(before_);
+  const ElementsByKey newKeys_ = KeysOf(after_);
   std::vector<Pair> pairs_;  // in the new order
   size_t index_ = 0;         // of the pair that is looked at
   size_t limited_ = 0;       // changes that LimitShown has seen

@@ -33,14 +33,17 @@ void SetValue(const Field& field, uint64_t raw, byte* payload) {
   }
 }
 
-// The largest raw value of a device, or the largest whose bits are ones from the lowest up if it sends one.
+// The largest raw value of a device, or the one that ends in the most ones.
 uint64_t FullRaw(const Side& side, bool ofOnes) {
   const uint64_t largest = LargestRaw(side);
   const Attribute& attribute = side.Record();
   const auto least = IsNumber(attribute) ? static_cast<uint64_t>(attribute.uint_spec.min) : uint64_t{0};
-  uint64_t ones = 0;
-  while (ones < largest && 2 * ones + 1 <= largest) ones = 2 * ones + 1;
-  return ofOnes && ones >= least ? ones : largest;
+  if (!ofOnes || largest == UINT64_MAX) return largest;
+  for (int count = 63; count > 0; --count) {
+    const uint64_t next = (largest + 1) >> count << count;
+    if (next > least) return next - 1;
+  }
+  return largest;
 }
 
 bool FitsPacket(const Direction& direction) { return direction.payloadBytes <= MorvixProtocolMaxPayloadBytes_4_0; }
@@ -213,11 +216,9 @@ ShownPacket ShownAmongOnes(const Side& sent, uint64_t raw, const Side& moved, co
   return {packet, MeaningOf(reader, packet)};
 }
 
-ShownPacket ShownNotification(const Side& sent, uint64_t raw, const Side* reader) {
+ShownPacket ShownNotification(const Side& sent, uint64_t raw, const Side& reader) {
   const Bytes packet = Notification(sent, raw);
-  const std::string meaning =
-      reader != nullptr ? MeaningOf(*reader, packet) : "no " + NameText(DocumentKey(sent.Record()));
-  return {packet, meaning};
+  return {packet, MeaningOf(reader, packet)};
 }
 
 }  // namespace morvix::inspect

@@ -35,8 +35,8 @@ std::string RawText(const Attribute& attribute, uint64_t raw);
 ShownPacket ShownWrite(const Side& side, uint64_t raw, const EntityModel& device);
 
 // What `reader` makes of the packet in which a device with the configuration of `sent` sends this raw value, with zeros
-// around it; `reader` is its counterpart, or null when there is none.
-ShownPacket ShownNotification(const Side& sent, uint64_t raw, const Side* reader);
+// around it; `reader` is its counterpart.
+ShownPacket ShownNotification(const Side& sent, uint64_t raw, const Side& reader);
 
 // The same with ones in the bits that its counterpart `moved` has and it has not.
 ShownPacket ShownAmongOnes(const Side& sent, uint64_t raw, const Side& moved, const Side& reader);

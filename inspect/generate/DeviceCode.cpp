@@ -88,9 +88,11 @@ std::string PlaceOf(const BitRange& bits) {
 // What an application gets for a raw value of a number; where this text is not the value, being too small for six
 // decimals or cut, the value itself.
 std::string ValueText(const Attribute& number, int64_t raw) {
-  const double exact = static_cast<double>(raw) * number.uint_spec.ratio + number.uint_spec.addition;
+  const double scaled = static_cast<double>(raw) * number.uint_spec.ratio;
+  const double exact = scaled + number.uint_spec.addition;
+  const double noise = 1e-15 * (std::abs(scaled) + std::abs(number.uint_spec.addition));  // of doubles that cancel out
   const std::string text = UserText(number, static_cast<uint64_t>(raw));
-  const bool isExact = std::abs(std::strtod(text.c_str(), nullptr) - exact) <= 1e-6 * std::abs(exact);
+  const bool isExact = std::abs(std::strtod(text.c_str(), nullptr) - exact) <= 1e-6 * std::abs(exact) + noise;
   return isExact ? text : ShortestText(exact);
 }
 

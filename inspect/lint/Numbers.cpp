@@ -120,8 +120,11 @@ bool LintFactors(const EntityModel& entity, const Field& field, Findings& findin
     return false;
   }
   const std::string exact = ShortestText(scaling.addition);
+  Attribute usable = number;
+  usable.uint_spec.min = 0;
+  usable.uint_spec.max = 1;
   std::string effect = isShown ? "every raw value decodes as " + Quoted(text)
-                               : "with other limits every raw value decodes as " + Quoted(exact);
+                               : "with other limits every raw value decodes as " + Quoted(MinText(usable));
   if (!isShown) {
     // Nothing can be written, which the finding on the limits tells.
   } else if (EncodeText(number, exact) == kRefusal) {

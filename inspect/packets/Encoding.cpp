@@ -38,6 +38,7 @@ class PartialEncoder {
       : info_(entity.Info()),
         direction_(direction),
         isWrite_(&direction == &entity.Writing()),
+        values_(values),
         document_(values.Document()),
         first_(direction.records) {
     const Json::Value* given = document_.find(info_.name.data(), info_.name.data() + info_.name.size());
@@ -49,7 +50,7 @@ class PartialEncoder {
   // The payload with one value, and the result of encoding it.
   Bytes EncodeAlone(size_t index, Result& result) const {
     std::vector<Result> results;
-    Bytes written = Encode({direction_.records[index], unused_}, results);
+    Bytes written = Encode({Keyed(direction_.records[index]), unused_}, results);
     result = results[0];
     if (isWrite_ || result.outcome != MorvixProtocolOutcomeDone_4_0) return written;
     Bytes payload(direction_.payloadBytes);
@@ -73,6 +74,13 @@ class PartialEncoder {
     return {package.value, package.value + package.sizeValue};
   }
 
+  // The attribute under the key of its value.
+  Attribute Keyed(const Attribute& attribute) const {
+    Attribute keyed = attribute;
+    keyed.name = values_.KeyOf(attribute);
+    return keyed;
+  }
+
   // The bytes of a binary are taken from what the module wrote of it alone.
   static void Place(const Field& field, const Result& result, const Bytes& written, Bytes& payload) {
     const BitRange& bits = field.bits;
@@ -93,7 +101,7 @@ class PartialEncoder {
     Bytes payload(direction_.payloadBytes);
     for (size_t i = 0; i < count; ++i) {
       std::vector<Result> results;
-      const Bytes written = Encode({direction_.records[i], unused_}, results);
+      const Bytes written = Encode({Keyed(direction_.records[i]), unused_}, results);
       const bool isDone = results[0].outcome == MorvixProtocolOutcomeDone_4_0;
       if (isDone) Place(direction_.fields[i], results[0], written, payload);
     }
@@ -103,6 +111,7 @@ class PartialEncoder {
   const MorvixProtocolEntity_4_0& info_;
   const Direction& direction_;
   const bool isWrite_;
+  const GivenValues& values_;
   const Json::Value& document_;
   std::vector<Attribute> first_;
   Attribute unused_;  // as long as the payload, and never given a value
@@ -171,11 +180,20 @@ void NoteNumber(const Json::Value& given, uint64_t sent, EncodedValue& value) {
 // What a device sends has bits for every attribute; a number's can be none that it would send.
 void NoteUnset(const byte* payload, EncodedValue& value) {
   const Attribute& attribute = *value.field->attribute;
-  if (!IsNumber(attribute) || value.field->bits.IsEmpty()) return;
+  if (value.field->bits.IsEmpty()) {
+    value.isInvalid = !IsNumber(attribute);
+    if (value.isInvalid) value.note = "no place: decoding ends there";
+    return;
+  }
+  if (!IsNumber(attribute) && !IsEnum(attribute)) return;
   const uint64_t raw = RawValue(value.field->bits, payload);
-  value.isInvalid = UserText(attribute, raw).empty();
+  value.isInvalid = IsEnum(attribute) ? raw >= attribute.enumList.size() : UserText(attribute, raw).empty();
   if (value.isInvalid) {
-    value.note = fmt::format("no value: raw {} is sent ({})", raw, ExpectedText(attribute, value.result));
+    const size_t items = attribute.enumList.size();
+    const std::string expected = !IsEnum(attribute) ? ExpectedText(attribute, value.result)
+                                 : items == 0       ? "it has no items"
+                                                    : fmt::format("expected 0 to {}", items - 1);
+    value.note = fmt::format("no value: raw {} is sent ({})", raw, expected);
   }
 }
 
@@ -313,6 +331,11 @@ void Encoding::NoteWritten(const GivenValues& values) {
     const Attribute& attribute = *value.field->attribute;
     if (!IsWrite() && value.result.outcome == MorvixProtocolOutcomeNotReached_4_0) NoteUnset(package_.value, value);
     if (!IsDone(value)) continue;
+    if (value.field->bits.IsEmpty() && !IsBinary(attribute)) {
+      value.isAltered = true;
+      value.note = "lost: it has no place";
+      continue;
+    }
     const Json::Value& given = *values.Of(attribute);
     const Bytes alone = encoder.EncodeAlone(i, value.result);
     const auto overwriter = overwriters.find(i);

@@ -83,15 +83,15 @@ class Selection {
   }
 
  private:
-  // The items by which encoding finds their index; null for digits, which it takes for an index, and for a text that
-  // several items have.
+  // The items by which encoding finds their index; null for digits, which it takes for an index, for a text that
+  // several items have, and for one that JSON cannot hold.
   static std::vector<const std::string*> ItemsTakenBack(const std::vector<std::string>& items) {
     std::map<std::string_view, int> uses;
     for (const std::string& item : items) ++uses[item];
     std::vector<const std::string*> known;
     for (const std::string& item : items) {
       const bool isIndex = !item.empty() && item.find_first_not_of("0123456789") == std::string::npos;
-      known.push_back(isIndex || uses[item] > 1 ? nullptr : &item);
+      known.push_back(isIndex || uses[item] > 1 || ThroughJson(item) != item ? nullptr : &item);
     }
     return known;
   }
@@ -476,7 +476,8 @@ class Csv : public SelectedForm {
     if (IsBool(*field.attribute)) {
       out += value.result.raw != 0 ? '1' : '0';
     } else {
-      AppendCsvCell(Selected().TextOf(field, value), out);
+      const std::string_view text = Selected().TextOf(field, value);
+      AppendCsvCell(text.empty() ? value.text : text, out);  // no item is empty, as a cell without a value is
     }
   }
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <utility>
@@ -72,20 +73,26 @@ MorvixProtocolCommand_4_0 CommandOf(const json::Document& document) {
 
 }  // namespace
 
-void GivenValues::Set(const std::string& name, Json::Value value, const Given& given) {
-  document_[entityName_][name] = std::move(value);
-  given_[name] = given;
+std::string GivenValues::KeyOf(const Attribute& attribute) const {
+  if (!isReading_) return attribute.name.c_str();
+  return std::to_string(&attribute - direction_.records.data());
+}
+
+void GivenValues::Set(const Attribute& attribute, Json::Value value, const Given& given) {
+  const std::string key = KeyOf(attribute);
+  document_[entityName_][key] = std::move(value);
+  given_[key] = given;
 }
 
 void GivenValues::Remove(const Attribute& attribute) {
-  const std::string name = attribute.name.c_str();
-  document_[entityName_].removeMember(name);
-  given_.erase(name);
+  const std::string key = KeyOf(attribute);
+  document_[entityName_].removeMember(key);
+  given_.erase(key);
 }
 
 const Json::Value* GivenValues::Of(const Attribute& attribute) const {
-  const std::string name = attribute.name.c_str();
-  return given_.count(name) == 0 ? nullptr : &document_[entityName_][name];
+  const std::string key = KeyOf(attribute);
+  return given_.count(key) == 0 ? nullptr : &document_[entityName_][key];
 }
 
 RecordHead HeadOf(const json::Document& configuration, const json::Document& document) {
@@ -102,17 +109,22 @@ RecordHead HeadOf(const json::Document& configuration, const json::Document& doc
 }
 
 Values::Values(const json::Document& configuration, const EntityModel& entity, const Direction& direction)
-    : GivenValues(entity.Info().name),
-      direction_(direction),
-      isReading_(&direction == &entity.Reading()),
-      entities_(EntityNames(configuration)) {
+    : GivenValues(entity, direction), entities_(EntityNames(configuration)) {
+  // A name is first that of what documents know by it, then that of an alert or fault, and last one displayed.
+  std::map<std::string, Attributes> named;
+  std::map<std::string, Attributes> displayed;
   for (const Attribute& attribute : direction.records) {
     names_.emplace_back(attribute.name.c_str());
-    attributes_.emplace(names_.back(), &attribute);
+    told_[{attribute.type, DocumentKey(attribute)}].push_back(&attribute);
+    if (IsAlertOrFault(attribute)) {
+      named[names_.back()].push_back(&attribute);
+      displayed[attribute.display_name].push_back(&attribute);
+    } else {
+      attributes_[names_.back()].push_back(&attribute);
+    }
   }
-  for (const Attribute& attribute : direction.records) {
-    if (attributes_.count(DocumentKey(attribute)) == 0) keys_.emplace(DocumentKey(attribute), attribute.name.c_str());
-  }
+  attributes_.merge(named);
+  attributes_.merge(displayed);
   for (const bool isRead : {false, true}) {  // an attribute that is read is worth more than one that is not
     for (size_t i = 0; i < entity.Elements().size(); ++i) {
       const Element& element = entity.Elements()[i];
@@ -120,9 +132,11 @@ Values::Values(const json::Document& configuration, const EntityModel& entity, c
       std::string name;
       if ((read != nullptr) != isRead || !ProtocolGetAttrString_4_0(*element.json, "name", name)) continue;
       if (isRead) name = name.c_str();
-      if (attributes_.count(name) != 0) continue;
-      others_[name] = ReasonOf(element, isRead);
-      if (isRead && !element.IsWritable()) readOnly_.insert({name, DocumentKey(*read->attribute)});
+      if (attributes_.count(name) == 0) others_[name] = ReasonOf(element, isRead);
+      if (!isRead || element.IsWritable()) continue;
+      const std::string& key = DocumentKey(*read->attribute);
+      readOnly_.insert({name, key});
+      others_.emplace(key, ReasonOf(element, isRead));
     }
   }
 }
@@ -149,34 +163,40 @@ void Values::TakeDocument(const json::Document& document) {
     if (EntityName() == "version" && given.isNumeric()) return;
     throw InputError(document.PlaceName(given) + ": expected an object with the values of " + entity);
   }
-  for (const std::string& name : given.getMemberNames()) {
-    const bool isItem = given[name].isObject() && given[name].isMember("type") && given[name].isMember("value");
-    const Json::Value& value = isItem ? given[name]["value"] : given[name];
-    Take(name, value, GivenAt(document, value));
+  for (const std::string& key : given.getMemberNames()) {
+    const Json::Value& member = given[key];
+    const bool isItem = member.isObject() && member.isMember("type") && member.isMember("value");
+    const Json::Value& value = isItem ? member["value"] : member;
+    const auto told = isItem && member["type"].isInt() ? told_.find({member["type"].asInt(), key}) : told_.end();
+    const auto meant = isRecord ? attributes_.find(key) : attributes_.end();
+    if (told != told_.end()) {
+      TakeTold(told->second, key, value, GivenAt(document, value));
+    } else if (meant != attributes_.end()) {
+      TakeTold(meant->second, key, value, GivenAt(document, value));
+    } else if (!isItem || readOnly_.count(key) == 0) {
+      Take(key, value, GivenAt(document, value));
+    }
   }
-  if (!isRecord || !isReading_) return;
+  if (!isRecord || !IsReading()) return;
   TakeListed(document, "alerts", MorvixProtocolTypeAlert_4_0);
   TakeListed(document, "faults", MorvixProtocolTypeFault_4_0);
 }
 
-// Takes the alerts or faults of a record, which go by their keys. Of two with one key, the later one is in it.
+// Takes the alerts or faults of a record, which go by their keys.
 void Values::TakeListed(const json::Document& document, const char* member, Group group) {
   const Json::Value& list = document.Root()[member];
   if (!list.isObject() && !list.isNull()) {
     throw InputError(document.PlaceName(list) + ": expected an object with the values of " + member);
   }
-  std::map<std::string, const Attribute*> listed;
   std::vector<std::string> known;
-  for (const Attribute& attribute : direction_.records) {
-    if (attribute.type != group) continue;
-    listed[DocumentKey(attribute)] = &attribute;
-    known.push_back(DocumentKey(attribute));
+  for (const Attribute& attribute : GivenDirection().records) {
+    if (attribute.type == group) known.push_back(DocumentKey(attribute));
   }
   for (const std::string& key : list.getMemberNames()) {
     const Json::Value& value = list[key];
-    const auto found = listed.find(key);
-    if (found != listed.end()) {
-      Take(found->second->name.c_str(), value, GivenAt(document, value));
+    const auto told = told_.find({group, key});
+    if (told != told_.end()) {
+      TakeTold(told->second, key, value, GivenAt(document, value));
     } else {
       AddProblem(fmt::format("{}: {} is none of the {} of {}{}", document.PlaceName(value), InQuotes(key), member,
                              InQuotes(EntityName()), KnownNames(key, known)));
@@ -186,22 +206,25 @@ void Values::TakeListed(const json::Document& document, const char* member, Grou
 
 void Values::CheckNotes(const json::Document& document) {
   if (!IsRecord(document, entities_)) return;
+  std::map<std::string, Attributes> named;
+  for (const Attribute& attribute : GivenDirection().records) named[attribute.name.c_str()].push_back(&attribute);
   for (const Json::Value& note : document.Root()["notes"]) {
     if (!note.isObject() || !note["kind"].isString()) continue;
     const std::string place = document.PlaceName(note) + ": ";
-    const Json::Value& name = note["name"];
-    const auto attribute = name.isString() ? attributes_.find(name.asString()) : attributes_.end();
-    if (attribute != attributes_.end() && Of(*attribute->second) == nullptr) {
-      AddProblem(fmt::format("{}{} has no value, it was {} in the packet", place, InQuotes(attribute->first),
+    const std::string name = note["name"].isString() ? note["name"].asString() : "";
+    const auto isMissing = [this](const Attribute* attribute) { return Of(*attribute) == nullptr; };
+    const Attributes& meant = named[name];
+    if (std::any_of(meant.begin(), meant.end(), isMissing)) {
+      AddProblem(fmt::format("{}{} has no value, it was {} in the packet", place, InQuotes(name),
                              Escaped(note["kind"].asString())));
-    } else if (!note.isMember("name") && isReading_) {
+    } else if (!note.isMember("name") && IsReading()) {
       AddProblem(fmt::format("{}the {} bytes of the packet are left out", place, Escaped(note["kind"].asString())));
     }
   }
 }
 
 bool Values::IsKnown(const std::string& name) const {
-  return attributes_.count(name) != 0 || keys_.count(name) != 0 || readOnly_.count(name) != 0;
+  return attributes_.count(name) != 0 || readOnly_.count(name) != 0;
 }
 
 void Values::TakeSetting(const std::string& setting) {
@@ -214,28 +237,40 @@ void Values::TakeSetting(const std::string& setting) {
   if (equals == std::string::npos) throw InputError(source + ": expected NAME=VALUE");
   const std::string name = setting.substr(0, equals);
   const std::string text = setting.substr(equals + 1);
-  const auto attribute = attributes_.find(name);
-  const bool isEnum = attribute != attributes_.end() && IsEnum(*attribute->second);
+  const auto attributes = attributes_.find(name);
+  const bool isKnown = attributes != attributes_.end();
+  const bool isEnum = isKnown && IsEnum(*attributes->second.front());
   Json::Value value;
   json::SyntaxError notJson;
   const bool isJson = json::ReadStrict(text, value, notJson);
   if (!isJson || (isEnum && !value.isString())) value = text;
-  if (attribute != attributes_.end() || readOnly_.count(name) == 0) return Take(name, value, {source, text});
+  if (isKnown || readOnly_.count(name) == 0) return Take(name, value, {source, text});
   AddProblem(source + ": " + UnknownText(name));
 }
 
-void Values::Take(const std::string& name, Json::Value value, const Given& given) {
-  const auto key = keys_.find(name);
-  const std::string& taken = key == keys_.end() ? name : key->second;
-  const auto attribute = attributes_.find(taken);
-  if (attribute == attributes_.end()) {
-    if (readOnly_.count(name) == 0) AddProblem(given.source + ": " + UnknownText(name));
-    return;
+// Takes a value of a decoded document, which has that of the last attribute with this key.
+void Values::TakeTold(const Attributes& told, const std::string& key, const Json::Value& value, const Given& given) {
+  if (told.size() > 1) {
+    AddProblem(fmt::format("{}: {} stands for {} attributes, and the document has the value of the last one only",
+                           given.source, InQuotes(key), told.size()));
   }
-  if (IsEnum(*attribute->second) && !ReplaceItem(*attribute->second, value, given.source)) return;
+  TakeFor(*told.back(), value, given);
+}
+
+void Values::Take(const std::string& name, const Json::Value& value, const Given& given) {
+  const auto attributes = attributes_.find(name);
+  if (attributes != attributes_.end()) {
+    for (const Attribute* attribute : attributes->second) TakeFor(*attribute, value, given);
+  } else if (readOnly_.count(name) == 0) {
+    AddProblem(given.source + ": " + UnknownText(name));
+  }
+}
+
+void Values::TakeFor(const Attribute& attribute, Json::Value value, const Given& given) {
+  if (IsEnum(attribute) && !ReplaceItem(attribute, value, given.source)) return;
   // The module would take the number with which a text begins, and a NaN; null it leaves out as it does other texts.
-  if (IsNumber(*attribute->second) && value.isString() && !IsNumberText(value.asString())) value = Json::nullValue;
-  Set(taken, std::move(value), given);
+  if (IsNumber(attribute) && value.isString() && !IsNumberText(value.asString())) value = Json::nullValue;
+  Set(attribute, std::move(value), given);
 }
 
 // Replaces an enum's item by its index. False when there is no such item, or more than one.

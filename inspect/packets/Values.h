@@ -34,33 +34,43 @@ struct RecordHead {
 // and for a command or sub-device that no packet has.
 RecordHead HeadOf(const json::Document& configuration, const json::Document& document);
 
-// The values of one entity, as the module takes them, by the attributes' names up to their first NUL.
+// The values of the attributes that one direction of an entity has. A write has one value for all attributes of a name;
+// what a device sends has one for each.
 class GivenValues {
  public:
-  explicit GivenValues(std::string entityName) : entityName_(std::move(entityName)) {}
+  // The direction is one of the entity's; both outlive it.
+  GivenValues(const EntityModel& entity, const Direction& direction)
+      : entityName_(entity.Info().name), direction_(direction), isReading_(&direction == &entity.Reading()) {}
 
-  // Replaces the value of the attribute with this name.
-  void Set(const std::string& name, Json::Value value, const Given& given);
+  // The key of an attribute's value in the document: its name up to the first NUL, or its index in what a device sends.
+  std::string KeyOf(const Attribute& attribute) const;
+
+  // Replaces the value of an attribute.
+  void Set(const Attribute& attribute, Json::Value value, const Given& given);
 
   // Forgets the value of an attribute.
   void Remove(const Attribute& attribute);
 
-  // The document for the module.
+  // The document for the module, {entity: {key: value}}.
   const Json::Value& Document() const { return document_; }
 
   // The value of an attribute, and how it was given; null when it has none.
   const Json::Value* Of(const Attribute& attribute) const;
-  const Given& SourceOf(const Attribute& attribute) const { return given_.at(attribute.name.c_str()); }
+  const Given& SourceOf(const Attribute& attribute) const { return given_.at(KeyOf(attribute)); }
 
   // The values that were not taken, and why; one line each.
   const std::vector<std::string>& Problems() const { return problems_; }
 
  protected:
   const std::string& EntityName() const { return entityName_; }
+  const Direction& GivenDirection() const { return direction_; }
+  bool IsReading() const { return isReading_; }  // the direction is that of what a device sends
   void AddProblem(std::string problem) { problems_.push_back(std::move(problem)); }
 
  private:
   const std::string entityName_;
+  const Direction& direction_;
+  const bool isReading_;
   std::vector<std::string> problems_;
   Json::Value document_{Json::objectValue};
   std::map<std::string, Given> given_;
@@ -87,20 +97,22 @@ class Values : public GivenValues {
   void CheckNotes(const json::Document& document);
 
  private:
+  using Attributes = std::vector<const Attribute*>;
+
   void TakeListed(const json::Document& document, const char* member, Group group);
-  void Take(const std::string& name, Json::Value value, const Given& given);
+  void TakeTold(const Attributes& told, const std::string& key, const Json::Value& value, const Given& given);
+  void Take(const std::string& name, const Json::Value& value, const Given& given);
+  void TakeFor(const Attribute& attribute, Json::Value value, const Given& given);
   bool ReplaceItem(const Attribute& attribute, Json::Value& value, const std::string& source);
   bool IsKnown(const std::string& name) const;
   std::string UnknownText(const std::string& name) const;
 
-  const Direction& direction_;
-  const bool isReading_;  // the direction is that of what a device sends
   std::vector<std::string> entities_;
-  std::vector<std::string> names_;                      // of the attributes that are taken
-  std::map<std::string, const Attribute*> attributes_;  // the first of each of these names
-  std::map<std::string, std::string> others_;           // attributes that are not, and why
-  std::map<std::string, std::string> keys_;             // names by other keys of decoded documents
-  std::set<std::string> readOnly_;                      // names and keys of attributes that are only read
+  std::vector<std::string> names_;                          // of the attributes that are taken
+  std::map<std::string, Attributes> attributes_;            // what a name means, or another key of decoded documents
+  std::map<std::pair<int, std::string>, Attributes> told_;  // by group and key in decoded documents
+  std::map<std::string, std::string> others_;               // attributes that are not taken, and why
+  std::set<std::string> readOnly_;                          // names and keys of attributes that are only read
 };
 
 }  // namespace morvix::inspect

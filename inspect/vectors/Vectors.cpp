@@ -88,7 +88,9 @@ std::vector<VectorValue> OutsidersOf(const Field& field) {
   std::vector<VectorValue> values;
   for (const double raw : {static_cast<double>(scaling.min) - 1, static_cast<double>(scaling.max) + 1}) {
     const double user = raw * scaling.ratio + scaling.addition;
-    if (std::isfinite(user)) values.push_back({&field, 0, {}, ShortestText(user)});
+    uint64_t rounded = 0;
+    const bool isTaken = ProtocolValueToRaw_4_0(attribute, user, rounded);  // large ones are rounded into the range
+    if (std::isfinite(user) && !isTaken) values.push_back({&field, 0, {}, ShortestText(user)});
   }
   return values;
 }
@@ -187,10 +189,10 @@ class VectorMaker {
 
   // Whether a packet holds the values; they are refused otherwise.
   bool AddWrite(std::vector<VectorValue> values) {
-    GivenValues given(entity_.Info().name);
+    GivenValues given(entity_, entity_.Writing());
     for (const VectorValue& value : values) {
       const Attribute& attribute = *value.field->attribute;
-      if (given.Of(attribute) == nullptr) given.Set(attribute.name.c_str(), JsonOf(value), {"", value.value});
+      if (given.Of(attribute) == nullptr) given.Set(attribute, JsonOf(value), {"", value.value});
     }
     MorvixProtocolOwnedPackage_4_0 package;
     package.cmd = MorvixProtocolCommandWriteReq_4_0;

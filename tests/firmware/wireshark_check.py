@@ -150,13 +150,14 @@ rows = dissect(work / "gateway.lua", both, ["gateway.packet.command", "thermosta
 if rows != [["4", ""], ["", "4"]]:
     sys.exit(f"the entities of two packets: {rows}")
 
-# Names and titles that Wireshark has already, twice, or are too short.
+# Names and titles that Wireshark has already, twice, are too short, or are words of its filters.
 attribute = json.loads((examples / "kettle.json").read_text())["entities"][0]["attrs"][0]
-taken = [("media", "USB"), ("socket_1", "Socket"), ("socket_2", "Socket"), ("a", "A")]
+taken = [("media", "USB"), ("socket_1", "Socket"), ("socket_2", "Socket"), ("a", "A"), ("all", "All")]
 configuration = work / "taken.json"
 configuration.write_text(json.dumps({"entities": [
     {"id": id, "name": name, "display_name": title, "attrs": [attribute]} for id, (name, title) in enumerate(taken)]}))
-for name, filtered in zip(("media", "socket_1", "socket_2", "a"), ("media_device", "socket_1", "socket_2", "a_device")):
+filters = ("media_device", "socket_1", "socket_2", "a_device", "all_device")
+for (name, _), filtered in zip(taken, filters):
     run(dp4, "generate", "wireshark", configuration, "--entity", name, "--udp", str(PORT), "--output", work)
     if dissect(work / f"{name}.lua", [b"\4\1"], [f"{filtered}.power"]) not in ([["True"]], [["1"]]):
         sys.exit(f"{filtered}.power is not shown")

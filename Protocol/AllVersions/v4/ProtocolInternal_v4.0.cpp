@@ -2402,9 +2402,10 @@ bool ProtocolLocateAttribute_4_0(const MorvixProtocolAttribute_4_0& attribute, s
   const bool isInBits = position.unit == MorvixProtocolUnitBit_4_0;
   const uint64_t count = SignExtend(position.len) * (isInBits ? 1 : 8);
   const uint64_t first = (place.start + place.byteLength) * 8 - (isInBits ? ShiftInByte(position) : 0) - count;
+  if (first > SIZE_MAX) return false;  // where a size has 32 bits
   firstBit = static_cast<size_t>(first);
   bitCount = static_cast<size_t>(count);
-  return firstBit == first;  // false where a size has 32 bits and the field is beyond them
+  return true;
 }
 
 bool ProtocolRawToText_4_0(const MorvixProtocolAttribute_4_0& attribute, uint64_t raw, std::string& text) {

@@ -123,6 +123,17 @@ test("what the values run on their way to JSON can encode as well", () => {
   kettle.close();
 });
 
+test("what the values run on their way to JSON can close the entity", () => {
+  const kettle = protocol.open(kettleText);
+  const values = {
+    get kettle() {
+      kettle.close();
+      return { power: true };
+    },
+  };
+  assert.equal(errorOf(() => kettle.encode(values)).message, "the entity is closed");
+});
+
 test("values that JSON cannot express are refused", () => {
   const kettle = protocol.open(kettleText);
   const circle = {};

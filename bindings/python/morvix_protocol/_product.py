@@ -160,8 +160,9 @@ class Message:
 
     command   3 for a read response, 4 for a notification
     values    by attribute name, of all groups: bools are bool; enums the text of their item, or its index; binaries
-              bytes; numbers in user units, int where ratio and addition are whole, otherwise float. Attributes that
-              the packet does not hold, and numbers out of their range, are missing.
+              bytes; numbers in user units, int where ratio and addition are whole, otherwise float. Numbers out of
+              their range are missing, and what decoding did not reach: it ends at an enum's index without an item, and
+              gives nothing at all where the packet ends before a bool or binary.
     alerts    the alerts that are active
     faults    the faults that are active
     document  the decoded document of the protocol module, {entity: {key: {"type": ..., "value": ...}}}
@@ -219,6 +220,14 @@ def _sub_device(sub_device: Optional[int]) -> Any:
     if not -(2**31) <= sub_device < 2**32:
         raise EncodeError(f"sub-device {sub_device} is out of range; expected an integer from {-2**31} to {2**32 - 1}")
     return ffi.new("int32_t *", sub_device - 2**32 if sub_device >= 2**31 else sub_device)
+
+
+def _real(number: numbers.Real) -> float:
+    """The number as a float; the largest one where it is beyond all."""
+    try:
+        return float(number)
+    except OverflowError:
+        return math.copysign(sys.float_info.max, 1 if number > 0 else -1)
 
 
 def _command(command: int) -> int:
@@ -465,10 +474,9 @@ class Entity:
             # JSON takes no more: what is beyond is refused as the largest integer or real number is.
             if attribute.min is None:
                 return 2**64 - 1 if number > 0 else -(2**63)
-            is_real = number.bit_length() < sys.float_info.max_exp
-            return float(number) if is_real else math.copysign(sys.float_info.max, 1 if number > 0 else -1)
+            return _real(number)
         if isinstance(value, numbers.Real):
-            real = float(value)
+            real = _real(value)
             if not math.isfinite(real):
                 raise EncodeError(f"'{name}': {json.dumps(real)} is not a finite number")
             return real
@@ -545,8 +553,12 @@ class Entity:
         if is_whole and all(row[i] == row[i] for i in self._enums):
             return {i: data[begin:end] for i, (_, begin, end) in self._binaries.items()}
         found = self._document(data).get(self._name, {})
+        # Another attribute can have the key.
+        told = {key: item["value"] for key, item in found.items()}
         return {
-            i: data[begin:end] for i, (key, begin, end) in self._binaries.items() if key in found and end <= len(data)
+            i: data[begin:end]
+            for i, (key, begin, end) in self._binaries.items()
+            if end <= len(data) and told.get(key) == base64.b64encode(data[begin:end]).decode("ascii")
         }
 
     def _receive(self, data: bytes) -> Tuple[bytes, Tuple[Tuple[Active, ...], Tuple[Active, ...]], str]:

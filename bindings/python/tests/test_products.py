@@ -5,6 +5,7 @@ from __future__ import annotations
 import json
 import pickle
 import threading
+from fractions import Fraction
 from typing import Any
 
 import morvix_protocol
@@ -137,6 +138,7 @@ def test_what_is_not_bytes_is_a_type_error(kettle: Any) -> None:
         ({"target": 2**64}, "'target': 1.8446744073709552e+19 is out of range; expected 40 to 100"),
         ({"target": 10**400}, "'target': 1.7976931348623157e+308 is out of range; expected 40 to 100"),
         ({"target": -(10**400)}, "'target': -1.7976931348623157e+308 is out of range; expected 40 to 100"),
+        ({"target": Fraction(10**400)}, "'target': 1.7976931348623157e+308 is out of range; expected 40 to 100"),
         (
             {"program": 2**64},
             "'program': 18446744073709551615 is of a kind that it does not take; expected the index of an item, as an "
@@ -225,6 +227,18 @@ def test_a_binary_may_share_its_key_in_documents() -> None:
     message = entity.decode(b"\4\7\1")
     assert message.values == {"L": b"\7", "low": 1}
     assert message.document == {"test": {"L": {"type": 4, "value": "1"}}}
+
+
+def test_a_binary_is_not_told_by_another_attribute_of_its_key() -> None:
+    # Decoding ends at the index 5, behind the alert that is "blob" in the document.
+    position_of_bit = {"byte_offset": 0, "bit_offset": 0, "unit": "bit", "len": 1}
+    entity = entity_of(
+        attribute(0, "al", "alert", "bool", 0, 1, display_name="blob", position=position_of_bit),
+        attribute(1, "mode", "status_readonly", "enum", 1, 1, enum=["off", "on"]),
+        attribute(2, "blob", "status_readonly", "binary", 2, 3),
+    )
+    assert entity.decode(b"\4\1\1abc").values == {"al": True, "mode": "on", "blob": b"abc"}
+    assert entity.decode(b"\4\1\5abc").values == {"al": True}
 
 
 def test_integers_of_more_than_64_bits() -> None:

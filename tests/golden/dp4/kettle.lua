@@ -33,10 +33,18 @@ local function new_expert(entity, name, text, severity)
   return ProtoExpert.new(entity.name .. ".expert." .. name, text, expert.group.MALFORMED, severity)
 end
 
+-- Words of Wireshark's filters. One that is made a protocol's name ends Wireshark itself.
+local reserved = {}
+for word in ([[all all_eq all_ne and any any_eq any_ne bitwise_and contains eq ge gt in le lt matches ne not or]]):gmatch(
+  "%S+") do
+  reserved[word] = true
+end
+
 -- Wireshark has one protocol of each name, of two characters or more, and one of each title: where it has this one
 -- already, the name ends in "_device", or the title tells the name. Returns the protocol and its name.
 local function new_proto(name, title)
-  for _, one in ipairs({#name > 1 and name or name .. "_device", name .. "_device"}) do
+  local is_usable = #name > 1 and not reserved[name]
+  for _, one in ipairs({is_usable and name or name .. "_device", name .. "_device"}) do
     for _, text in ipairs({title, title .. " (" .. one .. ")"}) do
       local is_new, proto = pcall(Proto, one, text)
       if is_new then return proto, one end
