@@ -125,6 +125,7 @@ export class Editor {
   readonly #view: EditorView;
   #timer = 0;
   #isOpening = false;
+  #lineBreak = "\n"; // of the file, to be saved again
 
   constructor(private readonly studio: Studio) {
     this.#view = new EditorView({ parent: byId("configuration"), state: this.#stateOf("") });
@@ -168,7 +169,14 @@ export class Editor {
 
   // The text as it stands, also while somebody types.
   text(): string {
-    return this.#view.state.doc.toString();
+    const { doc } = this.#view.state;
+    return doc.sliceString(0, doc.length, this.#lineBreak);
+  }
+
+  // Whether the studio's answers are about the text as it stands.
+  #isCurrent(): boolean {
+    const { state } = this.#view;
+    return state.doc.eq(state.toText(this.studio.configuration));
   }
 
   #stateOf(text: string): EditorState {
@@ -223,6 +231,7 @@ export class Editor {
   #open(): void {
     this.#isOpening = true;
     window.clearTimeout(this.#timer);
+    this.#lineBreak = this.studio.configuration.includes("\r\n") ? "\r\n" : "\n";
     const { doc } = this.#view.state;
     if (doc.length === 0 && undoDepth(this.#view.state) === 0) {
       this.#view.setState(this.#stateOf(this.studio.configuration));
@@ -244,13 +253,13 @@ export class Editor {
     this.studio.tell(""); // it has been read by now
     window.clearTimeout(this.#timer);
     this.#timer = window.setTimeout(() => {
-      void this.studio.edit(this.#view.state.doc.toString());
+      void this.studio.edit(this.text());
     }, TYPING_PAUSE_MS);
   }
 
   #showFindings(): void {
     const { state } = this.#view;
-    if (this.studio.configuration !== state.doc.toString()) return; // it has been edited since
+    if (!this.#isCurrent()) return;
     ensureSyntaxTree(state, state.doc.length, MOST_PARSING_MS);
     const findings = this.studio.findings?.findings.slice(0, MOST_MARKS) ?? [];
     const diagnostics = findings.map((finding) => diagnosticOf(state, finding));
@@ -269,7 +278,7 @@ export class Editor {
     if (entities !== "entities" || typeof entity !== "number") return;
     if (entity !== this.studio.entityIndex) {
       // While the text is broken, or not yet looked at, nobody knows where an entity ends.
-      const isKnown = this.studio.problem === "" && this.studio.configuration === state.doc.toString();
+      const isKnown = this.studio.problem === "" && this.#isCurrent();
       if (isKnown) void this.studio.chooseEntity(entity); // and then follow the cursor again
       return;
     }

@@ -185,8 +185,13 @@ async function openShared({ file, configuration, packet, entity, write }: Shared
 }
 
 async function start(): Promise<void> {
-  const first = examples[0]!;
-  await openShared((await linked()) ?? kept() ?? { ...first, entity: 0, packet: first.packet ?? "" });
+  const [shared, last, first] = [await linked(), kept(), examples[0]!];
+  if (shared === undefined || last !== undefined) {
+    await openShared(last ?? { ...first, entity: 0, packet: first.packet ?? "" });
+  }
+  if (shared === undefined) return;
+  await openShared(shared);
+  if (last !== undefined) studio.tell("The link is open; undo in the editor (Ctrl+Z) brings back what was there.");
 }
 
 // Other fragments, such as that of the link over the editor, open nothing.

@@ -62,7 +62,7 @@ function writeOf(value: unknown): Write | undefined {
   return {
     values: valuesOf(values),
     command: String(command ?? "write"),
-    subDevice: /^-?\d+$/.test(String(subDevice)) ? String(subDevice) : "",
+    subDevice: Number.isInteger(Number(subDevice)) ? String(subDevice ?? "").trim() : "",
     others: Object.fromEntries(Object.entries(others ?? {}).map(([index, one]) => [index, valuesOf(one)])),
     isShown: isShown !== false,
   };

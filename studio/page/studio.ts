@@ -110,7 +110,7 @@ export class Studio {
     this.entity = undefined;
     this.selected = undefined;
     this.values = this.#otherValues[index] ?? {};
-    if (Object.keys(this.values).length === 0) this.isReceivedShown = this.packetText !== "";
+    this.isReceivedShown = Object.keys(this.values).length === 0 && this.packetText !== "";
     this.#changed("selection");
     await this.#update();
   }
@@ -221,12 +221,12 @@ export class Studio {
 
   #takeValues(reading: Answer<Reading>): void {
     if (isFailure(reading) || reading.values === undefined || reading.values.length === 0) return;
-    const values: Values = {};
+    const values: [string, Values[string]][] = [];
     for (const { element, value } of reading.values) {
       const attribute = this.attribute(element);
-      if (attribute?.control !== undefined && value !== undefined) values[attribute.name] = value;
+      if (attribute?.control !== undefined && value !== undefined) values.push([attribute.name, value]);
     }
-    this.values = values;
+    this.values = Object.fromEntries(values);
     if (reading.isWrite && this.#isPacketNew) {
       this.command = reading.command ?? this.command;
       this.subDevice = reading.subDevice === undefined ? "" : String(reading.subDevice);

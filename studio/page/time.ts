@@ -2,11 +2,20 @@
 
 const CLOCK = /^(\d{1,2}):(\d{2}):(\d{2}(?:[.,]\d+)?)$/;
 
+const MOST_SECONDS = 1e11; // the year 5138
+
+// A time of seconds, milliseconds, microseconds or nanoseconds.
+function inSeconds(time: number): number {
+  let seconds = time;
+  while (seconds > MOST_SECONDS) seconds /= 1000;
+  return seconds;
+}
+
 // Seconds since 1970, midnight or the start of the capture; NaN for anything else.
 export function secondsOf(text: string): number {
   const plain = text.trim().replace(/^[[(]|[\])]$/g, "");
   if (plain === "") return NaN;
-  if (/^\d+(\.\d+)?$/.test(plain)) return Number(plain);
+  if (/^\d+(\.\d+)?$/.test(plain)) return inSeconds(Number(plain));
   const clock = CLOCK.exec(plain);
   if (clock !== null) return Number(clock[1]) * 3600 + Number(clock[2]) * 60 + Number(clock[3]!.replace(",", "."));
   return Date.parse(plain.replace(",", ".").replace(/^(\d{4}-\d{2}-\d{2}) /, "$1T")) / 1000;

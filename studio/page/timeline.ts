@@ -43,12 +43,13 @@ interface Run {
   value: number;
 }
 
-function runsOf(column: Float64Array | Uint8Array, size: number): Run[] {
+// `told` has NaN where a packet does not tell the attribute.
+function runsOf(column: Float64Array | Uint8Array, told: Float64Array, size: number): Run[] {
   const runs: Run[] = [];
   for (let i = 0; i < size; ++i) {
     const value = column[i]!;
     const run = runs[runs.length - 1];
-    if (Number.isNaN(value)) continue; // a packet that does not tell it
+    if (Number.isNaN(told[i])) continue;
     if (run !== undefined && run.value === value) run.last = i;
     else {
       if (run !== undefined) run.last = i;
@@ -177,8 +178,9 @@ export class Timeline {
             ...(this.#isTime ? { incrs: TIME_STEPS } : {}),
             values: (_plot: uPlot, splits: number[]) => splits.map(xText),
           },
-          ...(lineAxes.length > 0 ? lineAxes : [{ ...axis, size: labelWidth }]),
+          ...lineAxes,
         ],
+        ...(lines.length > 0 ? {} : { padding: [null, null, null, labelWidth] }), // room for the labels of bands
         series: [
           { label: this.#isTime ? "Time" : "Line", value: (_plot: uPlot, x: number | null) => xText(x) },
           ...lines.map(({ attribute }, i) => ({
@@ -222,8 +224,9 @@ export class Timeline {
   #runsOf(track: Track): Run[] {
     const known = this.#runs.get(track.index);
     if (known !== undefined) return known;
-    const column = track.kind === "mark" ? this.#rows!.active[track.index]! : this.#rows!.values[track.index]!;
-    const runs = runsOf(column, this.#rows!.size);
+    const { active, values, size } = this.#rows!;
+    const told = values[track.index]!;
+    const runs = runsOf(track.kind === "mark" ? active[track.index]! : told, told, size);
     this.#runs.set(track.index, runs);
     return runs;
   }

@@ -71,6 +71,8 @@ export async function openPage({ hash = "", scheme = "light", width = 1440, heig
   });
   await page.goto(at + hash);
   await page.getByTestId("finding").or(page.getByText("No findings")).first().waitFor();
+  // The packet of the example that it begins with.
+  if (hash === "") await becomes(() => page.getByTestId("write-packet").textContent(), "01 07 05 5a");
   return page;
 }
 

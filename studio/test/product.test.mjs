@@ -258,9 +258,10 @@ describe("editor", () => {
     await shows(page.getByTestId("write-packet"), /^01/);
     const written = await textIn(page.getByTestId("write-packet"));
     await page.getByTestId("entity").selectOption("1");
+    await page.getByTestId("value-on").waitFor();
     await page.locator("#write-command").selectOption({ index: 1 });
     await page.getByTestId("sub-device").fill("5");
-    await page.locator(".value-row input[type=checkbox]").first().check();
+    await page.getByTestId("value-on").check();
     await shows(page.getByTestId("write-packet"), /^07 05 00 00 00/);
     const other = await textIn(page.getByTestId("write-packet"));
     for (const packet of ["02", "04zz"]) {
@@ -274,6 +275,15 @@ describe("editor", () => {
     await page.locator("#write-command").selectOption({ index: 0 });
     await page.getByTestId("sub-device").fill("");
     await shows(page.getByTestId("write-packet"), written);
+    // A packet of this entity does not set the other's values. An id is kept as it was typed.
+    await page.getByTestId("packet").fill(textOf("examples/gateway.notify.hex").trim());
+    await page.getByTestId("decoded-label").waitFor();
+    await page.getByTestId("entity").selectOption("1");
+    await page.locator("#write-command").selectOption({ index: 1 });
+    await page.getByTestId("sub-device").pressSequentially("1e1");
+    await shows(page.getByTestId("write-packet"), other.replace("07 05", "07 0a"));
+    await page.reload();
+    await shows(page.getByTestId("write-packet"), other.replace("07 05", "07 0a"));
     // A received packet sets the values, and nothing else.
     await openConfiguration(page, pathOf("examples/kettle.json"));
     await page.locator("#write-command").selectOption({ index: 1 });
@@ -292,6 +302,19 @@ describe("editor", () => {
     await shows(page.getByTestId("status"), "");
     await page.getByTestId("insert").selectOption({ index: 1 });
     await shows(page.getByTestId("status"), /There is no array "attrs" to insert into/);
+  });
+
+  test("keeps line ends, and marks findings and follows the cursor between them", async () => {
+    const page = await openPage();
+    const { entities } = JSON.parse(KETTLE.replace('"ratio": 0.5', '"ratio": 0'));
+    const text = JSON.stringify({ entities: [entities[0], { ...entities[0], name: "second" }] }, null, 1);
+    await openConfiguration(page, fileWith("crlf.json", text.replaceAll("\n", "\r\n")));
+    await page.locator(".cm-lint-marker").first().waitFor();
+    await page.locator(".cm-content").focus();
+    await page.keyboard.press("Control+End");
+    for (let i = 0; i < 8; ++i) await page.keyboard.press("ArrowUp"); // into the last attribute
+    await holds(page.getByTestId("entity"), "1");
+    assert.equal(await configurationOf(page), text.replaceAll("\n", "\r\n"));
   });
 
   test("saves with Ctrl+S", async () => {
@@ -440,6 +463,8 @@ describe("picture", () => {
     const { entities } = JSON.parse(KETTLE);
     const second = { ...entities[0], name: "second", attrs: entities[0].attrs.slice(0, 3) };
     await typeConfiguration(page, JSON.stringify({ entities: [entities[0], second] }, null, 1));
+    await counts(page.locator('[data-testid="entity"] option'), 2);
+    await shows(page.getByTestId("write-packet"), "01 07 05 5a");
     await page.getByTestId("packet").fill("");
     await page.getByTestId("value-target").fill("42");
     await shows(page.getByTestId("write-packet"), "01 07 05 04");
