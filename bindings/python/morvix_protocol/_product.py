@@ -222,7 +222,7 @@ def _sub_device(sub_device: Optional[int]) -> Any:
     return ffi.new("int32_t *", sub_device - 2**32 if sub_device >= 2**31 else sub_device)
 
 
-def _real(number: numbers.Real) -> float:
+def _real(number: Any) -> float:
     """The number as a float; the largest one where it is beyond all."""
     try:
         return float(number)
