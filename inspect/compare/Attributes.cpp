@@ -107,11 +107,11 @@ ElementsByKey KeysOf(const EntityModel& entity) {
 // What a notification says under the key of an attribute.
 std::string MeaningOfKey(const EntityModel& entity, const ElementsByKey& keys, const Attribute& attribute,
                          const Bytes& notification) {
-  const std::string none = "no " + NameText(DocumentKey(attribute));
+  std::string none = "no " + NameText(DocumentKey(attribute));
   const auto elements = keys.find(DocumentKey(attribute));
   if (elements == keys.end()) return none;
   for (auto element = elements->second.rbegin(); element != elements->second.rend(); ++element) {
-    const std::string meaning = MeaningOf({&entity, *element}, notification);
+    std::string meaning = MeaningOf({&entity, *element}, notification);
     if (meaning != none) return meaning;
   }
   return none;

@@ -74,8 +74,8 @@ MorvixProtocolCommand_4_0 CommandOf(const json::Document& document) {
 }  // namespace
 
 std::string GivenValues::KeyOf(const Attribute& attribute) const {
-  if (!isReading_) return attribute.name.c_str();
-  return std::to_string(&attribute - direction_.records.data());
+  if (isReading_) return std::to_string(&attribute - direction_.records.data());
+  return attribute.name.substr(0, attribute.name.find('\0'));
 }
 
 void GivenValues::Set(const Attribute& attribute, Json::Value value, const Given& given) {
