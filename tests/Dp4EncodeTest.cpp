@@ -556,6 +556,14 @@ TEST(EncodeDocument, NamesAlertsByTheirKeysWhenItIsADecodedOne) {
   EXPECT_EQ(EncodeDecodedBy(box, {"04 01"}).out, "04 01\n");
 }
 
+// Encoding knows it by what stands before the NUL.
+TEST(EncodeRecord, MayHaveANameWithANul) {
+  const std::string box = Configuration(Bool("a\\u0000b", 0, 0));
+  for (const std::string packet : {"04 01", "01 01 01"}) EXPECT_EQ(EncodeDecodedBy(box, {packet}).out, packet + "\n");
+  const ToolRun run = EncodeDecodedBy(box, {"04 01", "--document", "decoded"});
+  EXPECT_EQ(run.out, "01 01 01\n");
+}
+
 TEST(EncodeRecord, HasNotTheValuesOfTwoAttributesOfOneName) {
   const std::string box = Configuration(Bool("twin", 0, 0) + ", " + Bool("twin", 0, 1));
   ExpectProblem(EncodeDecodedBy(box, {"01 01 01"}),

@@ -110,21 +110,18 @@ RecordHead HeadOf(const json::Document& configuration, const json::Document& doc
 
 Values::Values(const json::Document& configuration, const EntityModel& entity, const Direction& direction)
     : GivenValues(entity, direction), entities_(EntityNames(configuration)) {
-  // A name is first that of what documents know by it, then that of an alert or fault, and last one displayed.
+  // A name is first that of a status, then that of an alert or fault, and last a key of documents: a display name, or a
+  // name with a NUL.
   std::map<std::string, Attributes> named;
-  std::map<std::string, Attributes> displayed;
+  std::map<std::string, Attributes> keyed;
   for (const Attribute& attribute : direction.records) {
     names_.emplace_back(attribute.name.c_str());
     told_[{attribute.type, DocumentKey(attribute)}].push_back(&attribute);
-    if (IsAlertOrFault(attribute)) {
-      named[names_.back()].push_back(&attribute);
-      displayed[attribute.display_name].push_back(&attribute);
-    } else {
-      attributes_[names_.back()].push_back(&attribute);
-    }
+    keyed[DocumentKey(attribute)].push_back(&attribute);
+    (IsAlertOrFault(attribute) ? named : attributes_)[names_.back()].push_back(&attribute);
   }
   attributes_.merge(named);
-  attributes_.merge(displayed);
+  attributes_.merge(keyed);
   for (const bool isRead : {false, true}) {  // an attribute that is read is worth more than one that is not
     for (size_t i = 0; i < entity.Elements().size(); ++i) {
       const Element& element = entity.Elements()[i];
