@@ -43,14 +43,15 @@ struct Source {
   std::string Arguments() const {
     const MorvixProtocolEntity_4_0& entity = chosen.model.Info();
     if (EntitiesOf(chosen.configuration).size() == 1) return Argument(file);
-    return Argument(file) + " --entity " + Argument(IsMeantBy(entity.name) ? entity.name : std::to_string(entity.id));
+    const std::string id = std::to_string(entity.id);
+    return Argument(file) + " --entity " + Argument(!IsMeantBy(entity.name) && IsMeantBy(id) ? id : entity.name);
   }
 
-  bool IsMeantBy(const std::string& name) const {
+  bool IsMeantBy(const std::string& choice) const {
     try {
-      return &ChooseEntity(chosen.configuration, name) == &chosen.json;
+      return &ChooseEntity(chosen.configuration, choice) == &chosen.json;
     } catch (const InputError&) {
-      return false;  // several have the name, or it is empty
+      return false;  // several have it, or it is empty
     }
   }
 

@@ -494,7 +494,7 @@ TEST(EncodeRecord, HasTheEntitysAlertsAndFaultsOnly) {
        "position": {"byte_offset": 0, "unit": "bit", "bit_offset": 0, "len": 1}},)" +
                           BitField("Hot", R"("data_type": "bool")", 1, 1) + "]}]}";
   const std::string record = testing::TempDir() + "dp4_encode_record.json";
-  std::ofstream(record) << R"({"command": 4, "values": {"fan": {}}, "alerts": {"Hot": true}})";
+  std::ofstream(record) << R"({"command": 4, "values": {"fan": {"Hot": false}}, "alerts": {"Hot": true}})";
   EXPECT_EQ(RunTool({"encode", "-", record}, fan).out, "04 01\n");
 }
 
@@ -567,8 +567,14 @@ TEST(EncodeRecord, MayHaveANameWithANul) {
 TEST(EncodeRecord, HasNotTheValuesOfTwoAttributesOfOneName) {
   const std::string box = Configuration(Bool("twin", 0, 0) + ", " + Bool("twin", 0, 1));
   ExpectProblem(EncodeDecodedBy(box, {"01 01 01"}),
-                "standard input:1:53: \"twin\" stands for 2 attributes, and the document has the value of the last one "
-                "only");
+                "standard input:1:53: \"twin\" stands for 2 attributes, and the document has the value of one only");
+  EXPECT_EQ(EncodeDecodedBy(box, {"01 01 01"}, {"--set", "twin=1"}).out, "01 03 03\n");
+  // The alert takes the key of the status.
+  const std::string lid = BoxWithLid(Bool("Lid open", 0, 0, "status_readonly"));
+  const std::string two = "\"Lid open\" stands for 2 attributes, and the document has the value of one only";
+  ExpectProblem(EncodeDecodedBy(lid, {"04 01 00"}), "standard input:1:69: " + two);
+  ExpectProblem(EncodeDecodedBy(lid, {"04 01 00", "--document", "decoded"}, {"--command", "notify"}),
+                "standard input:1:38: " + two);
 }
 
 // ---- Items ----
@@ -845,6 +851,8 @@ TEST(EncodeNotification, WarnsOfWhatEndsItsDecode) {
             "dp4: warning: \"m\" has no value: raw 7 is sent (it has no items)\n");
   EXPECT_EQ(warningsOf(Attribute("b", "alert", "bool", Bytes(1, 1))),
             "dp4: warning: \"b\" has no place: decoding ends there\n");
+  // It is read as 0.
+  EXPECT_EQ(warningsOf(Attribute("m", "status_readonly", "enum", Bits(1, -1, 1), R"("enum": ["a"], )")), "");
 }
 
 // ---- Values that do not survive in the packet ----

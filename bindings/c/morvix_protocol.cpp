@@ -314,41 +314,65 @@ Json::ArrayIndex FindEntity(const Json::Value& entities, const char* name) {
   RejectInput("the configuration has " + std::to_string(entities.size()) + " entities; name one of: " + names);
 }
 
-// The parser hands an enum's items on to all later records, so that a small text can ask for gigabytes. Which enum is
-// the last one depends on the direction and on what is dropped; here it is the largest one before, which is never less.
-void CheckItems(const Json::Value& attributes) {
-  constexpr uint64_t kMostItems = 2'000'000;
-  uint64_t all = 0;
-  uint64_t inherited = 0;
-  for (const Json::Value& attribute : attributes) {
-    if (attribute.isObject() && attribute["enum"].isArray()) {
-      inherited = std::max<uint64_t>(inherited, attribute["enum"].size());
-    }
-    all += inherited;
+// What the parser does with each element of "attrs", up to the one on which it throws if there is one.
+std::vector<Element> ElementsOf(const Json::Value& entity, int groups) {
+  const LogCapture silent;
+  std::vector<Element> elements;
+  try {
+    std::vector<Attribute> attributes;
+    MorvixProtocolEntity_4_0 info;
+    static_cast<void>(ProtocolParseEntity_4_0(entity, groups, attributes, info, elements));
+  } catch (const Json::LogicError&) {
+    // The caller asks again.
   }
-  if (all <= kMostItems) return;
-  RejectInput("the records of the entity could hold " + std::to_string(all) +
-              " enum items, since every attribute inherits those of an enum before it; expected at most " +
-              std::to_string(kMostItems));
+  return elements;
+}
+
+// The entity with at most one item in each enum, which changes nothing else for the parser.
+Json::Value WithoutItems(const Json::Value& entity) {
+  Json::Value copy = entity;
+  for (Json::Value& attribute : copy["attrs"]) {
+    if (!attribute.isObject() || !attribute["enum"].isArray()) continue;
+    Json::Value items = Json::arrayValue;
+    for (const Json::Value& item : attribute["enum"]) {
+      if (items.empty() && item.isString()) items.append(item);
+    }
+    attribute["enum"] = std::move(items);
+  }
+  return copy;
+}
+
+// The parser hands an enum's items on to all later records, so that a small text can ask for gigabytes.
+void CheckItems(const Json::Value& entity) {
+  constexpr uint64_t kMostItems = 2'000'000;
+  const Json::Value small = WithoutItems(entity);
+  for (const int groups : {kAllGroups, static_cast<int>(MorvixProtocolTypeStatusWritable_4_0)}) {
+    uint64_t all = 0;
+    uint64_t inherited = 0;
+    Json::ArrayIndex index = 0;
+    for (const Element& element : ElementsOf(small, groups)) {
+      const Json::Value& attribute = entity["attrs"][index++];
+      const uint64_t items = attribute.isObject() && attribute["enum"].isArray() ? attribute["enum"].size() : 0;
+      const bool isKept = element.attribute != kNone;
+      if (isKept && element.data_type == MorvixProtocolDataTypeEnum_4_0) inherited = items;
+      if (!element.invalid.empty()) inherited = std::max(inherited, items);  // it may have been read before that
+      if (isKept) all += inherited;
+    }
+    if (all <= kMostItems) continue;
+    RejectInput("the records of the entity would hold " + std::to_string(all) +
+                " enum items, since every attribute inherits those of the last enum before it; expected at most " +
+                std::to_string(kMostItems));
+  }
 }
 
 // Of an entity on which the parser throws.
 std::string LimitKindText(const Json::Value& entity) {
-  std::vector<Element> earlier;  // those before the one on which it throws
-  try {
-    const LogCapture silent;
-    std::vector<Attribute> attributes;
-    MorvixProtocolEntity_4_0 info;
-    static_cast<void>(ProtocolParseEntity_4_0(entity, kAllGroups, attributes, info, earlier));
-  } catch (const Json::LogicError&) {
-    const auto index = static_cast<Json::ArrayIndex>(earlier.size());
-    const Json::Value& scaling = entity["attrs"][index]["uint_spec"];
-    const bool isMin = scaling["min"].isArray() || scaling["min"].isObject();
-    const Json::Value& value = scaling[isMin ? "min" : "max"];
-    return std::string(isMin ? "\"min\"" : "\"max\"") + " of attrs[" + std::to_string(index) + "] is an " +
-           (value.isArray() ? "array" : "object") + "; expected a number";
-  }
-  return "";
+  const auto index = static_cast<Json::ArrayIndex>(ElementsOf(entity, kAllGroups).size());
+  const Json::Value& scaling = entity["attrs"][index]["uint_spec"];
+  const bool isMin = scaling["min"].isArray() || scaling["min"].isObject();
+  const Json::Value& value = scaling[isMin ? "min" : "max"];
+  return std::string(isMin ? "\"min\"" : "\"max\"") + " of attrs[" + std::to_string(index) + "] is an " +
+         (value.isArray() ? "array" : "object") + "; expected a number";
 }
 
 // The attributes of one direction: those that are read, or those that are written.
@@ -680,7 +704,7 @@ class Write {
       const Json::Value* value = given.find(name.data(), name.data() + name.size());
       if (value == nullptr) continue;
       const bool isReached = results_[i].outcome != MorvixProtocolOutcomeNotReached_4_0;
-      std::string problem = RefusalText(attribute, *value, isReached ? results_[i] : ResultAlone(attribute));
+      std::string problem = RefusalText(attribute, *value, isReached ? results_[i] : ResultAlone(attribute, given));
       if (results_[i].outcome == MorvixProtocolOutcomeDone_4_0 && !HasFlag(i))
         problem = Quoted(name) + ": it has no flag";
       if (!problem.empty()) AddLine(problems, problem);
@@ -695,11 +719,15 @@ class Write {
   }
 
   // Of a value after the first one that is refused, where encoding ends.
-  Result ResultAlone(const Attribute& attribute) const {
+  Result ResultAlone(const Attribute& attribute, const Json::Value& given) const {
+    Attribute rest;  // makes the payload as long as that of all, and has no value
+    while (given.isMember(rest.name)) rest.name += '-';
+    rest.data_type = MorvixProtocolDataTypeBinary_4_0;
+    rest.position.len = static_cast<int32_t>(entity_.writing.payloadBytes);
     const LogCapture silent;
     Package package;
     std::vector<Result> results;
-    ProtocolEncodeAttributes_4_0(entity_.info, {attribute}, package, values_, results);
+    ProtocolEncodeAttributes_4_0(entity_.info, {attribute, rest}, package, values_, results);
     return results.at(0);
   }
 
@@ -1019,7 +1047,7 @@ morvix_status morvix_entity_open(const char* configuration, size_t size, const c
     std::string missing;
     static_cast<void>(IdentityOf(chosen, missing));
     if (!missing.empty()) RejectInput(UnusableText(index, chosen, missing));
-    CheckItems(chosen["attrs"]);
+    CheckItems(chosen);
     try {
       *entity = new morvix_entity(chosen);
     } catch (const Json::LogicError&) {

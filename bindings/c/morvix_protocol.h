@@ -22,7 +22,7 @@
  * so that they cannot forge a line. After MORVIX_NO_MEMORY there may be none.
  *
  * **JSON** is UTF-8, read as the protocol module reads it, with nothing after it; comments, a byte order
- * mark and a comma behind the last member are allowed, but the last two not in a document to be converted. A NUL byte,
+ * mark and a comma after the last member are allowed, but the last two not in a document to be converted. A NUL byte,
  * bytes that are not UTF-8 and text that is not JSON are MORVIX_BAD_INPUT. JSON that is returned is compact ASCII.
  *
  * **Memory.** What is returned is released with morvix_free, entities with morvix_entity_close. Inputs are only read,
@@ -89,8 +89,8 @@ MORVIX_API morvix_status morvix_entities(const char* configuration, size_t size,
  * `name` is the entity's name, or null when there is one entity only.
  *
  * MORVIX_BAD_INPUT: not a configuration; no entity of this name, or more than one; no name, but several entities; an
- * unusable entity; a "min" or "max" that is an array or object; attributes that could hold more than 2,000,000 enum
- * items together, each as many as the largest enum up to it.
+ * unusable entity; a "min" or "max" that is an array or object; records of more than 2,000,000 enum items, counting
+ * those that attributes inherit.
  */
 MORVIX_API morvix_status morvix_entity_open(const char* configuration, size_t size, const char* name,
                                             morvix_entity** entity, char** message);

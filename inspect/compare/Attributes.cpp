@@ -110,7 +110,9 @@ std::string MeaningOfKey(const EntityModel& entity, const ElementsByKey& keys, c
   std::string none = "no " + NameText(DocumentKey(attribute));
   const auto elements = keys.find(DocumentKey(attribute));
   if (elements == keys.end()) return none;
-  for (auto element = elements->second.rbegin(); element != elements->second.rend(); ++element) {
+  constexpr ptrdiff_t kMostTried = 8;  // of thousands with one key, so that all of them take no time
+  const ptrdiff_t count = std::min<ptrdiff_t>(kMostTried, static_cast<ptrdiff_t>(elements->second.size()));
+  for (auto element = elements->second.rbegin(); element != elements->second.rbegin() + count; ++element) {
     std::string meaning = MeaningOf({&entity, *element}, notification);
     if (meaning != none) return meaning;
   }

@@ -13,6 +13,7 @@
 #include "host/Base64.h"
 #include "host/Logging.h"
 #include "inspect/json/Document.h"
+#include "inspect/packets/Reading.h"
 #include "inspect/text/Error.h"
 #include "inspect/text/Escape.h"
 #include "inspect/text/Format.h"
@@ -178,10 +179,12 @@ void NoteNumber(const Json::Value& given, uint64_t sent, EncodedValue& value) {
 }
 
 // What a device sends has bits for every attribute; a number's can be none that it would send.
-void NoteUnset(const byte* payload, EncodedValue& value) {
+void NoteUnset(const EntityModel& entity, const MorvixProtocolOwnedPackage_4_0& package, EncodedValue& value) {
   const Attribute& attribute = *value.field->attribute;
+  const byte* payload = package.value;
   if (value.field->bits.IsEmpty()) {
-    value.isInvalid = !IsNumber(attribute);
+    const Result result = DecodeSilently(entity, {attribute}, payload, package.sizeValue)[0];
+    value.isInvalid = !DecodeLine(attribute, result).empty();
     if (value.isInvalid) value.note = "no place: decoding ends there";
     return;
   }
@@ -329,7 +332,9 @@ void Encoding::NoteWritten(const GivenValues& values) {
   for (size_t i = 0; i < values_.size(); ++i) {
     EncodedValue& value = values_[i];
     const Attribute& attribute = *value.field->attribute;
-    if (!IsWrite() && value.result.outcome == MorvixProtocolOutcomeNotReached_4_0) NoteUnset(package_.value, value);
+    if (!IsWrite() && value.result.outcome == MorvixProtocolOutcomeNotReached_4_0) {
+      NoteUnset(entity_, package_, value);
+    }
     if (!IsDone(value)) continue;
     if (value.field->bits.IsEmpty() && !IsBinary(attribute)) {
       value.isAltered = true;

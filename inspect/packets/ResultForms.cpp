@@ -477,7 +477,7 @@ class Csv : public SelectedForm {
       out += value.result.raw != 0 ? '1' : '0';
     } else {
       const std::string_view text = Selected().TextOf(field, value);
-      AppendCsvCell(text.empty() ? value.text : text, out);  // no item is empty, as a cell without a value is
+      AppendCsvCell(text.empty() ? value.text : text, out);  // an empty cell would mean that there is no value
     }
   }
 

@@ -113,14 +113,14 @@ Values::Values(const json::Document& configuration, const EntityModel& entity, c
   // A name is first that of a status, then that of an alert or fault, and last a key of documents: a display name, or a
   // name with a NUL.
   std::map<std::string, Attributes> named;
-  std::map<std::string, Attributes> keyed;
   for (const Attribute& attribute : direction.records) {
     names_.emplace_back(attribute.name.c_str());
-    told_[{attribute.type, DocumentKey(attribute)}].push_back(&attribute);
-    keyed[DocumentKey(attribute)].push_back(&attribute);
+    told_[{attribute.type, DocumentKey(attribute)}] = &attribute;
+    keyed_[DocumentKey(attribute)].push_back(&attribute);
     (IsAlertOrFault(attribute) ? named : attributes_)[names_.back()].push_back(&attribute);
   }
   attributes_.merge(named);
+  std::map<std::string, Attributes> keyed = keyed_;
   attributes_.merge(keyed);
   for (const bool isRead : {false, true}) {  // an attribute that is read is worth more than one that is not
     for (size_t i = 0; i < entity.Elements().size(); ++i) {
@@ -167,9 +167,9 @@ void Values::TakeDocument(const json::Document& document) {
     const auto told = isItem && member["type"].isInt() ? told_.find({member["type"].asInt(), key}) : told_.end();
     const auto meant = isRecord ? attributes_.find(key) : attributes_.end();
     if (told != told_.end()) {
-      TakeTold(told->second, key, value, GivenAt(document, value));
+      TakeDecoded(*told->second, value, GivenAt(document, value));
     } else if (meant != attributes_.end()) {
-      TakeTold(meant->second, key, value, GivenAt(document, value));
+      TakeDecoded(*meant->second.back(), value, GivenAt(document, value));
     } else if (!isItem || readOnly_.count(key) == 0) {
       Take(key, value, GivenAt(document, value));
     }
@@ -193,7 +193,7 @@ void Values::TakeListed(const json::Document& document, const char* member, Grou
     const Json::Value& value = list[key];
     const auto told = told_.find({group, key});
     if (told != told_.end()) {
-      TakeTold(told->second, key, value, GivenAt(document, value));
+      TakeDecoded(*told->second, value, GivenAt(document, value));
     } else {
       AddProblem(fmt::format("{}: {} is none of the {} of {}{}", document.PlaceName(value), InQuotes(key), member,
                              InQuotes(EntityName()), KnownNames(key, known)));
@@ -201,17 +201,35 @@ void Values::TakeListed(const json::Document& document, const char* member, Grou
   }
 }
 
+// Of the attributes of one key, a decoded document has the value of the last one that was told. A write has one value
+// for all of a name.
+void Values::CheckKeys() {
+  for (const auto& [key, attributes] : keyed_) {
+    if (attributes.size() == 1) continue;
+    const auto isDecoded = [this](const Attribute* one) { return decoded_.count(one) != 0; };
+    const auto decoded = std::find_if(attributes.begin(), attributes.end(), isDecoded);
+    const auto hasValue = [this](const Attribute* one) { return Of(*one) != nullptr; };
+    if (decoded == attributes.end()) continue;
+    if (IsReading() && std::all_of(attributes.begin(), attributes.end(), hasValue)) continue;
+    const std::string source = Of(**decoded) == nullptr ? "" : SourceOf(**decoded).source + ": ";
+    AddProblem(fmt::format("{}{} stands for {} attributes, and the document has the value of one only", source,
+                           InQuotes(key), attributes.size()));
+  }
+}
+
 void Values::CheckNotes(const json::Document& document) {
+  CheckKeys();
   if (!IsRecord(document, entities_)) return;
   std::map<std::string, Attributes> named;
   for (const Attribute& attribute : GivenDirection().records) named[attribute.name.c_str()].push_back(&attribute);
   for (const Json::Value& note : document.Root()["notes"]) {
     if (!note.isObject() || !note["kind"].isString()) continue;
     const std::string place = document.PlaceName(note) + ": ";
-    const std::string name = note["name"].isString() ? note["name"].asString() : "";
+    const bool hasName = note["name"].isString();
+    const std::string name = hasName ? note["name"].asString() : "";
     const auto isMissing = [this](const Attribute* attribute) { return Of(*attribute) == nullptr; };
     const Attributes& meant = named[name];
-    if (std::any_of(meant.begin(), meant.end(), isMissing)) {
+    if (hasName && std::any_of(meant.begin(), meant.end(), isMissing)) {
       AddProblem(fmt::format("{}{} has no value, it was {} in the packet", place, InQuotes(name),
                              Escaped(note["kind"].asString())));
     } else if (!note.isMember("name") && IsReading()) {
@@ -245,19 +263,19 @@ void Values::TakeSetting(const std::string& setting) {
   AddProblem(source + ": " + UnknownText(name));
 }
 
-// Takes a value of a decoded document, which has that of the last attribute with this key.
-void Values::TakeTold(const Attributes& told, const std::string& key, const Json::Value& value, const Given& given) {
-  if (told.size() > 1) {
-    AddProblem(fmt::format("{}: {} stands for {} attributes, and the document has the value of the last one only",
-                           given.source, InQuotes(key), told.size()));
-  }
-  TakeFor(*told.back(), value, given);
+void Values::TakeDecoded(const Attribute& attribute, const Json::Value& value, const Given& given) {
+  TakeFor(attribute, value, given);
+  decoded_.insert(&attribute);
 }
 
 void Values::Take(const std::string& name, const Json::Value& value, const Given& given) {
   const auto attributes = attributes_.find(name);
   if (attributes != attributes_.end()) {
-    for (const Attribute* attribute : attributes->second) TakeFor(*attribute, value, given);
+    for (const Attribute* attribute : attributes->second) {
+      decoded_.erase(attribute);
+      // A write has one value for all of them.
+      if (IsReading() || attribute == attributes->second.front()) TakeFor(*attribute, value, given);
+    }
   } else if (readOnly_.count(name) == 0) {
     AddProblem(given.source + ": " + UnknownText(name));
   }

@@ -93,26 +93,30 @@ class Values : public GivenValues {
   void TakeSetting(const std::string& setting);
 
   // After all values: a problem for each note of a record that stands for something that is not sent now, a value that
-  // its packet did not tell or surplus bytes of what a device sends. Another document has none.
+  // its packet did not tell or surplus bytes of what a device sends; and one for each key that stands for several
+  // attributes, if decoding made the document, which has the value of one only. Another document has none.
   void CheckNotes(const json::Document& document);
 
  private:
   using Attributes = std::vector<const Attribute*>;
 
   void TakeListed(const json::Document& document, const char* member, Group group);
-  void TakeTold(const Attributes& told, const std::string& key, const Json::Value& value, const Given& given);
+  void CheckKeys();
   void Take(const std::string& name, const Json::Value& value, const Given& given);
+  void TakeDecoded(const Attribute& attribute, const Json::Value& value, const Given& given);
   void TakeFor(const Attribute& attribute, Json::Value value, const Given& given);
   bool ReplaceItem(const Attribute& attribute, Json::Value& value, const std::string& source);
   bool IsKnown(const std::string& name) const;
   std::string UnknownText(const std::string& name) const;
 
   std::vector<std::string> entities_;
-  std::vector<std::string> names_;                          // of the attributes that are taken
-  std::map<std::string, Attributes> attributes_;            // what a name means, or another key of decoded documents
-  std::map<std::pair<int, std::string>, Attributes> told_;  // by group and key in decoded documents
-  std::map<std::string, std::string> others_;               // attributes that are not taken, and why
-  std::set<std::string> readOnly_;                          // names and keys of attributes that are only read
+  std::vector<std::string> names_;                // of the attributes that are taken
+  std::map<std::string, Attributes> attributes_;  // what a name means, or another key of decoded documents
+  std::map<std::string, Attributes> keyed_;       // all by their keys in decoded documents
+  std::map<std::pair<int, std::string>, const Attribute*> told_;  // the last by its group and key
+  std::set<const Attribute*> decoded_;                            // those whose values are from a decoded document
+  std::map<std::string, std::string> others_;                     // attributes that are not taken, and why
+  std::set<std::string> readOnly_;                                // names and keys of attributes that are only read
 };
 
 }  // namespace morvix::inspect

@@ -2,20 +2,11 @@
 
 const CLOCK = /^(\d{1,2}):(\d{2}):(\d{2}(?:[.,]\d+)?)$/;
 
-const MOST_SECONDS = 1e11; // the year 5138
-
-// A time of seconds, milliseconds, microseconds or nanoseconds.
-function inSeconds(time: number): number {
-  let seconds = time;
-  while (seconds > MOST_SECONDS) seconds /= 1000;
-  return seconds;
-}
-
-// Seconds since 1970, midnight or the start of the capture; NaN for anything else.
+// Seconds since 1970, midnight or the start of the capture, or a smaller unit; NaN for anything else.
 export function secondsOf(text: string): number {
   const plain = text.trim().replace(/^[[(]|[\])]$/g, "");
   if (plain === "") return NaN;
-  if (/^\d+(\.\d+)?$/.test(plain)) return inSeconds(Number(plain));
+  if (/^\d+(\.\d+)?$/.test(plain)) return Number(plain);
   const clock = CLOCK.exec(plain);
   if (clock !== null) return Number(clock[1]) * 3600 + Number(clock[2]) * 60 + Number(clock[3]!.replace(",", "."));
   return Date.parse(plain.replace(",", ".").replace(/^(\d{4}-\d{2}-\d{2}) /, "$1T")) / 1000;
@@ -42,9 +33,15 @@ export const TIME_STEPS = [
   ...[1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000].map((days) => DAY * days),
 ];
 
-// The x axis of a capture: its times where all rows have one that does not go back, otherwise the line numbers.
-export function timeAxisOf(seconds: Float64Array, lines: Float64Array): { x: Float64Array; isTime: boolean } {
-  let isTime = seconds.length > 0 && Number.isFinite(seconds[0]);
-  for (let i = 1; isTime && i < seconds.length; ++i) isTime = seconds[i]! >= seconds[i - 1]!;
-  return { x: isTime ? seconds : lines, isTime };
+const MOST_SECONDS = 1e11; // the year 5138
+
+// The x axis of a capture: its times in seconds where all rows have one that does not go back, otherwise the line
+// numbers. Times that are too large for seconds are of milliseconds, microseconds or nanoseconds.
+export function timeAxisOf(times: Float64Array, lines: Float64Array): { x: Float64Array; isTime: boolean } {
+  let isTime = times.length > 0 && times.every((time) => Number.isFinite(time));
+  for (let i = 1; isTime && i < times.length; ++i) isTime = times[i]! >= times[i - 1]!;
+  if (!isTime) return { x: lines, isTime };
+  let unit = 1;
+  while (times[times.length - 1]! > MOST_SECONDS * unit) unit *= 1000;
+  return { x: unit === 1 ? times : times.map((time) => time / unit), isTime };
 }

@@ -230,6 +230,11 @@ def _real(number: Any) -> float:
         return math.copysign(sys.float_info.max, 1 if number > 0 else -1)
 
 
+def _bytes_in(place: Place) -> Tuple[int, int]:
+    """Where a place begins and ends in a packet, in bytes."""
+    return 1 + place.first_bit // 8, 1 + (place.first_bit + place.bits + 7) // 8
+
+
 def _command(command: int) -> int:
     command = operator.index(command)
     if not -(2**31) <= command < 2**31:
@@ -374,14 +379,10 @@ class Entity:
             [(each.name, _converter(each, items)) for each in self._attributes] for items in (False, True)
         ]
         self._have_places = all(each.place is not None for each in self._attributes)
-        self._enums = [i for i, each in enumerate(self._attributes) if each.type == "enum"]
-        # The key in documents and the bytes in a packet. A binary without a place has no value.
-        self._binaries: Dict[int, Tuple[str, int, int]] = {}
-        for i, each in enumerate(self._attributes):
-            if each.type == "binary" and each.place is not None:
-                key = each.display_name if each.group in ("alert", "fault") else each.name
-                begin = 1 + each.place.first_bit // 8
-                self._binaries[i] = (key, begin, begin + each.place.bits // 8)
+        # Where an enum ends in a packet, and where a binary begins and ends.
+        places = [(i, each.type, _bytes_in(each.place)) for i, each in enumerate(self._attributes) if each.place]
+        self._enums = [(i, end) for i, kind, (_, end) in places if kind == "enum"]
+        self._binaries = {i: place for i, kind, place in places if kind == "binary"}
 
     def __repr__(self) -> str:
         return f"<Entity {self._name} with {len(self._attributes)} attributes>"
@@ -547,19 +548,13 @@ class Entity:
     def _binaries_of(self, data: bytes, row: Sequence[float]) -> Dict[int, bytes]:
         """The values of the binaries of a packet that is not refused, by the index of the attribute. `row` are the
         numbers of the other attributes."""
-        # Decoding takes every binary that is in the payload, unless it removes the entity, for what is not there, or
-        # ends early, at an index without an item.
+        # Decoding ends at an enum's index without an item, and removes the entity for a bool or binary that the packet
+        # does not hold.
+        last = next((i for i, end in self._enums if row[i] != row[i] and end <= len(data)), len(row))
         is_whole = self._have_places and len(data) > self._payload_bytes
-        if is_whole and all(row[i] == row[i] for i in self._enums):
-            return {i: data[begin:end] for i, (_, begin, end) in self._binaries.items()}
-        found = self._document(data).get(self._name, {})
-        # Another attribute can have the key.
-        told = {key: item["value"] for key, item in found.items()}
-        return {
-            i: data[begin:end]
-            for i, (key, begin, end) in self._binaries.items()
-            if end <= len(data) and told.get(key) == base64.b64encode(data[begin:end]).decode("ascii")
-        }
+        if not is_whole and self._name not in self._document(data):
+            return {}
+        return {i: data[begin:end] for i, (begin, end) in self._binaries.items() if i < last and end <= len(data)}
 
     def _receive(self, data: bytes) -> Tuple[bytes, Tuple[Tuple[Active, ...], Tuple[Active, ...]], str]:
         """The application's document, the active alerts and faults, and the warnings of a packet."""

@@ -239,6 +239,13 @@ def test_a_binary_is_not_told_by_another_attribute_of_its_key() -> None:
     )
     assert entity.decode(b"\4\1\1abc").values == {"al": True, "mode": "on", "blob": b"abc"}
     assert entity.decode(b"\4\1\5abc").values == {"al": True}
+    # It is before the end, but the alert has its key.
+    entity = entity_of(
+        attribute(0, "blob", "status_readonly", "binary", 2, 3),
+        attribute(1, "al", "alert", "bool", 0, 1, display_name="blob", position=position_of_bit),
+        attribute(2, "mode", "status_readonly", "enum", 1, 1, enum=["off", "on"]),
+    )
+    assert entity.decode(b"\4\1\5abc").values == {"blob": b"abc", "al": True}
 
 
 def test_integers_of_more_than_64_bits() -> None:
