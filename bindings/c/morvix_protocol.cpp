@@ -332,7 +332,7 @@ std::vector<Element> ElementsOf(const Json::Value& entity, int groups) {
 Json::Value WithoutItems(const Json::Value& entity) {
   Json::Value copy = entity;
   for (Json::Value& attribute : copy["attrs"]) {
-    if (!attribute.isObject() || !attribute["enum"].isArray()) continue;
+    if (!attribute.isObject() || !attribute.isMember("enum") || !attribute["enum"].isArray()) continue;
     Json::Value items = Json::arrayValue;
     for (const Json::Value& item : attribute["enum"]) {
       if (items.empty() && item.isString()) items.append(item);
