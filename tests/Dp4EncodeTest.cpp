@@ -394,11 +394,18 @@ TEST(EncodeSet, ExpectsANameAndAValue) {
 
 // ---- Records ----
 
-ToolRun EncodeDecoded(const std::string& packet, std::vector<std::string> arguments = {},
+// Encodes what decoding makes, by the configuration with this path.
+ToolRun EncodeDecodedOf(const std::string& path, std::vector<std::string> decodeArguments,
+                        std::vector<std::string> encodeArguments) {
+  decodeArguments.insert(decodeArguments.begin(), {"decode", path});
+  encodeArguments.insert(encodeArguments.begin(), {"encode", path, "-"});
+  return RunTool(encodeArguments, RunTool(decodeArguments).out);
+}
+
+ToolRun EncodeDecoded(const std::string& packet, const std::vector<std::string>& arguments = {},
                       std::vector<std::string> decodeArguments = {}) {
-  decodeArguments.insert(decodeArguments.begin(), {"decode", "kettle.json", packet});
-  arguments.emplace_back("-");
-  return EncodeKettle(arguments, RunTool(decodeArguments).out);
+  decodeArguments.push_back(packet);
+  return EncodeDecodedOf("kettle.json", decodeArguments, arguments);
 }
 
 TEST(EncodeRecord, GivesItsPacketAgain) {
@@ -510,12 +517,7 @@ ToolRun EncodeDecodedBy(const std::string& configuration, const std::vector<std:
                         const std::vector<std::string>& encodeArguments = {}) {
   const std::string path = testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name() + ".json";
   std::ofstream(path) << configuration;
-  std::vector<std::string> arguments = {"decode", path};
-  arguments.insert(arguments.end(), decodeArguments.begin(), decodeArguments.end());
-  const std::string record = RunTool(arguments).out;
-  arguments = {"encode", path, "-"};
-  arguments.insert(arguments.end(), encodeArguments.begin(), encodeArguments.end());
-  return RunTool(arguments, record);
+  return EncodeDecodedOf(path, decodeArguments, encodeArguments);
 }
 
 TEST(EncodeRecord, KeepsAStatusAndAnAlertOfOneNameApart) {

@@ -185,7 +185,7 @@ TEST_F(Generate, MakesAPrefixOfAnyName) {
   configuration = Configuration(Bool("on", 0, 0));
   EXPECT_EQ(Run({"c", "-"}, configuration.replace(configuration.find("box"), 3, "Switch")).exitCode, 0);
   EXPECT_THAT(Text("switch_.h"), HasSubstr("#define SWITCH_PAYLOAD_BYTES 1u"));
-  // Macros are no names either.
+  // A macro of one of these names would replace the member.
   for (const char* name : {"stdin", "stdout", "stderr", "linux", "unix"}) {
     EXPECT_THAT(Header(Bool(name, 0, 0)), HasSubstr("  bool " + std::string(name) + "_;\n"));
   }

@@ -323,7 +323,7 @@ std::vector<Element> ElementsOf(const Json::Value& entity, int groups) {
     MorvixProtocolEntity_4_0 info;
     static_cast<void>(ProtocolParseEntity_4_0(entity, groups, attributes, info, elements));
   } catch (const Json::LogicError&) {
-    // The caller asks again.
+    // The elements before that one are the result.
   }
   return elements;
 }

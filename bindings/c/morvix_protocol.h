@@ -21,9 +21,9 @@
  * this call; one a line, without a line end after the last one. It is UTF-8; names and values from outside are escaped,
  * so that they cannot forge a line. After MORVIX_NO_MEMORY there may be none.
  *
- * **JSON** is UTF-8, read as the protocol module reads it, with nothing after it; comments, a byte order
- * mark and a comma after the last member are allowed, but the last two not in a document to be converted. A NUL byte,
- * bytes that are not UTF-8 and text that is not JSON are MORVIX_BAD_INPUT. JSON that is returned is compact ASCII.
+ * **JSON** is UTF-8, with nothing after it. Comments are allowed; so are a byte order mark and a comma after the last
+ * member, except in a document to be converted. A NUL byte, bytes that are not UTF-8 and text that is not JSON are
+ * MORVIX_BAD_INPUT. JSON that is returned is compact ASCII.
  *
  * **Memory.** What is returned is released with morvix_free, entities with morvix_entity_close. Inputs are only read,
  * and only during the call. When there is not enough memory to read a number with a fractional part, the JSON reader

@@ -66,6 +66,10 @@ function checkInteger(value, name, min, max) {
   throw new ProtocolError(`${name} ${given} is out of range; expected an integer from ${min} to ${max}`);
 }
 
+function checkCommand(command) {
+  checkInteger(command, "command", -(2 ** 31), 2 ** 31 - 1);
+}
+
 // The instance's memory, and calls of its functions.
 class Native {
   constructor(instance) {
@@ -179,7 +183,7 @@ export class Entity {
 
   encode(values, options) {
     const { command = 1, subDevice } = options ?? {};
-    checkInteger(command, "command", -(2 ** 31), 2 ** 31 - 1);
+    checkCommand(command);
     const text = encoder.encode(valuesText(values)); // runs code of the caller, which may encode or close as well
     const native = this.#open();
     const id = native.subDevice(subDevice);
@@ -251,7 +255,7 @@ export class Protocol {
 
   request(command, subDevice) {
     const native = this.#native;
-    checkInteger(command, "command", -(2 ** 31), 2 ** 31 - 1);
+    checkCommand(command);
     const id = native.subDevice(subDevice);
     const { morvix_request } = native.exports;
     native.check(morvix_request(command, id, native.address(OUTPUT), native.address(MESSAGE)));

@@ -110,7 +110,7 @@ std::string MeaningOfKey(const EntityModel& entity, const ElementsByKey& keys, c
   std::string none = "no " + NameText(DocumentKey(attribute));
   const auto elements = keys.find(DocumentKey(attribute));
   if (elements == keys.end()) return none;
-  constexpr ptrdiff_t kMostTried = 8;  // of thousands with one key, so that all of them take no time
+  constexpr ptrdiff_t kMostTried = 8;  // bounds the time where thousands of attributes have one key
   const ptrdiff_t count = std::min<ptrdiff_t>(kMostTried, static_cast<ptrdiff_t>(elements->second.size()));
   for (auto element = elements->second.rbegin(); element != elements->second.rbegin() + count; ++element) {
     std::string meaning = MeaningOf({&entity, *element}, notification);

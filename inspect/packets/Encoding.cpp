@@ -40,9 +40,8 @@ class PartialEncoder {
         direction_(direction),
         isWrite_(&direction == &entity.Writing()),
         values_(values),
-        document_(values.Document()),
         first_(direction.records) {
-    const Json::Value* given = document_.find(info_.name.data(), info_.name.data() + info_.name.size());
+    const Json::Value* given = values.Document().find(info_.name.data(), info_.name.data() + info_.name.size());
     while (given != nullptr && given->isMember(unused_.name)) unused_.name += '-';
     unused_.data_type = MorvixProtocolDataTypeBinary_4_0;
     unused_.position.len = static_cast<int32_t>(direction.payloadBytes);
@@ -50,9 +49,7 @@ class PartialEncoder {
 
   // The payload with one value, and the result of encoding it.
   Bytes EncodeAlone(size_t index, Result& result) const {
-    std::vector<Result> results;
-    Bytes written = Encode({Keyed(direction_.records[index]), unused_}, results);
-    result = results[0];
+    Bytes written = Write(index, result);
     if (isWrite_ || result.outcome != MorvixProtocolOutcomeDone_4_0) return written;
     Bytes payload(direction_.payloadBytes);
     Place(direction_.fields[index], result, written, payload);
@@ -71,15 +68,18 @@ class PartialEncoder {
   Bytes Encode(const std::vector<Attribute>& records, std::vector<Result>& results) const {
     const LogCapture silent;
     MorvixProtocolOwnedPackage_4_0 package;
-    ProtocolEncodeAttributes_4_0(info_, records, package, document_, results);
+    ProtocolEncodeAttributes_4_0(info_, records, package, values_.Document(), results);
     return {package.value, package.value + package.sizeValue};
   }
 
-  // The attribute under the key of its value.
-  Attribute Keyed(const Attribute& attribute) const {
-    Attribute keyed = attribute;
-    keyed.name = values_.KeyOf(attribute);
-    return keyed;
+  // What the module writes of one value, and its result.
+  Bytes Write(size_t index, Result& result) const {
+    Attribute record = direction_.records[index];
+    record.name = values_.KeyOf(direction_.records[index]);
+    std::vector<Result> results;
+    Bytes written = Encode({std::move(record), unused_}, results);
+    result = results[0];
+    return written;
   }
 
   // The bytes of a binary are taken from what the module wrote of it alone.
@@ -101,10 +101,9 @@ class PartialEncoder {
   Bytes PlaceFirst(size_t count) const {
     Bytes payload(direction_.payloadBytes);
     for (size_t i = 0; i < count; ++i) {
-      std::vector<Result> results;
-      const Bytes written = Encode({Keyed(direction_.records[i]), unused_}, results);
-      const bool isDone = results[0].outcome == MorvixProtocolOutcomeDone_4_0;
-      if (isDone) Place(direction_.fields[i], results[0], written, payload);
+      Result result;
+      const Bytes written = Write(i, result);
+      if (result.outcome == MorvixProtocolOutcomeDone_4_0) Place(direction_.fields[i], result, written, payload);
     }
     return payload;
   }
@@ -113,7 +112,6 @@ class PartialEncoder {
   const Direction& direction_;
   const bool isWrite_;
   const GivenValues& values_;
-  const Json::Value& document_;
   std::vector<Attribute> first_;
   Attribute unused_;  // as long as the payload, and never given a value
 };

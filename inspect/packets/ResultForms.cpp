@@ -477,7 +477,8 @@ class Csv : public SelectedForm {
       out += value.result.raw != 0 ? '1' : '0';
     } else {
       const std::string_view text = Selected().TextOf(field, value);
-      AppendCsvCell(text.empty() ? value.text : text, out);  // an empty cell would mean that there is no value
+      // An item can be empty. Then its index is written, since an empty cell means that there is no value.
+      AppendCsvCell(text.empty() ? value.text : text, out);
     }
   }
 

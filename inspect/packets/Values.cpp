@@ -120,8 +120,7 @@ Values::Values(const json::Document& configuration, const EntityModel& entity, c
     (IsAlertOrFault(attribute) ? named : attributes_)[names_.back()].push_back(&attribute);
   }
   attributes_.merge(named);
-  std::map<std::string, Attributes> keyed = keyed_;
-  attributes_.merge(keyed);
+  attributes_.insert(keyed_.begin(), keyed_.end());
   for (const bool isRead : {false, true}) {  // an attribute that is read is worth more than one that is not
     for (size_t i = 0; i < entity.Elements().size(); ++i) {
       const Element& element = entity.Elements()[i];
@@ -225,12 +224,10 @@ void Values::CheckNotes(const json::Document& document) {
   for (const Json::Value& note : document.Root()["notes"]) {
     if (!note.isObject() || !note["kind"].isString()) continue;
     const std::string place = document.PlaceName(note) + ": ";
-    const bool hasName = note["name"].isString();
-    const std::string name = hasName ? note["name"].asString() : "";
+    const auto meant = note["name"].isString() ? named.find(note["name"].asString()) : named.end();
     const auto isMissing = [this](const Attribute* attribute) { return Of(*attribute) == nullptr; };
-    const Attributes& meant = named[name];
-    if (hasName && std::any_of(meant.begin(), meant.end(), isMissing)) {
-      AddProblem(fmt::format("{}{} has no value, it was {} in the packet", place, InQuotes(name),
+    if (meant != named.end() && std::any_of(meant->second.begin(), meant->second.end(), isMissing)) {
+      AddProblem(fmt::format("{}{} has no value, it was {} in the packet", place, InQuotes(meant->first),
                              Escaped(note["kind"].asString())));
     } else if (!note.isMember("name") && IsReading()) {
       AddProblem(fmt::format("{}the {} bytes of the packet are left out", place, Escaped(note["kind"].asString())));

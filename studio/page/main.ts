@@ -191,7 +191,9 @@ async function start(): Promise<void> {
   }
   if (shared === undefined) return;
   await openShared(shared);
-  if (last !== undefined) studio.tell("The link is open; undo in the editor (Ctrl+Z) brings back the text that was there.");
+  if (last !== undefined) {
+    studio.tell("The link is open; undo in the editor (Ctrl+Z) brings back the text that was there.");
+  }
 }
 
 // Other fragments, such as that of the link over the editor, open nothing.

@@ -59,7 +59,12 @@ export async function closeBrowser() {
 // A new page without anything kept. `problems` collects what must not happen: errors, messages on the console, and
 // requests of anything but the page itself.
 export async function openPage({ hash = "", scheme = "light", width = 1440, height = 900, at = url } = {}) {
-  const context = await browser.newContext({ colorScheme: scheme, viewport: { width, height }, acceptDownloads: true, timezoneId: "UTC" });
+  const context = await browser.newContext({
+    colorScheme: scheme,
+    viewport: { width, height },
+    acceptDownloads: true,
+    timezoneId: "UTC",
+  });
   contexts.push(context);
   const page = await context.newPage();
   page.problems = [];

@@ -42,10 +42,9 @@ size_t ProtocolPayloadBytes_4_0(const std::vector<MorvixProtocolAttribute_4_0>& 
 /// on. Bit 0 is the most significant bit of byte 0, and `firstBit` is the value's highest bit.
 ///
 /// @return false, with the outputs untouched, when the attribute does not fit such a payload or begins beyond bit
-/// SIZE_MAX (on 32-bit machines, 512 MiB into the payload), or when its data type
-/// cannot be both written and read there: a bool that is not one bit, a binary in bits, a number or enum of more
-/// than 8 bytes, a bit field that does not fit a 64-bit word with the bits below it in its last byte or has a negative
-/// bit_offset.
+/// SIZE_MAX (on 32-bit machines, 512 MiB into the payload), or when its data type cannot be both written and read
+/// there: a bool that is not one bit, a binary in bits, a number or enum of more than 8 bytes, a bit field that does
+/// not fit a 64-bit word with the bits below it in its last byte or has a negative bit_offset.
 [[nodiscard]] bool ProtocolLocateAttribute_4_0(const MorvixProtocolAttribute_4_0& attribute, size_t payloadBytes,
                                                size_t& firstBit, size_t& bitCount);
 

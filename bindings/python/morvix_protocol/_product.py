@@ -583,10 +583,9 @@ class Entity:
         """A pandas DataFrame of many received packets: a row a packet, a column an attribute, in their order.
 
         Bools are of dtype "boolean"; enums categories of their items, or with `items` False "Int64", their index;
-        numbers in user units "Int64" where ratio and addition are whole and all values
-        within 64 bits, otherwise "float64"; binaries bytes. Where a packet has no value there is NA, in all columns of
-        a packet that is refused; `decode` tells why. `times`, one for each packet, become the index. Other threads run
-        meanwhile.
+        numbers in user units "Int64" where ratio and addition are whole and all values within 64 bits, otherwise
+        "float64"; binaries bytes. Where a packet has no value there is NA, in all columns of a packet that is refused;
+        `decode` tells why. `times`, one for each packet, become the index. Other threads run meanwhile.
 
         Raises ValueError when there are not as many times as packets.
         """

@@ -230,7 +230,7 @@ def test_a_binary_may_share_its_key_in_documents() -> None:
 
 
 def test_a_binary_is_not_told_by_another_attribute_of_its_key() -> None:
-    # Decoding ends at the index 5, behind the alert that is "blob" in the document.
+    # Decoding ends at "mode" where its index is 5. What the document has as "blob" is the alert.
     position_of_bit = {"byte_offset": 0, "bit_offset": 0, "unit": "bit", "len": 1}
     entity = entity_of(
         attribute(0, "al", "alert", "bool", 0, 1, display_name="blob", position=position_of_bit),
